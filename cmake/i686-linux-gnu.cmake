@@ -1,0 +1,14 @@
+# 32-bit x86, built with Debian's cross compiler and run natively.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR i686)
+set(CMAKE_C_COMPILER i686-linux-gnu-gcc)
+set(CMAKE_CXX_COMPILER i686-linux-gnu-g++)
+set(CMAKE_FIND_ROOT_PATH /usr/i686-linux-gnu)
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+
+# The 32-bit C library is not where the kernel looks for its loader, so programs name it themselves. DT_RPATH, because
+# the loader must find libstdc++ for libtavren too.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,--dynamic-linker=/usr/i686-linux-gnu/lib/ld-linux.so.2 \
+-Wl,--disable-new-dtags -Wl,-rpath,/usr/i686-linux-gnu/lib")
