@@ -1,0 +1,202 @@
+#include "tavren_share.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#include <strings.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <optional>
+
+#include "core/assertion.h"
+#include "core/messages.h"
+#include "tavren_assert.h"
+#include "tavren_basic.h"
+
+namespace {
+
+constexpr size_t path_size = 4096;
+
+char tmp_dir_buffer[path_size];
+const char* tmp_dir = nullptr;
+int lock_fd = -1;
+
+__attribute__((format(printf, 2, 3))) int refuse(char* message, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf(message, TAVREN_MESSAGE_SIZE, format, arguments);
+  va_end(arguments);
+  return -1;
+}
+
+bool starts_with_hyphen(const char* s) { return s[0] == '-'; }
+
+/* The hidden input's terminal settings, put back when the line has been read. */
+class EchoOff {
+ public:
+  EchoOff() {
+    const int rc = tcgetattr(STDIN_FILENO, &saved);
+    TAVREN_ASSERT("tavren_share", rc == 0);
+    termios hidden = saved;
+    hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
+  }
+  ~EchoOff() { tcsetattr(STDIN_FILENO, TCSANOW, &saved); }
+  EchoOff(const EchoOff&) = delete;
+  EchoOff& operator=(const EchoOff&) = delete;
+
+ private:
+  termios saved{};
+};
+
+/* Returns the next character; a signal that the program handles does not end the input. */
+int next_character() {
+  for (;;) {
+    const int c = getchar();
+    if (c != EOF || ferror(stdin) == 0 || errno != EINTR) return c;
+    clearerr(stdin);
+  }
+}
+
+int read_line_of_input(char* buffer, int size) {
+  int count = 0;
+  for (int c = 0; (c = next_character()) != EOF && c != '\n'; ++count) {
+    if (count < size - 1) buffer[count] = static_cast<char>(c);
+  }
+  return count;
+}
+
+bool lock_file(int fd, const char* path, char* message) {
+  if (lockf(fd, F_TLOCK, 0) == 0) return true;
+  if (errno == EAGAIN) {
+    /* The descriptor is deliberately left open: a second instance has nothing to do but end, which closes it. */
+    refuse(message, translate("An instance of %s is already running."), tavren_get_program_name());
+    return false;
+  }
+  refuse(message, translate("Failed to lock %s, errno=%d."), path, errno);
+  close(fd);
+  return false;
+}
+
+}  // namespace
+
+int tavren_parse_target(char* spec, char** user, char** host, char** dir) {
+  char* rest = nullptr;
+  *user = strtok_r(spec, "@", &rest);
+  if (*user == nullptr) return -1;
+  *host = strtok_r(nullptr, ":", &rest);
+  if (*host == nullptr) return -1;
+  *dir = strtok_r(nullptr, "", &rest);
+  if (*dir == nullptr) return -1;
+
+  const size_t length = strlen(*dir);
+  if (length > 1 && (*dir)[length - 1] == '/') (*dir)[length - 1] = '\0';
+  TAVREN_ASSERT("tavren_share", **user != '\0' && **host != '\0' && **dir != '\0');
+  return 0;
+}
+
+int tavren_process_target(char* spec, char** user, char** host, char** directory, char* message) {
+  if (tavren_parse_target(spec, user, host, directory) != 0) {
+    return refuse(message, "%s", translate("Target specification must have the form: user@host:directory."));
+  }
+  if (strlen(*user) > TAVREN_MAX_USER_LENGTH) {
+    return refuse(message, translate("The user name is more than %d bytes long."), TAVREN_MAX_USER_LENGTH);
+  }
+  if (strlen(*host) > TAVREN_MAX_HOST_LENGTH) {
+    return refuse(message, translate("The host name is more than %d bytes long."), TAVREN_MAX_HOST_LENGTH);
+  }
+  if (strlen(*directory) > TAVREN_MAX_DIRECTORY_LENGTH) {
+    return refuse(message, translate("The specified directory name is more than %d bytes long."),
+                  TAVREN_MAX_DIRECTORY_LENGTH);
+  }
+  /* A part that begins with a hyphen would be an option of ssh or scp; the far shell would expand a tilde. */
+  if (starts_with_hyphen(*user)) {
+    return refuse(message, "%s", translate("The ssh username may not start with '-'."));
+  }
+  if (starts_with_hyphen(*host)) {
+    return refuse(message, "%s", translate("The host name may not start with '-'."));
+  }
+  if (starts_with_hyphen(*directory) || **directory == '~') {
+    return refuse(message, "%s", translate("The archive directory name may not start with '-' or '~'."));
+  }
+  return 0;
+}
+
+int tavren_yes_or_no(const char* prompt, int assume_yes, int assume_no) {
+  if (assume_yes != 0) {
+    printf("%syes\n", prompt);
+    return 1;
+  }
+  if (assume_no != 0) {
+    printf("%sno\n", prompt);
+    return 0;
+  }
+  for (;;) {
+    char answer[20];
+    tavren_read_input(prompt, answer, sizeof answer, 0);
+    if (strcasecmp(answer, "yes") == 0 || strcasecmp(answer, "y") == 0) return 1;
+    if (strcasecmp(answer, "no") == 0 || strcasecmp(answer, "n") == 0) return 0;
+    /* An input that cannot be read will not become readable: it counts as its end. */
+    if (feof(stdin) != 0 || ferror(stdin) != 0) return -1;
+    fputs(translate("Please enter 'yes', 'no', 'y', or 'n'.\n"), stderr);
+  }
+}
+
+int tavren_read_input(const char* prompt, char* buffer, int size, int hide) {
+  const bool terminal = isatty(STDIN_FILENO) != 0;
+  std::optional<EchoOff> echo_off;
+  if (hide != 0 && terminal) echo_off.emplace();
+
+  fputs(prompt, stdout);
+  fflush(stdout);
+  if (size > 0) memset(buffer, 0, static_cast<size_t>(size));
+  const int count = read_line_of_input(buffer, size);
+  /* Nobody's Enter has been echoed, so the next output would follow the prompt on its line. */
+  if (hide != 0 || !terminal) putchar('\n');
+  return count;
+}
+
+int tavren_setup_tmp_dir(const char* name, char* message) {
+  char directory[path_size];
+  char lock_path[path_size + sizeof "/.lock"];
+  snprintf(directory, sizeof directory, "%s/%s.libtavren", tavren_get_tmp_root(), name);
+  snprintf(lock_path, sizeof lock_path, "%s/.lock", directory);
+
+  const mode_t old_umask = umask(0);
+  if (mkdir(directory, 0777) == -1 && errno != EEXIST) {
+    refuse(message, translate("Failed to create directory %s, errno=%d"), directory, errno);
+    umask(old_umask);
+    return -1;
+  }
+  const int fd = open(lock_path, O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+  if (fd == -1) {
+    refuse(message, translate("Failed to open %s, errno=%d."), lock_path, errno);
+    umask(old_umask);
+    return -1;
+  }
+  umask(old_umask);
+
+  if (!lock_file(fd, lock_path, message)) return -1;
+  tavren_delete_all_files(directory);
+  memcpy(tmp_dir_buffer, directory, sizeof tmp_dir_buffer);
+  tmp_dir = tmp_dir_buffer;
+  lock_fd = fd;
+  return 0;
+}
+
+const char* tavren_get_tmp_dir() { return tmp_dir; }
+
+void tavren_cleanup_tmp_dir() {
+  if (tmp_dir == nullptr) return;
+  char lock_path[path_size + sizeof "/.lock"];
+  snprintf(lock_path, sizeof lock_path, "%s/.lock", tmp_dir);
+  tavren_delete_all_files(tmp_dir);
+  unlink(lock_path);
+  rmdir(tmp_dir);
+  tmp_dir = nullptr;
+  if (lock_fd != -1) close(lock_fd);
+}
