@@ -1,0 +1,15 @@
+/*
+ * The two exceptions that are not kinds of TavrenError. Both are empty and thrown by value.
+ */
+#ifndef TAVREN_EXCEPTIONS_H
+#define TAVREN_EXCEPTIONS_H
+
+#include "tavren_constants.h"
+
+/* A deadline passed. What was waited for may still come: nothing that arrived is lost. */
+class TAVREN_EXPORT TavrenTimeout {};
+
+/* The object was disabled by another thread; no later wait on it succeeds. */
+class TAVREN_EXPORT TavrenOperationCancelled {};
+
+#endif

@@ -1,0 +1,302 @@
+#include "TavrenProcess.h"
+
+#include <ctype.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <sys/uio.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "TavrenError.h"
+#include "TavrenExceptions.h"
+#include "TavrenMutex.h"
+#include "core/assertion.h"
+#include "process/deadline.h"
+#include "process/descriptors.h"
+
+namespace {
+
+constexpr int check_interval_ms = 100;
+constexpr int checks_per_second = 1000 / check_interval_ms;
+constexpr char end_of_file_character = 0x04;
+
+/*
+ * Held from the making of a terminal until its master is close-on-exec. forkpty has no flag for that, and a child
+ * that another thread starts in between would keep the master, and with it this child's terminal, alive.
+ */
+TavrenMutex fork_mutex;
+
+/* Returns program without the one white-space character that a command text carries at its end. */
+std::string without_trailing_space(std::string program) {
+  if (!program.empty() && isspace(static_cast<unsigned char>(program.back())) != 0) program.pop_back();
+  return program;
+}
+
+/* Naps on, whatever signals arrive. */
+void nap(int milliseconds) {
+  timespec rest{milliseconds / 1000, (milliseconds % 1000) * 1000000L};
+  while (nanosleep(&rest, &rest) == -1 && errno == EINTR) {
+  }
+}
+
+bool make_raw(int fd) {
+  termios settings{};
+  if (tcgetattr(fd, &settings) == -1) return false;
+  cfmakeraw(&settings);
+  return tcsetattr(fd, TCSANOW, &settings) == 0;
+}
+
+/*
+ * Gives the child the signals of a freshly started program. What the host program blocks or ignores would otherwise
+ * pass through execve, and a child that ignores SIGTERM could not be told to end.
+ */
+void reset_signals() {
+  for (int number = 1; number < NSIG; ++number) signal(number, SIG_DFL);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+/*
+ * Reports a failure of the child before its program runs, as perror would, and ends it. perror itself may take locks
+ * that another thread of the host held at the fork; this takes none.
+ */
+[[noreturn]] void die(const char* what, const char* subject) {
+  const char* reason = strerrordesc_np(errno);
+  const char* parts[] = {what, subject, ": ", reason == nullptr ? "Unknown error" : reason, "\n"};
+  iovec report[5];
+  for (int i = 0; i < 5; ++i) report[i] = {const_cast<char*>(parts[i]), strlen(parts[i])};
+  if (writev(STDERR_FILENO, report, 5) == -1) {
+    /* The end of the output tells the parent that something went wrong. */
+  }
+  _exit(1);
+}
+
+/* Opens the child's side of the terminal. Kernels before 4.13 know it by its name only. */
+int open_slave(int master_fd) {
+  constexpr int flags = O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK;
+  const int slave = ioctl(master_fd, TIOCGPTPEER, flags);
+  char name[64];
+  if (slave != -1 || ptsname_r(master_fd, name, sizeof name) != 0) return slave;
+  return open(name, flags);
+}
+
+/* Returns how many bytes the terminal still holds for the child, looking from the child's side; -1: cannot tell. */
+int unread_input(int master_fd) {
+  const int slave = open_slave(master_fd);
+  if (slave == -1) return -1;
+  /* poll makes the kernel carry over what still sits between the two halves of the terminal before it answers. */
+  pollfd input{slave, POLLIN, 0};
+  int unread = 0;
+  if (poll(&input, 1, 0) == -1 || ioctl(slave, FIONREAD, &unread) == -1) unread = -1;
+  /* Closed at once: while a slave is open the master answers EAGAIN, and the end of the child would go unnoticed. */
+  close(slave);
+  return unread == 0 && (input.revents & POLLIN) != 0 ? 1 : unread;
+}
+
+}  // namespace
+
+/* The constructor below delegates to this one, so that the destructor releases what a failed start has made. */
+TavrenProcess::TavrenProcess(const std::string& program_path)
+    : program(without_trailing_space(program_path)),
+      child_pid(-1),
+      master_fd(-1),
+      stdin_pipe{-1, -1},
+      bytes_this_read(0),
+      cancel_pipe{-1, -1} {}
+
+TavrenProcess::TavrenProcess(const std::string& program_path, const std::list<std::string>& arguments,
+                             bool separate_stdin)
+    : TavrenProcess(program_path) {
+  make_pipe(cancel_pipe);
+  if (separate_stdin) {
+    make_pipe(stdin_pipe);
+    /* Only our end: a write must come back when the pipe is full, the child's read must not. */
+    if (!add_status_flag(stdin_pipe[1], O_NONBLOCK)) tavren_throw_syscall_error("fcntl(stdin_pipe)", -1);
+  }
+  log_start(program_path, arguments);
+  start(program, arguments);
+}
+
+TavrenProcess::~TavrenProcess() {
+  if (child_pid != -1) stop(2);
+  close_descriptor(master_fd);
+  for (int* fd : {&cancel_pipe[0], &cancel_pipe[1], &stdin_pipe[0], &stdin_pipe[1]}) close_descriptor(*fd);
+}
+
+void TavrenProcess::start(const std::string& path, const std::list<std::string>& arguments) {
+  /* Prepared here, because the child of a program with threads must not allocate before execve. */
+  std::vector<char*> argv;
+  argv.reserve(arguments.size() + 2);
+  argv.push_back(const_cast<char*>(path.c_str()));
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+
+  {
+    const TavrenAutoLock lock(fork_mutex);
+    winsize no_size{};
+    const pid_t pid = forkpty(&master_fd, nullptr, nullptr, &no_size);
+    if (pid == 0) exec_program(argv.data());
+    if (pid == -1) {
+      master_fd = -1;
+      tavren_throw_syscall_error("forkpty", -1);
+    }
+    child_pid = pid;
+    master_fd = keep_off_standard_streams(master_fd);
+    if (master_fd == -1 || fcntl(master_fd, F_SETFD, FD_CLOEXEC) == -1) {
+      tavren_throw_syscall_error("fcntl(master_fd)", -1);
+    }
+  }
+  configure_master_fd();
+}
+
+/* Runs in the child: only async-signal-safe calls, because other threads may have held any lock at the fork. */
+void TavrenProcess::exec_program(char* const* argv) const {
+  reset_signals();
+  /*
+   * The parent sets the terminal up too, but it may come late: a program that had looked at the settings before would
+   * put the old ones back after it has read a password.
+   */
+  make_raw(STDOUT_FILENO);
+  if (stdin_pipe[0] != -1 && dup2(stdin_pipe[0], STDIN_FILENO) == -1) die("dup2 failed", "");
+  /* Deliberately no environment at all: what the far side sees must not depend on who started the daemon. */
+  char* const no_environment[] = {nullptr};
+  execve(argv[0], argv, no_environment);
+  die("Failed to run ", argv[0]);
+}
+
+void TavrenProcess::configure_master_fd() {
+  if (!add_status_flag(master_fd, O_NONBLOCK)) tavren_throw_syscall_error("fcntl(master_fd)", -1);
+  termios settings{};
+  if (tcgetattr(master_fd, &settings) == -1) tavren_throw_syscall_error("tcgetattr(master_fd)", -1);
+  cfmakeraw(&settings);
+  if (tcsetattr(master_fd, TCSANOW, &settings) == -1) tavren_throw_syscall_error("tcsetattr(master_fd)", -1);
+}
+
+void TavrenProcess::send(const std::string& data, int timeout) {
+  send_bytes(data.data(), static_cast<unsigned int>(data.size()), timeout);
+}
+
+void TavrenProcess::send_bytes(const char* data, unsigned int length, int timeout) {
+  const long deadline = deadline_after(timeout);
+  const int to_child = stdin_pipe[1] != -1 ? stdin_pipe[1] : master_fd;
+  TAVREN_ASSERT("TavrenProcess", to_child != -1 && child_pid != -1);
+  for (size_t written = 0; written < length;) {
+    const ssize_t n = write(to_child, data + written, length - written);
+    if (n > 0) {
+      written += static_cast<size_t>(n);
+    } else if (n == 0 || errno == EAGAIN) {
+      wait_for_fd(to_child, POLLOUT, deadline);
+    } else if (errno != EINTR) {
+      tavren_throw_syscall_error("write(to_child)", -1);
+    }
+  }
+}
+
+void TavrenProcess::send_eof(int timeout) {
+  const long deadline = deadline_after(timeout);
+  TAVREN_ASSERT("TavrenProcess", child_pid != -1 && master_fd != -1);
+  for (int64_t checks = static_cast<int64_t>(timeout) * checks_per_second; checks >= 0; --checks) {
+    const bool consumed = input_is_consumed();
+    /*
+     * Asked after the look: when a child ends, the kernel throws its unread input away, so an empty terminal says
+     * something only if the child is still there. A child that is gone has not been given its end of file.
+     */
+    if (child_has_ended()) {
+      reap_child(WNOHANG);
+      fail_with_last_output(deadline);
+    }
+    if (consumed) {
+      type_end_of_file(timeout);
+      return;
+    }
+    wait_unless_cancelled(check_interval_ms);
+  }
+  throw TavrenTimeout();
+}
+
+/*
+ * On Linux TIOCOUTQ answers 0 for the master whatever the child has left unread, so the slave side is asked too. A
+ * reader may have emptied the line discipline while more bytes wait to be moved into it, so one look is not enough:
+ * the terminal must stay empty through several, further and further apart.
+ */
+bool TavrenProcess::input_is_consumed() const {
+  int queued = 0;
+  const int ecode = ioctl(master_fd, TIOCOUTQ, &queued);
+  TAVREN_ASSERT("TavrenProcess", ecode == 0);
+  if (queued != 0) return false;
+  for (const int pause_ms : {1, 2, 4, 8, 0}) {
+    if (unread_input(master_fd) != 0) return false;
+    if (pause_ms != 0) wait_unless_cancelled(pause_ms);
+  }
+  return true;
+}
+
+/* In canonical mode the terminal turns the end-of-file character into an end of file for the child's next read. */
+void TavrenProcess::type_end_of_file(int timeout) {
+  termios settings{};
+  if (tcgetattr(master_fd, &settings) == -1) tavren_throw_syscall_error("tcgetattr(master_fd)", -1);
+  settings.c_lflag |= ICANON;
+  if (tcsetattr(master_fd, TCSANOW, &settings) == -1) tavren_throw_syscall_error("tcsetattr(master_fd)", -1);
+  send_bytes(&end_of_file_character, 1, timeout);
+}
+
+int TavrenProcess::send_signal(int signal_number) {
+  /* kill(-1, ...) would signal every process of the machine. */
+  const pid_t pid = child_pid;
+  if (pid != -1) return kill(pid, signal_number);
+  errno = ESRCH;
+  return -1;
+}
+
+void TavrenProcess::stop(int grace_time) {
+  if (child_pid == -1) return;
+  kill(child_pid, SIGTERM);
+  for (int64_t checks = static_cast<int64_t>(grace_time) * checks_per_second; checks > 0; --checks) {
+    if (reap_child(WNOHANG)) return;
+    nap(check_interval_ms);
+  }
+  kill(child_pid, SIGKILL);
+  reap_child(0);
+  child_pid = -1;
+}
+
+void TavrenProcess::disable() {
+  const ssize_t rc = write(cancel_pipe[1], "\n", 1);
+  TAVREN_ASSERT("TavrenProcess", rc == 1);
+}
+
+/*
+ * Returns whether the child has ended, without reaping it. A child that has exited but is not reaped still answers
+ * signal 0, so waitid is asked as well; a host program that reaps all children leaves nothing for either.
+ */
+bool TavrenProcess::child_has_ended() const {
+  const pid_t pid = child_pid;
+  if (pid == -1 || kill(pid, 0) == -1) return true;
+  siginfo_t info{};
+  return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid;
+}
+
+/*
+ * Reaps the child and forgets it. Returns whether it is gone, which it also is when somebody else has reaped it: a
+ * host program that ignores SIGCHLD or waits for all children.
+ */
+bool TavrenProcess::reap_child(int options) {
+  pid_t reaped = 0;
+  do {
+    reaped = waitpid(child_pid, nullptr, options);
+  } while (reaped == -1 && errno == EINTR);
+  if (reaped == 0) return false;
+  child_pid = -1;
+  return true;
+}

@@ -1,0 +1,62 @@
+#include <fcntl.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "TavrenError.h"
+#include "TavrenProcess.h"
+#include "TavrenTunables.h"
+#include "process/descriptors.h"
+#include "tavren_assert.h"
+#include "tavren_basic.h"
+
+/*
+ * The child-output log: one file for all children of the process, and the one before it. Not locked: children of
+ * different threads may take turns in it, chunk by chunk.
+ */
+namespace {
+
+int log_fd = -1;
+int64_t log_bytes_written = 0;
+
+const std::string& log_path() {
+  /* Never destroyed: a child may still be heard while the process runs its exit handlers. */
+  static const std::string& path =
+      *new std::string(std::string(tavren_get_tmp_root()) + "/tavren_child_output." + tavren_get_program_name());
+  return path;
+}
+
+/* Opens a new file, the old one kept under its other name. log_fd stays -1 when that fails. */
+void open_log() {
+  const std::string& path = log_path();
+  if (access(path.c_str(), F_OK) == 0) rename(path.c_str(), (path + ".0").c_str());
+  log_fd = keep_off_standard_streams(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  log_bytes_written = 0;
+}
+
+}  // namespace
+
+void TavrenProcess::log_child_output(const char* text, size_t length) {
+  const int limit = TavrenTunables::instance().get_subprocess_log_size();
+  if (limit == 0) return;
+
+  const auto size = static_cast<int64_t>(length);
+  if (log_fd != -1 && log_bytes_written + size > limit) close_descriptor(log_fd);
+  if (log_fd == -1) open_log();
+  if (log_fd == -1 || write(log_fd, text, length) != static_cast<ssize_t>(length)) {
+    tavren_throw_syscall_error("write(log_child_output)", -1);
+  }
+  log_bytes_written += size;
+}
+
+void TavrenProcess::log_child_output(const std::string& text) { log_child_output(text.data(), text.size()); }
+
+/* Announces a child in the log: a rule, and the command line on one line. */
+void TavrenProcess::log_start(const std::string& path, const std::list<std::string>& arguments) {
+  log_child_output("\n" + std::string(77, '-') + "\n");
+  log_child_output("STARTING CHILD: " + path);
+  for (const std::string& argument : arguments) log_child_output(" " + argument);
+  log_child_output("\n");
+}
