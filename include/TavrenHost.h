@@ -1,0 +1,230 @@
+/*
+ * One session with one archive host.
+ */
+#ifndef TAVREN_HOST_H
+#define TAVREN_HOST_H
+
+#include <stdint.h>
+
+#include <atomic>
+#include <list>
+#include <map>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "TavrenError.h"
+#include "TavrenMutex.h"
+#include "TavrenProcess.h"
+#include "tavren_api.h"
+#include "tavren_constants.h"
+
+/*
+ * Logs in to the archive host with the secure shell client, keeps one remote shell open, runs commands in it and
+ * sends files and streams through it.
+ *
+ * Set the settings, enable, open the connection, work, close the connection. The object owns its copy of the settings
+ * and its child process, but destroying it deliberately neither stops nor releases a child that still runs: call
+ * close_connection first. It does not reconnect, and after a failure it keeps the child until close_connection.
+ * open_connection with a host key needs the program's private temporary directory (tavren_setup_tmp_dir).
+ *
+ * One thread drives a session. Others may call disable, kill_ssh, get_connection_status and clear_connection_status.
+ *
+ * Failures are TavrenError. TavrenOperationCancelled means that the session was disabled. Sizes are bytes; each step
+ * of a command or transfer may take ssh_command_timeout seconds (a tunable) and fails with TAVREN_E_COMMAND_TIMEOUT.
+ */
+class TAVREN_EXPORT TavrenHost {
+ public:
+  /*
+   * Makes a disabled session without settings. configure_shell sends "umask 022; set +f" to the shell after login;
+   * log_outcomes reports connection outcomes to the system log.
+   */
+  TavrenHost(bool configure_shell, bool log_outcomes);
+
+  /* Frees the settings. Neither stops nor deletes the child process. */
+  ~TavrenHost();
+
+  TavrenHost(const TavrenHost&) = delete;
+  TavrenHost& operator=(const TavrenHost&) = delete;
+
+  /* Settings, life and status */
+
+  /* Stores a deep copy of a complete record (a NULL string is a failed assertion) in the old one's place. */
+  void set_settings(const tavren_settings_t& new_settings);
+
+  /* Copies the settings into out, whose old strings are not freed; tavren_settings_free_contents releases them. */
+  void get_settings(tavren_settings_t& out) const;
+
+  /* Allows connections. Settings must be set and the session disabled (failed assertions otherwise). */
+  void enable();
+
+  /*
+   * Forbids connections and cancels the waits of an open one; waits for an open_connection in progress. The session
+   * must be enabled (a failed assertion otherwise). Any thread may call it.
+   */
+  void disable();
+
+  /*
+   * Logs in and changes to the archive directory; does nothing when connected. Throws TavrenError, its first line
+   * TAVREN_E_SSH_START when the login failed, and TavrenOperationCancelled when the session is disabled.
+   */
+  void open_connection();
+
+  /* Stops the child, within about two seconds, and forgets any transfer. Does nothing when not connected. */
+  void close_connection();
+
+  /* Sets the connection status and stamps it with the current time. */
+  void set_connection_status(tavren_connection_status_t status);
+
+  /* Sets the connection status and its time to 0. Any thread may call it. */
+  void clear_connection_status();
+
+  /* Reads the connection status and its time, in seconds since the epoch. Any thread may call it. */
+  void get_connection_status(tavren_connection_status_t& status, long& when);
+
+  /* Reports an outcome (NULL: success) to the system log, if so constructed; after five failures it keeps silent. */
+  void log_connection_outcome(TavrenError* error);
+
+  /* Warns on the system console, at most once in 900 seconds. host may be NULL. Failures are ignored. */
+  void console_error_connection(const char* host);
+
+  /* Sends SIGTERM to the child, which must exist. Takes no lock; any thread may call it. */
+  void kill_ssh();
+
+  /* Remote commands. No transfer may be in progress and the connection must be open (failed assertions otherwise). */
+
+  /* Sends a line to the shell and, if output is not NULL, reads one line of output. */
+  void run_line(const std::string& command, std::string* output);
+
+  /*
+   * Runs command within timeout seconds; status receives its exit status, and its output is appended to lines. Throws
+   * TAVREN_E_SHELL_STATUS, TAVREN_E_COMMAND_TIMEOUT, TAVREN_E_COMMAND_EXCESSIVE_OUTPUT.
+   */
+  void run_command(const std::string& command, int& status, std::list<std::string>& lines, int timeout);
+
+  /*
+   * Runs command and throws TAVREN_E_COMMAND_FAILED with up to five lines of its output, which it takes off lines,
+   * unless its exit status is 0.
+   */
+  void run_and_check_ecode(const std::string& command, std::list<std::string>& lines);
+
+  /* The same with the output dropped. */
+  void run_and_check_ecode(const std::string& command);
+
+  /* Runs and checks command, and throws TAVREN_E_INCORRECT_OUTPUT unless its output is the one line expected. */
+  void run_and_expect_line(const std::string& command, const std::string& expected);
+
+  /* Returns text quoted for the remote shell. */
+  static std::string quote_for_shell(const std::string& text);
+
+  /* Files and streams. Continuing or ending without a start is a failed assertion. */
+
+  /* Starts sending a file of size bytes to path with the permission bits mode. */
+  void start_send_file(const std::string& path, uint32_t size, unsigned int mode);
+
+  /* Sends the next length bytes. Throws TAVREN_E_INCORRECT_OUTPUT when the far side complains. */
+  void continue_send_file(const char* data, unsigned int length);
+
+  /* Ends the file and waits for the far side's word that it arrived. */
+  void end_send_file();
+
+  /*
+   * Sends size bytes of the file open at fd, -1 for all of it (2^32-1 bytes at the most), to path with the permission
+   * bits mode. name stands for the file in errors. Throws TAVREN_E_SYSCALL when it cannot be read or is shorter.
+   */
+  void send_file(int fd, const std::string& name, const std::string& path, int size, unsigned int mode);
+
+  /* Sends size bytes (not negative, a failed assertion otherwise) of memory to path with the permission bits mode. */
+  void send_data(const char* data, int size, const std::string& path, unsigned int mode);
+
+  /* Starts sending data of unknown length to path. */
+  void start_send_stream(const std::string& path);
+
+  /* Sends the next length bytes. Throws TAVREN_E_INCORRECT_OUTPUT when the far side complains. */
+  void continue_send_stream(const char* data, unsigned int length);
+
+  /* Ends the stream and with it the child: close the connection afterwards. */
+  void end_send_stream();
+
+  /* Removes a remote file; one that is not there is no failure. */
+  void remove_file(const std::string& path);
+
+  /* Removes the first file listed in dir, which may hold shell patterns. Returns whether there was one. */
+  bool remove_first_file(const std::string& dir);
+
+  /* Makes a remote directory and its parents. */
+  void make_directory(const std::string& path);
+
+  /* Proves that path can be created, written and read, and removes it. */
+  void try_to_create_file(const std::string& path);
+
+  /* The remote command table: one for the process, from a short name to the command that is run for it. */
+
+  /* Restores the ten defaults, under the lock that the caller holds; other names stay. */
+  static void initialize_cmd_map();
+
+  /* Restores the ten defaults; other names stay. */
+  static void reset_cmd_map();
+
+  /* Returns the command text of name, which must be in the table (a failed assertion otherwise). */
+  static std::string get_cmd(const std::string& name);
+
+  /*
+   * Sets the command text of name, one blank added; "all" with "default" restores the defaults. message receives the
+   * reason when the name is unknown and is otherwise left alone.
+   */
+  static void set_cmd(const std::string& name, const std::string& text, std::string& message);
+
+  /* Loads lines of the form name=text, each ended by a newline, as they stand; a line without "=" ends the work. */
+  static void set_cmds(const std::string& text);
+
+  /* Writes the table in the form that set_cmds reads, names ascending. */
+  static void print_cmds(std::ostream& out);
+
+  /* Writes the table for people. */
+  static void print_cmd_table(std::ostream& out);
+
+ private:
+  void open_ssh_connection();
+  void open_sh_connection();
+  void start_ssh_and_login();
+  void run_ssh_with_key(const std::string& target, long deadline);
+  void run_ssh_without_key(const std::string& target, long deadline);
+  void update_hosts_file();
+  void start_ssh_process(const std::string& target, const std::string& known_hosts_file);
+  void wait_for_password_prompt(long deadline);
+  bool read_line_or_prompt(std::string& line, long deadline, const std::vector<std::string>& prompts);
+  void send_password(int timeout);
+  void check_login_result();
+
+  TavrenProcess& child() const;
+  void read_line_until_deadline(std::string& line, long deadline);
+  void wait_for_line(const std::string& expected, long deadline);
+
+  void start_transfer(const std::string& what_follows);
+  void get_scp_response();
+  void dismiss_sink(long deadline);
+  bool child_says_nothing_more(std::string& line, long deadline);
+  [[noreturn]] void throw_transfer_timeout(const char* step) const;
+  [[noreturn]] void throw_unexpected_line(const std::string& line) const;
+
+  static std::map<std::string, std::string> cmd_map;
+  static TavrenMutex cmd_map_mutex;
+
+  bool configure_shell;
+  bool log_outcomes;
+  bool enabled;
+  std::atomic<TavrenProcess*> process; /* owned; NULL: not connected. Read by any thread in kill_ssh */
+  tavren_settings_t settings;
+  std::string hosts_file;      /* path of the private known-hosts file; empty: none */
+  bool hosts_file_current;     /* it was written for the present settings */
+  std::string running_command; /* of the transfer in progress; empty: none */
+  int32_t failure_count;       /* consecutive connection failures */
+  tavren_connection_status_t connection_status;
+  long connection_status_time;  /* seconds since the epoch, 0: cleared */
+  long last_console_warning;    /* seconds since the epoch */
+  TavrenMutex status_mutex;     /* guards connection_status and connection_status_time */
+  TavrenMutex connection_mutex; /* held by disable, open_connection and close_connection */
+};
+
+#endif

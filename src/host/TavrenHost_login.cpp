@@ -1,0 +1,213 @@
+#include <arpa/inet.h>
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "TavrenExceptions.h"
+#include "TavrenHost.h"
+#include "TavrenTunables.h"
+#include "core/assertion.h"
+#include "process/deadline.h"
+#include "tavren_share.h"
+
+/*
+ * The login dialogue with the secure shell client. Its texts are matched as they have stood from 7.2 to 10.5.
+ */
+namespace {
+
+constexpr char no_file[] = "/dev/null";
+constexpr int yes_send_timeout = 5; /* seconds */
+
+bool contains(const std::string& line, const char* text) { return line.find(text) != std::string::npos; }
+
+/* Since 8.0 the client writes a carriage return before its questions; it does not count. */
+bool starts_with(const std::string& line, const char* text) {
+  const size_t start = line.find_first_not_of('\r');
+  return start != std::string::npos && line.compare(start, strlen(text), text) == 0;
+}
+
+bool says_host_key_is_wrong(const std::string& line) {
+  return contains(line, "REMOTE HOST IDENTIFICATION HAS CHANGED") || contains(line, "Host key verification failed.") ||
+         starts_with(line, "The authenticity of ") || starts_with(line, "Add correct host key in ");
+}
+
+/*
+ * Returns how the client may write target in its password prompt. It prints the host in lower case, and an address
+ * in its canonical form, whatever was asked for; older ones print it as given.
+ */
+std::vector<std::string> prompt_spellings(const tavren_settings_t& settings) {
+  const std::string user = std::string(settings.user) + "@";
+  std::string lower_case = settings.host;
+  std::transform(lower_case.begin(), lower_case.end(), lower_case.begin(),
+                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  std::vector<std::string> spellings = {user + settings.host, user + lower_case};
+
+  in_addr address{};
+  char canonical[INET_ADDRSTRLEN];
+  if (inet_aton(settings.host, &address) != 0 && inet_ntop(AF_INET, &address, canonical, sizeof canonical) != nullptr) {
+    spellings.push_back(user + canonical);
+  }
+  return spellings;
+}
+
+/* Returns the blank-separated words of a command text. */
+std::list<std::string> words_of(const std::string& text) {
+  std::list<std::string> words;
+  for (size_t start = 0; (start = text.find_first_not_of(' ', start)) != std::string::npos;) {
+    const size_t end = std::min(text.find(' ', start), text.size());
+    words.push_back(text.substr(start, end - start));
+    start = end;
+  }
+  return words;
+}
+
+/* Throws the system-call error for call on path; a half-written file is taken away first. */
+[[noreturn]] void throw_file_error(const char* call, const std::string& path, bool remove) {
+  const int error = errno;
+  if (remove) unlink(path.c_str());
+  tavren_throw_syscall_error(call + ("(" + path + ")"), error);
+}
+
+}  // namespace
+
+void TavrenHost::open_ssh_connection() {
+  start_ssh_and_login();
+  check_login_result();
+}
+
+void TavrenHost::open_sh_connection() {
+  /* A host that cannot be reached can so be tried without a network. */
+  const bool unreachable = strcmp(settings.host, "badhost") == 0;
+  process = new TavrenProcess(unreachable ? "/no-such-command" : get_cmd("sh"), {}, true);
+}
+
+void TavrenHost::start_ssh_and_login() {
+  const std::string target = std::string(settings.user) + "@" + settings.host;
+  const int timeout = TavrenTunables::instance().get_ssh_connect_timeout();
+  const long deadline = deadline_after(timeout);
+  try {
+    if (settings.host_key[0] != '\0') {
+      run_ssh_with_key(target, deadline);
+    } else {
+      run_ssh_without_key(target, deadline);
+    }
+    wait_for_password_prompt(deadline);
+    send_password(timeout);
+  } catch (const TavrenTimeout&) {
+    throw TavrenError(TAVREN_E_CONNECT_TIMEOUT, settings.host, "");
+  }
+}
+
+void TavrenHost::run_ssh_with_key(const std::string& target, long deadline) {
+  if (!hosts_file_current) {
+    update_hosts_file();
+    hosts_file_current = true;
+  }
+  start_ssh_process(target, hosts_file);
+
+  const std::vector<std::string> prompts = prompt_spellings(settings);
+  std::string line;
+  while (!read_line_or_prompt(line, deadline, prompts)) {
+    if (says_host_key_is_wrong(line)) {
+      TavrenError error(TAVREN_E_HOST_AUTH, settings.host, "");
+      error.add_line(TAVREN_E_HOST_KEY_MISMATCH, "", "");
+      throw error;
+    }
+  }
+}
+
+void TavrenHost::run_ssh_without_key(const std::string& target, long deadline) {
+  /* No host is known there, so the client always asks. */
+  start_ssh_process(target, no_file);
+  std::string line;
+  while (!read_line_or_prompt(line, deadline, {"Are you sure you want to continue connecting"})) {
+  }
+  child().send("yes\n", yes_send_timeout);
+}
+
+void TavrenHost::wait_for_password_prompt(long deadline) {
+  const std::vector<std::string> prompts = prompt_spellings(settings);
+  std::string line;
+  while (!read_line_or_prompt(line, deadline, prompts)) {
+  }
+}
+
+/* Reads a line, and returns false, or finds one of prompts at the front of the unread output, and returns true. */
+bool TavrenHost::read_line_or_prompt(std::string& line, long deadline, const std::vector<std::string>& prompts) {
+  if (seconds_until(deadline) < 1) throw TavrenTimeout();
+  return child().read_line(line, deadline, TavrenProcess::Prefixes{prompts.data(), prompts.size()});
+}
+
+/* In two pieces, so that no copy of the password is made that would have to be wiped. */
+void TavrenHost::send_password(int timeout) {
+  child().send_bytes(settings.password, static_cast<unsigned int>(strlen(settings.password)), timeout);
+  child().send("\n", timeout);
+}
+
+void TavrenHost::update_hosts_file() {
+  if (!hosts_file.empty()) {
+    unlink(hosts_file.c_str());
+    hosts_file.clear();
+  }
+  TAVREN_ASSERT("TavrenHost", tavren_get_tmp_dir() != NULL);
+  const std::string path = std::string(tavren_get_tmp_dir()) + "/known_hosts";
+
+  const mode_t old_umask = umask(022);
+  FILE* file = fopen(path.c_str(), "we");
+  const int open_error = errno;
+  umask(old_umask);
+  errno = open_error;
+  if (file == nullptr) throw_file_error("fopen", path, false);
+
+  if (fprintf(file, "%s %s\n", settings.host, settings.host_key) < 0) {
+    const int error = errno;
+    fclose(file);
+    errno = error;
+    throw_file_error("fprintf", path, true);
+  }
+  if (fclose(file) != 0) throw_file_error("fclose", path, true);
+  hosts_file = path;
+}
+
+void TavrenHost::start_ssh_process(const std::string& target, const std::string& known_hosts_file) {
+  const std::string ssh = get_cmd("ssh");
+  std::list<std::string> words = words_of(ssh);
+  if (words.size() == 1) {
+    const std::string sh = get_cmd("sh");
+    /*
+     * Everything arrives on the error stream, so that it comes in order, and the marker tells that the password was
+     * accepted.
+     */
+    const std::string remote_command = sh + "-c 'echo SHELL STARTED. >&2; " + sh + ">&2'";
+    process = new TavrenProcess(
+        ssh,
+        {"-2", "-4", "-T", "-oPreferredAuthentications=password", "-oGlobalKnownHostsFile=" + known_hosts_file,
+         "-oUserKnownHostsFile=/dev/null", target, remote_command},
+        false);
+    return;
+  }
+  /* Words of its own replace the whole command line, deliberately: target and remote command included. */
+  const std::string executable = words.front();
+  words.pop_front();
+  process = new TavrenProcess(executable, words, false);
+}
+
+void TavrenHost::check_login_result() {
+  const long deadline = deadline_after(TavrenTunables::instance().get_ssh_shell_start_timeout());
+  try {
+    std::string line;
+    do {
+      read_line_until_deadline(line, deadline);
+      if (contains(line, "Permission denied, please try again")) throw TavrenError(TAVREN_E_LOGIN_DENIED, "", "");
+    } while (!contains(line, "SHELL STARTED."));
+  } catch (const TavrenTimeout&) {
+    TavrenError error(TAVREN_E_SHELL_START_TIMEOUT, settings.host, "");
+    for (const std::string& line : child().get_recent_lines()) error.add_line(TAVREN_E_OUTPUT, line, "");
+    throw error;
+  }
+}
