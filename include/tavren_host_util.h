@@ -1,0 +1,96 @@
+/*
+ * A session with the archive host, for C programs.
+ *
+ * A handle stands for one login: tavren_hp_create connects and changes to the archive directory, to which the file
+ * names below are relative; tavren_hp_destroy releases the handle. The secure shell child is deliberately not
+ * stopped then: it ends with the process, or with tavren_hp_kill_ssh before the destruction. The program's private
+ * temporary directory (tavren_setup_tmp_dir) must exist when a host key is configured.
+ *
+ * A transfer is one start, any number of continues and one end. After a failed one the session takes no further
+ * requests (a failed assertion), and after a stream its child is gone: destroy the handle and create another.
+ *
+ * Functions with a message pointer set it to a text that the caller owns and releases with free when they fail for a
+ * reason that has one. A TavrenTimeout or TavrenOperationCancelled is not converted: it passes to the caller as a C++
+ * exception, as anything else but the kinds named below does. A handle is used by one thread at a time, except that
+ * any thread may call tavren_hp_kill_ssh.
+ */
+#ifndef TAVREN_HOST_UTIL_H
+#define TAVREN_HOST_UTIL_H
+
+#include <stdint.h>
+
+#include "tavren_api.h"
+#include "tavren_constants.h"
+
+TAVREN_BEGIN_C
+
+typedef struct tavren_hp_t tavren_hp_t;
+
+/*
+ * Logs in with a complete settings record, which is copied (a NULL string in it is a failed assertion). Returns the
+ * handle with *message NULL; NULL with the reason in *message, or with *message NULL when memory ran out. A failed
+ * create deliberately keeps the memory and the child of the attempt.
+ */
+TAVREN_EXPORT tavren_hp_t* tavren_hp_create(const tavren_settings_t* settings, char** message);
+
+/* Releases the session's objects and the handle, which must not be NULL. Returns nothing. */
+TAVREN_EXPORT void tavren_hp_destroy(tavren_hp_t* handle);
+
+/*
+ * Starts sending a file of size bytes to file_name with the permission bits mode. Returns 0 with *message NULL, or -1
+ * with the reason in *message, NULL when memory ran out.
+ */
+TAVREN_EXPORT int tavren_hp_start_send_file(tavren_hp_t* handle, const char* file_name, uint32_t size, uint32_t mode,
+                                            char** message);
+
+/*
+ * Sends the next length bytes of the file. Returns 0 with *message NULL, or -1 with the reason in *message, NULL when
+ * memory ran out.
+ */
+TAVREN_EXPORT int tavren_hp_continue_send_file(tavren_hp_t* handle, const char* data, uint32_t length, char** message);
+
+/*
+ * Ends the file once all its bytes are sent and waits for the far side's word that it arrived. Returns 0 with
+ * *message NULL, or -1 with the reason in *message.
+ */
+TAVREN_EXPORT int tavren_hp_end_send_file(tavren_hp_t* handle, char** message);
+
+/*
+ * Starts sending data of unknown length to file_name. Returns 0 with *message NULL, or -1 with the reason in
+ * *message, NULL when memory ran out.
+ */
+TAVREN_EXPORT int tavren_hp_start_send_stream(tavren_hp_t* handle, const char* file_name, char** message);
+
+/*
+ * Sends the next length bytes of the stream. Returns 0 with *message NULL, or -1 with the reason in *message, NULL
+ * when memory ran out.
+ */
+TAVREN_EXPORT int tavren_hp_continue_send_stream(tavren_hp_t* handle, const char* data, uint32_t length,
+                                                 char** message);
+
+/*
+ * Ends the stream, and the session's child with it. Returns 0 with *message NULL, or -1 with the reason in *message.
+ */
+TAVREN_EXPORT int tavren_hp_end_send_stream(tavren_hp_t* handle, char** message);
+
+/*
+ * Proves that file_name can be created, written and read, and removes it. Returns 0 with *message NULL, or -1 with
+ * the reason in *message; any other exception than an archive host's failure leaves *message untouched.
+ */
+TAVREN_EXPORT int tavren_hp_try_to_create_file(tavren_hp_t* handle, const char* file_name, char** message);
+
+/*
+ * Removes file_name; a file that is not there is no failure. Returns 0 with *message NULL, or -1 with the reason in
+ * *message; any other exception than an archive host's failure leaves *message untouched.
+ */
+TAVREN_EXPORT int tavren_hp_remove_file(tavren_hp_t* handle, const char* file_name, char** message);
+
+/*
+ * Sends SIGTERM to the session's secure shell child, which must have been started; any thread may call it to break a
+ * request that another one waits in. Returns nothing; a child that is gone is no error.
+ */
+TAVREN_EXPORT void tavren_hp_kill_ssh(tavren_hp_t* handle);
+
+TAVREN_END_C
+
+#endif

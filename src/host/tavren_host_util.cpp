@@ -1,0 +1,100 @@
+#include "tavren_host_util.h"
+
+#include <memory>
+#include <new>
+#include <sstream>
+
+#include "TavrenError.h"
+#include "TavrenHost.h"
+#include "tavren_cmem.h"
+
+struct tavren_hp_t {
+  TavrenHost* host = nullptr;
+};
+
+namespace {
+
+void set_message(char** message, const TavrenError& error) {
+  std::ostringstream text;
+  error.print_body(text);
+  *message = tavren_strdup(text.str().c_str());
+}
+
+/* Runs step; an archive host's failure becomes -1 and a message, any other exception passes with *message as it was. */
+template <class Step>
+int report_host_failure(char** message, Step step) {
+  try {
+    step();
+    *message = nullptr;
+    return 0;
+  } catch (const TavrenError& error) {
+    set_message(message, error);
+    return -1;
+  }
+}
+
+/* Runs step; besides, exhausted memory becomes -1 without a message. */
+template <class Step>
+int report_failure(char** message, Step step) {
+  *message = nullptr;
+  try {
+    return report_host_failure(message, step);
+  } catch (const std::bad_alloc&) {
+    return -1;
+  }
+}
+
+}  // namespace
+
+tavren_hp_t* tavren_hp_create(const tavren_settings_t* settings, char** message) {
+  tavren_hp_t* handle = nullptr;
+  const int result = report_failure(message, [&] {
+    /* Deliberately not released when a later step fails: the child of the attempt lives on in the host object. */
+    handle = new tavren_hp_t;
+    handle->host = new TavrenHost(false, false);
+    handle->host->set_settings(*settings);
+    handle->host->enable();
+    handle->host->open_connection();
+  });
+  return result == 0 ? handle : nullptr;
+}
+
+void tavren_hp_destroy(tavren_hp_t* handle) {
+  delete handle->host;
+  delete handle;
+}
+
+int tavren_hp_start_send_file(tavren_hp_t* handle, const char* file_name, uint32_t size, uint32_t mode,
+                              char** message) {
+  return report_failure(message, [&] { handle->host->start_send_file(file_name, size, mode); });
+}
+
+int tavren_hp_continue_send_file(tavren_hp_t* handle, const char* data, uint32_t length, char** message) {
+  return report_failure(message, [&] { handle->host->continue_send_file(data, length); });
+}
+
+int tavren_hp_end_send_file(tavren_hp_t* handle, char** message) {
+  return report_host_failure(message, [&] { handle->host->end_send_file(); });
+}
+
+int tavren_hp_start_send_stream(tavren_hp_t* handle, const char* file_name, char** message) {
+  return report_failure(message, [&] { handle->host->start_send_stream(file_name); });
+}
+
+int tavren_hp_continue_send_stream(tavren_hp_t* handle, const char* data, uint32_t length, char** message) {
+  return report_failure(message, [&] { handle->host->continue_send_stream(data, length); });
+}
+
+int tavren_hp_end_send_stream(tavren_hp_t* handle, char** message) {
+  return report_host_failure(message, [&] { handle->host->end_send_stream(); });
+}
+
+int tavren_hp_try_to_create_file(tavren_hp_t* handle, const char* file_name, char** message) {
+  return report_host_failure(message, [&] { handle->host->try_to_create_file(file_name); });
+}
+
+int tavren_hp_remove_file(tavren_hp_t* handle, const char* file_name, char** message) {
+  return report_host_failure(message, [&] { handle->host->remove_file(file_name); });
+}
+
+void tavren_hp_kill_ssh(tavren_hp_t* handle) { handle->host->kill_ssh(); }
