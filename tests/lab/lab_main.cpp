@@ -1,0 +1,30 @@
+/*
+ * The main function of the tests that need an archive host: it runs the program again beside a private one.
+ */
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string_view>
+#include <vector>
+
+int main(int argc, char** argv) {
+  const bool lists_only =
+      std::any_of(argv, argv + argc, [](const char* a) { return std::string_view(a) == "--gtest_list_tests"; });
+  if (getenv("LAB") == nullptr && !lists_only) {
+    std::vector<char*> command = {const_cast<char*>(ARCHIVE_HOST), const_cast<char*>("/proc/self/exe")};
+    char self[4096];
+    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length == -1) return 1;
+    self[length] = '\0';
+    command[1] = self;
+    command.insert(command.end(), argv + 1, argv + argc + 1);
+    execv(ARCHIVE_HOST, command.data());
+    perror(ARCHIVE_HOST);
+    return 1;
+  }
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

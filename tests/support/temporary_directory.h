@@ -1,0 +1,32 @@
+#ifndef TESTS_SUPPORT_TEMPORARY_DIRECTORY_H
+#define TESTS_SUPPORT_TEMPORARY_DIRECTORY_H
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+/* A directory of the test's own, removed with everything in it, also after a failure. */
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory() {
+    char name[] = "/tmp/tavren-test.XXXXXX";
+    if (mkdtemp(name) == nullptr) throw std::runtime_error("mkdtemp failed");
+    directory = name;
+  }
+  ~TemporaryDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(directory, ignored);
+  }
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+  const std::string& path() const { return directory; }
+  std::string path(const std::string& name) const { return directory + "/" + name; }
+
+ private:
+  std::string directory;
+};
+
+#endif
