@@ -73,8 +73,8 @@ void set_arguments(TavrenError::error_line_t& line, std::vector<std::string> arg
 }
 
 void append(std::list<TavrenError::error_line_t*>& lines, ErrorLine line) {
-  lines.push_back(line.get());
-  line.release();
+  lines.push_back(nullptr);
+  lines.back() = line.release();
 }
 
 /* Every item of the serialised form ends with one NUL byte. */
@@ -118,8 +118,8 @@ void TavrenError::add_line(tavren_error_code_t code, const std::string& arg1, co
 
 void TavrenError::add_first_line(tavren_error_code_t code, const std::string& arg1, const std::string& arg2) {
   ErrorLine line(new_error_line(code, arg1, arg2));
-  lines.push_front(line.get());
-  line.release();
+  lines.push_front(nullptr);
+  lines.front() = line.release();
 }
 
 tavren_error_code_t TavrenError::get_ecode() const { return lines.empty() ? TAVREN_E_NONE : lines.front()->code; }
@@ -234,14 +234,15 @@ void TavrenError::tavren_bytes_to_errors(tavren_bytes_t& bytes, std::list<Tavren
   TAVREN_ASSERT("TavrenError", c == '\0');
   for (int32_t i = 0; i < count; ++i) {
     auto error = std::make_unique<TavrenError>(in);
-    out.push_back(error.get());
-    error.release();
+    out.push_back(nullptr);
+    out.back() = error.release();
   }
   in.exceptions(std::ios_base::badbit);
   in >> c;
   TAVREN_ASSERT("TavrenError", in.eof());
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): part of the interface as it has always been
 void tavren_throw_syscall_error(std::string call, int error) {
   if (error == -1) error = errno;
   throw TavrenError(TAVREN_E_SYSCALL, call, tavren_int_to_string(error));

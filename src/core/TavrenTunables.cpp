@@ -26,7 +26,7 @@ TavrenTunables::IntTunable::IntTunable(const char* tunable_name, int32_t initial
 }
 
 std::string TavrenTunables::IntTunable::get_value(bool mention_default) const {
-  const std::string text = tavren_int_to_string(get());
+  std::string text = tavren_int_to_string(get());
   if (!mention_default || value_is_default()) return text;
   return with_default(text, tavren_int_to_string(default_value));
 }
