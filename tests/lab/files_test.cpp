@@ -1,0 +1,125 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <random>
+
+#include "lab/lab.h"
+#include "support/files.h"
+
+namespace {
+
+std::string random_bytes(size_t size) {
+  std::mt19937_64 generator(size);
+  std::string bytes(size + sizeof(uint64_t), '\0');
+  for (size_t i = 0; i < size; i += sizeof(uint64_t)) {
+    const uint64_t word = generator();
+    memcpy(&bytes[i], &word, sizeof word);
+  }
+  bytes.resize(size);
+  return bytes;
+}
+
+/* The sizes around the pieces that a file is sent in, and a large one. */
+class FileSize : public LabTest, public testing::WithParamInterface<size_t> {};
+
+TEST_P(FileSize, ArrivesWholeFromADescriptorAndFromMemory) {
+  const std::string content = random_bytes(GetParam());
+  const std::string local = lab::value("LAB") + "/local";
+  write_file(local, content);
+  TavrenHost& host = connected_session();
+
+  const int fd = open(local.c_str(), O_RDONLY | O_CLOEXEC);
+  host.send_file(fd, local, "from-descriptor", -1, 0644);
+  close(fd);
+  host.send_data(content.data(), static_cast<int>(content.size()), "from-memory", 0644);
+
+  lab::run("cmp $LAB/local $LAB_ARCHIVE/from-descriptor && cmp $LAB/local $LAB_ARCHIVE/from-memory");
+}
+
+INSTANTIATE_TEST_SUITE_P(Bytes, FileSize, testing::Values(0, 1, 2047, 2048, 2049, 5000, 64 << 20),
+                         testing::PrintToStringParamName());
+
+class FileName : public LabTest, public testing::WithParamInterface<std::string> {};
+
+TEST_P(FileName, ReachesTheArchiveByteForByte) {
+  const std::string content = "content of " + GetParam();
+  connected_session().send_data(content.data(), static_cast<int>(content.size()), GetParam(), 0644);
+  EXPECT_EQ(read_file(lab::archived(GetParam())), content);
+}
+
+TEST_P(FileName, CanBeProbedStreamedToAndRemoved) {
+  TavrenHost& host = connected_session();
+  host.try_to_create_file(GetParam());
+  host.run_and_check_ecode("true"); /* the removal is not waited for, but it comes before the next command */
+  EXPECT_NE(access(lab::archived(GetParam()).c_str(), F_OK), 0);
+  host.send_data("x", 1, GetParam(), 0644);
+  host.remove_file(GetParam());
+  EXPECT_NE(access(lab::archived(GetParam()).c_str(), F_OK), 0);
+  host.start_send_stream(GetParam());
+  host.continue_send_stream("stream\n", 7);
+  host.end_send_stream();
+  EXPECT_EQ(read_file(lab::archived(GetParam())), "stream\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(Bytes, FileName,
+                         testing::Values("two words", " blanks around ", "it's", "a \"b\" 'c'", "$(x) `y` $HOME", "-rf",
+                                         "--help", "\xc3\xa4\xe2\x82\xac.log", "\xe4.log", "back\\slash\\n",
+                                         "#;&|<>*?"));
+
+class FileMode : public LabTest, public testing::WithParamInterface<unsigned int> {};
+
+TEST_P(FileMode, IsTheModeInTheArchive) {
+  connected_session().send_data("x", 1, "file", GetParam());
+  struct stat status {};
+  ASSERT_EQ(stat(lab::archived("file").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(Permissions, FileMode, testing::Values(0600, 0644, 0755));
+
+class Files : public LabTest {};
+
+TEST_F(Files, ManyGoThroughOneSession) {
+  TavrenHost& host = connected_session();
+  for (int i = 0; i < 50; ++i) {
+    const std::string content = random_bytes(static_cast<size_t>(i) * 997);
+    const std::string name = "file " + std::to_string(i);
+    host.send_data(content.data(), static_cast<int>(content.size()), name, 0644);
+    ASSERT_EQ(read_file(lab::archived(name)), content) << name;
+  }
+}
+
+TEST_F(Files, AndCommandsTakeTurnsInOneSession) {
+  TavrenHost& host = connected_session();
+  host.make_directory("a/b");
+  host.send_data("one\n", 4, "a/b/2000-01-01", 0644);
+  host.send_data("two\n", 4, "a/b/2000-01-02", 0644);
+  host.run_and_expect_line("/bin/cat a/b/2000-01-01", "one");
+  EXPECT_TRUE(host.remove_first_file("a/b"));
+  std::list<std::string> lines;
+  host.run_and_check_ecode("/bin/ls a/b", lines);
+  EXPECT_EQ(lines, std::list<std::string>{"2000-01-02"});
+}
+
+/* Logs grow while they are sent: what was announced is what goes. */
+TEST_F(Files, AGrowingFileIsSentAsFarAsItWasAnnounced) {
+  const std::string local = lab::value("LAB") + "/growing";
+  write_file(local, std::string(3000, 'a'));
+  const int fd = open(local.c_str(), O_RDONLY | O_CLOEXEC);
+  write_file(local, std::string(9000, 'a'));
+  connected_session().send_file(fd, local, "grown", 3000, 0644);
+  close(fd);
+  EXPECT_EQ(read_file(lab::archived("grown")), std::string(3000, 'a'));
+}
+
+TEST_F(Files, AFileInPlaceOfAnotherReplacesIt) {
+  TavrenHost& host = connected_session();
+  host.send_data("a long first text", 17, "file", 0644);
+  host.send_data("short", 5, "file", 0644);
+  EXPECT_EQ(read_file(lab::archived("file")), "short");
+}
+
+}  // namespace

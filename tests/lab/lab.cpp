@@ -1,0 +1,102 @@
+#include "lab/lab.h"
+
+#include <stdlib.h>
+
+#include <sstream>
+#include <stdexcept>
+
+#include "TavrenTunables.h"
+#include "support/files.h"
+#include "tavren_assert.h"
+#include "tavren_share.h"
+
+tavren_settings_t Settings::record() {
+  return {host.data(), dir.data(), user.data(), password.data(), host_key.data(), fingerprint.data()};
+}
+
+namespace lab {
+
+std::string value(const char* name) {
+  const char* text = getenv(name);
+  if (text == nullptr) throw std::runtime_error(std::string(name) + " is not set: not in the lab");
+  return text;
+}
+
+Settings settings() {
+  return {value("LAB_HOST"), value("LAB_ARCHIVE"), value("LAB_USER"), value("LAB_PASSWORD"), "", ""};
+}
+
+void run(const std::string& command) {
+  if (system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
+}
+
+void set_password(const std::string& password) {
+  FILE* program = popen(value("LAB_SET_PASSWORD").c_str(), "w");
+  if (program == nullptr || fputs(password.c_str(), program) == EOF || pclose(program) != 0) {
+    throw std::runtime_error("cannot set the password");
+  }
+}
+
+void configure_sshd(const std::string& lines) {
+  const std::string config = value("LAB_SSHD_CONFIG");
+  write_file(config, lines + "\n" + read_file(config));
+  run("\"$LAB_RESTART_SSHD\"");
+}
+
+void stop_sshd() { run("kill $(cat $LAB/sshd.pid); while [ -e $LAB/sshd.pid ]; do sleep 0.01; done"); }
+
+void kill_sshd_and_sessions() { run("pkill -KILL sshd"); }
+
+std::string console() { return read_file(value("LAB_CONSOLE")); }
+
+std::string archived(const std::string& name) { return value("LAB_ARCHIVE") + "/" + name; }
+
+}  // namespace lab
+
+ScopedTunable::ScopedTunable(const std::string& tunable, int value) : name(tunable) {
+  std::string error;
+  TavrenTunables::instance().set_tunable(name, std::to_string(value), error);
+  if (!error.empty()) throw std::runtime_error(error);
+}
+
+ScopedTunable::~ScopedTunable() {
+  std::string ignored;
+  TavrenTunables::instance().set_tunable(name, "default", ignored);
+}
+
+std::string error_of(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const TavrenError& error) {
+    std::ostringstream text;
+    text << error.get_ecode() << "\n";
+    error.print_body(text);
+    return text.str();
+  }
+  return "no TavrenError was thrown";
+}
+
+LabTest::LabTest() {
+  setenv("TAVREN_HOME", lab::value("LAB").c_str(), 1);
+  tavren_set_program_name("lab");
+  char message[TAVREN_MESSAGE_SIZE];
+  if (tavren_setup_tmp_dir("lab", message) != 0) throw std::runtime_error(message);
+}
+
+LabTest::~LabTest() {
+  for (const auto& host : sessions) host->close_connection();
+  tavren_cleanup_tmp_dir();
+}
+
+TavrenHost& LabTest::session(Settings settings) {
+  sessions.push_back(std::make_unique<TavrenHost>(false, false));
+  sessions.back()->set_settings(settings.record());
+  sessions.back()->enable();
+  return *sessions.back();
+}
+
+TavrenHost& LabTest::connected_session() {
+  TavrenHost& host = session(lab::settings());
+  host.open_connection();
+  return host;
+}

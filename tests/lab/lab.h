@@ -1,0 +1,89 @@
+#ifndef TESTS_LAB_LAB_H
+#define TESTS_LAB_LAB_H
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <list>
+#include <memory>
+#include <string>
+
+#include "TavrenError.h"
+#include "TavrenHost.h"
+#include "tavren_api.h"
+
+/* A settings record whose strings are std::strings. */
+struct Settings {
+  std::string host, dir, user, password, host_key, fingerprint;
+
+  /* The record's pointers lead into this object. */
+  tavren_settings_t record();
+};
+
+/* What the archive host around this process is and what can be done to it. */
+namespace lab {
+
+/* Returns the value that archive-host put into the environment under name. */
+std::string value(const char* name);
+
+/* Returns settings that log in, without a host key. */
+Settings settings();
+
+/* Runs a shell command as root of the archive host; a failing one is a failure of the test. */
+void run(const std::string& command);
+
+/* Gives the account another password. */
+void set_password(const std::string& password);
+
+/* Puts lines in front of sshd's configuration, where they win, and restarts it. */
+void configure_sshd(const std::string& lines);
+
+/* Stops sshd; the sessions that it has started go on. */
+void stop_sshd();
+
+/* Kills sshd with all its sessions. */
+void kill_sshd_and_sessions();
+
+/* Returns what the system console has shown. */
+std::string console();
+
+/* Returns the path of name in the archive directory, as root of the archive host sees it. */
+std::string archived(const std::string& name);
+
+}  // namespace lab
+
+/* A tunable's value for the length of a scope. */
+class ScopedTunable {
+ public:
+  ScopedTunable(const std::string& name, int value);
+  ~ScopedTunable();
+  ScopedTunable(const ScopedTunable&) = delete;
+  ScopedTunable& operator=(const ScopedTunable&) = delete;
+
+ private:
+  std::string name;
+};
+
+/* Runs action, which must throw a TavrenError, and returns its body text with the code of its first line before it. */
+std::string error_of(const std::function<void()>& action);
+
+/*
+ * A test with the program's private directory and sessions that are closed at the end. What it does to the archive host
+ * stays done, so each test has one of its own: CTest runs each as a program of its own.
+ */
+class LabTest : public testing::Test {
+ protected:
+  LabTest();
+  ~LabTest() override;
+
+  /* Returns a session that is enabled with settings but not connected. */
+  TavrenHost& session(Settings settings);
+
+  /* Returns a connected session with lab::settings(). */
+  TavrenHost& connected_session();
+
+ private:
+  std::list<std::unique_ptr<TavrenHost>> sessions;
+};
+
+#endif

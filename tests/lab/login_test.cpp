@@ -1,0 +1,179 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "TavrenTunables.h"
+#include "lab/lab.h"
+#include "support/files.h"
+
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+constexpr char mismatch[] =
+    "  - Failed to authenticate the remote host (localhost)\n"
+    "  - The public host key setting does not match the remote host's private key\n";
+
+std::string working_directory(TavrenHost& host) {
+  std::list<std::string> lines;
+  host.run_and_check_ecode("pwd", lines);
+  return lines.empty() ? "" : lines.front();
+}
+
+class Login : public LabTest {
+ protected:
+  void expect_login(const Settings& settings) {
+    TavrenHost& host = session(settings);
+    EXPECT_EQ(error_of([&] { host.open_connection(); }), "no TavrenError was thrown");
+    EXPECT_EQ(working_directory(host), settings.dir);
+  }
+
+  Settings with_key(const std::string& key) {
+    Settings settings = lab::settings();
+    settings.host_key = key;
+    return settings;
+  }
+};
+
+TEST_F(Login, WithoutAKeyAcceptsAnyKey) { expect_login(lab::settings()); }
+
+TEST_F(Login, WithTheHostsKeySucceeds) { expect_login(with_key(lab::value("LAB_HOST_KEY"))); }
+
+TEST_F(Login, WithAKeyOfAnotherTypeThanTheServerPrefersSucceeds) {
+  expect_login(with_key(lab::value("LAB_HOST_KEY_RSA")));
+}
+
+TEST_F(Login, WithAnotherHostsKeyIsRefused) {
+  lab::run("ssh-keygen -q -t ed25519 -N '' -f $LAB/other_key");
+  const std::string pub = read_file(lab::value("LAB") + "/other_key.pub");
+  TavrenHost& host = session(with_key(pub.substr(0, pub.find(' ', pub.find(' ') + 1))));
+  EXPECT_THAT(error_of([&] { host.open_connection(); }), HasSubstr(mismatch));
+}
+
+TEST_F(Login, WithAKeyOfATypeThatTheServerDoesNotHaveIsRefused) {
+  lab::run("ssh-keygen -q -t ecdsa -N '' -f $LAB/other_key");
+  const std::string pub = read_file(lab::value("LAB") + "/other_key.pub");
+  TavrenHost& host = session(with_key(pub.substr(0, pub.find(' ', pub.find(' ') + 1))));
+  EXPECT_THAT(error_of([&] { host.open_connection(); }), HasSubstr(mismatch));
+}
+
+TEST_F(Login, OfAHostConfiguredInCapitalsSucceedsWithAndWithoutAKey) {
+  Settings settings = lab::settings();
+  settings.host = "LocalHost";
+  expect_login(settings);
+  settings.host_key = lab::value("LAB_HOST_KEY");
+  expect_login(settings);
+}
+
+TEST_F(Login, OfAHostGivenAsAnAddressInAnotherThanItsCanonicalFormSucceeds) {
+  Settings settings = lab::settings();
+  settings.host = "127.1";
+  expect_login(settings);
+}
+
+TEST_F(Login, ToAnUnknownHostShowsWhatTheClientSays) {
+  Settings settings = lab::settings();
+  settings.host = "no-such-host.invalid";
+  TavrenHost& host = session(settings);
+  const std::string error = error_of([&] { host.open_connection(); });
+  EXPECT_THAT(error, HasSubstr("4\n  - Failed to start secure shell session on no-such-host.invalid\n"
+                               "  - Program exited unexpectedly: /usr/bin/ssh\n"));
+  EXPECT_THAT(error, HasSubstr("Could not resolve hostname no-such-host.invalid"));
+}
+
+TEST_F(Login, ToARefusedPortShowsWhatTheClientSays) {
+  lab::stop_sshd();
+  TavrenHost& host = session(lab::settings());
+  EXPECT_THAT(error_of([&] { host.open_connection(); }), HasSubstr("Connection refused"));
+}
+
+TEST_F(Login, ToAServerThatTakesNoPasswordsIsNoSuccessAndShowsTheRefusal) {
+  lab::configure_sshd("PasswordAuthentication no");
+  TavrenHost& host = session(lab::settings());
+  const std::string error = error_of([&] { host.open_connection(); });
+  EXPECT_THAT(error, HasSubstr("Program exited unexpectedly"));
+  EXPECT_THAT(error, HasSubstr("archiver@localhost: Permission denied (publickey)."));
+}
+
+TEST_F(Login, OfAnAccountWithAnExpiredPasswordShowsWhatTheHostSays) {
+  lab::run("sed -i.new 's/:19000:/:0:/' $LAB/shadow.new; cat $LAB/shadow.new >$LAB/shadow");
+  TavrenHost& host = session(lab::settings());
+  EXPECT_THAT(error_of([&] { host.open_connection(); }), HasSubstr("Your password has expired"));
+}
+
+TEST_F(Login, SetsTheConnectionStatusAndItsTime) {
+  TavrenHost& host = connected_session();
+  tavren_connection_status_t status = TAVREN_CONNECTION_NONE;
+  long when = 0;
+  host.get_connection_status(status, when);
+  EXPECT_EQ(status, TAVREN_CONNECTION_OK);
+  EXPECT_GT(when, 0);
+}
+
+TEST_F(Login, ToAMissingDirectoryFailsWithTheShellsWordsAfterTheStatusIsConnected) {
+  Settings settings = lab::settings();
+  settings.dir = "/no/such/directory";
+  TavrenHost& host = session(settings);
+  const std::string error = error_of([&] { host.open_connection(); });
+  EXPECT_THAT(error, HasSubstr("14\n  - Remote command \"cd '/no/such/directory'\" failed with error code 2\n"));
+  EXPECT_THAT(error, HasSubstr("can't cd to /no/such/directory"));
+  tavren_connection_status_t status = TAVREN_CONNECTION_NONE;
+  long when = 0;
+  host.get_connection_status(status, when);
+  EXPECT_EQ(status, TAVREN_CONNECTION_OK);
+}
+
+TEST_F(Login, ToADirectoryWithABackslashQuotesAndDollarsInItsNameSucceeds) {
+  Settings settings = lab::settings();
+  settings.dir = R"(/home/archiver/a\b 'c' "$HOME" $(x) \n)";
+  lab::run(R"(mkdir '/home/archiver/a\b '\''c'\'' "$HOME" $(x) \n')");
+  expect_login(settings);
+}
+
+TEST_F(Login, FailureWarnsOnTheConsoleAndNamesTheHost) {
+  lab::stop_sshd();
+  TavrenHost& host = session(lab::settings());
+  error_of([&] { host.open_connection(); });
+  EXPECT_EQ(lab::console(), "\nWARNING: Log Archiving unable to communicate with archive host localhost\n");
+}
+
+TEST_F(Login, FailureOfALoggingSessionReachesTheSystemLog) {
+  lab::stop_sshd();
+  TavrenHost host(true, true);
+  Settings settings = lab::settings();
+  host.set_settings(settings.record());
+  host.enable();
+  error_of([&] { host.open_connection(); });
+  host.close_connection();
+  lab::run("for i in $(seq 500); do [ -s $LAB_SYSLOG ] && break; sleep 0.01; done");
+  EXPECT_THAT(read_file(lab::value("LAB_SYSLOG")), HasSubstr(": failed to connect to archive host"));
+}
+
+TEST_F(Login, WritesOnlyTheHostAndItsKeyIntoThePrivateKnownHostsFile) {
+  const std::string key = lab::value("LAB_HOST_KEY");
+  TavrenHost& host = session(with_key(key));
+  host.open_connection();
+  EXPECT_EQ(read_file(lab::value("TAVREN_HOME") + "/tavren_tmp/lab.libtavren/known_hosts"), "localhost " + key + "\n");
+}
+
+TEST_F(Login, LeavesTheUsersKnownHostsAlone) {
+  const bool existed = access("/root/.ssh/known_hosts", F_OK) == 0;
+  const std::string before = existed ? read_file("/root/.ssh/known_hosts") : "";
+  connected_session();
+  EXPECT_EQ(access("/root/.ssh/known_hosts", F_OK) == 0, existed);
+  EXPECT_EQ(existed ? read_file("/root/.ssh/known_hosts") : "", before);
+}
+
+TEST_F(Login, PassesExactlyTheEightArgumentsAndAnEmptyEnvironmentToTheClient) {
+  const std::string key = lab::value("LAB_HOST_KEY");
+  session(with_key(key)).open_connection();
+  lab::run("pid=$(pgrep -x ssh); tr '\\0' '|' </proc/$pid/cmdline >$LAB/cmdline; cat /proc/$pid/environ >$LAB/environ");
+  const std::string known_hosts = lab::value("TAVREN_HOME") + "/tavren_tmp/lab.libtavren/known_hosts";
+  EXPECT_EQ(read_file(lab::value("LAB") + "/cmdline"),
+            "/usr/bin/ssh|-2|-4|-T|-oPreferredAuthentications=password|-oGlobalKnownHostsFile=" + known_hosts +
+                "|-oUserKnownHostsFile=/dev/null|archiver@localhost|"
+                "/bin/sh -c 'echo SHELL STARTED. >&2; /bin/sh >&2'|");
+  EXPECT_EQ(read_file(lab::value("LAB") + "/environ"), "");
+}
+
+}  // namespace

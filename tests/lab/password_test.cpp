@@ -1,0 +1,60 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "lab/lab.h"
+#include "support/files.h"
+
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+class Password : public LabTest, public testing::WithParamInterface<std::string> {};
+
+TEST_P(Password, LogsInWhateverBytesItHolds) {
+  lab::set_password(GetParam());
+  Settings settings = lab::settings();
+  settings.password = GetParam();
+  TavrenHost& host = session(settings);
+  EXPECT_EQ(error_of([&] { host.open_connection(); }), "no TavrenError was thrown");
+}
+
+INSTANTIATE_TEST_SUITE_P(Bytes, Password,
+                         testing::Values("two words ", " 'single' \"double\"", "$HOME $(id) `id` $$", "back\\slash\\n",
+                                         "\xe4\xf6\xfc\xff", "\xc3\xa4\xe2\x82\xac", "x", std::string(200, 'p')));
+
+class WrongPassword : public LabTest {};
+
+TEST_F(WrongPassword, IsDeniedAtOnce) {
+  Settings settings = lab::settings();
+  settings.password = "not the password";
+  TavrenHost& host = session(settings);
+  EXPECT_EQ(error_of([&] { host.open_connection(); }),
+            "4\n  - Failed to start secure shell session on localhost\n"
+            "  - Secure shell login failed: permission denied\n");
+}
+
+TEST_F(WrongPassword, SetsTheConnectionStatusToFailed) {
+  Settings settings = lab::settings();
+  settings.password = "not the password";
+  TavrenHost& host = session(settings);
+  error_of([&] { host.open_connection(); });
+  tavren_connection_status_t status = TAVREN_CONNECTION_NONE;
+  long when = 0;
+  host.get_connection_status(status, when);
+  EXPECT_EQ(status, TAVREN_CONNECTION_FAILED);
+}
+
+TEST_F(WrongPassword, StandsInNoErrorAndNoLog) {
+  const ScopedTunable log("subprocess_log_size", 1000000);
+  Settings settings = lab::settings();
+  settings.password = "never-to-be-seen";
+  TavrenHost& host = session(settings);
+  EXPECT_THAT(error_of([&] { host.open_connection(); }), Not(HasSubstr("never-to-be-seen")));
+  const std::string child_log = read_file(lab::value("TAVREN_HOME") + "/tavren_tmp/tavren_child_output.lab");
+  EXPECT_THAT(child_log, HasSubstr("archiver@localhost's password: "));
+  EXPECT_THAT(child_log, Not(HasSubstr("never-to-be-seen")));
+  EXPECT_THAT(read_file(lab::value("LAB_SYSLOG")), Not(HasSubstr("never-to-be-seen")));
+}
+
+}  // namespace

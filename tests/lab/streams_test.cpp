@@ -1,0 +1,108 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <iostream>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "lab/lab.h"
+#include "support/files.h"
+
+namespace {
+
+/* Keeps every processor busy for the length of a scope. */
+class BusyProcessors {
+ public:
+  BusyProcessors() {
+    const unsigned int count = std::max(2u, std::thread::hardware_concurrency());
+    for (unsigned int i = 0; i < count; ++i) {
+      threads.emplace_back([this] {
+        while (!stop.load(std::memory_order_relaxed)) {
+        }
+      });
+    }
+  }
+  ~BusyProcessors() {
+    stop = true;
+    for (std::thread& thread : threads) thread.join();
+  }
+  BusyProcessors(const BusyProcessors&) = delete;
+  BusyProcessors& operator=(const BusyProcessors&) = delete;
+
+ private:
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> threads;
+};
+
+class Streams : public LabTest {
+ protected:
+  /* Sends content, in pieces of random sizes, as a stream of a session of its own. */
+  void send(const std::string& content, const std::string& name) {
+    TavrenHost& host = connected_session();
+    host.start_send_stream(name);
+    for (size_t sent = 0; sent < content.size();) {
+      const size_t piece = std::min(content.size() - sent, static_cast<size_t>(generator() % 60000 + 1));
+      host.continue_send_stream(content.data() + sent, static_cast<unsigned int>(piece));
+      sent += piece;
+    }
+    host.end_send_stream();
+    host.close_connection();
+  }
+
+  /* Sizes of every order of magnitude from 1 byte to 8 MiB. */
+  size_t random_size() {
+    const auto bits = static_cast<unsigned int>(generator() % 24);
+    return std::min<size_t>((size_t{1} << bits) + generator() % (size_t{1} << bits), 8 << 20);
+  }
+
+  std::string random_bytes(size_t size) {
+    std::string bytes(size, '\0');
+    std::generate(bytes.begin(), bytes.end(), [this] { return static_cast<char>(generator()); });
+    return bytes;
+  }
+
+  /* Sends count streams and returns how many arrived whole. */
+  int count_whole(int count) {
+    int whole = 0;
+    for (int i = 0; i < count; ++i) {
+      std::string content = random_bytes(random_size());
+      if (i % 2 == 0) content.back() = '\n';
+      send(content, "stream");
+      if (read_file(lab::archived("stream")) == content) ++whole;
+      unlink(lab::archived("stream").c_str());
+    }
+    return whole;
+  }
+
+  std::minstd_rand generator{4711};
+};
+
+TEST_F(Streams, OfEveryByteValueArriveWhole) {
+  std::string content;
+  for (int i = 0; i < 256 * 40; ++i) content += static_cast<char>(i);
+  send(content, "bytes");
+  EXPECT_EQ(read_file(lab::archived("bytes")), content);
+}
+
+TEST_F(Streams, OfNothingMakeAnEmptyFile) {
+  send("", "empty");
+  EXPECT_EQ(read_file(lab::archived("empty")), "");
+}
+
+TEST_F(Streams, OfRandomSizesAllArriveWhole) {
+  const int whole = count_whole(200);
+  std::cout << whole << " of 200 streams whole\n";
+  EXPECT_EQ(whole, 200);
+}
+
+TEST_F(Streams, OfRandomSizesAllArriveWholeWhileTheProcessorsAreBusy) {
+  const BusyProcessors busy;
+  const int whole = count_whole(100);
+  std::cout << whole << " of 100 streams whole\n";
+  EXPECT_EQ(whole, 100);
+}
+
+}  // namespace
