@@ -1,0 +1,116 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "lab/lab.h"
+#include "support/files.h"
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+/* The example program, as a person or a script would run it. */
+class TavrenSend : public LabTest {
+ protected:
+  /* Runs it with arguments, the account's password on descriptor 3. Returns its exit status. */
+  int send(const std::string& arguments) { return shell(TAVREN_SEND " -p 3 " + arguments + " 3<$LAB/password"); }
+
+  int shell(const std::string& command) {
+    write_file(lab::value("LAB") + "/password", lab::value("LAB_PASSWORD") + "\n");
+    const int status = system(("{ " + command + "; } >$LAB/out 2>$LAB/err </dev/null").c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  static std::string out() { return read_file(lab::value("LAB") + "/out"); }
+  static std::string err() { return read_file(lab::value("LAB") + "/err"); }
+
+  const std::string target = "$LAB_USER@$LAB_HOST:$LAB_ARCHIVE ";
+};
+
+TEST_F(TavrenSend, SendsEachFileAndPrintsALineForEach) {
+  write_file(lab::value("LAB") + "/a.log", "first\n");
+  write_file(lab::value("LAB") + "/b.log", "");
+  EXPECT_EQ(send("-k $LAB/host_key.pub " + target + "$LAB/a.log $LAB/b.log"), 0) << err();
+  EXPECT_EQ(out(), "a.log: 6 bytes sent\nb.log: 0 bytes sent\n");
+  EXPECT_EQ(err(), "");
+  EXPECT_EQ(read_file(lab::archived("a.log")), "first\n");
+  EXPECT_EQ(read_file(lab::archived("b.log")), "");
+}
+
+TEST_F(TavrenSend, WarnsWhenItAcceptsAnyKey) {
+  write_file(lab::value("LAB") + "/a.log", "first\n");
+  EXPECT_EQ(send(target + "$LAB/a.log"), 0);
+  EXPECT_EQ(err(), "tavren_send: warning: the archive host's key is accepted unchecked (see --known-key)\n");
+}
+
+TEST_F(TavrenSend, RefusesAnotherKeyThanTheOneGiven) {
+  lab::run("ssh-keygen -q -t ed25519 -N '' -f $LAB/other_key");
+  EXPECT_EQ(send("-k $LAB/other_key.pub " + target + "$LAB/passwd"), 1);
+  EXPECT_THAT(err(), HasSubstr("The public host key setting does not match the remote host's private key"));
+}
+
+TEST_F(TavrenSend, ShowsABarOnATerminal) {
+  write_file(lab::value("LAB") + "/a.log", std::string(100000, 'x'));
+  EXPECT_EQ(shell("script -qec '" TAVREN_SEND " -p 3 -k $LAB/host_key.pub " + target +
+                  "$LAB/a.log 3<$LAB/password' /dev/null"),
+            0);
+  EXPECT_THAT(out(), HasSubstr("a.log                    [##############################] 100% "));
+}
+
+TEST_F(TavrenSend, AsksForThePasswordWithoutShowingIt) {
+  write_file(lab::value("LAB") + "/a.log", "first\n");
+  EXPECT_EQ(shell("{ while ! grep -q Password: $LAB/typescript 2>/dev/null; do sleep 0.05; done; sleep 0.2; "
+                  "cat $LAB/password; sleep 5; } | script -qefc '" TAVREN_SEND " -k $LAB/host_key.pub " +
+                  target + "$LAB/a.log' $LAB/typescript"),
+            0);
+  EXPECT_THAT(out(), HasSubstr("Password: "));
+  EXPECT_THAT(out(), testing::Not(HasSubstr(lab::value("LAB_PASSWORD"))));
+  EXPECT_EQ(read_file(lab::archived("a.log")), "first\n");
+}
+
+TEST_F(TavrenSend, GoesOnAfterAFileThatFailsAndSaysSoInItsStatus) {
+  write_file(lab::value("LAB") + "/a.log", "first\n");
+  lab::run(
+      "mkdir $LAB_ARCHIVE/b.log; cp $LAB/a.log $LAB/b.log; cp $LAB/a.log $LAB/c.log; chmod 555 $LAB_ARCHIVE/b.log");
+  EXPECT_EQ(send("-k $LAB/host_key.pub " + target + "$LAB/missing $LAB/b.log /dev/null $LAB/c.log"), 1);
+  EXPECT_EQ(out(), "c.log: 6 bytes sent\n");
+  EXPECT_THAT(err(), HasSubstr("/missing: No such file or directory\n"));
+  EXPECT_THAT(err(), HasSubstr("tavren_send: b.log failed:\n  - Remote command \"scp -q -t 'b.log'\" failed"));
+  EXPECT_THAT(err(), HasSubstr("tavren_send: /dev/null: not a regular file\n"));
+}
+
+TEST_F(TavrenSend, RefusesAFileOfFourGibibytes) {
+  lab::run("truncate -s 4G $LAB/large.log");
+  EXPECT_EQ(send("-k $LAB/host_key.pub " + target + "$LAB/large.log"), 1);
+  EXPECT_THAT(err(), HasSubstr("large.log: too large: a transfer carries less than 4 GiB\n"));
+}
+
+TEST_F(TavrenSend, ReportsAWrongPassword) {
+  EXPECT_EQ(shell(TAVREN_SEND " -p 3 -k $LAB/host_key.pub " + target + "$LAB/passwd 3</etc/hostname"), 1);
+  EXPECT_EQ(err(),
+            "tavren_send: login failed:\n  - Failed to start secure shell session on localhost\n"
+            "  - Secure shell login failed: permission denied\n");
+}
+
+TEST_F(TavrenSend, ExplainsItsUsage) {
+  EXPECT_EQ(shell(TAVREN_SEND), 2);
+  EXPECT_THAT(err(), StartsWith("Usage: tavren_send [options] user@host:directory FILE...\n"));
+  EXPECT_EQ(shell(TAVREN_SEND " --help"), 0);
+  EXPECT_THAT(out(), StartsWith("Usage: tavren_send [options] user@host:directory FILE...\n"));
+}
+
+TEST_F(TavrenSend, RefusesABadTarget) {
+  EXPECT_EQ(send("user@host:-x $LAB/passwd"), 2);
+  EXPECT_EQ(err(), "tavren_send: The archive directory name may not start with '-' or '~'.\n");
+}
+
+TEST_F(TavrenSend, LeavesNoChildAndNoFileBehind) {
+  EXPECT_EQ(send("-k $LAB/host_key.pub " + target + "$LAB/passwd"), 0);
+  lab::run("for i in $(seq 500); do pgrep -x ssh >/dev/null || exit 0; sleep 0.01; done; exit 1");
+  lab::run("! ls $LAB/tavren_tmp | grep -q tavren_send");
+}
+
+}  // namespace
