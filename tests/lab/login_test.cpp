@@ -6,7 +6,6 @@
 #include "support/files.h"
 
 using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 

@@ -62,7 +62,7 @@ Outcome run_in_child(const std::function<void()>& action, const std::string& inp
   return {status, take_content(out), take_content(err)};
 }
 
-std::string without_line_number(std::string diagnostic) {
+std::string without_line_number(const std::string& diagnostic) {
   return std::regex_replace(diagnostic, std::regex(":[0-9]+\\)"), ":LINE)");
 }
 

@@ -21,7 +21,7 @@ struct Outcome {
 Outcome run_in_child(const std::function<void()>& action, const std::string& input = "");
 
 /* What a failed assertion shows: the diagnostic, its line number replaced by LINE. */
-std::string without_line_number(std::string diagnostic);
+std::string without_line_number(const std::string& diagnostic);
 
 /* The whole diagnostic of a failed assertion in source, with LINE for the line number. */
 std::string assertion_diagnostic(const std::string& source, const std::string& expression);
