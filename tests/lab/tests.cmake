@@ -11,3 +11,13 @@ foreach(name lab_example_tests lab_memory_tests)
   target_compile_definitions(${name} PRIVATE TAVREN_SEND="$<TARGET_FILE:tavren_send>")
   add_dependencies(${name} tavren_send)
 endforeach()
+
+# What these two look at is the library as it is shipped, not what a sanitizer makes of it.
+if(NOT TAVREN_SANITIZE)
+  tavren_test(lab_cost_tests lab/chunk_cost_test.cpp LAB)
+  if(NOT CMAKE_CROSSCOMPILING)
+    tavren_test(lab_readme_tests lab/readme_test.cpp LAB)
+    target_compile_definitions(lab_readme_tests PRIVATE README_FILE="${PROJECT_SOURCE_DIR}/README.md"
+      INCLUDE_DIR="${PROJECT_SOURCE_DIR}/include" LIBRARY_DIR="$<TARGET_FILE_DIR:tavren>")
+  endif()
+endif()

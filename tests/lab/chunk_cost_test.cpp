@@ -1,0 +1,137 @@
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "lab/lab.h"
+
+/*
+ * Counts what the process does while a file is sent. The definitions take the place of the C library's and the C++
+ * run time's for the library under test too.
+ */
+namespace {
+
+std::atomic<bool> counting{false};
+std::atomic<int> allocations{0};
+std::atomic<int> exceptions{0};
+std::atomic<int> reads{0};
+std::atomic<int> writes{0};
+
+void count(std::atomic<int>& counter) {
+  if (counting.load(std::memory_order_relaxed)) ++counter;
+}
+
+template <class Function>
+Function* next(const char* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+extern "C" {
+
+void* __libc_malloc(size_t size);
+void* __libc_calloc(size_t number, size_t size);
+void* __libc_realloc(void* block, size_t size);
+
+void* malloc(size_t size) {
+  count(allocations);
+  return __libc_malloc(size);
+}
+
+void* calloc(size_t number, size_t size) {
+  count(allocations);
+  return __libc_calloc(number, size);
+}
+
+void* realloc(void* block, size_t size) {
+  count(allocations);
+  return __libc_realloc(block, size);
+}
+
+void* __cxa_allocate_exception(size_t size) noexcept {
+  static auto* const real = next<void*(size_t)>("__cxa_allocate_exception");
+  count(exceptions);
+  return real(size);
+}
+
+ssize_t read(int fd, void* buffer, size_t size) {
+  static auto* const real = next<ssize_t(int, void*, size_t)>("read");
+  count(reads);
+  return real(fd, buffer, size);
+}
+
+ssize_t write(int fd, const void* data, size_t size) {
+  static auto* const real = next<ssize_t(int, const void*, size_t)>("write");
+  count(writes);
+  return real(fd, data, size);
+}
+}
+
+namespace {
+
+constexpr int chunks = 10000;
+constexpr unsigned int chunk_size = 2048;
+
+class ChunkCost : public LabTest {
+ protected:
+  /* Sends chunks through a session that has sent some before, and counts meanwhile. */
+  void send_chunks(TavrenHost& host) {
+    const std::string chunk(chunk_size, 'x');
+    host.continue_send_file(chunk.data(), chunk_size);
+    counting = true;
+    for (int i = 1; i < chunks; ++i) host.continue_send_file(chunk.data(), chunk_size);
+    counting = false;
+  }
+
+  void send_file() {
+    TavrenHost& host = connected_session();
+    host.start_send_file("file", chunks * chunk_size, 0644);
+    send_chunks(host);
+    host.end_send_file();
+  }
+};
+
+/* The start of a file does what its chunks must not: the counters see it. */
+TEST_F(ChunkCost, IsCountedInsideTheLibrary) {
+  TavrenHost& host = connected_session();
+  counting = true;
+  host.start_send_file("file", 0, 0644);
+  EXPECT_EQ(error_of([&] { host.run_line("no command may come now", nullptr), tavren_throw_syscall_error("x", 1); }),
+            "24\n  - System call \"x\" failed with error code 1\n");
+  counting = false;
+  EXPECT_GT(allocations, 0);
+  EXPECT_GT(exceptions, 0);
+  EXPECT_GT(reads, 0);
+  EXPECT_GT(writes, 0);
+}
+
+TEST_F(ChunkCost, IsNoAllocation) {
+  send_file();
+  EXPECT_EQ(allocations, 0);
+}
+
+TEST_F(ChunkCost, IsNoException) {
+  send_file();
+  EXPECT_EQ(exceptions, 0);
+}
+
+TEST_F(ChunkCost, IsOneReadWhateverTheTerminalTakes) {
+  send_file();
+  EXPECT_EQ(reads, chunks - 1);
+}
+
+TEST_F(ChunkCost, IsOneWriteUnlessTheTerminalIsFull) {
+  TavrenHost& host = connected_session();
+  host.start_send_file("file", 0xFFFFFFFF, 0644);
+  /* A few chunks fit into any terminal. */
+  const std::string chunk(chunk_size, 'x');
+  counting = true;
+  host.continue_send_file(chunk.data(), chunk_size);
+  counting = false;
+  EXPECT_EQ(writes, 1);
+}
+
+}  // namespace
