@@ -1,0 +1,127 @@
+/*
+ * The functions defined here stand before the C library's, for the shared library too.
+ */
+#include "support/recorded_system.h"
+
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <libintl.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <mutex>
+#include <stdexcept>
+
+#define STANDS_BEFORE_THE_C_LIBRARY extern "C" __attribute__((visibility("default")))
+
+namespace {
+
+std::mutex mutex;
+std::vector<recorded_system::LogEntry> log_entries;
+std::string translated_text, its_translation;
+std::atomic<time_t> stopped_time{-1};
+std::atomic<int> last_console_flags{-1};
+std::atomic<bool> has_console{true};
+
+/* Datagrams keep each write apart. */
+int console_end(size_t which) {
+  static int ends[2] = {-1, -1};
+  static const int made = socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends);
+  if (made != 0) throw std::runtime_error("socketpair failed");
+  return ends[which];
+}
+
+template <class Function>
+Function* real(const char* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+namespace recorded_system {
+
+void reset() {
+  take_log();
+  take_console();
+  stopped_time = -1;
+  last_console_flags = -1;
+  has_console = true;
+  translate("", "");
+}
+
+std::vector<LogEntry> take_log() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  std::vector<LogEntry> taken;
+  taken.swap(log_entries);
+  return taken;
+}
+
+std::vector<std::string> take_console() {
+  std::vector<std::string> writes;
+  char buffer[1024];
+  ssize_t n = 0;
+  while ((n = recv(console_end(0), buffer, sizeof buffer, MSG_DONTWAIT)) >= 0) {
+    writes.emplace_back(buffer, static_cast<size_t>(n));
+  }
+  return writes;
+}
+
+int console_flags() { return last_console_flags; }
+
+void remove_console() { has_console = false; }
+
+void set_time(time_t now) { stopped_time = now; }
+
+void translate(const std::string& text, const std::string& translation) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  translated_text = text;
+  its_translation = translation;
+}
+
+}  // namespace recorded_system
+
+STANDS_BEFORE_THE_C_LIBRARY void syslog(int priority, const char* format, ...) {
+  char text[1024];
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  const std::lock_guard<std::mutex> lock(mutex);
+  log_entries.push_back({priority, text});
+}
+
+STANDS_BEFORE_THE_C_LIBRARY time_t time(time_t* result) noexcept {
+  static auto* const real_time = real<time_t(time_t*)>("time");
+  const time_t stopped = stopped_time;
+  const time_t now = stopped == -1 ? real_time(nullptr) : stopped;
+  if (result != nullptr) *result = now;
+  return now;
+}
+
+/* The headers give this function the name that programs with 64-bit file offsets call. */
+STANDS_BEFORE_THE_C_LIBRARY int open(const char* path, int flags, ...) {
+  if (strcmp(path, "/dev/console") == 0) {
+    last_console_flags = flags;
+    if (has_console) return fcntl(console_end(1), F_DUPFD_CLOEXEC, 0);
+    errno = ENXIO;
+    return -1;
+  }
+  static auto* const real_open = real<int(const char*, int, ...)>("open64");
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return real_open(path, flags, mode);
+}
+
+STANDS_BEFORE_THE_C_LIBRARY char* dgettext(const char* domain, const char* text) noexcept {
+  const std::lock_guard<std::mutex> lock(mutex);
+  const bool known = !translated_text.empty() && strcmp(domain, "tavren") == 0 && translated_text == text;
+  return const_cast<char*>(known ? its_translation.c_str() : text);
+}

@@ -1,0 +1,45 @@
+#ifndef TESTS_SUPPORT_RECORDED_SYSTEM_H
+#define TESTS_SUPPORT_RECORDED_SYSTEM_H
+
+#include <time.h>
+
+#include <string>
+#include <vector>
+
+/*
+ * The machine as the library meets it in a program that is linked with recorded_system.cpp: system log and console
+ * are recorded in memory and never reach the real ones, and the time of day can be set.
+ */
+namespace recorded_system {
+
+struct LogEntry {
+  int priority;
+  std::string text;
+};
+
+inline bool operator==(const LogEntry& a, const LogEntry& b) { return a.priority == b.priority && a.text == b.text; }
+
+/* Forgets all records, lets the clock run again and gives the machine a console. */
+void reset();
+
+/* Returns what was sent to the system log since the last call. */
+std::vector<LogEntry> take_log();
+
+/* Returns what was written to the console since the last call, one text for each write. */
+std::vector<std::string> take_console();
+
+/* Returns the flags with which the console was opened last, -1 for never. */
+int console_flags();
+
+/* Takes the machine's console away. */
+void remove_console();
+
+/* Stops the time of day at now. */
+void set_time(time_t now);
+
+/* Installs a message catalogue of one text for the domain "tavren". */
+void translate(const std::string& text, const std::string& translation);
+
+}  // namespace recorded_system
+
+#endif
