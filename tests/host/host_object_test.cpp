@@ -1,0 +1,302 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <future>
+#include <list>
+#include <string>
+#include <thread>
+
+#include "TavrenExceptions.h"
+#include "TavrenHost.h"
+#include "support/client_dialogue.h"
+#include "support/host_session.h"
+#include "support/recorded_system.h"
+#include "support/run_in_child.h"
+#include "support/scripted_client.h"
+
+namespace {
+
+struct Status {
+  tavren_connection_status_t status;
+  long when;
+};
+
+Status status_of(TavrenHost& host) {
+  Status result{};
+  host.get_connection_status(result.status, result.when);
+  return result;
+}
+
+/* Returns the state letter of a process, or of a thread of this one, as the kernel has it; 0 when there is none. */
+char state_of(pid_t id) {
+  std::ifstream in("/proc/" + std::to_string(id) + "/stat");
+  std::string pid, name;
+  char state = '\0';
+  in >> pid >> name >> state;
+  return state;
+}
+
+class HostObject : public LoopbackTest {};
+
+}  // namespace
+
+TEST_F(HostObject, SettingsComeBackAsACopy) {
+  settings.host_key = "ssh-ed25519 AAAA";
+  settings.fingerprint = "SHA256:x";
+  host.set_settings(settings.record());
+  tavren_settings_t copy{};
+  host.get_settings(copy);
+  const tavren_settings_t wanted = settings.record();
+  EXPECT_EQ(tavren_settings_are_equal(&copy, &wanted), 1);
+  EXPECT_STREQ(copy.fingerprint, "SHA256:x");
+  tavren_settings_free_contents(&copy);
+}
+
+TEST_F(HostObject, SettingsAreCopiedDeeply) {
+  host.set_settings(settings.record());
+  settings.host = "other.example";
+  tavren_settings_t copy{};
+  host.get_settings(copy);
+  EXPECT_STREQ(copy.host, "archive.example");
+  tavren_settings_free_contents(&copy);
+}
+
+TEST_F(HostObject, NewSettingsTakeTheOldOnesPlace) {
+  host.set_settings(settings.record());
+  settings.user = "somebody";
+  host.set_settings(settings.record());
+  tavren_settings_t copy{};
+  host.get_settings(copy);
+  EXPECT_STREQ(copy.user, "somebody");
+  tavren_settings_free_contents(&copy);
+}
+
+TEST_F(HostObject, EnablingWithoutSettingsIsAFailedAssertion) {
+  expect_assertion("TavrenHost", "settings.host != NULL", [this] { host.enable(); });
+}
+
+TEST_F(HostObject, EnablingTwiceIsAFailedAssertion) {
+  enable();
+  expect_assertion("TavrenHost", "!enabled", [this] { host.enable(); });
+}
+
+TEST_F(HostObject, DisablingAFreshHostIsAFailedAssertion) {
+  host.set_settings(settings.record());
+  expect_assertion("TavrenHost", "enabled", [this] { host.disable(); });
+}
+
+TEST_F(HostObject, DisablingTwiceIsAFailedAssertion) {
+  enable();
+  host.disable();
+  expect_assertion("TavrenHost", "enabled", [this] { host.disable(); });
+}
+
+TEST_F(HostObject, IsEnabledAgainAfterItWasDisabled) {
+  enable();
+  host.disable();
+  host.enable();
+  host.open_connection();
+  EXPECT_EQ(output_of(host, "pwd"), directory.path());
+}
+
+TEST_F(HostObject, OpeningWithoutEnablingIsCancelled) {
+  host.set_settings(settings.record());
+  EXPECT_THROW(host.open_connection(), TavrenOperationCancelled);
+}
+
+TEST_F(HostObject, OpeningADisabledHostIsCancelled) {
+  enable();
+  host.disable();
+  EXPECT_THROW(host.open_connection(), TavrenOperationCancelled);
+}
+
+TEST_F(HostObject, ACancelledOpeningLeavesTheStatusAlone) {
+  host.set_settings(settings.record());
+  EXPECT_THROW(host.open_connection(), TavrenOperationCancelled);
+  EXPECT_EQ(status_of(host).status, TAVREN_CONNECTION_NONE);
+  EXPECT_EQ(status_of(host).when, 0);
+}
+
+TEST_F(HostObject, DisablingLeavesTheChildInPlace) {
+  open();
+  const pid_t child = std::stoi(output_of(host, "echo $$"));
+  host.disable();
+  EXPECT_EQ(kill(child, 0), 0);
+}
+
+TEST_F(HostObject, ADisabledConnectionCancelsLaterCommands) {
+  open();
+  host.disable();
+  EXPECT_THROW(host.run_and_check_ecode("exec sleep 100"), TavrenOperationCancelled);
+}
+
+TEST_F(HostObject, DisablingBreaksARunningCommand) {
+  open();
+  const ScriptedClient meeting("");
+  const std::string started = meeting.make_fifo("started");
+  const std::string never = meeting.make_fifo("never");
+  auto command = std::async(std::launch::async, [&] {
+    EXPECT_THROW(host.run_and_check_ecode("echo >" + started + "; read x <" + never), TavrenOperationCancelled);
+  });
+  wait_at(started);
+  host.disable();
+  command.get();
+}
+
+TEST_F(HostObject, AConnectionClosedAfterDisablingOpensAgain) {
+  open();
+  host.disable();
+  host.close_connection();
+  host.enable();
+  host.open_connection();
+  EXPECT_EQ(output_of(host, "pwd"), directory.path());
+}
+
+TEST_F(HostObject, DisablingWaitsForAnOpeningInProgress) {
+  set_tunable("loopback_login", "0");
+  const ScriptedClient client("echo >$dir/asked; read -r go <$dir/go\n" + ClientDialogue().login());
+  client.make_fifo("asked");
+  client.make_fifo("go");
+  set_command("ssh", client.path());
+  enable();
+  auto opening = std::async(std::launch::async, [&] { host.open_connection(); });
+  wait_at(client.path("asked"));
+
+  std::atomic<pid_t> disabler{0};
+  std::atomic<bool> disabled{false};
+  auto disabling = std::async(std::launch::async, [&] {
+    disabler = static_cast<pid_t>(syscall(SYS_gettid));
+    host.disable();
+    disabled = true;
+  });
+  /* It sleeps nowhere but at the mutex. */
+  while (!disabled && (disabler == 0 || state_of(disabler) != 'S')) std::this_thread::yield();
+  release(client.path("go"));
+  EXPECT_NO_THROW(opening.get());
+  disabling.get();
+}
+
+TEST_F(HostObject, SettingTheStatusStampsTheTime) {
+  recorded_system::set_time(1000000);
+  host.set_connection_status(TAVREN_CONNECTION_FAILED);
+  EXPECT_EQ(status_of(host).status, TAVREN_CONNECTION_FAILED);
+  EXPECT_EQ(status_of(host).when, 1000000);
+}
+
+TEST_F(HostObject, SettingTheSameStatusStampsTheTimeAgain) {
+  recorded_system::set_time(1000000);
+  host.set_connection_status(TAVREN_CONNECTION_OK);
+  recorded_system::set_time(1000060);
+  host.set_connection_status(TAVREN_CONNECTION_OK);
+  EXPECT_EQ(status_of(host).when, 1000060);
+}
+
+TEST_F(HostObject, ClearingTheStatusClearsItsTime) {
+  host.set_connection_status(TAVREN_CONNECTION_OK);
+  host.clear_connection_status();
+  EXPECT_EQ(status_of(host).status, TAVREN_CONNECTION_NONE);
+  EXPECT_EQ(status_of(host).when, 0);
+}
+
+TEST_F(HostObject, TheStatusIsConsistentForOtherThreads) {
+  /* The thread sanitizer has the last word on this one. */
+  recorded_system::set_time(1000000);
+  std::thread reader([this] {
+    for (int i = 0; i < 1000; ++i) {
+      const Status seen = status_of(host);
+      EXPECT_EQ(seen.status == TAVREN_CONNECTION_NONE, seen.when == 0);
+    }
+  });
+  for (int i = 0; i < 1000; ++i) {
+    host.set_connection_status(TAVREN_CONNECTION_OK);
+    host.clear_connection_status();
+  }
+  reader.join();
+}
+
+TEST_F(HostObject, ClosingStopsTheChild) {
+  open();
+  const pid_t child = std::stoi(output_of(host, "echo $$"));
+  host.close_connection();
+  EXPECT_EQ(kill(child, 0), -1);
+}
+
+TEST_F(HostObject, ClosingKillsAChildThatIgnoresTermination) {
+  open();
+  const pid_t child = std::stoi(output_of(host, "trap '' TERM; echo $$"));
+  host.close_connection();
+  EXPECT_EQ(kill(child, 0), -1);
+}
+
+TEST_F(HostObject, ClosingWithoutAConnectionDoesNothing) { EXPECT_NO_THROW(host.close_connection()); }
+
+TEST_F(HostObject, ClosingForgetsATransfer) {
+  open();
+  host.start_send_stream("stream");
+  host.close_connection();
+  host.open_connection();
+  EXPECT_EQ(output_of(host, "echo ready"), "ready");
+}
+
+TEST_F(HostObject, DestructionDeliberatelyKeepsTheChildRunning) {
+  auto* session = new TavrenHost(false, false);
+  session->set_settings(settings.record());
+  session->enable();
+  session->open_connection();
+  const pid_t child = std::stoi(output_of(*session, "echo $$"));
+  delete session;
+  EXPECT_EQ(kill(child, 0), 0);
+  EXPECT_NE(state_of(child), 'Z');
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+}
+
+TEST_F(HostObject, KillSendsTheChildATermination) {
+  open();
+  EXPECT_EQ(output_of(host, "trap 'echo terminated >outcome' TERM; echo ready"), "ready");
+  host.kill_ssh();
+  EXPECT_EQ(output_of(host, ": shells run their traps between two commands; cat outcome"), "terminated");
+}
+
+TEST_F(HostObject, KillBreaksARunningCommandOfAnotherThread) {
+  open();
+  const ScriptedClient meeting("");
+  const std::string started = meeting.make_fifo("started");
+  const std::string never = meeting.make_fifo("never");
+  auto command = std::async(std::launch::async, [&] {
+    return error_body([&] { host.run_and_check_ecode("echo >" + started + "; read x <" + never); });
+  });
+  wait_at(started);
+  host.kill_ssh();
+  EXPECT_EQ(first_lines(command.get(), 1), "  - Program exited unexpectedly: /bin/sh\n");
+}
+
+TEST_F(HostObject, KillBreaksALoginThatHangs) {
+  set_tunable("loopback_login", "0");
+  const ScriptedClient client(ClientDialogue().up_to_prompt() + "take password; echo >$dir/asked; read -r go <$dir/go");
+  client.make_fifo("asked");
+  client.make_fifo("go");
+  set_command("ssh", client.path());
+  enable();
+  auto opening = std::async(std::launch::async, [&] { return error_body([&] { host.open_connection(); }); });
+  /* Once it is answered the session has its child for certain. */
+  wait_at(client.path("asked"));
+  host.kill_ssh();
+  EXPECT_EQ(first_lines(opening.get(), 2),
+            "  - Failed to start secure shell session on archive.example\n"
+            "  - Program exited unexpectedly: " +
+                client.path() + "\n");
+}
+
+TEST_F(HostObject, ALoginWithAKeyNeedsThePrivateDirectory) {
+  set_tunable("loopback_login", "0");
+  settings.host_key = "ssh-ed25519 AAAA";
+  enable();
+  expect_assertion("TavrenHost", "tavren_get_tmp_dir() != NULL", [this] { host.open_connection(); });
+}

@@ -1,0 +1,261 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "TavrenHost.h"
+#include "support/host_session.h"
+#include "support/recorded_system.h"
+#include "support/scripted_client.h"
+
+using recorded_system::LogEntry;
+using recorded_system::take_console;
+using recorded_system::take_log;
+
+namespace {
+
+const LogEntry failed{0, "failed to connect to archive host"};
+const LogEntry failed_for_good{
+    0, "failed to connect to archive host 5 consecutive times: further failures will not be logged"};
+const LogEntry connected{0, "successfully connected to archive host"};
+
+constexpr char warning[] = "\nWARNING: Log Archiving unable to communicate with archive host archive.example\n";
+
+class HostOutcome : public LoopbackTest {
+ protected:
+  HostOutcome() { recorded_system::reset(); }
+  ~HostOutcome() override {
+    logging_host.close_connection();
+    recorded_system::reset();
+  }
+
+  void fail(int times) {
+    TavrenError error(TAVREN_E_LOGIN_DENIED, "", "");
+    for (int i = 0; i < times; ++i) logging_host.log_connection_outcome(&error);
+  }
+  void succeed() { logging_host.log_connection_outcome(nullptr); }
+
+  TavrenHost logging_host{false, true};
+};
+
+/* A host whose client ends at once, and one whose login works. */
+class LoginOutcome : public HostOutcome {
+ protected:
+  LoginOutcome() : broken_client("exit 255") {
+    logging_host.set_settings(settings.record());
+    logging_host.enable();
+  }
+
+  void fail_to_log_in(TavrenHost& session) {
+    set_tunable("loopback_login", "0");
+    set_command("ssh", broken_client.path());
+    EXPECT_THROW(session.open_connection(), TavrenError);
+    session.close_connection();
+  }
+
+  void log_in() {
+    set_tunable("loopback_login", "1");
+    logging_host.open_connection();
+    logging_host.close_connection();
+  }
+
+  ScriptedClient broken_client;
+};
+
+}  // namespace
+
+TEST_F(HostOutcome, FailuresBelowFiveAreLoggedAlike) {
+  fail(4);
+  EXPECT_EQ(take_log(), std::vector<LogEntry>(4, failed));
+}
+
+TEST_F(HostOutcome, TheFifthFailureIsLoggedAsTheLast) {
+  fail(4);
+  take_log();
+  fail(1);
+  EXPECT_EQ(take_log(), std::vector<LogEntry>{failed_for_good});
+}
+
+TEST_F(HostOutcome, LaterFailuresAreNotLogged) {
+  fail(5);
+  take_log();
+  fail(3);
+  EXPECT_EQ(take_log(), std::vector<LogEntry>{});
+}
+
+TEST_F(HostOutcome, TheSuccessAfterASilenceIsLogged) {
+  fail(7);
+  take_log();
+  succeed();
+  EXPECT_EQ(take_log(), std::vector<LogEntry>{connected});
+}
+
+TEST_F(HostOutcome, ASuccessAfterFewerFailuresIsDeliberatelyNotLogged) {
+  fail(4);
+  take_log();
+  succeed();
+  EXPECT_EQ(take_log(), std::vector<LogEntry>{});
+}
+
+TEST_F(HostOutcome, ASuccessResetsTheCountOfFewerFailures) {
+  fail(4);
+  succeed();
+  take_log();
+  fail(1);
+  EXPECT_EQ(take_log(), std::vector<LogEntry>{failed});
+}
+
+TEST_F(HostOutcome, ASuccessResetsTheCountAfterASilence) {
+  fail(6);
+  succeed();
+  take_log();
+  fail(5);
+  EXPECT_EQ(take_log(), (std::vector<LogEntry>{failed, failed, failed, failed, failed_for_good}));
+}
+
+TEST_F(HostOutcome, ARepeatedSuccessIsNotLogged) {
+  fail(5);
+  succeed();
+  take_log();
+  succeed();
+  EXPECT_EQ(take_log(), std::vector<LogEntry>{});
+}
+
+TEST_F(HostOutcome, NothingIsLoggedUnlessAskedFor) {
+  TavrenError error(TAVREN_E_LOGIN_DENIED, "", "");
+  for (int i = 0; i < 6; ++i) host.log_connection_outcome(&error);
+  host.log_connection_outcome(nullptr);
+  EXPECT_EQ(take_log(), std::vector<LogEntry>{});
+}
+
+TEST_F(HostOutcome, TheFailureIsLoggedInTheUsersLanguage) {
+  recorded_system::translate("failed to connect to archive host", "100% weg");
+  fail(1);
+  EXPECT_EQ(take_log(), (std::vector<LogEntry>{{0, "100% weg"}}));
+}
+
+TEST_F(HostOutcome, TheWarningNamesTheHost) {
+  host.console_error_connection("archive.example");
+  EXPECT_EQ(take_console(), std::vector<std::string>{warning});
+}
+
+TEST_F(HostOutcome, TheWarningNamesNoHostWhenThereIsNone) {
+  host.console_error_connection(nullptr);
+  EXPECT_EQ(take_console(),
+            std::vector<std::string>{"\nWARNING: Log Archiving unable to communicate with archive host \n"});
+}
+
+TEST_F(HostOutcome, TheWarningIsCutAt127Bytes) {
+  host.console_error_connection(std::string(200, 'h').c_str());
+  const std::string front = "\nWARNING: Log Archiving unable to communicate with archive host ";
+  EXPECT_EQ(take_console(), std::vector<std::string>{front + std::string(127 - front.size(), 'h')});
+}
+
+TEST_F(HostOutcome, TheWarningIsWrittenInTheUsersLanguage) {
+  recorded_system::translate("\nWARNING: Log Archiving unable to communicate with archive host %s\n", "<%s>");
+  host.console_error_connection("archive.example");
+  EXPECT_EQ(take_console(), std::vector<std::string>{"<archive.example>"});
+}
+
+TEST_F(HostOutcome, TheConsoleIsOpenedForWritingWithoutWaiting) {
+  host.console_error_connection("archive.example");
+  EXPECT_EQ(recorded_system::console_flags() & (O_ACCMODE | O_NONBLOCK), O_WRONLY | O_NONBLOCK);
+}
+
+TEST_F(HostOutcome, TheWarningIsNotRepeatedWithin900Seconds) {
+  recorded_system::set_time(1000000);
+  host.console_error_connection("archive.example");
+  recorded_system::set_time(1000900);
+  host.console_error_connection("archive.example");
+  EXPECT_EQ(take_console().size(), 1u);
+}
+
+TEST_F(HostOutcome, TheWarningIsRepeatedAfter901Seconds) {
+  recorded_system::set_time(1000000);
+  host.console_error_connection("archive.example");
+  recorded_system::set_time(1000901);
+  host.console_error_connection("archive.example");
+  EXPECT_EQ(take_console().size(), 2u);
+}
+
+TEST_F(HostOutcome, AClockThatWasSetBackDoesNotSilenceTheWarning) {
+  recorded_system::set_time(1000000);
+  host.console_error_connection("archive.example");
+  recorded_system::set_time(999999);
+  host.console_error_connection("archive.example");
+  EXPECT_EQ(take_console().size(), 2u);
+}
+
+TEST_F(HostOutcome, ASuppressedWarningDoesNotProlongTheSilence) {
+  for (const time_t now : {1000000, 1000899, 1000901}) {
+    recorded_system::set_time(now);
+    host.console_error_connection("archive.example");
+  }
+  EXPECT_EQ(take_console().size(), 2u);
+}
+
+TEST_F(HostOutcome, AMissingConsoleIsIgnored) {
+  recorded_system::remove_console();
+  EXPECT_NO_THROW(host.console_error_connection("archive.example"));
+}
+
+TEST_F(HostOutcome, AMissingConsoleDoesNotCountAsAWarning) {
+  recorded_system::set_time(1000000);
+  recorded_system::remove_console();
+  host.console_error_connection("archive.example");
+  recorded_system::reset();
+  recorded_system::set_time(1000001);
+  host.console_error_connection("archive.example");
+  EXPECT_EQ(take_console(), std::vector<std::string>{warning});
+}
+
+TEST_F(HostOutcome, EachSessionWarnsForItself) {
+  host.console_error_connection("archive.example");
+  logging_host.console_error_connection("archive.example");
+  EXPECT_EQ(take_console().size(), 2u);
+}
+
+TEST_F(LoginOutcome, FiveFailedLoginsAreLoggedTheSixthIsNot) {
+  for (int i = 0; i < 6; ++i) fail_to_log_in(logging_host);
+  EXPECT_EQ(take_log(), (std::vector<LogEntry>{failed, failed, failed, failed, failed_for_good}));
+}
+
+TEST_F(LoginOutcome, TheLoginAfterASilenceIsLogged) {
+  for (int i = 0; i < 6; ++i) fail_to_log_in(logging_host);
+  take_log();
+  log_in();
+  EXPECT_EQ(take_log(), std::vector<LogEntry>{connected});
+}
+
+TEST_F(LoginOutcome, TheLoginAfterTwoFailuresIsNotLogged) {
+  for (int i = 0; i < 2; ++i) fail_to_log_in(logging_host);
+  take_log();
+  log_in();
+  EXPECT_EQ(take_log(), std::vector<LogEntry>{});
+}
+
+TEST_F(LoginOutcome, AFailedLoginWarnsOnTheConsole) {
+  fail_to_log_in(logging_host);
+  EXPECT_EQ(take_console(), std::vector<std::string>{warning});
+}
+
+TEST_F(LoginOutcome, TwoFailedLoginsWarnOnce) {
+  recorded_system::set_time(1000000);
+  fail_to_log_in(logging_host);
+  recorded_system::set_time(1000900);
+  fail_to_log_in(logging_host);
+  EXPECT_EQ(take_console().size(), 1u);
+}
+
+TEST_F(LoginOutcome, ASessionThatDoesNotLogStillWarnsOnTheConsole) {
+  enable();
+  fail_to_log_in(host);
+  EXPECT_EQ(take_log(), std::vector<LogEntry>{});
+  EXPECT_EQ(take_console(), std::vector<std::string>{warning});
+}
+
+TEST_F(LoginOutcome, ASuccessfulLoginDoesNotWarn) {
+  log_in();
+  EXPECT_EQ(take_console(), std::vector<std::string>{});
+}

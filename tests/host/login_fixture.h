@@ -1,0 +1,64 @@
+#ifndef TESTS_HOST_LOGIN_FIXTURE_H
+#define TESTS_HOST_LOGIN_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "support/client_dialogue.h"
+#include "support/host_session.h"
+#include "support/scripted_client.h"
+
+/* A session that logs in with a scripted client. */
+class LoginTest : public HostTest {
+ protected:
+  LoginTest() {
+    private_directory();
+    settings.password = "it's $1\\2";
+  }
+
+  /* Connects with a client that runs the lines body. */
+  void open(const std::string& body) {
+    play(body);
+    enable();
+    host.open_connection();
+  }
+
+  /* The same for a login that must fail. Returns the error's body, which never shows the password. */
+  std::string open_error(const std::string& body) {
+    std::string error = error_body([&] { open(body); });
+    EXPECT_EQ(error.find(settings.password), std::string::npos) << error;
+    return error;
+  }
+
+  void play(const std::string& body) {
+    client = std::make_unique<ScriptedClient>(body);
+    set_command("ssh", client->path());
+  }
+
+  /* Closes the connection and forgets the client, so that another one can be opened. */
+  void start_over() {
+    host.close_connection();
+    host.disable();
+  }
+
+  tavren_connection_status_t status() {
+    tavren_connection_status_t result{};
+    long when = 0;
+    host.get_connection_status(result, when);
+    return result;
+  }
+
+  /* The error of a program that ended, with its lines. */
+  std::string exit_error(const std::string& lines) const {
+    return failed_to_start + "  - Program exited unexpectedly: " + client->path() + "\n" + lines;
+  }
+
+  const std::string failed_to_start = "  - Failed to start secure shell session on archive.example\n";
+  const std::string connect_timeout = failed_to_start + "  - Timeout occurred while connecting to archive.example\n";
+  ClientDialogue dialogue;
+  std::unique_ptr<ScriptedClient> client;
+};
+
+#endif

@@ -1,0 +1,49 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/host_session.h"
+#include "support/scripted_client.h"
+
+namespace {
+
+class Loopback : public LoopbackTest {};
+
+}  // namespace
+
+TEST_F(Loopback, OpensALocalShellInTheArchiveDirectory) {
+  open();
+  EXPECT_EQ(output_of(host, "pwd"), directory.path());
+}
+
+TEST_F(Loopback, RunsTheConfiguredShellWithoutArguments) {
+  const ScriptedClient shell("exec /bin/sh");
+  set_command("sh", shell.path());
+  open();
+  EXPECT_EQ(shell.arguments(), std::vector<std::string>{});
+}
+
+TEST_F(Loopback, GivesTheShellAPipeToReadFrom) {
+  open();
+  EXPECT_EQ(output_of(host, "[ -p /dev/stdin ] && echo pipe"), "pipe");
+}
+
+TEST_F(Loopback, AnyNumberButZeroSelectsIt) {
+  set_tunable("loopback_login", "-1");
+  open();
+  EXPECT_EQ(output_of(host, "pwd"), directory.path());
+}
+
+TEST_F(Loopback, ABadHostHasAShellThatCannotStart) {
+  settings.host = "badhost";
+  enable();
+  EXPECT_EQ(error_body([this] { host.open_connection(); }),
+            "  - Program exited unexpectedly: /no-such-command\n"
+            "  - Output: \"Failed to run /no-such-command: No such file or directory\"\n");
+}
+
+TEST_F(Loopback, AHostWhoseNameOnlyBeginsLikeTheBadOneIsAnOrdinaryOne) {
+  settings.host = "badhost.example";
+  open();
+  EXPECT_EQ(output_of(host, "pwd"), directory.path());
+}
