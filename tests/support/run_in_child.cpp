@@ -8,7 +8,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <regex>
 #include <stdexcept>
 
 namespace {
@@ -63,7 +62,10 @@ Outcome run_in_child(const std::function<void()>& action, const std::string& inp
 }
 
 std::string without_line_number(const std::string& diagnostic) {
-  return std::regex_replace(diagnostic, std::regex(":[0-9]+\\)"), ":LINE)");
+  const size_t end = diagnostic.find(")\n");
+  const size_t colon = diagnostic.rfind(':', end);
+  if (end == std::string::npos || colon == std::string::npos) return diagnostic;
+  return diagnostic.substr(0, colon) + ":LINE" + diagnostic.substr(end);
 }
 
 std::string assertion_diagnostic(const std::string& source, const std::string& expression) {
