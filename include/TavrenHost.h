@@ -49,7 +49,10 @@ class TAVREN_EXPORT TavrenHost {
 
   /* Settings, life and status */
 
-  /* Stores a deep copy of a complete record (a NULL string is a failed assertion) in the old one's place. */
+  /*
+   * Stores a deep copy of a complete record (a NULL string is a failed assertion) in the old one's place. Throws
+   * std::bad_alloc, the session then without settings, when memory runs out.
+   */
   void set_settings(const tavren_settings_t& new_settings);
 
   /* Copies the settings into out, whose old strings are not freed; tavren_settings_free_contents releases them. */

@@ -8,6 +8,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <new>
+
 #include "TavrenExceptions.h"
 #include "TavrenTunables.h"
 #include "core/assertion.h"
@@ -19,6 +21,12 @@ constexpr int32_t FAILURE_LOG_LIMIT = 5;       /* consecutive failures */
 constexpr long CONSOLE_WARNING_INTERVAL = 900; /* seconds */
 constexpr int stop_grace_time = 2;             /* seconds */
 constexpr size_t console_warning_size = 128;   /* bytes, longer text is cut */
+
+/* Copying leaves a string NULL when there is no memory for it. */
+bool is_complete(const tavren_settings_t& settings) {
+  return settings.host != nullptr && settings.dir != nullptr && settings.user != nullptr &&
+         settings.password != nullptr && settings.host_key != nullptr && settings.fingerprint != nullptr;
+}
 
 long now() { return static_cast<long>(time(nullptr)); }
 
@@ -45,6 +53,10 @@ void TavrenHost::set_settings(const tavren_settings_t& new_settings) {
   tavren_settings_free_contents(&settings);
   tavren_settings_copy(&new_settings, &settings);
   hosts_file_current = false;
+  if (!is_complete(settings)) {
+    tavren_settings_free_contents(&settings);
+    throw std::bad_alloc();
+  }
 }
 
 void TavrenHost::get_settings(tavren_settings_t& out) const { tavren_settings_copy(&settings, &out); }
