@@ -57,8 +57,28 @@ bool make_raw(int fd) {
 }
 
 /*
+ * Holds signals back from the calling thread while it lives. Between fork and execve a child still has the handlers
+ * and the ignored signals of its host: one that came then would run a handler in the wrong process, or be lost.
+ */
+class SignalsHeldBack {
+ public:
+  SignalsHeldBack() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+  }
+  ~SignalsHeldBack() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+  SignalsHeldBack(const SignalsHeldBack&) = delete;
+  SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
+
+ private:
+  sigset_t before;
+};
+
+/*
  * Gives the child the signals of a freshly started program. What the host program blocks or ignores would otherwise
- * pass through execve, and a child that ignores SIGTERM could not be told to end.
+ * pass through execve, and a child that ignores SIGTERM could not be told to end. The mask last: what was held back
+ * since the fork then meets the program's own dispositions.
  */
 void reset_signals() {
   for (int number = 1; number < NSIG; ++number) signal(number, SIG_DFL);
@@ -144,6 +164,7 @@ void TavrenProcess::start(const std::string& path, const std::list<std::string>&
 
   {
     const TavrenAutoLock lock(fork_mutex);
+    const SignalsHeldBack none_in_between;
     winsize no_size{};
     const pid_t pid = forkpty(&master_fd, nullptr, nullptr, &no_size);
     if (pid == 0) exec_program(argv.data());
