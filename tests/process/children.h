@@ -1,0 +1,51 @@
+#ifndef TESTS_PROCESS_CHILDREN_H
+#define TESTS_PROCESS_CHILDREN_H
+
+#include <sys/types.h>
+
+#include <functional>
+#include <list>
+#include <string>
+
+#include "TavrenProcess.h"
+
+/* Seconds that only a test that hangs waits for. */
+constexpr int patience = 45;
+
+/* The deadline, in seconds of uptime, that belongs to it. */
+long patient_deadline();
+
+/* A deadline that has passed: what is there is taken, nothing is waited for. */
+long past_deadline();
+
+/* Starts a shell that runs script. */
+TavrenProcess shell(const std::string& script, bool separate_stdin = false);
+
+/* Starts the program of counterpart.cpp. */
+TavrenProcess counterpart(const std::list<std::string>& arguments, bool separate_stdin = false);
+
+/* The line that the counterpart prints for input: the number of bytes, their checksum, the terminal's mode. */
+std::string sum_line(const std::string& input, const std::string& terminal_mode);
+
+/* Waits for the next line. */
+std::string next_line(TavrenProcess& child);
+
+/* Waits for the next line, which is the child's process id: for scripts that begin with "echo $$". */
+pid_t announced_pid(TavrenProcess& child);
+
+/* Waits for count bytes. */
+std::string next_bytes(TavrenProcess& child, size_t count);
+
+/* Takes all bytes until the child's output ends; a time-out is a failure of the test. */
+std::string all_output(TavrenProcess& child);
+
+/*
+ * Runs action and tells how it ended: "done", "TavrenTimeout", "TavrenOperationCancelled", or the lines of the
+ * TavrenError, as in "13(/bin/sh) 12(first line) 12(second line)".
+ */
+std::string result_of(const std::function<void()>& action);
+
+/* The same for reading lines until something else comes. */
+std::string result_of_reading_on(TavrenProcess& child);
+
+#endif
