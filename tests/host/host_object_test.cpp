@@ -162,7 +162,6 @@ TEST_F(HostObject, DisablingWaitsForAnOpeningInProgress) {
   set_tunable("loopback_login", "0");
   const ScriptedClient client("echo >$dir/asked; read -r go <$dir/go\n" + ClientDialogue().login());
   client.make_fifo("asked");
-  client.make_fifo("go");
   set_command("ssh", client.path());
   enable();
   auto opening = std::async(std::launch::async, [&] { host.open_connection(); });
@@ -281,7 +280,6 @@ TEST_F(HostObject, KillBreaksALoginThatHangs) {
   set_tunable("loopback_login", "0");
   const ScriptedClient client(ClientDialogue().up_to_prompt() + "take password; echo >$dir/asked; read -r go <$dir/go");
   client.make_fifo("asked");
-  client.make_fifo("go");
   set_command("ssh", client.path());
   enable();
   auto opening = std::async(std::launch::async, [&] { return error_body([&] { host.open_connection(); }); });

@@ -25,11 +25,15 @@ class LoginTest : public HostTest {
     host.open_connection();
   }
 
-  /* The same for a login that must fail. Returns the error's body, which never shows the password. */
+  /*
+   * The same for a login that must fail. Returns the error's body, which never shows the password, with CLIENT in the
+   * place of the client's path.
+   */
   std::string open_error(const std::string& body) {
     std::string error = error_body([&] { open(body); });
     EXPECT_EQ(error.find(settings.password), std::string::npos) << error;
-    return error;
+    const size_t path = error.find(client->path());
+    return path == std::string::npos ? error : error.replace(path, client->path().size(), "CLIENT");
   }
 
   void play(const std::string& body) {
@@ -50,13 +54,9 @@ class LoginTest : public HostTest {
     return result;
   }
 
-  /* The error of a program that ended, with its lines. */
-  std::string exit_error(const std::string& lines) const {
-    return failed_to_start + "  - Program exited unexpectedly: " + client->path() + "\n" + lines;
-  }
-
   const std::string failed_to_start = "  - Failed to start secure shell session on archive.example\n";
   const std::string connect_timeout = failed_to_start + "  - Timeout occurred while connecting to archive.example\n";
+  const std::string client_ended = failed_to_start + "  - Program exited unexpectedly: CLIENT\n";
   ClientDialogue dialogue;
   std::unique_ptr<ScriptedClient> client;
 };

@@ -4,4 +4,5 @@ set(host_support support/scripted_client.cpp support/recorded_system.cpp)
 tavren_test(command_table_tests host/command_table_test.cpp)
 tavren_test(host_object_tests host/host_object_test.cpp host/host_outcome_test.cpp host/loopback_test.cpp
   ${host_support})
-tavren_test(host_login_tests host/known_hosts_test.cpp host/login_command_test.cpp ${host_support})
+tavren_test(host_login_tests host/known_hosts_test.cpp host/login_banner_test.cpp host/login_command_test.cpp
+  host/login_dialogue_test.cpp host/login_failure_test.cpp host/password_test.cpp ${host_support} TIMEOUT 180)

@@ -33,8 +33,12 @@ ScriptedClient::ScriptedClient(const std::string& body, const std::string& name)
                          "for argument; do printf '%s\\0' \"$argument\" >>\"$dir/arguments\"; done\n"
                          "echo >>\"$dir/starts\"\n"
                          "take() { head -n 1 >\"$dir/$1\"; }\n"
+                         "take_rest() { read -r go <\"$dir/go\"; timeout --foreground 0.2 cat >\"$dir/rest\"; "
+                         "echo >\"$dir/end\"; }\n"
                          "become_shell() { exec /bin/sh +i 2>&1; }\n" +
                          body + "\n");
+  make_fifo("go");
+  make_fifo("end");
   if (chmod(script.c_str(), 0755) != 0) throw std::runtime_error("chmod failed");
 }
 
@@ -63,6 +67,12 @@ std::vector<std::string> ScriptedClient::arguments() const {
 std::string ScriptedClient::environment() const { return read_file(directory.path("environment")); }
 
 std::string ScriptedClient::taken(const std::string& name) const { return read_file(directory.path(name)); }
+
+std::string ScriptedClient::rest() const {
+  release(directory.path("go"));
+  wait_at(directory.path("end"));
+  return taken("rest");
+}
 
 std::string say(const std::string& text) { return "printf '" + octal_escapes(text) + "'\n"; }
 

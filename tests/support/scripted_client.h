@@ -13,6 +13,7 @@
  * When the script starts it records its arguments and its environment; then it runs the test's lines. They find the
  * directory of the records in $dir, and these functions:
  *   take NAME      waits for one line of input and records its bytes, with the newline, in the file NAME
+ *   take_rest      waits for rest(), and records what input is there without waiting for more
  *   become_shell   goes on as a shell that reads commands from the terminal, as the far side's does
  */
 class ScriptedClient {
@@ -37,6 +38,9 @@ class ScriptedClient {
 
   /* What take recorded in the file name. */
   std::string taken(const std::string& name) const;
+
+  /* Lets a script that stands at take_rest go on. Returns the input that it finds. */
+  std::string rest() const;
 
  private:
   TemporaryDirectory directory;

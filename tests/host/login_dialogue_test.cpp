@@ -1,0 +1,213 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "host/login_fixture.h"
+
+namespace {
+
+constexpr char post_quantum_warning[] =
+    "** WARNING: connection is not using a post-quantum key exchange algorithm.\r\n"
+    "** This session may be vulnerable to \"store now, decrypt later\" attacks.\r\n"
+    "** The server may need to be upgraded. See https://openssh.com/pq.html\r\n";
+
+ClientDialogue version_7_9() {
+  ClientDialogue dialogue;
+  dialogue.before_question = "";
+  dialogue.before_prompt = "";
+  dialogue.other_names = "";
+  dialogue.choice = "(yes/no)? ";
+  return dialogue;
+}
+
+ClientDialogue version_8_0() {
+  ClientDialogue dialogue;
+  dialogue.other_names = "";
+  return dialogue;
+}
+
+ClientDialogue version_10_1() {
+  ClientDialogue dialogue;
+  dialogue.fingerprint_is = " is: ";
+  dialogue.fingerprint_end = "";
+  dialogue.noise = post_quantum_warning;
+  return dialogue;
+}
+
+struct Version {
+  const char* name;
+  ClientDialogue dialogue;
+};
+
+class LoginDialogue : public LoginTest {
+ protected:
+  LoginDialogue() { settings.host_key = ""; }
+
+  void use_key() { settings.host_key = "ssh-ed25519 AAAA"; }
+
+  /* Logs in with the dialogue, and expects to meet a shell and the whole password. */
+  void expect_login(const std::string& body) {
+    ASSERT_NO_THROW(open(body)) << body;
+    EXPECT_EQ(output_of(host, "echo ready"), "ready") << body;
+    EXPECT_EQ(client->taken("password"), settings.password + "\n");
+  }
+
+  /* Cuts text at each of its bytes in turn and logs in with what the body makes of the pieces. */
+  template <class Body>
+  void expect_logins_however_split(const std::string& text, Body body) {
+    for (size_t length = 1; length < text.size(); ++length) {
+      expect_login(body(say_split(text, length)));
+      start_over();
+    }
+  }
+
+  /* What follows the prompt in a successful login. */
+  const std::string rest = "take password\n" + say(ClientDialogue::shell_started()) + "become_shell\n";
+};
+
+class LoginVersion : public LoginDialogue, public testing::WithParamInterface<Version> {};
+
+}  // namespace
+
+TEST_P(LoginVersion, LogsInWithoutAKey) { expect_login(GetParam().dialogue.login()); }
+
+TEST_P(LoginVersion, LogsInWithAKey) {
+  use_key();
+  expect_login(GetParam().dialogue.login_with_key());
+}
+
+TEST_P(LoginVersion, RefusesAWrongPassword) {
+  const ClientDialogue& spoken = GetParam().dialogue;
+  EXPECT_EQ(open_error(spoken.up_to_prompt() + "take password\n" + say(spoken.refusal()) + "take another\n"),
+            failed_to_start + "  - Secure shell login failed: permission denied\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(, LoginVersion,
+                         testing::Values(Version{"7_9", version_7_9()}, Version{"8_0", version_8_0()},
+                                         Version{"9_2", ClientDialogue()}, Version{"10_1", version_10_1()},
+                                         Version{"10_5", version_10_1()}),
+                         [](const auto& version) { return "Client_" + std::string(version.param.name); });
+
+TEST_F(LoginDialogue, ThePromptMayComeInAnyTwoPieces) {
+  use_key();
+  expect_logins_however_split(dialogue.prompt(), [&](const std::string& prompt) { return prompt + rest; });
+}
+
+TEST_F(LoginDialogue, ThePromptWithoutACarriageReturnMayComeInAnyTwoPieces) {
+  use_key();
+  dialogue.before_prompt = "";
+  expect_logins_however_split(dialogue.prompt(), [&](const std::string& prompt) { return prompt + rest; });
+}
+
+TEST_F(LoginDialogue, TheQuestionMayComeInAnyTwoPieces) {
+  dialogue.choice = "(yes/no)? ";
+  expect_logins_however_split(dialogue.question(), [&](const std::string& question) {
+    return say(dialogue.introduction()) + question + "take yes\n" + say(dialogue.answered() + dialogue.prompt()) + rest;
+  });
+}
+
+TEST_F(LoginDialogue, TheQuestionBehindACarriageReturnMayComeInAnyTwoPieces) {
+  expect_logins_however_split("\r" + dialogue.question().substr(0, 48), [&](const std::string& question) {
+    return question + "take yes\n" + say(dialogue.answered() + dialogue.prompt()) + rest;
+  });
+}
+
+TEST_F(LoginDialogue, EverythingMayComeByteByByte) {
+  dialogue.other_names = "";
+  expect_login(say_slowly(dialogue.introduction() + dialogue.question()) + "take yes\n" +
+               say_slowly(dialogue.answered() + dialogue.prompt()) + "take password\n" +
+               say_slowly(ClientDialogue::shell_started()) + "become_shell\n");
+}
+
+class LoginLineEnd : public LoginDialogue, public testing::WithParamInterface<const char*> {
+ protected:
+  LoginLineEnd() { dialogue.line_end = GetParam(); }
+};
+
+TEST_P(LoginLineEnd, IsAcceptedAfterTheClientsMessages) { expect_login(dialogue.login()); }
+
+TEST_P(LoginLineEnd, IsAcceptedAfterTheShellsFirstLine) {
+  use_key();
+  expect_login(say(dialogue.prompt()) + "take password\n" + say("SHELL STARTED." + dialogue.line_end) + "become_shell");
+}
+
+TEST_P(LoginLineEnd, IsAcceptedAfterARefusal) {
+  EXPECT_EQ(open_error(dialogue.up_to_prompt() + "take password\n" + say(dialogue.refusal()) + "take another\n"),
+            failed_to_start + "  - Secure shell login failed: permission denied\n");
+}
+
+TEST_P(LoginLineEnd, IsAcceptedAfterAKeyMismatch) {
+  use_key();
+  EXPECT_EQ(first_lines(open_error(say("Host key verification failed." + dialogue.line_end) + "take nothing\n"), 2),
+            failed_to_start + "  - Failed to authenticate the remote host (archive.example)\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(, LoginLineEnd, testing::Values("\n", "\r\n", "\r\r\n"), [](const auto& end) {
+  return std::string("Of") + std::to_string(std::string(end.param).size());
+});
+
+TEST_F(LoginDialogue, LinesBeforeTheQuestionAreIgnored) {
+  expect_login(say("/etc/ssh/ssh_config line 53: Unsupported option \"gssapiauthentication\"\r\nanother line\r\n\r\n") +
+               dialogue.login());
+}
+
+TEST_F(LoginDialogue, LinesBetweenTheQuestionsFirstLineAndItsLastAreIgnored) {
+  dialogue.other_names =
+      "This host key is known by the following other names/addresses:\n    ~/.ssh/known_hosts:1: x\n";
+  expect_login(dialogue.login());
+}
+
+TEST_F(LoginDialogue, LinesBeforeThePromptAreIgnored) {
+  dialogue.noise = "Welcome.\r\n\r\n  archiver@archive.example is watched  \r\n";
+  expect_login(dialogue.login());
+}
+
+TEST_F(LoginDialogue, LinesBeforeThePromptAreIgnoredWithAKey) {
+  use_key();
+  dialogue.noise = "Welcome.\r\n\r\n  archiver@archive.example is watched  \r\n";
+  expect_login(dialogue.login_with_key());
+}
+
+TEST_F(LoginDialogue, LinesBeforeTheShellStartsAreSkipped) {
+  use_key();
+  expect_login(say(dialogue.prompt()) + "take password\n" + say("Last login: yesterday\r\n\r\nSHELL STARTED\n") +
+               say(ClientDialogue::shell_started()) + "become_shell\n");
+}
+
+TEST_F(LoginDialogue, TheShellsFirstLineMayStandBehindOtherText) {
+  use_key();
+  expect_login(say(dialogue.prompt()) + "take password\n" + say("x SHELL STARTED. y\n") + "become_shell\n");
+}
+
+TEST_F(LoginDialogue, AHostInCapitalsIsPromptedForInLowerCase) {
+  settings.host = "Archive.EXAMPLE";
+  expect_login(dialogue.login());
+}
+
+TEST_F(LoginDialogue, AHostInCapitalsMayBePromptedForAsItIs) {
+  settings.host = dialogue.host = "Archive.EXAMPLE";
+  expect_login(dialogue.login());
+}
+
+TEST_F(LoginDialogue, AHostInCapitalsIsPromptedForInLowerCaseWithAKey) {
+  use_key();
+  settings.host = "Archive.EXAMPLE";
+  expect_login(dialogue.login_with_key());
+}
+
+TEST_F(LoginDialogue, TheUsersCaseIsKept) {
+  settings.user = dialogue.user = "Archiver";
+  expect_login(dialogue.login());
+}
+
+TEST_F(LoginDialogue, AnAddressIsPromptedForInItsCanonicalForm) {
+  settings.host = "127.1";
+  dialogue.host = "127.0.0.1";
+  expect_login(dialogue.login());
+}
+
+TEST_F(LoginDialogue, ThePromptOfAnotherUserIsNotAnswered) {
+  set_tunable("ssh_connect_timeout", "1");
+  dialogue.user = "Archiver";
+  EXPECT_EQ(open_error(dialogue.login()), connect_timeout);
+}
