@@ -6,3 +6,5 @@ tavren_test(host_object_tests host/host_object_test.cpp host/host_outcome_test.c
   ${host_support})
 tavren_test(host_login_tests host/known_hosts_test.cpp host/login_banner_test.cpp host/login_command_test.cpp
   host/login_dialogue_test.cpp host/login_failure_test.cpp host/password_test.cpp ${host_support} TIMEOUT 180)
+tavren_test(host_command_tests host/checked_command_test.cpp host/remote_command_test.cpp host/shell_quoting_test.cpp
+  ${host_support})

@@ -24,6 +24,8 @@ namespace {
 
 std::mutex mutex;
 std::vector<recorded_system::LogEntry> log_entries;
+std::vector<std::string> writes;
+std::atomic<bool> recording_writes{false};
 std::string translated_text, its_translation;
 std::atomic<time_t> stopped_time{-1};
 std::atomic<int> last_console_flags{-1};
@@ -47,6 +49,8 @@ Function* real(const char* name) {
 namespace recorded_system {
 
 void reset() {
+  recording_writes = false;
+  take_writes();
   take_log();
   take_console();
   stopped_time = -1;
@@ -63,13 +67,13 @@ std::vector<LogEntry> take_log() {
 }
 
 std::vector<std::string> take_console() {
-  std::vector<std::string> writes;
+  std::vector<std::string> warnings;
   char buffer[1024];
   ssize_t n = 0;
   while ((n = recv(console_end(0), buffer, sizeof buffer, MSG_DONTWAIT)) >= 0) {
-    writes.emplace_back(buffer, static_cast<size_t>(n));
+    warnings.emplace_back(buffer, static_cast<size_t>(n));
   }
-  return writes;
+  return warnings;
 }
 
 int console_flags() { return last_console_flags; }
@@ -77,6 +81,15 @@ int console_flags() { return last_console_flags; }
 void remove_console() { has_console = false; }
 
 void set_time(time_t now) { stopped_time = now; }
+
+void record_writes() { recording_writes = true; }
+
+std::vector<std::string> take_writes() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  std::vector<std::string> taken;
+  taken.swap(writes);
+  return taken;
+}
 
 void translate(const std::string& text, const std::string& translation) {
   const std::lock_guard<std::mutex> lock(mutex);
@@ -124,4 +137,16 @@ STANDS_BEFORE_THE_C_LIBRARY char* dgettext(const char* domain, const char* text)
   const std::lock_guard<std::mutex> lock(mutex);
   const bool known = !translated_text.empty() && strcmp(domain, "tavren") == 0 && translated_text == text;
   return const_cast<char*>(known ? its_translation.c_str() : text);
+}
+
+STANDS_BEFORE_THE_C_LIBRARY ssize_t write(int fd, const void* data, size_t length) {
+  static auto* const real_write = real<ssize_t(int, const void*, size_t)>("write");
+  const ssize_t n = real_write(fd, data, length);
+  if (n > 0 && recording_writes) {
+    const int error = errno;
+    const std::lock_guard<std::mutex> lock(mutex);
+    writes.emplace_back(static_cast<const char*>(data), static_cast<size_t>(n));
+    errno = error;
+  }
+  return n;
 }

@@ -19,7 +19,7 @@ struct LogEntry {
 
 inline bool operator==(const LogEntry& a, const LogEntry& b) { return a.priority == b.priority && a.text == b.text; }
 
-/* Forgets all records, lets the clock run again and gives the machine a console. */
+/* Forgets all records, stops recording writes, lets the clock run again and gives the machine a console. */
 void reset();
 
 /* Returns what was sent to the system log since the last call. */
@@ -36,6 +36,12 @@ void remove_console();
 
 /* Stops the time of day at now. */
 void set_time(time_t now);
+
+/* Starts recording what the process writes with write(2). */
+void record_writes();
+
+/* Returns what was written since record_writes or the last call, one text for each write that took something. */
+std::vector<std::string> take_writes();
 
 /* Installs a message catalogue of one text for the domain "tavren". */
 void translate(const std::string& text, const std::string& translation);
