@@ -18,8 +18,7 @@ class FarShell : public LabTest {
   }
 
   static void use_shell(const std::string& path) {
-    lab::run("sed 's#^\\(archiver:.*\\):[^:]*$#\\1:" + path +
-             "#' $LAB/passwd >$LAB/passwd.new; cat $LAB/passwd.new >$LAB/passwd");
+    lab::run("sed -i '/^archiver:/s#[^:]*$#" + path + "#' /etc/passwd");
   }
 
   std::string log_in_and_work() {

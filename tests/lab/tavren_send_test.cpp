@@ -48,7 +48,7 @@ TEST_F(TavrenSend, WarnsWhenItAcceptsAnyKey) {
 
 TEST_F(TavrenSend, RefusesAnotherKeyThanTheOneGiven) {
   lab::run("ssh-keygen -q -t ed25519 -N '' -f $LAB/other_key");
-  EXPECT_EQ(send("-k $LAB/other_key.pub " + target + "$LAB/passwd"), 1);
+  EXPECT_EQ(send("-k $LAB/other_key.pub " + target + "$LAB/sshd_config"), 1);
   EXPECT_THAT(err(), HasSubstr("The public host key setting does not match the remote host's private key"));
 }
 
@@ -89,7 +89,7 @@ TEST_F(TavrenSend, RefusesAFileOfFourGibibytes) {
 }
 
 TEST_F(TavrenSend, ReportsAWrongPassword) {
-  EXPECT_EQ(shell(TAVREN_SEND " -p 3 -k $LAB/host_key.pub " + target + "$LAB/passwd 3</etc/hostname"), 1);
+  EXPECT_EQ(shell(TAVREN_SEND " -p 3 -k $LAB/host_key.pub " + target + "$LAB/sshd_config 3<$LAB/host_key.pub"), 1);
   EXPECT_EQ(err(),
             "tavren_send: login failed:\n  - Failed to start secure shell session on localhost\n"
             "  - Secure shell login failed: permission denied\n");
@@ -103,12 +103,12 @@ TEST_F(TavrenSend, ExplainsItsUsage) {
 }
 
 TEST_F(TavrenSend, RefusesABadTarget) {
-  EXPECT_EQ(send("user@host:-x $LAB/passwd"), 2);
+  EXPECT_EQ(send("user@host:-x $LAB/sshd_config"), 2);
   EXPECT_EQ(err(), "tavren_send: The archive directory name may not start with '-' or '~'.\n");
 }
 
 TEST_F(TavrenSend, LeavesNoChildAndNoFileBehind) {
-  EXPECT_EQ(send("-k $LAB/host_key.pub " + target + "$LAB/passwd"), 0);
+  EXPECT_EQ(send("-k $LAB/host_key.pub " + target + "$LAB/sshd_config"), 0);
   lab::run("for i in $(seq 500); do pgrep -x ssh >/dev/null || exit 0; sleep 0.01; done; exit 1");
   lab::run("! ls $LAB/tavren_tmp | grep -q tavren_send");
 }
