@@ -227,7 +227,7 @@ void TavrenProcess::send_bytes(const char* data, unsigned int length, int timeou
 void TavrenProcess::send_eof(int timeout) {
   const long deadline = deadline_after(timeout);
   TAVREN_ASSERT("TavrenProcess", child_pid != -1 && master_fd != -1);
-  for (int64_t checks = static_cast<int64_t>(timeout) * checks_per_second; checks >= 0; --checks) {
+  for (int64_t checks = static_cast<int64_t>(timeout) * checks_per_second;; --checks) {
     const bool consumed = input_is_consumed();
     /*
      * Asked after the look: when a child ends, the kernel throws its unread input away, so an empty terminal says
@@ -241,9 +241,9 @@ void TavrenProcess::send_eof(int timeout) {
       type_end_of_file(timeout);
       return;
     }
+    if (checks <= 0) throw TavrenTimeout();
     wait_unless_cancelled(check_interval_ms);
   }
-  throw TavrenTimeout();
 }
 
 /*
