@@ -16,3 +16,5 @@ endfunction()
 
 process_test(process_start_tests process/start_test.cpp process/terminal_test.cpp process/descriptors_test.cpp
   process/signals_test.cpp)
+process_test(process_send_tests process/send_test.cpp)
+process_test(process_send_eof_tests process/send_eof_test.cpp TIMEOUT 300)

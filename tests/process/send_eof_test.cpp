@@ -1,0 +1,189 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <random>
+#include <thread>
+
+#include "process/children.h"
+#include "process/observe.h"
+#include "support/run_in_child.h"
+#include "tavren_basic.h"
+
+namespace {
+
+std::string result_of_send_eof(TavrenProcess& child, int timeout) {
+  return result_of([&] { child.send_eof(timeout); });
+}
+
+/* A stream of random size, contents and reader, with and without a newline at its end. */
+void send_a_stream(unsigned int seed) {
+  std::mt19937 random(seed);
+  std::string data(random() % (seed % 4 == 0 ? 100000 : 6000), '\0');
+  for (char& byte : data) byte = static_cast<char>(random());
+  if (seed % 2 == 0) data += '\n';
+  const std::string piece = std::to_string(1 + random() % 4096);
+  const std::string pause = std::to_string(seed % 3 == 0 && data.size() < 6000 ? random() % 300 : 0);
+
+  TavrenProcess child = counterpart({"sum", piece, pause});
+  child.send(data, patience);
+  child.send_eof(patience);
+  ASSERT_EQ(next_line(child), sum_line(data, "canonical")) << "stream " << seed << ", reading by " << piece;
+  child.stop(0);
+}
+
+void send_streams(unsigned int first, unsigned int count) {
+  for (unsigned int i = first; i < first + count; ++i) ASSERT_NO_FATAL_FAILURE(send_a_stream(i));
+}
+
+/* A child that has exited without reading what was sent to it. */
+class ExitedWithUnreadInput : public testing::Test {
+ protected:
+  ExitedWithUnreadInput() : child(shell("echo $$; head -c 1 >/dev/null; echo last words")), pid(announced_pid(child)) {
+    child.send("gone unread", patience);
+  }
+  std::string expected() const { return "13(/bin/sh) 12(" + std::to_string(pid) + ") 12(last words)"; }
+
+  TavrenProcess child;
+  const pid_t pid;
+};
+
+}  // namespace
+
+TEST(SendEof, StreamsOfRandomSizeArriveWhole) { send_streams(0, 300); }
+
+TEST(SendEof, StreamsArriveWholeWhileTheCoresAreBusy) {
+  const BusyCores busy;
+  send_streams(1000, 300);
+}
+
+TEST(SendEof, EndsAnEmptyInput) {
+  TavrenProcess child = counterpart({"sum", "100", "0"});
+  child.send_eof(patience);
+  EXPECT_EQ(next_line(child), sum_line("", "canonical"));
+}
+
+TEST(SendEof, SlowReaderGetsEverythingFirst) {
+  TavrenProcess child = counterpart({"sum", "40", "30000"});
+  const std::string data(2000, 'x');
+  child.send(data, patience);
+  child.send_eof(patience);
+  EXPECT_EQ(next_line(child), sum_line(data, "canonical"));
+}
+
+TEST(SendEof, EndOfFileCharactersBeforeItAreOrdinaryBytes) {
+  TavrenProcess child = counterpart({"sum", "100", "0"});
+  const std::string data("a\x04\x04\nb\x04", 6);
+  child.send(data, patience);
+  child.send_eof(patience);
+  EXPECT_EQ(next_line(child), sum_line(data, "canonical"));
+}
+
+TEST(SendEof, ChildThatNeverReadsEndsInATimeout) {
+  TavrenProcess child("/bin/sleep", {"600"}, false);
+  child.send("unread", patience);
+  const auto before = std::chrono::steady_clock::now();
+  EXPECT_EQ(result_of_send_eof(child, 2), "TavrenTimeout");
+  EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::seconds(2));
+}
+
+TEST(SendEof, TimeoutLeavesTheTerminalAsItWas) {
+  TavrenProcess child = counterpart({"take", "30", "10", "500000"});
+  const std::string data(30, 'x');
+  child.send(data, patience);
+  EXPECT_EQ(result_of_send_eof(child, 0), "TavrenTimeout");
+  EXPECT_EQ(next_line(child), sum_line(data, "raw"));
+}
+
+TEST(SendEof, ChildGoneWithUnreadInputIsReported) {
+  TavrenProcess child = shell("echo last words");
+  child.send("gone unread", patience);
+  EXPECT_EQ(result_of_send_eof(child, patience), "13(/bin/sh) 12(last words)");
+}
+
+TEST_F(ExitedWithUnreadInput, IsReportedWithItsLastOutput) {
+  EXPECT_EQ(result_of_send_eof(child, patience), expected());
+}
+
+TEST_F(ExitedWithUnreadInput, IsReportedWhenTheHostHasReapedIt) {
+  ASSERT_EQ(waitpid(pid, nullptr, 0), pid);
+  EXPECT_EQ(result_of_send_eof(child, patience), expected());
+}
+
+TEST_F(ExitedWithUnreadInput, IsReapedAndForgotten) {
+  result_of_send_eof(child, patience);
+  EXPECT_FALSE(has_children());
+  EXPECT_EQ(child.send_signal(0), -1);
+}
+
+TEST(SendEof, ChildThatExitedAfterReadingEverythingIsReported) {
+  TavrenProcess child = shell("echo $$; head -c 5 >/dev/null; echo last words");
+  const pid_t pid = announced_pid(child);
+  child.send("words", patience);
+  ASSERT_TRUE(wait_until_exited(pid));
+  EXPECT_EQ(result_of_send_eof(child, patience), "13(/bin/sh) 12(" + std::to_string(pid) + ") 12(last words)");
+}
+
+TEST(SendEof, NapsGoOnThroughSignals) {
+  const SignalStorm storm;
+  TavrenProcess child("/bin/sleep", {"600"}, false);
+  child.send("unread", patience);
+  const auto before = std::chrono::steady_clock::now();
+  EXPECT_EQ(result_of_send_eof(child, 2), "TavrenTimeout");
+  EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::seconds(2));
+}
+
+TEST(SendEof, NapsWithoutSpinning) {
+  TavrenProcess child("/bin/sleep", {"600"}, false);
+  child.send("unread", patience);
+  const double before = cpu_seconds();
+  result_of_send_eof(child, 3);
+  EXPECT_LT(cpu_seconds() - before, 1.5);
+}
+
+TEST(SendEof, LooksOnceBeforeATimeoutThatHasPassed) {
+  for (const int timeout : {0, -1, -2147483647 - 1}) {
+    TavrenProcess child = counterpart({"sum", "100", "0"});
+    EXPECT_EQ(result_of_send_eof(child, timeout), "done") << timeout;
+    EXPECT_EQ(next_line(child), sum_line("", "canonical")) << timeout;
+  }
+}
+
+TEST(SendEof, LeavesNoDescriptorOfTheOtherSideOpen) {
+  const std::set<int> before = open_descriptors();
+  TavrenProcess child("/bin/sleep", {"600"}, false);
+  const std::set<int> ours = new_descriptors(before);
+  child.send("unread", patience);
+  EXPECT_EQ(result_of_send_eof(child, 0), "TavrenTimeout");
+  EXPECT_EQ(new_descriptors(before), ours);
+}
+
+TEST(SendEof, TakesNoTerminalForTheHost) {
+  const Outcome outcome = run_in_child([] {
+    setsid();
+    TavrenProcess child = counterpart({"sum", "100", "0"});
+    child.send_eof(patience);
+    printf("%s", open("/dev/tty", O_RDONLY | O_CLOEXEC) == -1 ? "none" : "taken");
+  });
+  EXPECT_EQ(outcome.out, "none");
+}
+
+TEST(SendEof, IsAnOrdinaryByteForAChildWithAnInputPipe) {
+  TavrenProcess child("/bin/head", {"-c", "3"}, true);
+  child.send("a", patience);
+  child.send_eof(patience);
+  child.send("b", patience);
+  EXPECT_EQ(all_output(child),
+            "a\x04"
+            "b");
+}
+
+TEST(SendEof, WithoutAChildIsAFailedAssertion) {
+  expect_assertion("TavrenProcess", "child_pid != -1 && master_fd != -1", [] {
+    TavrenProcess child = shell("exit");
+    child.stop(0);
+    child.send_eof(0);
+  });
+}
