@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include "process/children.h"
+
+namespace {
+
+const std::string prompt = "archiver@archive's password: ";
+
+/* Prints ready and, with it, the first part; the second one after a line of input. */
+TavrenProcess in_two_parts(const std::string& first, const std::string& second) {
+  return TavrenProcess(
+      "/bin/sh", {"-c", "printf 'ready\\n%s' \"$1\"; read -r go; printf %s \"$2\"; read -r go", "sh", first, second},
+      false);
+}
+
+bool finds_prompt(TavrenProcess& child, const std::string& prefix) {
+  std::string line;
+  return child.read_line(line, patient_deadline(), prefix);
+}
+
+/* Lets the prompt arrive in two parts, split at every byte, and takes in the first before the second is sent. */
+void expect_found_at_every_split(const std::string& output) {
+  for (size_t split = 0; split <= output.size(); ++split) {
+    TavrenProcess child = in_two_parts(output.substr(0, split), output.substr(split));
+    ASSERT_EQ(next_line(child), "ready");
+    std::string line;
+    const std::string early = result_of([&] { child.read_line(line, past_deadline(), prompt); });
+    ASSERT_EQ(early, split == output.size() ? "done" : "TavrenTimeout") << split;
+    child.send("\n", patience);
+    ASSERT_TRUE(finds_prompt(child, prompt)) << split;
+    ASSERT_EQ(next_bytes(child, output.size()), output) << split;
+    child.stop(0);
+  }
+}
+
+/* A child that prints output and waits. */
+TavrenProcess prompting(const std::string& output) {
+  return TavrenProcess("/bin/sh", {"-c", "printf %s \"$1\"; read -r go", "sh", output}, false);
+}
+
+}  // namespace
+
+TEST(Prefix, IsFoundAtEverySplitOfItsBytes) { expect_found_at_every_split(prompt); }
+
+TEST(Prefix, IsFoundAtEverySplitBehindACarriageReturn) { expect_found_at_every_split("\r" + prompt); }
+
+TEST(Prefix, IsFoundAtEverySplitBehindSeveralCarriageReturns) { expect_found_at_every_split("\r\r\r" + prompt); }
+
+TEST(Prefix, StaysUnread) {
+  TavrenProcess child = prompting("\r" + prompt + "and more");
+  EXPECT_TRUE(finds_prompt(child, prompt));
+  EXPECT_TRUE(finds_prompt(child, prompt));
+  EXPECT_EQ(next_bytes(child, 1 + prompt.size()), "\r" + prompt);
+}
+
+TEST(Prefix, LeavesLineAndRecentLinesAlone) {
+  TavrenProcess child = prompting(prompt);
+  std::string line = "old text";
+  ASSERT_TRUE(child.read_line(line, patient_deadline(), prompt));
+  EXPECT_EQ(line, "old text");
+  EXPECT_TRUE(child.get_recent_lines().empty());
+}
+
+TEST(Prefix, ComesAfterTheLinesBeforeIt) {
+  TavrenProcess child = prompting("line\n" + prompt);
+  std::string line;
+  EXPECT_FALSE(child.read_line(line, patient_deadline(), prompt));
+  EXPECT_EQ(line, "line");
+  EXPECT_TRUE(child.read_line(line, patient_deadline(), prompt));
+}
+
+TEST(Prefix, AtTheFrontWinsOverALineBehindIt) {
+  TavrenProcess child = prompting(prompt + "and a line\n");
+  EXPECT_TRUE(finds_prompt(child, prompt));
+  EXPECT_EQ(next_line(child), prompt + "and a line");
+}
+
+TEST(Prefix, BehindACarriageReturnWinsOverALineBehindIt) {
+  TavrenProcess child = prompting("\r" + prompt + "\r\n");
+  EXPECT_TRUE(finds_prompt(child, prompt));
+}
+
+TEST(Prefix, InsideALineIsNone) {
+  TavrenProcess child = prompting("a " + prompt + "\nend\n");
+  EXPECT_FALSE(finds_prompt(child, prompt));
+}
+
+TEST(Prefix, BehindACarriageReturnInsideALineIsNone) {
+  TavrenProcess child = prompting("a\r" + prompt + "\nend\n");
+  EXPECT_FALSE(finds_prompt(child, prompt));
+}
+
+TEST(Prefix, ThatIsEmptyIsNeverFound) {
+  TavrenProcess child = prompting("line\n");
+  EXPECT_FALSE(finds_prompt(child, ""));
+}
+
+TEST(Prefix, MayBeginWithACarriageReturnItself) {
+  TavrenProcess child = prompting("\rprompt");
+  EXPECT_TRUE(finds_prompt(child, "\rprompt"));
+}
+
+TEST(Prefix, MayHoldANewline) {
+  TavrenProcess child = prompting("first\nsecond\n");
+  EXPECT_TRUE(finds_prompt(child, "first\nsec"));
+}
+
+TEST(Prefix, LikeALineOfOutputIsFoundBeforeItsLineEnds) {
+  TavrenProcess child = prompting("Are you sure you want to continue connecting (yes/no/[fingerprint])? ");
+  EXPECT_TRUE(finds_prompt(child, "Are you sure you want to continue connecting"));
+}
+
+TEST(ReadUntilLineStartsWith, DropsTheLinesBeforeThePrefix) {
+  TavrenProcess child = prompting("first\nsecond " + prompt + "\n\r\n" + prompt);
+  child.read_until_line_starts_with(prompt, patient_deadline());
+  EXPECT_EQ(next_bytes(child, prompt.size()), prompt);
+}
+
+TEST(ReadUntilLineStartsWith, StopsAtTheFirstOfTwo) {
+  TavrenProcess child = prompting("line\n> first\n> second\n");
+  child.read_until_line_starts_with(">", patient_deadline());
+  EXPECT_EQ(next_line(child), "> first");
+}
+
+TEST(ReadUntilLineStartsWith, TakesNothingThatIsThereAlready) {
+  TavrenProcess child = prompting(prompt);
+  child.read_until_line_starts_with(prompt, patient_deadline());
+  child.read_until_line_starts_with(prompt, past_deadline());
+  EXPECT_EQ(next_bytes(child, prompt.size()), prompt);
+}
+
+TEST(ReadUntilLineStartsWith, WithoutAPrefixEndsWithTheOutput) {
+  TavrenProcess child("/usr/bin/printf", {"first\\nsecond\\nunfinished"}, false);
+  EXPECT_EQ(result_of([&] { child.read_until_line_starts_with("", 2147483647); }),
+            "13(/usr/bin/printf) 12(first) 12(second)");
+}

@@ -1,0 +1,234 @@
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "process/children.h"
+#include "process/observe.h"
+#include "support/run_in_child.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/* Seconds of grace that only a child that will not end uses up. */
+constexpr int long_grace = 40;
+
+/* A child that SIGTERM does not end, once it has told its process id. */
+constexpr const char* deaf = "trap '' TERM; echo $$; exec sleep 600";
+
+bool is_gone(pid_t pid) { return kill(pid, 0) == -1 && errno == ESRCH; }
+
+double seconds_to_stop(TavrenProcess& child, int grace_time) {
+  const Clock::time_point before = Clock::now();
+  child.stop(grace_time);
+  return std::chrono::duration<double>(Clock::now() - before).count();
+}
+
+/* Stops a child that ends at SIGTERM and one that does not, in a host that does what it likes about its children. */
+void stop_both_kinds() {
+  for (const char* script : {"echo $$; exec sleep 600", deaf}) {
+    TavrenProcess child = shell(script);
+    const pid_t pid = announced_pid(child);
+    child.stop(1);
+    if (!is_gone(pid)) printf("still there ");
+    if (child.send_signal(0) != -1) printf("still recorded ");
+  }
+  printf("done");
+}
+
+}  // namespace
+
+TEST(Stop, SendsSigtermFirst) {
+  TavrenProcess child = shell("trap 'echo got it; exit' TERM; echo ready; while :; do sleep 0.01; done");
+  ASSERT_EQ(next_line(child), "ready");
+  EXPECT_LT(seconds_to_stop(child, long_grace), long_grace);
+  EXPECT_EQ(next_line(child), "got it");
+}
+
+TEST(Stop, SendsSigkillAfterTheGraceTime) {
+  TavrenProcess child = shell(deaf);
+  const pid_t pid = announced_pid(child);
+  EXPECT_GE(seconds_to_stop(child, 1), 1);
+  EXPECT_TRUE(is_gone(pid));
+}
+
+TEST(Stop, WithoutGraceKillsAtOnce) {
+  for (const int grace_time : {0, -1, -2147483647 - 1}) {
+    TavrenProcess child = shell(deaf);
+    const pid_t pid = announced_pid(child);
+    EXPECT_LT(seconds_to_stop(child, grace_time), 20);
+    EXPECT_TRUE(is_gone(pid));
+  }
+}
+
+/* Such a child meets SIGTERM only when it goes on; SIGKILL does not wait for that. */
+TEST(Stop, EndsAChildThatIsItselfStopped) {
+  TavrenProcess child = shell("echo $$; exec sleep 600");
+  const pid_t pid = announced_pid(child);
+  ASSERT_EQ(child.send_signal(SIGSTOP), 0);
+  child.stop(1);
+  EXPECT_TRUE(is_gone(pid));
+}
+
+TEST(Stop, LargestGraceTimeDoesNotOverflow) {
+  TavrenProcess child = shell("trap 'sleep 1; exit' TERM; echo ready; while :; do sleep 0.01; done");
+  ASSERT_EQ(next_line(child), "ready");
+  EXPECT_GE(seconds_to_stop(child, 2147483647), 0.9);
+}
+
+TEST(Stop, ReapsTheChild) {
+  TavrenProcess child("/bin/sleep", {"600"}, false);
+  child.stop(long_grace);
+  EXPECT_FALSE(has_children());
+}
+
+TEST(Stop, ReapsAChildThatHasExitedWithoutUsingTheGraceTime) {
+  TavrenProcess child = shell("echo $$");
+  ASSERT_TRUE(wait_until_exited(announced_pid(child)));
+  EXPECT_LT(seconds_to_stop(child, long_grace), long_grace);
+  EXPECT_FALSE(has_children());
+}
+
+TEST(Stop, ASecondTimeReturnsAtOnce) {
+  TavrenProcess child = shell(deaf);
+  child.stop(0);
+  EXPECT_LT(seconds_to_stop(child, long_grace), long_grace);
+}
+
+TEST(Stop, KeepsTheOutputReadable) {
+  TavrenProcess child = shell("echo first; echo second; exec sleep 600");
+  ASSERT_EQ(next_line(child), "first");
+  child.stop(0);
+  EXPECT_EQ(next_line(child), "second");
+  EXPECT_EQ(result_of_reading_on(child), "13(/bin/sh) 12(first) 12(second)");
+}
+
+TEST(Stop, TakesNoOtherChildOfTheHost) {
+  const pid_t other = fork();
+  if (other == 0) _exit(7);
+  TavrenProcess child("/bin/sleep", {"600"}, false);
+  child.stop(long_grace);
+  int status = 0;
+  EXPECT_EQ(waitpid(other, &status, 0), other);
+  EXPECT_EQ(WEXITSTATUS(status), 7);
+}
+
+TEST(Stop, GraceTimeGoesOnThroughSignals) {
+  const SignalStorm storm;
+  TavrenProcess child = shell(deaf);
+  announced_pid(child);
+  EXPECT_GE(seconds_to_stop(child, 1), 1);
+}
+
+TEST(Stop, WorksAfterDisable) {
+  TavrenProcess child = shell("echo $$; exec sleep 600");
+  const pid_t pid = announced_pid(child);
+  child.disable();
+  child.stop(long_grace);
+  EXPECT_TRUE(is_gone(pid));
+}
+
+TEST(Stop, WorksInAHostThatIgnoresSigchld) {
+  const Outcome outcome = run_in_child([] {
+    signal(SIGCHLD, SIG_IGN);
+    stop_both_kinds();
+  });
+  EXPECT_EQ(outcome.out, "done");
+}
+
+TEST(Stop, WorksInAHostThatReapsAllChildrenInAHandler) {
+  const Outcome outcome = run_in_child([] {
+    struct sigaction reap {};
+    reap.sa_handler = [](int) {
+      const int error = errno;
+      while (waitpid(-1, nullptr, WNOHANG) > 0) {
+      }
+      errno = error;
+    };
+    sigaction(SIGCHLD, &reap, nullptr);
+    stop_both_kinds();
+  });
+  EXPECT_EQ(outcome.out, "done");
+}
+
+TEST(Stop, WorksInAHostThatReapsAllChildrenInAThread) {
+  const Outcome outcome = run_in_child([] {
+    std::thread([] {
+      for (;;) {
+        if (waitpid(-1, nullptr, 0) == -1) std::this_thread::yield();
+      }
+    }).detach();
+    stop_both_kinds();
+  });
+  EXPECT_EQ(outcome.out, "done");
+}
+
+TEST(SendSignal, ReachesTheChildAndReturnsZero) {
+  TavrenProcess child = shell("trap 'echo got it' USR1; echo ready; while :; do sleep 0.01; done");
+  ASSERT_EQ(next_line(child), "ready");
+  EXPECT_EQ(child.send_signal(SIGUSR1), 0);
+  EXPECT_EQ(next_line(child), "got it");
+}
+
+TEST(SendSignal, ReturnsTheFailureOfKill) {
+  TavrenProcess child("/bin/sleep", {"600"}, false);
+  errno = 0;
+  EXPECT_EQ(child.send_signal(12345), -1);
+  EXPECT_EQ(errno, EINVAL);
+}
+
+TEST(SendSignal, WithoutALiveChildSignalsNobody) {
+  TavrenProcess child("/bin/sleep", {"600"}, false);
+  child.stop(0);
+  errno = 0;
+  EXPECT_EQ(child.send_signal(0), -1);
+  EXPECT_EQ(errno, ESRCH);
+}
+
+TEST(Destruction, EndsTheChildAndReapsIt) {
+  for (const bool separate_stdin : {false, true}) {
+    auto child = std::make_unique<TavrenProcess>("/bin/sh", std::list<std::string>{"-c", "echo $$; exec sleep 600"},
+                                                 separate_stdin);
+    const pid_t pid = announced_pid(*child);
+    child.reset();
+    EXPECT_TRUE(is_gone(pid));
+    EXPECT_FALSE(has_children());
+  }
+}
+
+TEST(Destruction, GivesTheChildTwoSecondsOfGrace) {
+  auto child = std::make_unique<TavrenProcess>("/bin/sh", std::list<std::string>{"-c", deaf}, false);
+  const pid_t pid = announced_pid(*child);
+  const Clock::time_point before = Clock::now();
+  child.reset();
+  const auto duration = Clock::now() - before;
+  EXPECT_GE(duration, std::chrono::seconds(2));
+  EXPECT_LT(duration, std::chrono::seconds(20));
+  EXPECT_TRUE(is_gone(pid));
+}
+
+TEST(Destruction, LeavesNoDescriptorWhateverTheChildDid) {
+  const std::set<int> before = open_descriptors();
+  for (const char* program : {"/no-such-command", "/bin/true", "/bin/cat"}) {
+    for (const bool separate_stdin : {false, true}) {
+      TavrenProcess child(program, {}, separate_stdin);
+      result_of([&] { child.send("words", patience); });
+      if (!separate_stdin) result_of([&] { child.send_eof(0); });
+      child.stop(0);
+    }
+  }
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST(Destruction, OfADisabledObjectEndsTheChild) {
+  auto child = std::make_unique<TavrenProcess>("/bin/sleep", std::list<std::string>{"600"}, false);
+  child->disable();
+  child.reset();
+  EXPECT_FALSE(has_children());
+}
