@@ -1,0 +1,93 @@
+/*
+ * The functions defined here stand before the C library's, for the shared library too: a mutex that fails.
+ */
+#include <dlfcn.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "TavrenMutex.h"
+#include "support/run_in_child.h"
+#include "tavren_assert.h"
+
+#define STANDS_BEFORE_THE_C_LIBRARY extern "C" __attribute__((visibility("default")))
+
+namespace {
+
+/* The function that fails next; other threads of the program are left alone. */
+thread_local const char* failing = "";
+
+template <class... Arguments>
+int real_unless_failing(const char* name, Arguments... arguments) {
+  if (strcmp(failing, name) == 0) return EINVAL;
+  using Function = int(Arguments...);
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name))(arguments...);
+}
+
+}  // namespace
+
+STANDS_BEFORE_THE_C_LIBRARY int pthread_mutex_init(pthread_mutex_t* mutex,
+                                                   const pthread_mutexattr_t* attributes) noexcept {
+  return real_unless_failing("pthread_mutex_init", mutex, attributes);
+}
+
+STANDS_BEFORE_THE_C_LIBRARY int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
+  return real_unless_failing("pthread_mutex_destroy", mutex);
+}
+
+STANDS_BEFORE_THE_C_LIBRARY int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+  return real_unless_failing("pthread_mutex_lock", mutex);
+}
+
+STANDS_BEFORE_THE_C_LIBRARY int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
+  return real_unless_failing("pthread_mutex_unlock", mutex);
+}
+
+namespace {
+
+TEST(MutexFailure, OfItsInitialisationFailsAnAssertion) {
+  expect_assertion("TavrenMutex", "rv == 0", [] {
+    failing = "pthread_mutex_init";
+    const TavrenMutex mutex;
+  });
+}
+
+TEST(MutexFailure, OfItsDestructionFailsAnAssertion) {
+  expect_assertion("TavrenMutex", "rv == 0", [] {
+    const TavrenMutex mutex;
+    failing = "pthread_mutex_destroy";
+  });
+}
+
+TEST(MutexFailure, OfALockFailsAnAssertion) {
+  expect_assertion("TavrenMutex", "rv == 0", [] {
+    TavrenMutex mutex;
+    failing = "pthread_mutex_lock";
+    mutex.lock();
+  });
+}
+
+TEST(MutexFailure, OfAnUnlockFailsAnAssertion) {
+  expect_assertion("TavrenMutex", "rv == 0", [] {
+    TavrenMutex mutex;
+    mutex.lock();
+    failing = "pthread_mutex_unlock";
+    mutex.unlock();
+  });
+}
+
+TEST(MutexFailure, OfAnUnlockComesAfterTheOwnerIsForgotten) {
+  const Outcome outcome = run_in_child([] {
+    static TavrenMutex mutex;
+    mutex.lock();
+    atexit([] { _exit(mutex.have_lock() ? 4 : 3); });
+    tavren_suppress_abort = true;
+    failing = "pthread_mutex_unlock";
+    mutex.unlock();
+  });
+  EXPECT_TRUE(outcome.exited_with(3)) << outcome.wait_status;
+}
+
+}  // namespace

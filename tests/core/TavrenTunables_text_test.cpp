@@ -1,0 +1,243 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <streambuf>
+#include <thread>
+#include <vector>
+
+#include "core/tunables_fixture.h"
+#include "support/run_in_child.h"
+
+using testing::HasSubstr;
+
+namespace {
+
+class SetTunables : public TunablesTest {};
+
+TEST_F(SetTunables, AppliesEachLine) {
+  tunables.set_tunables("ssh_command_timeout=30\nlog_dir_prefix=/logs\n");
+  EXPECT_EQ(changed(), "log_dir_prefix=/logs\nssh_command_timeout=30\n");
+}
+
+TEST_F(SetTunables, IgnoresWhatIsRefused) {
+  tunables.set_tunables("unknown=1\nssh_command_timeout=x\nssh_connect_timeout=40\nunknown=2\n");
+  EXPECT_EQ(changed(), "ssh_connect_timeout=40\n");
+}
+
+TEST_F(SetTunables, StopsAtALineWithoutAnEqualsSign) {
+  tunables.set_tunables("ssh_command_timeout=30\nno assignment\nssh_connect_timeout=40\n");
+  EXPECT_EQ(changed(), "ssh_command_timeout=30\n");
+}
+
+TEST_F(SetTunables, StopsAtAnEmptyLine) {
+  tunables.set_tunables("ssh_command_timeout=30\n\nssh_connect_timeout=40\n");
+  EXPECT_EQ(changed(), "ssh_command_timeout=30\n");
+}
+
+TEST_F(SetTunables, DoesNotApplyALastLineWithoutItsNewline) {
+  tunables.set_tunables("ssh_command_timeout=30\nssh_connect_timeout=40");
+  EXPECT_EQ(changed(), "ssh_command_timeout=30\n");
+}
+
+TEST_F(SetTunables, SplitsALineAtItsFirstEqualsSign) {
+  tunables.set_tunables("log_dir_prefix=a=b=\n");
+  EXPECT_EQ(changed(), "log_dir_prefix=a=b=\n");
+}
+
+TEST_F(SetTunables, TrimsNothing) {
+  tunables.set_tunables(" ssh_command_timeout=30\nssh_connect_timeout =40\nlog_dir_prefix= x \n");
+  EXPECT_EQ(changed(), "log_dir_prefix= x \n");
+}
+
+TEST_F(SetTunables, UnderstandsDefault) {
+  set("ssh_command_timeout", "30");
+  tunables.set_tunables("ssh_command_timeout=default\n");
+  EXPECT_EQ(changed(), "");
+}
+
+TEST_F(SetTunables, LetsTheLastOfTwoLinesWin) {
+  tunables.set_tunables("ssh_command_timeout=30\nssh_command_timeout=31\n");
+  EXPECT_EQ(changed(), "ssh_command_timeout=31\n");
+}
+
+TEST_F(SetTunables, OfNothingChangesNothing) {
+  for (const char* text : {"", "\n", "=", "=\n"}) tunables.set_tunables(text);
+  EXPECT_EQ(changed(), "");
+}
+
+class PrintTunables : public TunablesTest {};
+
+TEST_F(PrintTunables, WritesNothingForAFreshRegistry) { EXPECT_EQ(changed(), ""); }
+
+TEST_F(PrintTunables, WritesEveryChangedTunableNamesAscending) {
+  for (const char* name : tunable_names) set(name, "7");
+  EXPECT_EQ(changed(),
+            "failure_retry_interval=7\nlog_dir_prefix=7\nloopback_login=7\nssh_command_timeout=7\n"
+            "ssh_connect_timeout=7\nssh_du_command_timeout=7\nssh_shell_start_timeout=7\nsubprocess_log_size=7\n");
+}
+
+TEST_F(PrintTunables, LeavesOutAValueThatWasSetToItsDefault) {
+  set("failure_retry_interval", "300");
+  EXPECT_EQ(changed(), "");
+}
+
+TEST_F(PrintTunables, WritesWhatReproducesTheStateElsewhere) {
+  set("ssh_command_timeout", "-30");
+  set("log_dir_prefix", "/logs=x ");
+  TavrenTunables::tavrend_tunables.set_tunables(changed());
+  EXPECT_EQ(table(TavrenTunables::tavrend_tunables), table(tunables));
+}
+
+class TunableTable : public TunablesTest {};
+
+TEST_F(TunableTable, ShowsEveryTunable) {
+  EXPECT_EQ(table(tunables),
+            "TUNABLE                  VALUE\n"
+            "-------                  -----\n"
+            "failure_retry_interval   300\n"
+            "log_dir_prefix           \n"
+            "loopback_login           0\n"
+            "ssh_command_timeout      60\n"
+            "ssh_connect_timeout      120\n"
+            "ssh_du_command_timeout   120\n"
+            "ssh_shell_start_timeout  120\n"
+            "subprocess_log_size      0\n");
+}
+
+TEST_F(TunableTable, ShowsTheDefaultOfAChangedNumber) {
+  set("ssh_command_timeout", "30");
+  EXPECT_THAT(table(tunables), HasSubstr("\nssh_command_timeout      30 (default: 60)\n"));
+}
+
+TEST_F(TunableTable, ShowsTheDefaultOfAChangedText) {
+  set("log_dir_prefix", "/logs");
+  EXPECT_THAT(table(tunables), HasSubstr("\nlog_dir_prefix           /logs (default: )\n"));
+}
+
+TEST_F(TunableTable, DoesNotPadANameOf25CharactersOrMore) {
+  const Outcome outcome = run_in_child([] {
+    TavrenTunables& registry = TavrenTunables::tavrend_tunables;
+    const TavrenTunables::IntTunable of_24("a_name_of_24_characters_", 24, registry);
+    const TavrenTunables::IntTunable of_25("a_name_of_25_characters__", 25, registry);
+    const TavrenTunables::IntTunable of_26("a_name_of_26_characters___", 26, registry);
+    fputs(table(registry).c_str(), stdout);
+    fflush(stdout);
+    _exit(0);
+  });
+  EXPECT_THAT(outcome.out, HasSubstr("\na_name_of_24_characters_ 24\n"
+                                     "a_name_of_25_characters__25\n"
+                                     "a_name_of_26_characters___26\n"));
+}
+
+/* Calls an action whenever something is written. */
+template <class Action>
+class CallingBuffer : public std::streambuf {
+ public:
+  explicit CallingBuffer(Action called) : action(called) {}
+
+ private:
+  int overflow(int c) override {
+    action();
+    return c == EOF ? 0 : c;
+  }
+  std::streamsize xsputn(const char*, std::streamsize n) override {
+    action();
+    return n;
+  }
+
+  Action action;
+};
+
+class TunablesLock : public TunablesTest {};
+
+TEST_F(TunablesLock, IsHeldWhileTunablesArePrinted) {
+  set("ssh_command_timeout", "30");
+  expect_assertion("TavrenMutex", "owner != pthread_self()", [this] {
+    CallingBuffer buffer([this] { refusal("ssh_connect_timeout", "1"); });
+    std::ostream out(&buffer);
+    out.exceptions(std::ios_base::badbit);
+    tunables.print_tunables(out);
+  });
+}
+
+TEST_F(TunablesLock, IsHeldWhileTheTableIsPrinted) {
+  expect_assertion("TavrenMutex", "owner != pthread_self()", [this] {
+    /* The two lines of the heading are written before the registry is read: four texts. */
+    CallingBuffer buffer([this, writes = 0]() mutable {
+      if (++writes > 4) refusal("ssh_connect_timeout", "1");
+    });
+    std::ostream out(&buffer);
+    tunables.print_tunable_table(out);
+  });
+}
+
+TEST_F(TunablesLock, IsHeldWhileAValueIsSet) {
+  class CallsBack : public TavrenTunables::IntTunable {
+   public:
+    using IntTunable::IntTunable;
+    void set_value(const std::string&, std::string& error) override {
+      TavrenTunables::tavrend_tunables.set_tunable("ssh_connect_timeout", "1", error);
+    }
+  };
+  expect_assertion("TavrenMutex", "owner != pthread_self()", [] {
+    const CallsBack tunable("calls_back", 0, TavrenTunables::tavrend_tunables);
+    std::string error;
+    TavrenTunables::tavrend_tunables.set_tunable("calls_back", "1", error);
+  });
+}
+
+TEST_F(TunablesLock, IsNotNeededByTheGetters) {
+  set("ssh_command_timeout", "30");
+  int read = 0;
+  CallingBuffer buffer([&] { read = tunables.get_ssh_command_timeout(); });
+  std::ostream out(&buffer);
+  tunables.print_tunables(out);
+  EXPECT_EQ(read, 30);
+}
+
+class TunablesInThreads : public TunablesTest {};
+
+TEST_F(TunablesInThreads, AreReadWholeWhileTheyChange) {
+  constexpr int rounds = 1000;
+  std::atomic<bool> done{false};
+  std::atomic<int> torn{0};
+  std::vector<std::thread> readers;
+  for (int i = 0; i < 2; ++i) {
+    readers.emplace_back([&] {
+      while (!done) {
+        const int value = tunables.get_ssh_command_timeout();
+        if (value != 60 && value != 1 && value != -2) ++torn;
+      }
+    });
+  }
+  readers.emplace_back([&] {
+    while (!done) {
+      const std::string text = changed();
+      if (!text.empty() && text != "ssh_command_timeout=1\n" && text != "ssh_command_timeout=-2\n") ++torn;
+    }
+  });
+  for (int i = 0; i < rounds; ++i) {
+    tunables.set_tunables("ssh_command_timeout=1\nssh_command_timeout=-2\n");
+    set("ssh_command_timeout", "default");
+  }
+  done = true;
+  for (std::thread& reader : readers) reader.join();
+  EXPECT_EQ(torn, 0);
+}
+
+TEST_F(TunablesInThreads, AreChangedByManyAtOnce) {
+  const std::vector<std::string> names = {"loopback_login", "ssh_command_timeout", "ssh_connect_timeout"};
+  std::vector<std::thread> writers;
+  for (const std::string& name : names) {
+    writers.emplace_back([&, name] {
+      std::string error;
+      for (int i = 0; i <= 1000; ++i) tunables.set_tunable(name, std::to_string(i), error);
+    });
+  }
+  for (std::thread& writer : writers) writer.join();
+  EXPECT_EQ(changed(), "loopback_login=1000\nssh_command_timeout=1000\nssh_connect_timeout=1000\n");
+}
+
+}  // namespace

@@ -1,0 +1,131 @@
+/*
+ * The daemon's report of a failed check lies under a fixed name in /tmp, so each report is made by a child with a
+ * mount namespace, and a /tmp, of its own.
+ */
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "support/files.h"
+#include "support/run_in_child.h"
+#include "tavren_assert.h"
+
+namespace {
+
+constexpr char first_report[] = "/tmp/tavrend_error.0";
+constexpr char later_report[] = "/tmp/tavrend_error";
+constexpr char sample[] = "ASSERTION ERROR (f:12)\nassertion failed: a == b\n";
+
+/* Gives the calling process a /tmp of its own, empty. Returns false when it may not. */
+bool enter_private_tmp() {
+  return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount("none", "/tmp", "tmpfs", 0, "mode=1777") == 0;
+}
+
+/* Shows all that lies in /tmp on the standard output: mode, name and content of each file. */
+void show_tmp() {
+  if (system("cd /tmp && for f in *; do [ ! -f $f ] || { stat -c '%a %n' $f; cat $f; }; done") == -1) abort();
+}
+
+/* Lets a program of that name fail a check. */
+void fail_a_check(const char* program, const std::string& expression = "a == b") {
+  run_in_child([&] {
+    tavren_set_program_name(program);
+    _tavren_assert(expression.c_str(), "f", 12);
+  });
+}
+
+class ReportFile : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (run_in_child([] { _exit(enter_private_tmp() ? 0 : 1); }).exited_with(0)) return;
+    if (getenv("CI") != nullptr) FAIL() << "a private /tmp needs the rights of root";
+    GTEST_SKIP() << "a private /tmp needs the rights of root";
+  }
+
+  /* Runs action in a private /tmp and returns what show_tmp shows there after it. */
+  static std::string tmp_after(const std::function<void()>& action) {
+    return run_in_child([&] {
+             if (!enter_private_tmp()) abort();
+             umask(022);
+             action();
+             fflush(stdout);
+             show_tmp();
+           })
+        .out;
+  }
+};
+
+TEST_F(ReportFile, OfTheFirstFailureEndsInZero) {
+  const std::string tmp = tmp_after([] { fail_a_check("/usr/sbin/tavrend"); });
+  EXPECT_EQ(tmp, "644 tavrend_error.0\n" + std::string(sample));
+}
+
+TEST_F(ReportFile, OfTheSecondFailureLeavesTheFirstOneAlone) {
+  const std::string tmp = tmp_after([] {
+    write_file(first_report, "the first");
+    fail_a_check("tavrend");
+  });
+  EXPECT_EQ(tmp, "644 tavrend_error\n" + std::string(sample) + "644 tavrend_error.0\nthe first");
+}
+
+TEST_F(ReportFile, OfTheThirdFailureOverwritesTheSecond) {
+  const std::string tmp = tmp_after([] {
+    write_file(first_report, "the first\n");
+    write_file(later_report, std::string(1000, 'x'));
+    fail_a_check("tavrend");
+  });
+  EXPECT_EQ(tmp, "644 tavrend_error\n" + std::string(sample) + "644 tavrend_error.0\nthe first\n");
+}
+
+TEST_F(ReportFile, MayBeWrittenByEverybodyWhereTheUmaskAllowsIt) {
+  const std::string tmp = tmp_after([] {
+    umask(0);
+    fail_a_check("tavrend");
+  });
+  EXPECT_EQ(tmp, "666 tavrend_error.0\n" + std::string(sample));
+}
+
+TEST_F(ReportFile, HoldsTheFirst159BytesOfALongMessage) {
+  const std::string tmp = tmp_after([] { fail_a_check("tavrend", std::string(200, 'm')); });
+  EXPECT_EQ(tmp, "644 tavrend_error.0\nASSERTION ERROR (f:12)\nassertion failed: " + std::string(159 - 18, 'm') + "\n");
+}
+
+TEST_F(ReportFile, IsWrittenWhenAbortIsSuppressed) {
+  const std::string tmp = tmp_after([] {
+    tavren_suppress_abort = true;
+    fail_a_check("tavrend");
+  });
+  EXPECT_EQ(tmp, "644 tavrend_error.0\n" + std::string(sample));
+}
+
+TEST_F(ReportFile, IsNotWrittenByAProgramWithoutAName) {
+  EXPECT_EQ(tmp_after([] { run_in_child([] { _tavren_assert("a == b", "f", 12); }); }), "");
+}
+
+TEST_F(ReportFile, IsNotWrittenByAnotherProgram) {
+  EXPECT_EQ(tmp_after([] {
+              for (const char* program : {"tavrend2", "tavren", "Tavrend"}) fail_a_check(program);
+            }),
+            "");
+}
+
+TEST_F(ReportFile, ThatCannotBeOpenedIsNamedBeforeTheDiagnostic) {
+  const Outcome outcome = run_in_child([] {
+    if (!enter_private_tmp()) exit(1);
+    write_file(first_report, "the first");
+    mkdir(later_report, 0755);
+    tavren_set_program_name("tavrend");
+    _tavren_assert("a == b", "f", 12);
+  });
+  EXPECT_EQ(outcome.err, "Failed to open /tmp/tavrend_error, errno=21\n\n" + std::string(sample));
+  EXPECT_TRUE(outcome.killed_by(SIGABRT));
+}
+
+}  // namespace

@@ -1,0 +1,152 @@
+#include "tavren_malloc.h"
+
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <new>
+
+#include "support/run_in_child.h"
+#include "tavren_assert.h"
+#include "tavren_cmem.h"
+
+/* The handlers belong to the process and are never reset, so they are set in children only. */
+namespace {
+
+constexpr char fatal_error[] = "FATAL ERROR: Ran out of heap memory.\n";
+
+void say_that_it_ran() { fputs("handler ran\n", stdout); }
+
+void say_goodbye() { fputs("exit handlers ran", stdout); }
+
+TEST(MallocHandler, IsTheBasicOneAtTheStart) {
+  const Outcome outcome = run_in_child([] { tavren_run_malloc_handler(); });
+  EXPECT_EQ(outcome.err, fatal_error);
+  EXPECT_TRUE(outcome.exited_with(2)) << outcome.wait_status;
+}
+
+TEST(MallocHandler, ThatWasSetIsRunAndMayReturn) {
+  const Outcome outcome = run_in_child([] {
+    tavren_set_malloc_handler(say_that_it_ran);
+    tavren_run_malloc_handler();
+    fputs("and returned", stdout);
+  });
+  EXPECT_EQ(outcome.out, "handler ran\nand returned");
+}
+
+TEST(MallocHandler, ThatWasSetIsTheNewHandlerToo) {
+  const Outcome outcome = run_in_child([] {
+    tavren_set_malloc_handler(say_that_it_ran);
+    std::get_new_handler()();
+  });
+  EXPECT_EQ(outcome.out, "handler ran\n");
+}
+
+TEST(NewHandler, IsNotInstalledByTheLibraryItself) { EXPECT_EQ(std::get_new_handler(), nullptr); }
+
+TEST(NewHandler, OnceSetUpRunsTheMallocHandlerOfTheMoment) {
+  const Outcome outcome = run_in_child([] {
+    tavren_setup_new_handler();
+    const std::new_handler installed = std::get_new_handler();
+    tavren_set_malloc_handler(say_that_it_ran);
+    installed();
+  });
+  EXPECT_EQ(outcome.out, "handler ran\n");
+}
+
+TEST(BasicMallocHandler, RunsNoExitHandlers) {
+  const Outcome outcome = run_in_child([] {
+    atexit(say_goodbye);
+    tavren_basic_malloc_handler();
+  });
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_TRUE(outcome.exited_with(2));
+}
+
+TEST(BasicMallocHandler, WithAbortSuppressedExitsWithStatusZero) {
+  const Outcome outcome = run_in_child([] {
+    atexit(say_goodbye);
+    tavren_suppress_abort = true;
+    tavren_basic_malloc_handler();
+  });
+  EXPECT_EQ(outcome.err, fatal_error);
+  EXPECT_EQ(outcome.out, "exit handlers ran");
+  EXPECT_TRUE(outcome.exited_with(0)) << outcome.wait_status;
+}
+
+TEST(BasicMallocHandler, FlushesTheBufferedStreamsFirst) {
+  const Outcome outcome = run_in_child([] {
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    setvbuf(stderr, nullptr, _IOFBF, BUFSIZ);
+    fputs("to standard output,", stdout);
+    fputs("to standard error,", stderr);
+    tavren_basic_malloc_handler();
+  });
+  EXPECT_EQ(outcome.err, "to standard output,to standard error," + std::string(fatal_error));
+}
+
+TEST(AllocationCheck, ReportsTheSourceAndItsLineAndRunsTheHandler) {
+  const Outcome outcome = run_in_child([] { _tavren_check_alloc("source", 12); });
+  EXPECT_EQ(outcome.err, "Memory allocation failed: source, line 12\n" + std::string(fatal_error));
+  EXPECT_TRUE(outcome.exited_with(2));
+}
+
+TEST(AllocationCheck, ReturnsWhenTheHandlerReturns) {
+  const Outcome outcome = run_in_child([] {
+    tavren_set_malloc_handler(say_that_it_ran);
+    _tavren_check_alloc("source", 12);
+    fputs("and returned", stdout);
+  });
+  EXPECT_EQ(outcome.err, "Memory allocation failed: source, line 12\n");
+  EXPECT_EQ(outcome.out, "handler ran\nand returned");
+}
+
+TEST(AllocationCheck, CutsItsReportTo79Bytes) {
+  const Outcome outcome = run_in_child([] {
+    tavren_set_malloc_handler(say_that_it_ran);
+    _tavren_check_alloc(std::string(100, 's').c_str(), 12);
+  });
+  EXPECT_EQ(outcome.err, "Memory allocation failed: " + std::string(79 - 26, 's'));
+}
+
+TEST(AllocationCheck, FlushesTheBufferedStreamsFirst) {
+  const Outcome outcome = run_in_child([] {
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    fputs("before,", stdout);
+    _tavren_check_alloc("source", 12);
+  });
+  EXPECT_EQ(outcome.err, "before,Memory allocation failed: source, line 12\n" + std::string(fatal_error));
+}
+
+TEST(Strdup, ReturnsACopyThatFreeReleases) {
+  char text[] = "text";
+  char* const copy = tavren_strdup(text);
+  text[0] = 'n';
+  EXPECT_STREQ(copy, "text");
+  free(copy);
+}
+
+TEST(Strdup, CopiesAnEmptyText) {
+  char* const copy = tavren_strdup("");
+  EXPECT_STREQ(copy, "");
+  free(copy);
+}
+
+TEST(Strdup, OfNullIsReportedLikeAFailedAllocation) {
+  const Outcome outcome = run_in_child([] { free(tavren_strdup(nullptr)); });
+  const std::string report = outcome.err.substr(0, outcome.err.find_first_of("0123456789"));
+  EXPECT_EQ(report, "Memory allocation failed: tavren_malloc, line ");
+  EXPECT_TRUE(outcome.exited_with(2));
+}
+
+TEST(Strdup, OfNullIsNullWhenTheHandlerReturns) {
+  const Outcome outcome = run_in_child([] {
+    tavren_set_malloc_handler(say_that_it_ran);
+    fputs(tavren_strdup(nullptr) == nullptr ? "NULL" : "not NULL", stdout);
+  });
+  EXPECT_EQ(outcome.out, "handler ran\nNULL");
+}
+
+}  // namespace

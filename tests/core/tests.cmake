@@ -1,0 +1,12 @@
+tavren_test(error_tests core/TavrenError_test.cpp core/TavrenError_text_test.cpp core/TavrenError_serialised_test.cpp)
+tavren_test(assert_tests core/tavren_assert_test.cpp core/report_file_test.cpp)
+tavren_test(malloc_tests core/tavren_malloc_test.cpp)
+tavren_test(mutex_tests core/TavrenMutex_test.cpp)
+tavren_test(mutex_failure_tests core/TavrenMutex_failures_test.cpp)
+tavren_test(tunables_tests core/TavrenTunables_test.cpp core/TavrenTunables_text_test.cpp)
+tavren_test(catalogue_tests core/catalogue_test.cpp)
+
+# A sanitizer needs memory of its own and brings an operator new that never calls a handler.
+if(NOT TAVREN_SANITIZE)
+  tavren_test(memory_exhaustion_tests core/memory_exhaustion_test.cpp)
+endif()
