@@ -1,0 +1,1 @@
+tavren_test(records_tests daemon/records_test.cpp)
