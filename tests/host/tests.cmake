@@ -8,3 +8,5 @@ tavren_test(host_login_tests host/known_hosts_test.cpp host/login_banner_test.cp
   host/login_dialogue_test.cpp host/login_failure_test.cpp host/password_test.cpp ${host_support} TIMEOUT 180)
 tavren_test(host_command_tests host/checked_command_test.cpp host/remote_command_test.cpp host/shell_quoting_test.cpp
   ${host_support})
+tavren_test(host_transfer_tests host/file_operations_test.cpp host/sink_test.cpp host/transfer_test.cpp ${host_support})
+tavren_test(host_stream_tests host/stream_test.cpp ${host_support})

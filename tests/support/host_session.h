@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 #include <list>
@@ -56,6 +57,12 @@ std::string error_body(Action action) {
   }
   ADD_FAILURE() << "no TavrenError was thrown";
   return "";
+}
+
+/* Waits until the child process pid has ended, and leaves it to be reaped. */
+inline void wait_for_exit(pid_t pid) {
+  siginfo_t info{};
+  if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT) != 0) throw std::runtime_error("waitid failed");
 }
 
 /* Returns the first count lines of text. */

@@ -34,11 +34,11 @@ ScriptedClient::ScriptedClient(const std::string& body, const std::string& name)
                          "echo >>\"$dir/starts\"\n"
                          "take() { head -n 1 >\"$dir/$1\"; }\n"
                          "take_rest() { read -r go <\"$dir/go\"; timeout --foreground 0.2 cat >\"$dir/rest\"; "
-                         "echo >\"$dir/end\"; }\n"
+                         "echo >\"$dir/rest_taken\"; }\n"
                          "become_shell() { exec /bin/sh +i 2>&1; }\n" +
                          body + "\n");
   make_fifo("go");
-  make_fifo("end");
+  make_fifo("rest_taken");
   if (chmod(script.c_str(), 0755) != 0) throw std::runtime_error("chmod failed");
 }
 
@@ -70,7 +70,7 @@ std::string ScriptedClient::taken(const std::string& name) const { return read_f
 
 std::string ScriptedClient::rest() const {
   release(directory.path("go"));
-  wait_at(directory.path("end"));
+  wait_at(directory.path("rest_taken"));
   return taken("rest");
 }
 

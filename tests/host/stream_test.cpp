@@ -1,0 +1,224 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "TavrenExceptions.h"
+#include "host/transfer_fixture.h"
+#include "support/client_dialogue.h"
+#include "support/run_in_child.h"
+
+namespace {
+
+/*
+ * A session on a terminal whose far end, like the real client, waits for input with poll before it reads: a program
+ * that blocks in read on a raw terminal does not see the end of file.
+ */
+class Stream : public HostTest {
+ protected:
+  Stream() : client(polling_shell + ClientDialogue().login()) {
+    recorded_system::reset();
+    settings.dir = directory.path();
+    set_command("ssh", client.path());
+    enable();
+    host.open_connection();
+  }
+  ~Stream() override { recorded_system::reset(); }
+
+  void send(const std::string& text, const std::string& name = "file") {
+    host.start_send_stream(name);
+    constexpr size_t piece = 2048;
+    for (size_t start = 0; start < text.size(); start += piece) {
+      const std::string part = text.substr(start, piece);
+      host.continue_send_stream(part.data(), static_cast<unsigned int>(part.size()));
+    }
+    host.end_send_stream();
+  }
+
+  void reopen() {
+    host.close_connection();
+    host.open_connection();
+  }
+
+  /* Sends until the far side's complaint is there. Returns the error. */
+  std::string complaint_about(const std::string& text) {
+    return error_body([&] {
+      for (int i = 0; i < 1000000; ++i) host.continue_send_stream(text.data(), static_cast<unsigned int>(text.size()));
+    });
+  }
+
+  std::string received(const std::string& name) const { return read_file(directory.path(name)); }
+
+  static std::string text_of(size_t size) {
+    std::string text(size, '\n');
+    for (size_t i = 0; i < size; ++i) {
+      if (i % 61 != 60) text[i] = static_cast<char>('!' + (i * 7919) % 90);
+    }
+    return text;
+  }
+
+  const std::string polling_shell = "become_shell() { exec /usr/bin/socat -t 60 - EXEC:/bin/sh,stderr; }\n";
+  const TemporaryDirectory directory;
+  const ScriptedClient client;
+};
+
+/* The far end of a loopback session reads from a pipe, where the end of file is an ordinary byte. */
+class LoopbackStream : public TransferTest {};
+
+class StreamSize : public Stream, public testing::WithParamInterface<size_t> {};
+class StreamName : public Stream, public testing::WithParamInterface<const char*> {};
+
+}  // namespace
+
+TEST_F(Stream, StartsARemoteWriter) {
+  recorded_system::record_writes();
+  host.start_send_stream("it's");
+  EXPECT_EQ(recorded_system::take_writes(),
+            std::vector<std::string>{"echo '_TAV/REN_' BEGIN; /bin/cat >'it'\\''s' || /bin/cat >/dev/null\n"});
+}
+
+TEST_F(Stream, StartsTheConfiguredWriter) {
+  set_command("cat", "tr a b");
+  send("banana");
+  EXPECT_EQ(received("file"), "bbnbnb");
+}
+
+TEST_F(Stream, SendsItsDataAsItStands) {
+  host.start_send_stream("file");
+  recorded_system::record_writes();
+  host.continue_send_stream("two\nlines", 9);
+  EXPECT_EQ(recorded_system::take_writes(), std::vector<std::string>{"two\nlines"});
+}
+
+TEST_P(StreamSize, ArrivesWhole) {
+  send(text_of(GetParam()));
+  EXPECT_EQ(received("file"), text_of(GetParam()));
+}
+
+TEST_P(StreamSize, ArrivesWholeWithAFinalNewline) {
+  send(text_of(GetParam()) + "\n");
+  EXPECT_EQ(received("file"), text_of(GetParam()) + "\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(, StreamSize, testing::Values(0, 1, 2047, 2048, 2049, 4095, 4096, 4097, 100000, 5000000),
+                         testing::PrintToStringParamName());
+
+TEST_P(StreamName, IsKept) {
+  send("content", GetParam());
+  EXPECT_EQ(received(GetParam()), "content");
+}
+
+INSTANTIATE_TEST_SUITE_P(, StreamName,
+                         testing::Values("plain", "two words", "it's", "$(touch x)", "-name", "a\\nb", "*",
+                                         "\xc3\xa4"));
+
+TEST_F(Stream, ManyInARowArriveWhole) {
+  for (size_t size = 1; size < 40000; size += 1999) {
+    send(text_of(size));
+    ASSERT_EQ(received("file"), text_of(size)) << size;
+    reopen();
+  }
+}
+
+TEST_F(Stream, EndsTheChild) {
+  const pid_t child = std::stoi(output_of(host, "echo $PPID"));
+  send("content");
+  host.close_connection();
+  EXPECT_EQ(kill(child, 0), -1);
+}
+
+TEST_F(Stream, ThatEndedKeepsTheSessionFromFurtherCommands) {
+  send("content");
+  expect_assertion("TavrenHost", "running_command.size() == 0", [this] { host.run_and_check_ecode("pwd"); });
+}
+
+TEST_F(Stream, ANewConnectionWorksAfterIt) {
+  send("content");
+  reopen();
+  EXPECT_EQ(output_of(host, "cat file; echo"), "content");
+}
+
+TEST_F(Stream, ToAFileThatCannotBeOpenedIsIncorrectOutput) {
+  host.start_send_stream("no/such/file");
+  const std::string error = complaint_about("text\n");
+  EXPECT_EQ(first_lines(error, 1),
+            "  - Remote command \"/bin/cat >'no/such/file'\" produced incorrect output: 1 line(s) of output\n");
+  EXPECT_NE(error.find("no/such/file"), std::string::npos) << error;
+  EXPECT_NE(error.find("\n  - Expected output: \"\"\n"), std::string::npos) << error;
+}
+
+TEST_F(Stream, ToAFileThatCannotBeOpenedIsNotExecuted) {
+  host.start_send_stream("no/such/file");
+  complaint_about("echo >executed\n");
+  host.end_send_stream();
+  EXPECT_FALSE(std::filesystem::exists(directory.path("executed")));
+}
+
+TEST_F(Stream, AComplaintAfterItsEndIsIncorrectOutput) {
+  const ScriptedClient writer("cat; echo no room >&2", "writer");
+  set_command("cat", writer.path());
+  EXPECT_EQ(error_body([this] { send("content"); }), "  - Remote command \"" + writer.path() +
+                                                         " >'file'\" produced incorrect output: 1 line(s) of output\n"
+                                                         "  - Command output: \"no room\"\n"
+                                                         "  - Expected output: \"\"\n");
+}
+
+TEST_F(Stream, AChildThatEndedBeforeIsNoSuccess) {
+  const pid_t child = std::stoi(output_of(host, "echo $PPID"));
+  host.start_send_stream("file");
+  host.continue_send_stream("content", 7);
+  host.kill_ssh();
+  wait_for_exit(child);
+  const std::string error = error_body([this] { host.end_send_stream(); });
+  EXPECT_EQ(first_lines(error, 1), "  - Program exited unexpectedly: " + client.path() + "\n");
+}
+
+TEST_F(Stream, ThatIsNotReadIsATimeoutAtItsEnd) {
+  set_tunable("ssh_command_timeout", "1");
+  const ScriptedClient writer("kill -STOP $(cat /proc/$PPID/stat | cut -d' ' -f4); exec sleep 100", "writer");
+  set_command("cat", writer.path());
+  host.start_send_stream("file");
+  host.continue_send_stream("content", 7);
+  EXPECT_EQ(error_body([this] { host.end_send_stream(); }),
+            "  - Timeout occurred while running remote command: \"" + writer.path() + " >'file' (1)\"\n");
+}
+
+TEST_F(Stream, AWriterThatDoesNotEndIsATimeout) {
+  set_tunable("ssh_command_timeout", "1");
+  const ScriptedClient writer("cat; exec sleep 100", "writer");
+  set_command("cat", writer.path());
+  host.start_send_stream("file");
+  EXPECT_EQ(error_body([this] { host.end_send_stream(); }),
+            "  - Timeout occurred while running remote command: \"" + writer.path() + " >'file' (1)\"\n");
+}
+
+TEST_F(Stream, AShellThatDoesNotStartTheWriterIsATimeout) {
+  set_tunable("ssh_command_timeout", "1");
+  host.run_line("exec sleep 100", nullptr);
+  EXPECT_EQ(error_body([this] { host.start_send_stream("file"); }),
+            "  - Timeout occurred while running remote command: \"/bin/cat >'file' (0)\"\n");
+}
+
+TEST_F(Stream, WaitingForItsEndIsCancelledByDisabling) {
+  host.start_send_stream("file");
+  host.disable();
+  EXPECT_THROW(host.end_send_stream(), TavrenOperationCancelled);
+}
+
+TEST_F(LoopbackStream, CannotEndAndIsATimeout) {
+  set_tunable("ssh_command_timeout", "1");
+  host.start_send_stream("file");
+  host.continue_send_stream("content", 7);
+  EXPECT_EQ(error_body([this] { host.end_send_stream(); }),
+            "  - Timeout occurred while running remote command: \"/bin/cat >'file' (1)\"\n");
+}
+
+TEST_F(LoopbackStream, ContinuingWithoutAStartIsAFailedAssertion) {
+  expect_assertion("TavrenHost", "running_command.size() != 0", [this] { host.continue_send_stream("x", 1); });
+}
+
+TEST_F(LoopbackStream, EndingWithoutAStartIsAFailedAssertion) {
+  expect_assertion("TavrenHost", "running_command.size() != 0", [this] { host.end_send_stream(); });
+}
