@@ -1,0 +1,190 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "process/children.h"
+#include "process/observe.h"
+#include "tavren_basic.h"
+
+namespace {
+
+const std::string megabyte(1000000, 'x');
+const std::string cancelled = "TavrenOperationCancelled";
+
+/* One way to wait for a child that neither reads nor writes. */
+struct Wait {
+  const char* name;
+  bool separate_stdin;
+  void (*action)(TavrenProcess&);
+};
+
+const Wait waits[] = {
+    {"ReadLine", false,
+     [](TavrenProcess& child) {
+       std::string line;
+       child.read_line(line, patient_deadline(), "prompt");
+     }},
+    {"ReadByte", false, [](TavrenProcess& child) { child.read_byte(patient_deadline()); }},
+    {"Expect", false,
+     [](TavrenProcess& child) {
+       std::list<std::string> lines;
+       child.expect("text", lines, patient_deadline());
+     }},
+    {"ReadUntilLineStartsWith", false,
+     [](TavrenProcess& child) { child.read_until_line_starts_with("prompt", 2147483647); }},
+    {"SendToATerminal", false, [](TavrenProcess& child) { child.send(megabyte, patience); }},
+    {"SendToAPipe", true, [](TavrenProcess& child) { child.send(megabyte, patience); }},
+    {"SendEof", false, [](TavrenProcess& child) { child.send_eof(patience); }},
+};
+
+class Cancel : public testing::TestWithParam<Wait> {
+ protected:
+  /* Its terminal holds a byte that it leaves unread. */
+  Cancel() : child("/bin/sleep", {"600"}, GetParam().separate_stdin) { child.send("x", patience); }
+
+  std::string result() {
+    return result_of([this] { GetParam().action(child); });
+  }
+
+  TavrenProcess child;
+};
+
+const auto name = [](const testing::TestParamInfo<Wait>& info) { return info.param.name; };
+
+/* Waits in another thread until the one that waits is asleep, then calls action. */
+class WhileAsleep {
+ public:
+  template <typename Action>
+  explicit WhileAsleep(Action action)
+      : thread([sleeper = gettid(), action] {
+          wait_until_asleep(sleeper);
+          action();
+        }) {}
+  ~WhileAsleep() { thread.join(); }
+  WhileAsleep(const WhileAsleep&) = delete;
+  WhileAsleep& operator=(const WhileAsleep&) = delete;
+
+ private:
+  std::thread thread;
+};
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Waits, Cancel, testing::ValuesIn(waits), name);
+
+TEST_P(Cancel, DuringTheWaitEndsItAtOnce) {
+  const int before = tavren_get_uptime();
+  const WhileAsleep disabled([this] { child.disable(); });
+  EXPECT_EQ(result(), cancelled);
+  EXPECT_LT(tavren_get_uptime(), before + patience);
+}
+
+TEST_P(Cancel, BeforeTheWaitEndsItAtOnce) {
+  child.disable();
+  EXPECT_EQ(result(), cancelled);
+}
+
+TEST_P(Cancel, IsPermanent) {
+  child.disable();
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(result(), cancelled);
+}
+
+TEST_P(Cancel, AgainChangesNothing) {
+  for (int i = 0; i < 3; ++i) child.disable();
+  EXPECT_EQ(result(), cancelled);
+}
+
+TEST_P(Cancel, DoesNotEndTheChild) {
+  child.disable();
+  result();
+  EXPECT_EQ(child.send_signal(0), 0);
+}
+
+TEST_P(Cancel, FromManyThreadsIsSafe) {
+  std::atomic<bool> enough{false};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([this, &enough] {
+      for (int n = 0; n < 1000 && !enough; ++n) {
+        child.disable();
+        child.send_signal(0);
+      }
+    });
+  }
+  EXPECT_EQ(result(), cancelled);
+  enough = true;
+  for (std::thread& thread : threads) thread.join();
+}
+
+TEST(CancelledRead, TakesWhatNeedsNoWait) {
+  TavrenProcess child = shell("echo first; echo second; exec sleep 600");
+  ASSERT_EQ(next_line(child), "first");
+  ASSERT_EQ(child.read_byte(patient_deadline()), 's');
+  child.disable();
+  EXPECT_EQ(next_line(child), "econd");
+}
+
+TEST(CancelledRead, LeavesWhatCameUnread) {
+  TavrenProcess child = shell("printf 'line\\nunfinished'; exec sleep 600");
+  ASSERT_EQ(next_line(child), "line");
+  child.disable();
+  std::string line;
+  EXPECT_EQ(result_of([&] { child.read_line(line, patient_deadline(), ""); }), cancelled);
+  EXPECT_EQ(next_bytes(child, 10), "unfinished");
+}
+
+/* The data is there, or comes, but the operation has to wait for more than that. */
+TEST(CancelledRead, WinsOverDataThatArrivesDuringTheWait) {
+  TavrenProcess child = shell("while :; do printf x; done");
+  child.disable();
+  EXPECT_EQ(result_of([&] {
+              while (true) child.read_byte(patient_deadline());
+            }),
+            cancelled);
+}
+
+TEST(CancelledSend, SendsWhatNeedsNoWait) {
+  TavrenProcess child("/bin/head", {"-c", "5"}, false);
+  child.disable();
+  child.send("words", patience);
+  /* Only the program's end is waited for here: the object itself does not wait any more. */
+  ASSERT_TRUE(wait_until([] {
+    siginfo_t info{};
+    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0;
+  }));
+  EXPECT_EQ(next_bytes(child, 5), "words");
+}
+
+TEST(CancelledObject, LeavesOthersAlone) {
+  TavrenProcess first("/bin/cat", {}, false);
+  TavrenProcess second("/bin/cat", {}, false);
+  first.disable();
+  second.send("words\n", patience);
+  EXPECT_EQ(next_line(second), "words");
+}
+
+TEST(SendSignalFromAnotherThread, EndsAChildThatIsWaitedFor) {
+  TavrenProcess child = shell("echo last words; exec sleep 600");
+  ASSERT_EQ(next_line(child), "last words");
+  const WhileAsleep killed([&child] { child.send_signal(SIGKILL); });
+  EXPECT_EQ(result_of_reading_on(child), "13(/bin/sh) 12(last words)");
+}
+
+TEST(SendSignalFromAnotherThread, IsSafeWhileTheChildIsStopped) {
+  for (int i = 0; i < 50; ++i) {
+    TavrenProcess child("/bin/sleep", {"600"}, false);
+    std::atomic<bool> begun{false};
+    std::thread signals([&] {
+      while (child.send_signal(0) == 0) begun = true;
+    });
+    while (!begun) std::this_thread::yield();
+    child.stop(0);
+    signals.join();
+    EXPECT_EQ(child.send_signal(0), -1);
+  }
+}

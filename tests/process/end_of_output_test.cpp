@@ -1,0 +1,121 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <numeric>
+
+#include "process/children.h"
+#include "process/observe.h"
+#include "support/run_in_child.h"
+#include "tavren_basic.h"
+
+namespace {
+
+/* What is expected of a child whose last lines are numbers. */
+std::string exited_after(int first, int last) {
+  std::string text = "13(/bin/sh)";
+  for (int i = first; i <= last; ++i) text += " 12(" + std::to_string(i) + ")";
+  return text;
+}
+
+/* Children that print 64 kB and exit, each heard to the end. */
+void hear_many_out(int count) {
+  std::string expected(65536, '\0');
+  std::iota(expected.begin(), expected.end(), '\0');
+  for (int i = 0; i < count; ++i) {
+    TavrenProcess child = counterpart({"flood", std::to_string(expected.size())});
+    const std::string output = all_output(child);
+    ASSERT_TRUE(output == expected) << "child " << i << ": " << output.size() << " bytes";
+    child.stop(0);
+  }
+}
+
+}  // namespace
+
+TEST(EndOfOutput, CarriesTheLastLinesOldestFirst) {
+  TavrenProcess child = shell("seq 1 3");
+  EXPECT_EQ(result_of_reading_on(child), exited_after(1, 3));
+}
+
+TEST(EndOfOutput, CarriesTwentyLinesAtMost) {
+  TavrenProcess child = shell("seq 1 100");
+  EXPECT_EQ(result_of_reading_on(child), exited_after(81, 100));
+}
+
+TEST(EndOfOutput, CarriesAlsoTheLinesTakenBefore) {
+  TavrenProcess child = shell("seq 1 3");
+  ASSERT_EQ(next_line(child), "1");
+  ASSERT_EQ(next_line(child), "2");
+  EXPECT_EQ(result_of_reading_on(child), exited_after(1, 3));
+}
+
+TEST(EndOfOutput, CarriesNoUnfinishedLine) {
+  TavrenProcess child = shell("printf '1\\n2\\nunfinished'");
+  EXPECT_EQ(result_of_reading_on(child), exited_after(1, 2));
+}
+
+TEST(EndOfOutput, LeavesTheUnfinishedLineToReadByte) {
+  TavrenProcess child = shell("printf '1\\nrest'");
+  ASSERT_EQ(result_of_reading_on(child), exited_after(1, 1));
+  EXPECT_EQ(next_bytes(child, 4), "rest");
+}
+
+TEST(EndOfOutput, CarriesNothingOfASilentChild) {
+  TavrenProcess child("/bin/true", {}, false);
+  EXPECT_EQ(result_of_reading_on(child), "13(/bin/true)");
+}
+
+TEST(EndOfOutput, IsReportedByEachWayOfReading) {
+  TavrenProcess child = shell("echo 1");
+  ASSERT_EQ(next_line(child), "1");
+  std::string line;
+  std::list<std::string> lines;
+  const std::string expected = exited_after(1, 1);
+  EXPECT_EQ(result_of([&] { child.read_line(line, patient_deadline(), "prompt"); }), expected);
+  EXPECT_EQ(result_of([&] { child.read_byte(patient_deadline()); }), expected);
+  EXPECT_EQ(result_of([&] { child.expect("1", lines, patient_deadline()); }), expected);
+  EXPECT_EQ(result_of([&] { child.read_until_line_starts_with("prompt", patient_deadline()); }), expected);
+}
+
+TEST(EndOfOutput, IsReportedAtOnceAndNotAtTheDeadline) {
+  TavrenProcess child = shell("echo 1");
+  const int before = tavren_get_uptime();
+  EXPECT_EQ(result_of_reading_on(child), exited_after(1, 1));
+  EXPECT_LT(tavren_get_uptime(), before + patience);
+}
+
+TEST(EndOfOutput, ComesWhenALivingChildClosesTheTerminal) {
+  TavrenProcess child = shell("echo 1; exec sleep 600 <&- >&- 2>&-");
+  EXPECT_EQ(result_of_reading_on(child), exited_after(1, 1));
+  EXPECT_EQ(child.send_signal(0), 0);
+}
+
+/* A descendant that holds the terminal keeps the end of the output from coming: the deadline stands in for it. */
+TEST(EndOfOutput, ThatNeverComesDoesNotHideTheEndOfTheChild) {
+  TavrenProcess child = shell("trap '' HUP; (while [ -t 1 ]; do sleep 0.05; done) & echo 1");
+  ASSERT_EQ(next_line(child), "1");
+  const std::string too_much(1000000, 'x');
+  EXPECT_EQ(result_of([&] { child.send(too_much, 1); }), exited_after(1, 1));
+  EXPECT_EQ(result_of([&] { child.send_eof(1); }), exited_after(1, 1));
+}
+
+TEST(EndOfOutput, LeavesTheChildToBeReaped) {
+  TavrenProcess child("/bin/true", {}, false);
+  result_of_reading_on(child);
+  EXPECT_TRUE(has_children());
+}
+
+TEST(EndOfOutput, ComesInAHostThatIgnoresSigchld) {
+  const Outcome outcome = run_in_child([] {
+    signal(SIGCHLD, SIG_IGN);
+    TavrenProcess child = shell("seq 1 3");
+    printf("%s", result_of_reading_on(child).c_str());
+  });
+  EXPECT_EQ(outcome.out, exited_after(1, 3));
+}
+
+TEST(EndOfOutput, LosesNothingOfWhatWasPrintedBefore) { hear_many_out(1000); }
+
+TEST(EndOfOutput, LosesNothingWhileTheCoresAreBusy) {
+  const BusyCores busy;
+  hear_many_out(1000);
+}

@@ -1,0 +1,146 @@
+#include "process/faults.h"
+
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <stdarg.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#define EXPORTED extern "C" __attribute__((visibility("default")))
+
+namespace {
+
+Faulty* active = nullptr;
+
+/* The function of that name that ours stands in front of. */
+template <typename Function>
+Function* real(const char* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+/* Returns what a call that fails on demand returns. */
+int failure() { return errno == 0 ? 0 : -1; }
+
+const char* name_of_command(int command) {
+  switch (command) {
+    case F_GETFL:
+      return "F_GETFL";
+    case F_SETFL:
+      return "F_SETFL";
+    case F_SETFD:
+      return "F_SETFD";
+    case F_DUPFD_CLOEXEC:
+      return "F_DUPFD_CLOEXEC";
+    default:
+      return "fcntl";
+  }
+}
+
+const char* name_of_request(unsigned long request) {
+  switch (request) {
+    case TIOCOUTQ:
+      return "TIOCOUTQ";
+    case TIOCGPTPEER:
+      return "TIOCGPTPEER";
+    case FIONREAD:
+      return "FIONREAD";
+    default:
+      return "ioctl";
+  }
+}
+
+}  // namespace
+
+Faulty::Faulty(const std::string& call_name, int error_number, int which)
+    : name(call_name), error(error_number), call(which) {
+  active = this;
+}
+
+Faulty::~Faulty() { active = nullptr; }
+
+/* Records a call; returns whether it is to fail, errno then being the error. */
+bool strikes(const char* name, long argument) {
+  if (active == nullptr || active->name != name) return false;
+  Faulty& fault = *active;
+  fault.recorded.push_back(argument);
+  if (fault.call != Faulty::every && fault.recorded.size() != static_cast<size_t>(fault.call)) return false;
+  errno = fault.error;
+  return true;
+}
+
+EXPORTED int pipe2(int* ends, int flags) noexcept {
+  static const auto next = real<int(int*, int)>("pipe2");
+  return strikes("pipe2", 0) ? failure() : next(ends, flags);
+}
+
+EXPORTED pid_t forkpty(int* master, char* name, const termios* settings, const winsize* size) noexcept {
+  static const auto next = real<pid_t(int*, char*, const termios*, const winsize*)>("forkpty");
+  return strikes("forkpty", 0) ? failure() : next(master, name, settings, size);
+}
+
+EXPORTED int tcgetattr(int fd, termios* settings) noexcept {
+  static const auto next = real<int(int, termios*)>("tcgetattr");
+  return strikes("tcgetattr", 0) ? failure() : next(fd, settings);
+}
+
+EXPORTED int tcsetattr(int fd, int when, const termios* settings) noexcept {
+  static const auto next = real<int(int, int, const termios*)>("tcsetattr");
+  return strikes("tcsetattr", 0) ? failure() : next(fd, when, settings);
+}
+
+EXPORTED int poll(pollfd* entries, nfds_t count, int timeout) {
+  static const auto next = real<int(pollfd*, nfds_t, int)>("poll");
+  return strikes("poll", timeout) ? failure() : next(entries, count, timeout);
+}
+
+EXPORTED ssize_t read(int fd, void* buffer, size_t size) {
+  static const auto next = real<ssize_t(int, void*, size_t)>("read");
+  return strikes("read", static_cast<long>(size)) ? failure() : next(fd, buffer, size);
+}
+
+EXPORTED ssize_t write(int fd, const void* data, size_t size) {
+  static const auto next = real<ssize_t(int, const void*, size_t)>("write");
+  return strikes("write", static_cast<long>(size)) ? failure() : next(fd, data, size);
+}
+
+EXPORTED int dup2(int from, int to) noexcept {
+  static const auto next = real<int(int, int)>("dup2");
+  return strikes("dup2", 0) ? failure() : next(from, to);
+}
+
+EXPORTED int kill(pid_t pid, int number) noexcept {
+  static const auto next = real<int(pid_t, int)>("kill");
+  return strikes("kill", number) ? failure() : next(pid, number);
+}
+
+EXPORTED pid_t waitpid(pid_t pid, int* status, int options) {
+  static const auto next = real<pid_t(pid_t, int*, int)>("waitpid");
+  return strikes("waitpid", options) ? failure() : next(pid, status, options);
+}
+
+/* With large files, fcntl is fcntl64 to the linker. */
+EXPORTED int fcntl(int fd, int command, ...) {
+  static const auto next = real<int(int, int, ...)>("fcntl64");
+  va_list arguments;
+  va_start(arguments, command);
+  void* const argument = va_arg(arguments, void*);
+  va_end(arguments);
+  return strikes(name_of_command(command), 0) ? failure() : next(fd, command, argument);
+}
+
+EXPORTED int ioctl(int fd, unsigned long request, ...) noexcept {
+  static const auto next = real<int(int, unsigned long, ...)>("ioctl");
+  va_list arguments;
+  va_start(arguments, request);
+  void* const argument = va_arg(arguments, void*);
+  va_end(arguments);
+  if (!strikes(name_of_request(request), 0)) return next(fd, request, argument);
+  if (errno == 0) *static_cast<int*>(argument) = 1;
+  return failure();
+}

@@ -1,0 +1,244 @@
+#include <errno.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdlib.h>
+
+#include "TavrenTunables.h"
+#include "process/children.h"
+#include "process/faults.h"
+#include "support/run_in_child.h"
+#include "support/temporary_directory.h"
+#include "tavren_basic.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+std::string result_of_sending(TavrenProcess& child, const std::string& data) {
+  return result_of([&] { child.send(data, patience); });
+}
+
+std::string result_of_send_eof(TavrenProcess& child, int timeout) {
+  return result_of([&] { child.send_eof(timeout); });
+}
+
+/* What poll gets, in milliseconds, for a wait that has seconds left. */
+long poll_timeout_of(TavrenProcess& child, long seconds) {
+  for (;;) {
+    const int now = tavren_get_uptime();
+    const Faulty call("poll", ENOMEM);
+    result_of([&] { child.read_byte(now + seconds - 1); });
+    if (tavren_get_uptime() == now) return call.arguments().at(0);
+  }
+}
+
+/* How a construction ends whose write to the log meets that error. */
+std::string result_of_logging(int error) {
+  const TemporaryDirectory home;
+  return run_in_child([&] {
+           setenv("TAVREN_HOME", home.path().c_str(), 1);
+           std::string refusal;
+           TavrenTunables::instance().set_tunable("subprocess_log_size", "1000", refusal);
+           const Faulty call("write", error);
+           printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str());
+         })
+      .out;
+}
+
+/* Writes through a call that comes back with that error once, and returns what the child got. */
+std::string echo_through_failing_write(int error, bool separate_stdin) {
+  TavrenProcess child("/bin/head", {"-c", "5"}, separate_stdin);
+  {
+    const Faulty call("write", error);
+    child.send("words", patience);
+    EXPECT_EQ(call.calls(), 2U);
+  }
+  return next_bytes(child, 5);
+}
+
+/* Reads a line that is waited for, through a call that comes back with that error once. */
+std::string line_through_failing(const std::string& name, int error) {
+  TavrenProcess child = shell("sleep 0.3; echo words");
+  const Faulty call(name, error);
+  const std::string line = next_line(child);
+  EXPECT_GE(call.calls(), 2U);
+  return line;
+}
+
+}  // namespace
+
+TEST(FailedWrite, IsNamed) {
+  for (const bool separate_stdin : {false, true}) {
+    TavrenProcess child("/bin/cat", {}, separate_stdin);
+    const Faulty call("write", EIO);
+    EXPECT_EQ(result_of_sending(child, "words"), "24(write(to_child), 5)");
+  }
+}
+
+TEST(FailedWrite, IsRepeatedAfterAWaitWhenNothingWasTaken) {
+  for (const int error : {0, EAGAIN, EINTR}) {
+    for (const bool separate_stdin : {false, true}) {
+      EXPECT_EQ(echo_through_failing_write(error, separate_stdin), "words") << error;
+    }
+  }
+}
+
+TEST(FailedWrite, IsNotMetByZeroBytes) {
+  TavrenProcess child("/bin/cat", {}, false);
+  const Faulty call("write", EIO);
+  EXPECT_EQ(result_of_sending(child, ""), "done");
+  EXPECT_EQ(call.calls(), 0U);
+}
+
+TEST(FailedRead, IsNamed) {
+  TavrenProcess child("/bin/cat", {}, false);
+  const Faulty call("read", EBADF);
+  EXPECT_EQ(result_of_reading_on(child), "24(read(master_fd), 9)");
+}
+
+TEST(FailedRead, ThatReturnsNothingIsTheEndOfTheOutput) {
+  TavrenProcess child("/bin/cat", {}, false);
+  for (const int error : {0, EIO}) {
+    const Faulty call("read", error);
+    EXPECT_EQ(result_of_reading_on(child), "13(/bin/cat)");
+  }
+}
+
+TEST(FailedRead, IsRepeatedWhenInterruptedOrEmpty) {
+  for (const int error : {EINTR, EAGAIN}) EXPECT_EQ(line_through_failing("read", error), "words") << error;
+}
+
+TEST(Read, TakesAtMost1024BytesAtATime) {
+  TavrenProcess child = counterpart({"flood", "5000"});
+  const Faulty call("read");
+  next_bytes(child, 5000);
+  for (const long size : call.arguments()) EXPECT_EQ(size, 1024);
+}
+
+TEST(FailedPoll, IsNamedByReadingAndWriting) {
+  TavrenProcess child("/bin/sleep", {"600"}, false);
+  {
+    const Faulty call("poll", ENOMEM);
+    EXPECT_EQ(result_of_reading_on(child), "24(poll, 12)");
+  }
+  const Faulty call("poll", ENOMEM);
+  EXPECT_EQ(result_of_sending(child, std::string(1000000, 'x')), "24(poll, 12)");
+}
+
+TEST(FailedPoll, IsNamedByTheNapsOfSendEof) {
+  TavrenProcess child("/bin/sleep", {"600"}, false);
+  child.send("unread", patience);
+  const Faulty call("poll", ENOMEM, Faulty::every);
+  EXPECT_EQ(result_of_send_eof(child, patience), "24(poll, 12)");
+}
+
+TEST(FailedPoll, IsRepeatedWhenInterrupted) { EXPECT_EQ(line_through_failing("poll", EINTR), "words"); }
+
+TEST(Poll, WaitsOneSecondMoreThanTheDeadlineSays) {
+  TavrenProcess child("/bin/cat", {}, false);
+  EXPECT_EQ(poll_timeout_of(child, 1), 1000);
+  EXPECT_EQ(poll_timeout_of(child, 11), 11000);
+}
+
+TEST(Poll, WaitsForeverWhenItsMillisecondsCannotHoldTheTime) {
+  TavrenProcess child("/bin/cat", {}, false);
+  EXPECT_EQ(poll_timeout_of(child, 2147482), 2147482000);
+  EXPECT_EQ(poll_timeout_of(child, 2147483), 2147483647);
+}
+
+TEST(Poll, IsNotCalledAfterTheDeadline) {
+  TavrenProcess child("/bin/cat", {}, false);
+  const Faulty call("poll");
+  EXPECT_EQ(result_of([&] { child.read_byte(past_deadline()); }), "TavrenTimeout");
+  EXPECT_EQ(call.calls(), 0U);
+}
+
+TEST(FailedSendEof, NamesTheCall) {
+  for (const char* call : {"tcgetattr", "tcsetattr"}) {
+    TavrenProcess child("/bin/cat", {}, false);
+    const Faulty fault(call, EIO);
+    EXPECT_EQ(result_of_send_eof(child, patience), "24(" + std::string(call) + "(master_fd), 5)");
+  }
+}
+
+TEST(FailedSendEof, QueryOfTheTerminalIsAFailedAssertion) {
+  expect_assertion("TavrenProcess", "ecode == 0", [] {
+    TavrenProcess child("/bin/cat", {}, false);
+    const Faulty fault("TIOCOUTQ", ENOTTY);
+    child.send_eof(patience);
+  });
+}
+
+TEST(SendEof, BelievesATerminalThatHasBytesQueued) {
+  TavrenProcess child = counterpart({"sum", "100", "0"});
+  const Faulty fault("TIOCOUTQ", 0, Faulty::every);
+  EXPECT_EQ(result_of_send_eof(child, 1), "TavrenTimeout");
+}
+
+TEST(SendEof, LooksTenTimesASecondAndOnceMore) {
+  TavrenProcess child("/bin/cat", {}, false);
+  const Faulty fault("TIOCOUTQ", 0, Faulty::every);
+  result_of_send_eof(child, 2);
+  EXPECT_EQ(fault.calls(), 21U);
+}
+
+TEST(SendEof, WaitsWhenItCannotLookFromTheOtherSide) {
+  TavrenProcess child = counterpart({"sum", "100", "0"});
+  const Faulty fault("FIONREAD", EIO, Faulty::every);
+  EXPECT_EQ(result_of_send_eof(child, 1), "TavrenTimeout");
+}
+
+/* Kernels before 4.13 know the other side of a terminal by its name only. */
+TEST(SendEof, FindsTheOtherSideByNameOnAnOldKernel) {
+  TavrenProcess child = counterpart({"sum", "100", "20000"});
+  const std::string data(2000, 'x');
+  child.send(data, patience);
+  const Faulty fault("TIOCGPTPEER", ENOTTY, Faulty::every);
+  EXPECT_EQ(result_of_send_eof(child, patience), "done");
+  EXPECT_EQ(next_line(child), sum_line(data, "canonical"));
+  EXPECT_GT(fault.calls(), 0U);
+}
+
+TEST(FailedDisable, IsAFailedAssertion) {
+  expect_assertion("TavrenProcess", "rc == 1", [] {
+    TavrenProcess child("/bin/cat", {}, false);
+    const Faulty fault("write", EBADF);
+    child.disable();
+  });
+}
+
+TEST(Kill, GetsSigtermAndThenSigkillWithoutGrace) {
+  TavrenProcess child = shell("trap '' TERM; echo ready; exec sleep 600");
+  next_line(child);
+  const Faulty recorder("kill");
+  child.stop(0);
+  EXPECT_THAT(recorder.arguments(), ElementsAre(SIGTERM, SIGKILL));
+}
+
+TEST(Kill, GetsOnlySigtermForAChildThatEnds) {
+  TavrenProcess child("/bin/sleep", {"600"}, false);
+  const Faulty recorder("kill");
+  child.stop(patience);
+  EXPECT_THAT(recorder.arguments(), ElementsAre(SIGTERM));
+}
+
+TEST(Kill, IsNotCalledWithoutALiveChild) {
+  TavrenProcess child("/bin/sleep", {"600"}, false);
+  child.stop(0);
+  const Faulty recorder("kill");
+  child.send_signal(SIGTERM);
+  child.stop(1);
+  EXPECT_EQ(recorder.calls(), 0U);
+}
+
+TEST(FailedWaitpid, IsRepeatedWhenInterrupted) {
+  TavrenProcess child("/bin/sleep", {"600"}, false);
+  const Faulty fault("waitpid", EINTR);
+  child.stop(0);
+  EXPECT_EQ(fault.calls(), 2U);
+}
+
+TEST(FailedLog, IsNamed) { EXPECT_EQ(result_of_logging(ENOSPC), "24(write(log_child_output), 28)"); }
+
+TEST(FailedLog, IsOneThatTakesNotAll) { EXPECT_EQ(result_of_logging(0).substr(0, 27), "24(write(log_child_output),"); }

@@ -1,0 +1,192 @@
+#include <gtest/gtest.h>
+
+#include "process/children.h"
+#include "process/observe.h"
+#include "tavren_basic.h"
+
+namespace {
+
+constexpr int limit = 102400; /* bytes that one read operation may take in */
+
+/* Prints head, then count bytes of x, then tail, all in the notation of printf(1). */
+TavrenProcess printing(const std::string& head, int count, const std::string& tail) {
+  return shell("printf '" + head + "'; head -c " + std::to_string(count) + " /dev/zero | tr '\\0' x; printf '" + tail +
+               "'; read -r go");
+}
+
+const std::string one_too_many = "25(/bin/sh, 102401)";
+
+std::string result_of_read_line(TavrenProcess& child) {
+  return result_of([&] { next_line(child); });
+}
+
+std::string result_of_expect(TavrenProcess& child) {
+  std::list<std::string> lines;
+  return result_of([&] { child.expect("end", lines, patient_deadline()); });
+}
+
+std::string result_of_skipping(TavrenProcess& child) {
+  return result_of([&] { child.read_until_line_starts_with("end", patient_deadline()); });
+}
+
+/* A child that prints lines of 100 bytes, bytes of them in all, and then tail. */
+TavrenProcess printing_lines(int bytes, const std::string& tail) {
+  return shell("head -c " + std::to_string(bytes - bytes / 100) + " /dev/zero | tr '\\0' x | fold -w 99; printf '\\n" +
+               tail + "'; read -r go");
+}
+
+}  // namespace
+
+TEST(Limit, OfOneReadLineIsAccepted) {
+  TavrenProcess child = printing("", limit - 1, "\\n");
+  EXPECT_EQ(next_line(child), std::string(limit - 1, 'x'));
+}
+
+TEST(Limit, OneByteMoreIsExcessive) {
+  TavrenProcess child = printing("", limit, "\\n");
+  EXPECT_EQ(result_of_read_line(child), one_too_many);
+}
+
+TEST(Limit, CountsWhatWasPendingBefore) {
+  TavrenProcess child = printing("first\\n", limit, "\\n");
+  ASSERT_EQ(next_line(child), "first");
+  EXPECT_EQ(result_of_read_line(child), one_too_many);
+}
+
+TEST(Limit, DoesNotCountWhatWasTakenBefore) {
+  TavrenProcess child = printing("first\\n", limit - 1, "\\n");
+  ASSERT_EQ(next_line(child), "first");
+  EXPECT_EQ(next_line(child), std::string(limit - 1, 'x'));
+}
+
+TEST(Limit, BeginsAnewWithEachReadLine) {
+  TavrenProcess child = printing_lines(3 * limit, "end\\n");
+  int lines = 0;
+  while (next_line(child) != "end") ++lines;
+  EXPECT_GE(lines, 3 * limit / 100);
+}
+
+TEST(Limit, OfOneExpectIsAccepted) {
+  TavrenProcess child = printing("", limit - 5, "\\nend\\n");
+  EXPECT_EQ(result_of_expect(child), "done");
+}
+
+TEST(Limit, HoldsForAllLinesOfOneExpect) {
+  TavrenProcess child = printing("", limit - 4, "\\nend\\n");
+  EXPECT_EQ(result_of_expect(child), one_too_many);
+}
+
+TEST(Limit, OfOneSkippingIsAccepted) {
+  TavrenProcess child = printing("", limit - 4, "\\nend");
+  EXPECT_EQ(result_of_skipping(child), "done");
+}
+
+TEST(Limit, HoldsForAllLinesOfOneSkipping) {
+  TavrenProcess child = printing("", limit - 3, "\\nend");
+  EXPECT_EQ(result_of_skipping(child), one_too_many);
+}
+
+TEST(Limit, IsNotBegunAnewByReadByte) {
+  TavrenProcess child = printing("", limit + 1, "");
+  EXPECT_EQ(result_of([&] { next_bytes(child, limit + 1); }), one_too_many);
+}
+
+TEST(Limit, AllowsReadByteItsWholeLength) {
+  TavrenProcess child = printing("", limit, "");
+  EXPECT_EQ(result_of([&] { next_bytes(child, limit); }), "done");
+}
+
+TEST(Limit, LetsATransferReadBytesForeverBetweenLines) {
+  TavrenProcess child = shell("while :; do echo line; head -c 1000 /dev/zero; done");
+  for (int i = 0; i < 200; ++i) {
+    ASSERT_EQ(next_line(child), "line");
+    ASSERT_EQ(next_bytes(child, 1000), std::string(1000, '\0'));
+  }
+}
+
+TEST(Limit, PassedKeepsTheBytesBeforeIt) {
+  TavrenProcess child = printing("", limit, "\\n");
+  ASSERT_EQ(result_of_read_line(child), one_too_many);
+  EXPECT_EQ(next_bytes(child, 90000), std::string(90000, 'x'));
+}
+
+TEST(Limit, PassedNamesTheStrippedProgram) {
+  TavrenProcess child("/bin/cat ", {"/dev/zero"}, false);
+  EXPECT_EQ(result_of_read_line(child).substr(0, 12), "25(/bin/cat,");
+}
+
+TEST(Deadline, PassedASecondAgoIsATimeout) {
+  TavrenProcess child("/bin/cat", {}, false);
+  std::string line;
+  std::list<std::string> lines;
+  EXPECT_EQ(result_of([&] { child.read_line(line, past_deadline(), ""); }), "TavrenTimeout");
+  EXPECT_EQ(result_of([&] { child.read_byte(past_deadline()); }), "TavrenTimeout");
+  EXPECT_EQ(result_of([&] { child.expect("x", lines, past_deadline()); }), "TavrenTimeout");
+  EXPECT_EQ(result_of([&] { child.read_until_line_starts_with("x", past_deadline()); }), "TavrenTimeout");
+}
+
+TEST(Deadline, IsNeverShortened) {
+  TavrenProcess child("/bin/cat", {}, false);
+  std::string line;
+  for (const int seconds : {0, 1, 2}) {
+    const long deadline = tavren_get_uptime() + seconds;
+    EXPECT_EQ(result_of([&] { child.read_line(line, deadline, ""); }), "TavrenTimeout");
+    EXPECT_GT(tavren_get_uptime(), deadline);
+  }
+}
+
+TEST(Deadline, HoldsForTheWholeLineThoughBytesCome) {
+  TavrenProcess child = shell("while :; do printf x; sleep 0.01; done");
+  std::string line;
+  EXPECT_EQ(result_of([&] { child.read_line(line, tavren_get_uptime() + 1, ""); }), "TavrenTimeout");
+}
+
+TEST(Deadline, HoldsForAllLinesOfOneExpect) {
+  TavrenProcess child = shell("while :; do echo line; sleep 0.01; done");
+  std::list<std::string> lines;
+  EXPECT_EQ(result_of([&] { child.expect("text", lines, tavren_get_uptime() + 1); }), "TavrenTimeout");
+  EXPECT_FALSE(lines.empty());
+}
+
+TEST(Deadline, ThatIsNoneWaitsForTheLine) {
+  TavrenProcess child = shell("sleep 1.5; echo line");
+  std::string line;
+  child.read_line(line, 2147483647, "");
+  EXPECT_EQ(line, "line");
+}
+
+TEST(Deadline, DoesNotMatterToALineThatIsThere) {
+  TavrenProcess child = shell("echo first; echo second; read -r go");
+  ASSERT_EQ(next_line(child), "first");
+  ASSERT_TRUE(wait_until([&] {
+    std::string line;
+    return result_of([&] { child.read_line(line, past_deadline(), "second"); }) == "done";
+  }));
+  std::string line;
+  EXPECT_FALSE(child.read_line(line, past_deadline(), ""));
+  EXPECT_EQ(line, "second");
+}
+
+TEST(Deadline, PassedLeavesWhatCameForTheNextRead) {
+  TavrenProcess child = shell("echo ready; printf 'begin '; read -r go; echo end");
+  ASSERT_EQ(next_line(child), "ready");
+  std::string line;
+  ASSERT_EQ(result_of([&] { child.read_line(line, tavren_get_uptime(), ""); }), "TavrenTimeout");
+  child.send("\n", patience);
+  EXPECT_EQ(next_line(child), "begin end");
+}
+
+TEST(Deadline, GoesOnThroughSignals) {
+  const SignalStorm storm;
+  TavrenProcess child("/bin/cat", {}, false);
+  const long deadline = tavren_get_uptime() + 1;
+  EXPECT_EQ(result_of([&] { child.read_byte(deadline); }), "TavrenTimeout");
+  EXPECT_GT(tavren_get_uptime(), deadline);
+}
+
+TEST(Deadline, IsWaitedForWithoutSpinning) {
+  TavrenProcess child("/bin/cat", {}, false);
+  const double before = cpu_seconds();
+  result_of([&] { child.read_byte(tavren_get_uptime() + 3); });
+  EXPECT_LT(cpu_seconds() - before, 1.5);
+}

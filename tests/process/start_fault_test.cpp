@@ -1,0 +1,106 @@
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "process/children.h"
+#include "process/faults.h"
+#include "process/observe.h"
+#include "support/run_in_child.h"
+
+namespace {
+
+/* One call of a construction that fails. */
+struct Fault {
+  const char* what;
+  bool separate_stdin;
+  const char* name;
+  int call;
+  int error;
+  const char* result;
+};
+
+const Fault faults[] = {
+    {"PipeToCancel", false, "pipe2", 1, EMFILE, "24(pipe, 24)"},
+    {"PipeToCancelBeforeTheInputPipe", true, "pipe2", 1, ENFILE, "24(pipe, 23)"},
+    {"PipeForInput", true, "pipe2", 2, EMFILE, "24(pipe, 24)"},
+    {"FlagsOfTheInputPipe", true, "F_GETFL", 1, EBADF, "24(fcntl(stdin_pipe), 9)"},
+    {"NewFlagsOfTheInputPipe", true, "F_SETFL", 1, EBADF, "24(fcntl(stdin_pipe), 9)"},
+    {"Fork", false, "forkpty", 1, EAGAIN, "24(forkpty, 11)"},
+    {"ForkWithAnInputPipe", true, "forkpty", 1, ENOENT, "24(forkpty, 2)"},
+    {"CloseOnExec", false, "F_SETFD", 1, EBADF, "24(fcntl(master_fd), 9)"},
+    {"Flags", false, "F_GETFL", 1, EBADF, "24(fcntl(master_fd), 9)"},
+    {"FlagsWithAnInputPipe", true, "F_GETFL", 2, EBADF, "24(fcntl(master_fd), 9)"},
+    {"NewFlags", false, "F_SETFL", 1, EPERM, "24(fcntl(master_fd), 1)"},
+    {"Settings", false, "tcgetattr", 1, EIO, "24(tcgetattr(master_fd), 5)"},
+    {"NewSettings", false, "tcsetattr", 1, EIO, "24(tcsetattr(master_fd), 5)"},
+    {"NewSettingsWithAnInputPipe", true, "tcsetattr", 1, EINVAL, "24(tcsetattr(master_fd), 22)"},
+};
+
+class FailedStart : public testing::TestWithParam<Fault> {
+ protected:
+  static std::string result() {
+    const Faulty call(GetParam().name, GetParam().error, GetParam().call);
+    return result_of([] { TavrenProcess("/bin/sleep", {"600"}, GetParam().separate_stdin); });
+  }
+};
+
+const auto name = [](const testing::TestParamInfo<Fault>& info) { return info.param.what; };
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Calls, FailedStart, testing::ValuesIn(faults), name);
+
+TEST_P(FailedStart, NamesTheCallAndTheError) { EXPECT_EQ(result(), GetParam().result); }
+
+TEST_P(FailedStart, LeavesNoDescriptor) {
+  const std::set<int> before = open_descriptors();
+  result();
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_P(FailedStart, LeavesNoChild) {
+  result();
+  EXPECT_FALSE(has_children());
+}
+
+TEST_P(FailedStart, DoesNotHinderTheNext) {
+  result();
+  TavrenProcess child("/bin/echo", {"words"}, GetParam().separate_stdin);
+  EXPECT_EQ(next_line(child), "words");
+}
+
+TEST(FailedMove, OfAPipeOffAStandardStreamLeavesNoDescriptor) {
+  const Outcome outcome = run_in_child([] {
+    close(STDIN_FILENO);
+    const std::set<int> before = open_descriptors();
+    const Faulty call("F_DUPFD_CLOEXEC", EMFILE);
+    printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str());
+    if (open_descriptors() != before) printf(" descriptors left");
+  });
+  EXPECT_EQ(outcome.out, "24(pipe, 24)");
+}
+
+TEST(FailedMove, OfTheTerminalOffAStandardStreamLeavesNothing) {
+  const Outcome outcome = run_in_child([] {
+    close(STDIN_FILENO);
+    const std::set<int> before = open_descriptors();
+    /* The first call moves the cancel pipe's read end. */
+    const Faulty call("F_DUPFD_CLOEXEC", EMFILE, 2);
+    printf("%s", result_of([] { TavrenProcess("/bin/sleep", {"600"}, false); }).c_str());
+    if (open_descriptors() != before) printf(" descriptors left");
+    if (has_children()) printf(" child left");
+  });
+  EXPECT_EQ(outcome.out, "24(fcntl(master_fd), 24)");
+}
+
+TEST(FailedDup2, IsReportedByTheChild) {
+  const Faulty call("dup2", EBADF);
+  TavrenProcess child("/bin/cat", {}, true);
+  EXPECT_EQ(result_of_reading_on(child), "13(/bin/cat) 12(dup2 failed: Bad file descriptor)");
+}
+
+TEST(FailedDup2, ConcernsOnlyAChildWithAnInputPipe) {
+  const Faulty call("dup2", EBADF);
+  TavrenProcess child("/bin/echo", {"words"}, false);
+  EXPECT_EQ(next_line(child), "words");
+}
