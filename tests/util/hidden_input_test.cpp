@@ -1,0 +1,200 @@
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+
+#include "tavren_share.h"
+
+namespace {
+
+constexpr int patience_ms = 30000;
+
+void write_all(int fd, const std::string& text) {
+  if (write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
+    throw std::runtime_error("write failed");
+}
+
+/* Returns whether the two are the same in everything that tcsetattr sets. */
+bool same(const termios& a, const termios& b) {
+  return a.c_iflag == b.c_iflag && a.c_oflag == b.c_oflag && a.c_cflag == b.c_cflag && a.c_lflag == b.c_lflag &&
+         std::equal(std::begin(a.c_cc), std::end(a.c_cc), std::begin(b.c_cc));
+}
+
+/* A child that reads a line from a real terminal, whose user is the test. Its output goes into a pipe. */
+class TerminalInput : public testing::Test {
+ protected:
+  TerminalInput() {
+    if (openpty(&master, &slave, nullptr, nullptr, nullptr) != 0 || pipe(output) != 0 || pipe(result) != 0) {
+      throw std::runtime_error("openpty or pipe failed");
+    }
+    initial = attributes();
+  }
+  ~TerminalInput() override {
+    if (child > 0) kill(child, SIGKILL), waitpid(child, nullptr, 0);
+    for (const int fd : {master, slave, output[0], output[1], result[0], result[1]}) close(fd);
+  }
+
+  void start(int hide) {
+    child = fork();
+    if (child == -1) throw std::runtime_error("fork failed");
+    if (child > 0) return;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    dup2(slave, STDIN_FILENO);
+    dup2(output[1], STDOUT_FILENO);
+    char buffer[20];
+    const int count = tavren_read_input("Password: ", buffer, sizeof buffer, hide);
+    dprintf(result[1], "%d %s;", count, buffer);
+    fflush(stdout);
+    _exit(0);
+  }
+
+  /* Starts the child and waits for its prompt. */
+  void start_and_wait(int hide) {
+    start(hide);
+    ASSERT_EQ(read_until(output[0], ' '), "Password: ");
+  }
+
+  /* Types that and waits until the terminal has it. */
+  void type_ahead(const std::string& text) {
+    write_all(master, text);
+    pollfd ready{slave, POLLIN, 0};
+    ASSERT_EQ(poll(&ready, 1, patience_ms), 1);
+  }
+
+  void type(const std::string& text) { write_all(master, text); }
+
+  /* Returns the count and the line that the child has read, once it has ended. */
+  std::string line() {
+    const std::string text = read_until(result[0], ';');
+    waitpid(child, nullptr, 0);
+    child = -1;
+    return text;
+  }
+
+  /* Returns what the child has written after its prompt; it must have ended. */
+  std::string rest_of_output() {
+    write_all(output[1], "|");
+    return read_until(output[0], '|');
+  }
+
+  /* Returns what the terminal has shown: the echo of what was typed. */
+  std::string shown() {
+    write_all(slave, "|");
+    return read_until(master, '|');
+  }
+
+  termios attributes() {
+    termios now{};
+    if (tcgetattr(slave, &now) != 0) throw std::runtime_error("tcgetattr failed");
+    return now;
+  }
+
+  termios initial{};
+  int slave = -1;
+
+ private:
+  /* Reads up to and with the byte last. */
+  static std::string read_until(int fd, char last) {
+    std::string text;
+    char c = '\0';
+    do {
+      pollfd ready{fd, POLLIN, 0};
+      if (poll(&ready, 1, patience_ms) != 1 || read(fd, &c, 1) != 1) throw std::runtime_error("nothing after: " + text);
+      text += c;
+    } while (c != last);
+    return text;
+  }
+
+  int master = -1;
+  int output[2] = {-1, -1};
+  int result[2] = {-1, -1};
+  pid_t child = -1;
+};
+
+TEST_F(TerminalInput, HiddenHasNoEchoAndNothingElseChangedWhileTheLineIsRead) {
+  start_and_wait(1);
+  termios expected = initial;
+  expected.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+  EXPECT_TRUE(same(attributes(), expected));
+  type("secret\n");
+  line();
+}
+
+TEST_F(TerminalInput, HiddenIsReadAndNotShown) {
+  start_and_wait(1);
+  type("secret\n");
+  EXPECT_EQ(line(), "6 secret;");
+  EXPECT_EQ(shown(), "|");
+}
+
+TEST_F(TerminalInput, HiddenIsFollowedByANewline) {
+  start_and_wait(1);
+  type("secret\n");
+  line();
+  EXPECT_EQ(rest_of_output(), "\n|");
+}
+
+TEST_F(TerminalInput, HiddenRestoresTheTerminal) {
+  start_and_wait(1);
+  type("secret\n");
+  line();
+  EXPECT_TRUE(same(attributes(), initial));
+}
+
+TEST_F(TerminalInput, HiddenRestoresTheTerminalAtTheEndOfTheInput) {
+  start_and_wait(1);
+  type({static_cast<char>(initial.c_cc[VEOF])});
+  EXPECT_EQ(line(), "0 ;");
+  EXPECT_TRUE(same(attributes(), initial));
+}
+
+TEST_F(TerminalInput, HiddenLeavesATerminalWithoutEchoAsItIs) {
+  termios without_echo = initial;
+  without_echo.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+  tcsetattr(slave, TCSANOW, &without_echo);
+  start_and_wait(1);
+  type("secret\n");
+  line();
+  EXPECT_TRUE(same(attributes(), without_echo));
+}
+
+TEST_F(TerminalInput, HiddenDiscardsWhatWasTypedBeforeThePrompt) {
+  type_ahead("typed too early\n");
+  start_and_wait(1);
+  type("secret\n");
+  EXPECT_EQ(line(), "6 secret;");
+}
+
+TEST_F(TerminalInput, VisibleKeepsWhatWasTypedBeforeThePrompt) {
+  type_ahead("early\n");
+  start_and_wait(0);
+  EXPECT_EQ(line(), "5 early;");
+}
+
+TEST_F(TerminalInput, VisibleLeavesTheTerminalAlone) {
+  start_and_wait(0);
+  EXPECT_TRUE(same(attributes(), initial));
+  type("name\n");
+  EXPECT_EQ(line(), "4 name;");
+  EXPECT_EQ(shown(), "name\r\n|");
+}
+
+TEST_F(TerminalInput, VisibleIsFollowedByNoNewline) {
+  start_and_wait(0);
+  type("name\n");
+  line();
+  EXPECT_EQ(rest_of_output(), "|");
+}
+
+}  // namespace

@@ -1,0 +1,181 @@
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "support/run_in_child.h"
+#include "tavren_share.h"
+
+namespace {
+
+constexpr char hint[] = "Please enter 'yes', 'no', 'y', or 'n'.\n";
+
+/* Asks in a child whose standard input holds those lines; the result follows the hints on the standard error. */
+Outcome ask(const std::string& input, int assume_yes = 0, int assume_no = 0) {
+  return run_in_child([&] { fprintf(stderr, "%d", tavren_yes_or_no("Sure? ", assume_yes, assume_no)); }, input);
+}
+
+class Yes : public testing::TestWithParam<std::string> {};
+
+TEST_P(Yes, IsAnsweredInAnyLetterCase) { EXPECT_EQ(ask(GetParam()).err, "1"); }
+
+INSTANTIATE_TEST_SUITE_P(Each, Yes, testing::Values("yes\n", "y\n", "Y\n", "YES\n", "yEs\n", "yes"));
+
+class No : public testing::TestWithParam<std::string> {};
+
+TEST_P(No, IsAnsweredInAnyLetterCase) { EXPECT_EQ(ask(GetParam()).err, "0"); }
+
+INSTANTIATE_TEST_SUITE_P(Each, No, testing::Values("no\n", "n\n", "N\n", "NO\n", "nO\n", "n"));
+
+class Neither : public testing::TestWithParam<std::string> {};
+
+TEST_P(Neither, BringsTheHintOnceAndAsksAgain) {
+  const Outcome outcome = ask(GetParam() + "\nY\n");
+  EXPECT_EQ(outcome.err, std::string(hint) + "1");
+  EXPECT_EQ(outcome.out, "Sure? \nSure? \n");
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, Neither,
+                         testing::Values("maybe", "", " yes", "yes ", "ye", "yess", "1", "yes and 20 more bytes"));
+
+TEST(Question, IsRepeatedAsOftenAsItTakes) {
+  EXPECT_EQ(ask("a\nb\nc\nn\n").err, std::string(hint) + hint + hint + "0");
+}
+
+TEST(Question, EndsWithTheInput) {
+  const Outcome outcome = ask("");
+  EXPECT_EQ(outcome.err, "-1");
+  EXPECT_EQ(outcome.out, "Sure? \n");
+}
+
+TEST(Question, EndsWithoutAHintWhenTheInputEndsInALine) { EXPECT_EQ(ask("maybe").err, "-1"); }
+
+TEST(Question, EndsWhenTheInputCannotBeRead) {
+  const Outcome outcome = run_in_child([] {
+    close(STDIN_FILENO);
+    fprintf(stderr, "%d", tavren_yes_or_no("Sure? ", 0, 0));
+  });
+  EXPECT_EQ(outcome.err, "-1");
+}
+
+TEST(Question, MayBeAnsweredYesInAdvance) {
+  const Outcome outcome = ask("n\n", 2, 0);
+  EXPECT_EQ(outcome.out, "Sure? yes\n");
+  EXPECT_EQ(outcome.err, "1");
+}
+
+TEST(Question, MayBeAnsweredNoInAdvance) {
+  const Outcome outcome = ask("y\n", 0, -1);
+  EXPECT_EQ(outcome.out, "Sure? no\n");
+  EXPECT_EQ(outcome.err, "0");
+}
+
+TEST(Question, AnsweredBothWaysInAdvanceIsAYes) { EXPECT_EQ(ask("", 1, 1).out, "Sure? yes\n"); }
+
+TEST(Question, TakesItsPromptForNoFormat) {
+  const Outcome outcome = run_in_child([] { tavren_yes_or_no("100%s ", 1, 0); });
+  EXPECT_EQ(outcome.out, "100%s yes\n");
+}
+
+/* Reads a line of at most size - 1 characters into a larger buffer full of x. */
+struct Line {
+  int count = 0;
+  char buffer[40];
+
+  explicit Line(int size, int hide = 0) {
+    memset(buffer, 'x', sizeof buffer);
+    count = tavren_read_input("Name: ", buffer, size, hide);
+  }
+};
+
+/* Returns the count and the line that a child has read. */
+std::string line_of(const std::string& input, int size) {
+  return run_in_child(
+             [&] {
+               const Line line(size);
+               fprintf(stderr, "%d %s", line.count, line.buffer);
+             },
+             input)
+      .err;
+}
+
+TEST(ReadInput, StoresALineWithoutItsNewline) { EXPECT_EQ(line_of("abc\n", 20), "3 abc"); }
+
+TEST(ReadInput, StoresALastLineWithoutANewline) { EXPECT_EQ(line_of("abc", 20), "3 abc"); }
+
+TEST(ReadInput, OfAnEmptyLineOrNoneIsEmpty) {
+  EXPECT_EQ(line_of("\nabc\n", 20), "0 ");
+  EXPECT_EQ(line_of("", 20), "0 ");
+}
+
+TEST(ReadInput, CutsALongLineAndReturnsItsWholeLength) {
+  EXPECT_EQ(line_of(std::string(30, 'a') + "\n", 20), "30 " + std::string(19, 'a'));
+}
+
+TEST(ReadInput, StoresALineThatJustFits) {
+  EXPECT_EQ(line_of(std::string(19, 'a') + "\n", 20), "19 " + std::string(19, 'a'));
+}
+
+TEST(ReadInput, StoresNothingInABufferOfOneByte) { EXPECT_EQ(line_of("abc\n", 1), "3 "); }
+
+TEST(ReadInput, FillsTheRestOfTheBufferWithZeroBytesAndNothingBeyondIt) {
+  const Outcome outcome = run_in_child(
+      [] {
+        const Line line(20);
+        fwrite(line.buffer, 1, sizeof line.buffer, stderr);
+      },
+      "abc\n");
+  EXPECT_EQ(outcome.err, "abc" + std::string(17, '\0') + std::string(20, 'x'));
+}
+
+TEST(ReadInput, LeavesTheNextLineForTheNextCall) {
+  const Outcome outcome = run_in_child(
+      [] {
+        const Line first(20), second(20);
+        fprintf(stderr, "%s, %s", first.buffer, second.buffer);
+      },
+      std::string(30, 'a') + "\nnext\n");
+  EXPECT_EQ(outcome.err, std::string(19, 'a') + ", next");
+}
+
+TEST(ReadInput, WritesItsPromptAndEndsTheLineWhenTheInputIsNoTerminal) {
+  for (const int hide : {0, 1}) {
+    const Outcome outcome = run_in_child([&] { const Line line(20, hide); }, "abc\n");
+    EXPECT_EQ(outcome.out, "Name: \n");
+  }
+}
+
+TEST(ReadInput, TakesItsPromptForNoFormat) {
+  const Outcome outcome = run_in_child([] {
+    char buffer[4];
+    tavren_read_input("100%s ", buffer, sizeof buffer, 0);
+  });
+  EXPECT_EQ(outcome.out, "100%s \n");
+}
+
+/* A stream whose first read is interrupted by a signal, as one without SA_RESTART does it. */
+ssize_t interrupted_once(void* cookie, char* buffer, size_t size) {
+  auto* const step = static_cast<int*>(cookie);
+  switch ((*step)++) {
+    case 0:
+      errno = EINTR;
+      return -1;
+    case 1:
+      return snprintf(buffer, size, "abc\n");
+    default:
+      return 0;
+  }
+}
+
+TEST(ReadInput, GoesOnAfterASignal) {
+  const Outcome outcome = run_in_child([] {
+    int step = 0;
+    stdin = fopencookie(&step, "r", {interrupted_once, nullptr, nullptr, nullptr});
+    const Line line(20);
+    fprintf(stderr, "%d %s", line.count, line.buffer);
+  });
+  EXPECT_EQ(outcome.err, "3 abc");
+}
+
+}  // namespace

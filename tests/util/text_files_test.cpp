@@ -1,0 +1,234 @@
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <set>
+
+#include "support/files.h"
+#include "support/run_in_child.h"
+#include "support/temporary_directory.h"
+#include "tavren_basic.h"
+
+namespace {
+
+size_t open_descriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return static_cast<size_t>(std::distance(begin(all), end(all)));
+}
+
+class TextFile : public testing::Test {
+ protected:
+  TemporaryDirectory directory;
+  std::string path = directory.path("file");
+};
+
+TEST_F(TextFile, IsCreatedWithTheTextAndNothingElse) {
+  EXPECT_EQ(tavren_create_text_file(path.c_str(), "a text"), 0);
+  EXPECT_EQ(read_file(path), "a text");
+}
+
+TEST_F(TextFile, MayBeEmpty) {
+  EXPECT_EQ(tavren_create_text_file(path.c_str(), ""), 0);
+  EXPECT_EQ(read_file(path), "");
+}
+
+TEST_F(TextFile, IsOverwrittenWhole) {
+  write_file(path, "a longer text that was there");
+  EXPECT_EQ(tavren_create_text_file(path.c_str(), "new\n"), 0);
+  EXPECT_EQ(read_file(path), "new\n");
+}
+
+TEST_F(TextFile, HoldsLongTextsWhole) {
+  const std::string text(1000000, 't');
+  EXPECT_EQ(tavren_create_text_file(path.c_str(), text.c_str()), 0);
+  EXPECT_EQ(read_file(path), text);
+}
+
+TEST_F(TextFile, ThatCannotBeOpenedIsAFailureWithItsErrno) {
+  EXPECT_EQ(tavren_create_text_file(directory.path("no/such").c_str(), "x"), -1);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(tavren_create_text_file(directory.path().c_str(), "x"), -1);
+  EXPECT_EQ(errno, EISDIR);
+}
+
+/* A short text fails when the file is closed, a long one while it is written. */
+TEST_F(TextFile, OnAFullDeviceIsAFailureWithItsErrno) {
+  for (const size_t size : {size_t{1}, size_t{1000000}}) {
+    EXPECT_EQ(tavren_create_text_file("/dev/full", std::string(size, 't').c_str()), -1);
+    EXPECT_EQ(errno, ENOSPC);
+  }
+}
+
+TEST_F(TextFile, IsClosedAlsoAfterAFailure) {
+  const size_t before = open_descriptors();
+  tavren_create_text_file(path.c_str(), "x");
+  tavren_create_text_file("/dev/full", "x");
+  tavren_create_text_file("/dev/full", std::string(1000000, 't').c_str());
+  char buffer[10];
+  tavren_read_line_from_file(path.c_str(), buffer, sizeof buffer);
+  tavren_read_line_from_file("/dev/null", buffer, sizeof buffer);
+  tavren_read_line_from_file(directory.path().c_str(), buffer, sizeof buffer);
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+class LineFromFile : public TextFile {
+ protected:
+  /* Returns the line of a file with that content, or "(failure)". */
+  std::string line_of(const std::string& content, int size = 100) {
+    write_file(path, content);
+    char buffer[100];
+    return tavren_read_line_from_file(path.c_str(), buffer, size) == 0 ? buffer : "(failure)";
+  }
+};
+
+TEST_F(LineFromFile, LosesItsNewline) { EXPECT_EQ(line_of("abc\n"), "abc"); }
+
+TEST_F(LineFromFile, LosesOneNewlineOnly) { EXPECT_EQ(line_of("abc\n\n"), "abc"); }
+
+TEST_F(LineFromFile, NeedsNoNewline) { EXPECT_EQ(line_of("abc"), "abc"); }
+
+TEST_F(LineFromFile, IsTheFirst) { EXPECT_EQ(line_of("abc\ndef\n"), "abc"); }
+
+TEST_F(LineFromFile, MayBeEmpty) { EXPECT_EQ(line_of("\nabc\n"), ""); }
+
+TEST_F(LineFromFile, KeepsACarriageReturn) { EXPECT_EQ(line_of("abc\r\n"), "abc\r"); }
+
+TEST_F(LineFromFile, IsCutToOneLessThanTheSize) {
+  EXPECT_EQ(line_of("abcdef\n", 5), "abcd");
+  EXPECT_EQ(line_of("abcd\n", 5), "abcd");
+}
+
+TEST_F(LineFromFile, OfAnEmptyFileIsAFailure) { EXPECT_EQ(line_of(""), "(failure)"); }
+
+TEST_F(LineFromFile, ThatCannotBeReadIsAFailure) {
+  char buffer[10];
+  EXPECT_EQ(tavren_read_line_from_file(directory.path("none").c_str(), buffer, sizeof buffer), -1);
+  EXPECT_EQ(tavren_read_line_from_file(directory.path().c_str(), buffer, sizeof buffer), -1);
+}
+
+class DeleteAllFiles : public testing::Test {
+ protected:
+  std::set<std::string> remaining() {
+    tavren_delete_all_files(directory.path().c_str());
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(directory.path())) {
+      names.insert(entry.path().lexically_relative(directory.path()));
+    }
+    return names;
+  }
+
+  TemporaryDirectory directory;
+};
+
+using Names = std::set<std::string>;
+
+TEST_F(DeleteAllFiles, RemovesEveryFile) {
+  for (const char* name : {"a", "b.c", "-", "with blanks", "~"}) write_file(directory.path(name), "x");
+  EXPECT_EQ(remaining(), Names());
+}
+
+TEST_F(DeleteAllFiles, SparesNamesThatBeginWithAPoint) {
+  for (const char* name : {".lock", "..x", "a.b"}) write_file(directory.path(name), "x");
+  EXPECT_EQ(remaining(), Names({".lock", "..x"}));
+}
+
+TEST_F(DeleteAllFiles, DoesNotEnterSubdirectoriesAndIgnoresThatTheyStay) {
+  for (const char* name : {"a", "m", "z"}) std::filesystem::create_directory(directory.path(name));
+  for (const char* name : {"a/file", "m/file", "z/file", "b", "n", "zz"}) write_file(directory.path(name), "x");
+  EXPECT_EQ(remaining(), Names({"a", "a/file", "m", "m/file", "z", "z/file"}));
+}
+
+TEST_F(DeleteAllFiles, RemovesALinkAndNotWhatItLeadsTo) {
+  const TemporaryDirectory elsewhere;
+  write_file(elsewhere.path("file"), "x");
+  std::filesystem::create_symlink(elsewhere.path("file"), directory.path("to_a_file"));
+  std::filesystem::create_directory_symlink(elsewhere.path(), directory.path("to_a_directory"));
+  EXPECT_EQ(remaining(), Names());
+  EXPECT_EQ(read_file(elsewhere.path("file")), "x");
+}
+
+TEST_F(DeleteAllFiles, RemovesMoreThanOneReadOfTheDirectoryHolds) {
+  for (int i = 0; i < 3000; ++i) write_file(directory.path(std::to_string(i)), "");
+  EXPECT_EQ(remaining(), Names());
+}
+
+TEST_F(DeleteAllFiles, DoesNothingWhereThereIsNoDirectory) {
+  write_file(directory.path(".file"), "x");
+  tavren_delete_all_files(directory.path("none").c_str());
+  tavren_delete_all_files(directory.path(".file").c_str());
+  EXPECT_EQ(read_file(directory.path(".file")), "x");
+}
+
+/* The first call decides for the life of the process, so each runs in a child. */
+class TemporaryRoot : public testing::Test {
+ protected:
+  static std::string root_with(const std::string& home) {
+    return run_in_child([&] {
+             setenv("TAVREN_HOME", home.c_str(), 1);
+             fputs(tavren_get_tmp_root(), stdout);
+           })
+        .out;
+  }
+
+  TemporaryDirectory home;
+  std::string root = home.path("tavren_tmp");
+};
+
+TEST_F(TemporaryRoot, WithoutAHomeIsTmp) {
+  const Outcome outcome = run_in_child([] {
+    unsetenv("TAVREN_HOME");
+    fputs(tavren_get_tmp_root(), stdout);
+  });
+  EXPECT_EQ(outcome.out, "/tmp");
+}
+
+TEST_F(TemporaryRoot, LiesUnderTheHome) { EXPECT_EQ(root_with(home.path()), root); }
+
+TEST_F(TemporaryRoot, IsCreated) {
+  const Outcome outcome = run_in_child([&] {
+    umask(0);
+    setenv("TAVREN_HOME", home.path().c_str(), 1);
+    tavren_get_tmp_root();
+  });
+  struct stat status {};
+  ASSERT_EQ(stat(root.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFDIR | 0755));
+}
+
+TEST_F(TemporaryRoot, MayExistAlready) {
+  std::filesystem::create_directory(root);
+  write_file(root + "/file", "x");
+  EXPECT_EQ(root_with(home.path()), root);
+  EXPECT_EQ(read_file(root + "/file"), "x");
+}
+
+TEST_F(TemporaryRoot, ThatCannotBeCreatedIsNamedAllTheSame) {
+  EXPECT_EQ(root_with(home.path("no/such")), home.path("no/such/tavren_tmp"));
+}
+
+TEST_F(TemporaryRoot, StaysWhenTheVariableGoes) {
+  const Outcome outcome = run_in_child([&] {
+    setenv("TAVREN_HOME", home.path().c_str(), 1);
+    tavren_get_tmp_root();
+    unsetenv("TAVREN_HOME");
+    fputs(tavren_get_tmp_root(), stdout);
+  });
+  EXPECT_EQ(outcome.out, root);
+}
+
+TEST_F(TemporaryRoot, IsCreatedOnceOnly) {
+  run_in_child([&] {
+    setenv("TAVREN_HOME", home.path().c_str(), 1);
+    tavren_get_tmp_root();
+    rmdir(root.c_str());
+    tavren_get_tmp_root();
+  });
+  EXPECT_FALSE(std::filesystem::exists(root));
+}
+
+}  // namespace

@@ -1,0 +1,138 @@
+/*
+ * The functions defined here stand before the C library's, for the shared library too: a machine whose calls fail.
+ */
+#include <dlfcn.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "support/files.h"
+#include "support/run_in_child.h"
+#include "support/temporary_directory.h"
+#include "tavren_basic.h"
+#include "tavren_share.h"
+
+#define STANDS_BEFORE_THE_C_LIBRARY extern "C" __attribute__((visibility("default")))
+
+namespace {
+
+/* The function that fails; set in children only. */
+const char* failing = "";
+
+bool fails(const char* name) { return strcmp(failing, name) == 0; }
+
+template <class Result, class... Arguments>
+Result call_real(const char* name, Arguments... arguments) {
+  return reinterpret_cast<Result (*)(Arguments...)>(dlsym(RTLD_NEXT, name))(arguments...);
+}
+
+}  // namespace
+
+STANDS_BEFORE_THE_C_LIBRARY int clock_gettime(clockid_t clock, timespec* now) noexcept {
+  return fails("clock_gettime") ? -1 : call_real<int>("clock_gettime", clock, now);
+}
+
+STANDS_BEFORE_THE_C_LIBRARY int fclose(FILE* file) {
+  const int result = call_real<int>("fclose", file);
+  if (!fails("fclose")) return result;
+  errno = EIO;
+  return EOF;
+}
+
+STANDS_BEFORE_THE_C_LIBRARY int isatty(int fd) noexcept { return fails("isatty") ? 1 : call_real<int>("isatty", fd); }
+
+/* The headers give this function the name that programs with 64-bit file offsets call. */
+STANDS_BEFORE_THE_C_LIBRARY int lockf(int fd, int command, off_t size) {
+  if (!fails("lockf")) return call_real<int>("lockf64", fd, command, size);
+  errno = ENOLCK;
+  return -1;
+}
+
+namespace {
+
+TEST(FailingClock, FailsAnAssertion) {
+  expect_assertion("tavren_basic", "rval == 0", [] {
+    failing = "clock_gettime";
+    tavren_get_uptime();
+  });
+  expect_assertion("tavren_basic", "rval == 0", [] {
+    failing = "clock_gettime";
+    tavren_get_uptime_ms();
+  });
+}
+
+TEST(FailingTerminal, WithoutAttributesFailsAnAssertionWhenInputIsHidden) {
+  expect_assertion("tavren_share", "rc == 0", [] {
+    /* The standard input is said to be a terminal and is none. */
+    failing = "isatty";
+    char buffer[20];
+    tavren_read_input("", buffer, sizeof buffer, 1);
+  });
+}
+
+TEST(FailingClose, IsAFailureOfTheTextFile) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.path("file");
+  const Outcome outcome = run_in_child([&] {
+    failing = "fclose";
+    _exit(tavren_create_text_file(path.c_str(), "x") == -1 && errno == EIO ? 3 : 4);
+  });
+  EXPECT_TRUE(outcome.exited_with(3)) << outcome.wait_status;
+}
+
+TEST(FailingClose, IsAFailureOfTheLineFromAFile) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.path("file");
+  write_file(path, "abc\n");
+  const Outcome outcome = run_in_child([&] {
+    failing = "fclose";
+    char buffer[20];
+    _exit(tavren_read_line_from_file(path.c_str(), buffer, sizeof buffer) == -1 ? 3 : 4);
+  });
+  EXPECT_TRUE(outcome.exited_with(3)) << outcome.wait_status;
+}
+
+class FailingLock : public testing::Test {
+ protected:
+  /* Sets the private directory up without a lock and returns what show returns then. */
+  std::string after_set_up(const std::function<std::string(const char*)>& show) {
+    return run_in_child([&] {
+             setenv("TAVREN_HOME", home.path().c_str(), 1);
+             failing = "lockf";
+             char message[TAVREN_MESSAGE_SIZE] = "";
+             if (tavren_setup_tmp_dir("prog", message) == -1) fputs(show(message).c_str(), stdout);
+           })
+        .out;
+  }
+
+  TemporaryDirectory home;
+  std::string lock = home.path("tavren_tmp/prog.libtavren/.lock");
+};
+
+TEST_F(FailingLock, RefusesThePrivateDirectoryWithTheReason) {
+  EXPECT_EQ(after_set_up([](const char* message) { return message; }), "Failed to lock " + lock + ", errno=37.");
+}
+
+TEST_F(FailingLock, LeavesNoDescriptorBehind) {
+  EXPECT_EQ(after_set_up([&](const char*) {
+              size_t left = 0;
+              for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+                std::error_code closed_meanwhile;
+                left += std::filesystem::read_symlink(entry.path(), closed_meanwhile) == lock ? 1U : 0U;
+              }
+              return std::to_string(left);
+            }),
+            "0");
+}
+
+TEST_F(FailingLock, LeavesTheDirectoryUnnamed) {
+  EXPECT_EQ(after_set_up([](const char*) { return tavren_get_tmp_dir() == nullptr ? "NULL" : "not NULL"; }), "NULL");
+}
+
+}  // namespace
