@@ -3,6 +3,7 @@
 #include <string>
 
 #include "host/login_fixture.h"
+#include "support/named.h"
 
 /*
  * A banner is text of the far side's and may hold, at the start of its lines, everything that the login looks for.
@@ -10,27 +11,26 @@
 namespace {
 
 struct Banner {
-  const char* name;
   const char* line;
   bool is_a_mismatch; /* where a key is configured */
 };
 
-constexpr Banner banners[] = {
-    {"ChangedKey", "REMOTE HOST IDENTIFICATION HAS CHANGED", true},
-    {"FailedVerification", "Host key verification failed.", true},
-    {"UnknownKey", "The authenticity of this host is beyond doubt", true},
-    {"OffendingKey", "Add correct host key in your file", true},
-    {"Question", "Are you sure you want to continue connecting to a watched host?", false},
-    {"Refusal", "Permission denied, please try again", false},
-    {"ShellStarted", "SHELL STARTED.", false},
-    {"Prompt", "archiver@archive.example's password: is known to us", false},
-    {"RunningMarker", "** RUNNING cd '/'", false},
-    {"ExitCode", "** EXIT CODE: 0", false},
+constexpr Named<Banner> banners[] = {
+    {"ChangedKey", {"REMOTE HOST IDENTIFICATION HAS CHANGED", true}},
+    {"FailedVerification", {"Host key verification failed.", true}},
+    {"UnknownKey", {"The authenticity of this host is beyond doubt", true}},
+    {"OffendingKey", {"Add correct host key in your file", true}},
+    {"Question", {"Are you sure you want to continue connecting to a watched host?", false}},
+    {"Refusal", {"Permission denied, please try again", false}},
+    {"ShellStarted", {"SHELL STARTED.", false}},
+    {"Prompt", {"archiver@archive.example's password: is known to us", false}},
+    {"RunningMarker", {"** RUNNING cd '/'", false}},
+    {"ExitCode", {"** EXIT CODE: 0", false}},
 };
 
-class LoginBanner : public LoginTest, public testing::WithParamInterface<Banner> {
+class LoginBanner : public LoginTest, public testing::WithParamInterface<Named<Banner>> {
  protected:
-  LoginBanner() { dialogue.noise = GetParam().line + dialogue.line_end; }
+  LoginBanner() { dialogue.noise = GetParam().value.line + dialogue.line_end; }
 };
 
 }  // namespace
@@ -42,7 +42,7 @@ TEST_P(LoginBanner, EndsInALoginWithoutAKey) {
 
 TEST_P(LoginBanner, EndsInALoginOrANamedErrorWithAKey) {
   settings.host_key = "ssh-ed25519 AAAA";
-  if (GetParam().is_a_mismatch) {
+  if (GetParam().value.is_a_mismatch) {
     EXPECT_EQ(first_lines(open_error(dialogue.login_with_key()), 2),
               failed_to_start + "  - Failed to authenticate the remote host (archive.example)\n");
   } else {
@@ -68,5 +68,4 @@ TEST_P(LoginBanner, OfAClientThatForgetsWhatWasTypedEndsInsideTheDeadline) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(, LoginBanner, testing::ValuesIn(banners),
-                         [](const auto& banner) { return std::string(banner.param.name); });
+INSTANTIATE_TEST_SUITE_P(, LoginBanner, testing::ValuesIn(banners), by_name);

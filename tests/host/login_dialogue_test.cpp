@@ -3,6 +3,7 @@
 #include <string>
 
 #include "host/login_fixture.h"
+#include "support/named.h"
 
 namespace {
 
@@ -34,11 +35,6 @@ ClientDialogue version_10_1() {
   return dialogue;
 }
 
-struct Version {
-  const char* name;
-  ClientDialogue dialogue;
-};
-
 class LoginDialogue : public LoginTest {
  protected:
   LoginDialogue() { settings.host_key = ""; }
@@ -65,28 +61,30 @@ class LoginDialogue : public LoginTest {
   const std::string rest = "take password\n" + say(ClientDialogue::shell_started()) + "become_shell\n";
 };
 
-class LoginVersion : public LoginDialogue, public testing::WithParamInterface<Version> {};
+class LoginVersion : public LoginDialogue, public testing::WithParamInterface<Named<ClientDialogue>> {};
 
 }  // namespace
 
-TEST_P(LoginVersion, LogsInWithoutAKey) { expect_login(GetParam().dialogue.login()); }
+TEST_P(LoginVersion, LogsInWithoutAKey) { expect_login(GetParam().value.login()); }
 
 TEST_P(LoginVersion, LogsInWithAKey) {
   use_key();
-  expect_login(GetParam().dialogue.login_with_key());
+  expect_login(GetParam().value.login_with_key());
 }
 
 TEST_P(LoginVersion, RefusesAWrongPassword) {
-  const ClientDialogue& spoken = GetParam().dialogue;
+  const ClientDialogue& spoken = GetParam().value;
   EXPECT_EQ(open_error(spoken.up_to_prompt() + "take password\n" + say(spoken.refusal()) + "take another\n"),
             failed_to_start + "  - Secure shell login failed: permission denied\n");
 }
 
+using Version = Named<ClientDialogue>;
 INSTANTIATE_TEST_SUITE_P(, LoginVersion,
-                         testing::Values(Version{"7_9", version_7_9()}, Version{"8_0", version_8_0()},
-                                         Version{"9_2", ClientDialogue()}, Version{"10_1", version_10_1()},
-                                         Version{"10_5", version_10_1()}),
-                         [](const auto& version) { return "Client_" + std::string(version.param.name); });
+                         testing::Values(Version{"Client_7_9", version_7_9()}, Version{"Client_8_0", version_8_0()},
+                                         Version{"Client_9_2", ClientDialogue()},
+                                         Version{"Client_10_1", version_10_1()},
+                                         Version{"Client_10_5", version_10_1()}),
+                         by_name);
 
 TEST_F(LoginDialogue, ThePromptMayComeInAnyTwoPieces) {
   use_key();
@@ -119,9 +117,9 @@ TEST_F(LoginDialogue, EverythingMayComeByteByByte) {
                say_slowly(ClientDialogue::shell_started()) + "become_shell\n");
 }
 
-class LoginLineEnd : public LoginDialogue, public testing::WithParamInterface<const char*> {
+class LoginLineEnd : public LoginDialogue, public testing::WithParamInterface<Named<const char*>> {
  protected:
-  LoginLineEnd() { dialogue.line_end = GetParam(); }
+  LoginLineEnd() { dialogue.line_end = GetParam().value; }
 };
 
 TEST_P(LoginLineEnd, IsAcceptedAfterTheClientsMessages) { expect_login(dialogue.login()); }
@@ -142,9 +140,11 @@ TEST_P(LoginLineEnd, IsAcceptedAfterAKeyMismatch) {
             failed_to_start + "  - Failed to authenticate the remote host (archive.example)\n");
 }
 
-INSTANTIATE_TEST_SUITE_P(, LoginLineEnd, testing::Values("\n", "\r\n", "\r\r\n"), [](const auto& end) {
-  return std::string("Of") + std::to_string(std::string(end.param).size());
-});
+using LineEnd = Named<const char*>;
+INSTANTIATE_TEST_SUITE_P(, LoginLineEnd,
+                         testing::Values(LineEnd{"Newline", "\n"}, LineEnd{"Return", "\r\n"},
+                                         LineEnd{"TwoReturns", "\r\r\n"}),
+                         by_name);
 
 TEST_F(LoginDialogue, LinesBeforeTheQuestionAreIgnored) {
   expect_login(say("/etc/ssh/ssh_config line 53: Unsupported option \"gssapiauthentication\"\r\nanother line\r\n\r\n") +

@@ -4,15 +4,13 @@
 
 #include "host/login_fixture.h"
 #include "support/files.h"
+#include "support/named.h"
 #include "tavren_assert.h"
 #include "tavren_basic.h"
 
 namespace {
 
-struct Password {
-  const char* name;
-  std::string text;
-};
+using Password = Named<std::string>;
 
 std::string all_bytes() {
   std::string bytes;
@@ -28,9 +26,9 @@ class PasswordSecrecy : public LoginTest {};
 }  // namespace
 
 TEST_P(PasswordBytes, ArriveUnchanged) {
-  settings.password = GetParam().text;
+  settings.password = GetParam().value;
   open(dialogue.login());
-  EXPECT_EQ(client->taken("password"), GetParam().text + "\n");
+  EXPECT_EQ(client->taken("password"), GetParam().value + "\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(, PasswordBytes,
@@ -40,7 +38,7 @@ INSTANTIATE_TEST_SUITE_P(, PasswordBytes,
                                          Password{"Dollar", "$HOME$(id)${x}"}, Password{"Backslash", "\\n\\\\0\\"},
                                          Password{"EightBits", "p\xc3\xa4ss\xff\x80\x81"},
                                          Password{"EveryByte", all_bytes()}),
-                         [](const auto& password) { return std::string(password.param.name); });
+                         by_name);
 
 TEST_F(PasswordSecrecy, ItIsInNoArgument) {
   open(dialogue.login());

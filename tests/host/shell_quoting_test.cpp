@@ -4,13 +4,11 @@
 
 #include "support/files.h"
 #include "support/host_session.h"
+#include "support/named.h"
 
 namespace {
 
-struct Text {
-  const char* name;
-  std::string text;
-};
+using Text = Named<std::string>;
 
 std::string every_byte() {
   std::string bytes;
@@ -31,10 +29,10 @@ TEST(QuoteForShell, QuotesTheEmptyText) { EXPECT_EQ(TavrenHost::quote_for_shell(
 TEST(QuoteForShell, EscapesNothingElse) { EXPECT_EQ(TavrenHost::quote_for_shell("$a`b\"c\\d\ne"), "'$a`b\"c\\d\ne'"); }
 
 TEST_P(ShellQuoting, IsUndoneByARealShell) {
-  write_file(directory.path("text"), GetParam().text);
+  write_file(directory.path("text"), GetParam().value);
   open();
   EXPECT_NO_THROW(
-      host.run_and_check_ecode("printf %s " + TavrenHost::quote_for_shell(GetParam().text) + " | cmp - text"));
+      host.run_and_check_ecode("printf %s " + TavrenHost::quote_for_shell(GetParam().value) + " | cmp - text"));
 }
 
 INSTANTIATE_TEST_SUITE_P(, ShellQuoting,
@@ -44,4 +42,4 @@ INSTANTIATE_TEST_SUITE_P(, ShellQuoting,
                                          Text{"Backslashes", "\\a\\\\b\\"}, Text{"Newlines", "\na\n\nb\n"},
                                          Text{"CarriageReturns", "\ra\r\n\r"}, Text{"Patterns", "*?[a-z]{a,b}~!#"},
                                          Text{"Operators", ";|&<>()"}, Text{"EveryByte", every_byte()}),
-                         [](const auto& text) { return std::string(text.param.name); });
+                         by_name);

@@ -10,3 +10,10 @@ tavren_test(host_command_tests host/checked_command_test.cpp host/remote_command
   ${host_support})
 tavren_test(host_transfer_tests host/file_operations_test.cpp host/sink_test.cpp host/transfer_test.cpp ${host_support})
 tavren_test(host_stream_tests host/stream_test.cpp ${host_support})
+tavren_test(host_handle_tests host/handle_exceptions_test.cpp host/handle_test.cpp support/failing_memory.cpp
+  ${host_support})
+
+add_executable(host_handle_c_test host/handle_c_test.c host/handle_c_tunables.cpp)
+target_link_libraries(host_handle_c_test PRIVATE test_support)
+add_test(NAME HandleC.UsesEveryFunction COMMAND host_handle_c_test)
+set_tests_properties(HandleC.UsesEveryFunction PROPERTIES TIMEOUT 60 ENVIRONMENT "${test_environment}")

@@ -1,0 +1,74 @@
+#ifndef TESTS_HOST_HANDLE_FIXTURE_H
+#define TESTS_HOST_HANDLE_FIXTURE_H
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "support/client_dialogue.h"
+#include "support/files.h"
+#include "support/host_session.h"
+#include "support/recorded_system.h"
+#include "support/scripted_client.h"
+#include "tavren_host_util.h"
+
+/* The handle as the library has it: what a C program does not see. */
+struct tavren_hp_t {
+  TavrenHost* host;
+};
+
+/* A session behind a handle, with a client that logs in and whose far end sees the end of a stream. */
+class HandleTest : public HostTest {
+ protected:
+  HandleTest() : client("become_shell() { exec /usr/bin/socat -t 60 - EXEC:/bin/sh,stderr; }\n" + dialogue.login()) {
+    recorded_system::reset();
+    settings.dir = directory.path();
+    set_command("ssh", client.path());
+  }
+  ~HandleTest() override {
+    destroy();
+    recorded_system::reset();
+  }
+
+  void create() {
+    const tavren_settings_t record = settings.record();
+    handle = tavren_hp_create(&record, &message);
+    ASSERT_NE(handle, nullptr) << take_message();
+    child = std::stoi(output_of(*handle->host, "echo $PPID"));
+  }
+
+  /* Stops the child first, which destroying the handle alone does not do. */
+  void destroy() {
+    if (handle == nullptr) return;
+    handle->host->close_connection();
+    tavren_hp_destroy(handle);
+    handle = nullptr;
+  }
+
+  /* Ends the child, so that every further request fails. */
+  void break_session() {
+    tavren_hp_kill_ssh(handle);
+    wait_for_exit(child);
+  }
+
+  std::string take_message() {
+    const std::string text = message == nullptr ? "" : message;
+    free(message);
+    message = nullptr;
+    return text;
+  }
+
+  std::string received(const std::string& name) const { return read_file(directory.path(name)); }
+
+  ClientDialogue dialogue;
+  const TemporaryDirectory directory;
+  const ScriptedClient client;
+  tavren_hp_t* handle = nullptr;
+  pid_t child = -1;
+  char* message = nullptr;
+};
+
+#endif

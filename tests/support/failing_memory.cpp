@@ -1,0 +1,59 @@
+#include "support/failing_memory.h"
+
+#include <stdlib.h>
+
+#include <atomic>
+#include <new>
+
+namespace {
+
+thread_local int allocations_left = -1; /* until they fail; -1: they do not */
+std::atomic<const void*> watched{nullptr};
+std::atomic<bool> released{false};
+
+void* allocate(size_t size) {
+  if (allocations_left > 0) --allocations_left;
+  return allocations_left == 0 ? nullptr : malloc(size == 0 ? 1 : size);
+}
+
+void release(void* object) {
+  if (object != nullptr && object == watched) released = true;
+  free(object);
+}
+
+void* allocate_or_throw(size_t size) {
+  void* const object = allocate(size);
+  if (object == nullptr) throw std::bad_alloc();
+  return object;
+}
+
+}  // namespace
+
+namespace failing_memory {
+
+FailAllocation::FailAllocation(int count) { allocations_left = count; }
+
+FailAllocation::~FailAllocation() { allocations_left = -1; }
+
+void watch(const void* object) {
+  released = false;
+  watched = object;
+}
+
+bool was_released() { return released; }
+
+}  // namespace failing_memory
+
+/* Visible, so that they stand before the library's for the shared library too. */
+#define FOR_EVERYBODY __attribute__((visibility("default")))
+
+FOR_EVERYBODY void* operator new(size_t size) { return allocate_or_throw(size); }
+FOR_EVERYBODY void* operator new[](size_t size) { return allocate_or_throw(size); }
+FOR_EVERYBODY void* operator new(size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
+FOR_EVERYBODY void* operator new[](size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
+FOR_EVERYBODY void operator delete(void* object) noexcept { release(object); }
+FOR_EVERYBODY void operator delete[](void* object) noexcept { release(object); }
+FOR_EVERYBODY void operator delete(void* object, size_t) noexcept { release(object); }
+FOR_EVERYBODY void operator delete[](void* object, size_t) noexcept { release(object); }
+FOR_EVERYBODY void operator delete(void* object, const std::nothrow_t&) noexcept { release(object); }
+FOR_EVERYBODY void operator delete[](void* object, const std::nothrow_t&) noexcept { release(object); }
