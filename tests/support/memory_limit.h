@@ -10,7 +10,7 @@
  */
 
 /* An allocation of that size never fits into what a process has left over from earlier ones. */
-constexpr size_t large_size = 64 * 1024 * 1024;
+constexpr size_t large_size = size_t{64} * 1024 * 1024;
 
 /* Lets the process get no memory beyond limit bytes; what it has, it keeps. */
 inline void limit_memory(rlim_t limit) {

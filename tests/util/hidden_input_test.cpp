@@ -76,7 +76,7 @@ class TerminalInput : public testing::Test {
 
   /* Returns the count and the line that the child has read, once it has ended. */
   std::string line() {
-    const std::string text = read_until(result[0], ';');
+    std::string text = read_until(result[0], ';');
     waitpid(child, nullptr, 0);
     child = -1;
     return text;
