@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <ostream>
 #include <thread>
 #include <vector>
 
@@ -22,6 +23,8 @@ struct Wait {
   bool separate_stdin;
   void (*action)(TavrenProcess&);
 };
+
+void PrintTo(const Wait& wait, std::ostream* out) { *out << wait.name; }
 
 const Wait waits[] = {
     {"ReadLine", false,

@@ -1,5 +1,7 @@
 #include "process/children.h"
 
+#include <stdio.h>
+
 #include "TavrenError.h"
 #include "TavrenExceptions.h"
 #include "process/checksum.h"
@@ -29,6 +31,12 @@ TavrenProcess shell(const std::string& script, bool separate_stdin) {
 
 TavrenProcess counterpart(const std::list<std::string>& arguments, bool separate_stdin) {
   return TavrenProcess(COUNTERPART, arguments, separate_stdin);
+}
+
+std::string result_of_running(const std::string& program, bool separate_stdin) {
+  fflush(stdout);
+  TavrenProcess child(program, {}, separate_stdin);
+  return result_of_reading_on(child);
 }
 
 std::string sum_line(const std::string& input, const std::string& terminal_mode) {

@@ -24,6 +24,12 @@ TavrenProcess shell(const std::string& script, bool separate_stdin = false);
 /* Starts the program of counterpart.cpp. */
 TavrenProcess counterpart(const std::list<std::string>& arguments, bool separate_stdin = false);
 
+/*
+ * Starts a program that cannot be run, and tells how reading its output ended. Nothing may wait in the test's own
+ * standard output: under the thread sanitizer a child writes it too when it gives up.
+ */
+std::string result_of_running(const std::string& program, bool separate_stdin = false);
+
 /* The line that the counterpart prints for input: the number of bytes, their checksum, the terminal's mode. */
 std::string sum_line(const std::string& input, const std::string& terminal_mode);
 

@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <numeric>
 #include <string>
 
 #include "process/checksum.h"
@@ -67,7 +68,13 @@ int take_input(size_t limit, size_t piece, unsigned int pause) {
 }
 
 int flood(size_t count) {
-  for (size_t i = 0; i < count; ++i) putchar(static_cast<unsigned char>(i));
+  std::string bytes(count, '\0');
+  std::iota(bytes.begin(), bytes.end(), '\0');
+  for (size_t written = 0; written < count;) {
+    const ssize_t n = write(STDOUT_FILENO, bytes.data() + written, count - written);
+    if (n == -1) return 1;
+    written += static_cast<size_t>(n);
+  }
   return 0;
 }
 

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <ostream>
+
 #include "process/children.h"
 #include "process/faults.h"
 #include "process/observe.h"
@@ -18,6 +20,8 @@ struct Fault {
   int error;
   const char* result;
 };
+
+void PrintTo(const Fault& fault, std::ostream* out) { *out << fault.what; }
 
 const Fault faults[] = {
     {"PipeToCancel", false, "pipe2", 1, EMFILE, "24(pipe, 24)"},
@@ -95,8 +99,7 @@ TEST(FailedMove, OfTheTerminalOffAStandardStreamLeavesNothing) {
 
 TEST(FailedDup2, IsReportedByTheChild) {
   const Faulty call("dup2", EBADF);
-  TavrenProcess child("/bin/cat", {}, true);
-  EXPECT_EQ(result_of_reading_on(child), "13(/bin/cat) 12(dup2 failed: Bad file descriptor)");
+  EXPECT_EQ(result_of_running("/bin/cat", true), "13(/bin/cat) 12(dup2 failed: Bad file descriptor)");
 }
 
 TEST(FailedDup2, ConcernsOnlyAChildWithAnInputPipe) {

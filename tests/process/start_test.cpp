@@ -64,36 +64,29 @@ TEST(Start, TwoTrailingSpacesLeaveOne) {
 }
 
 TEST(Start, WhiteSpaceAtTheFrontOfTheProgramStays) {
-  TavrenProcess child(" /bin/cat", {}, false);
-  EXPECT_EQ(result_of_reading_on(child), "13( /bin/cat) 12(Failed to run  /bin/cat: No such file or directory)");
+  EXPECT_EQ(result_of_running(" /bin/cat"), "13( /bin/cat) 12(Failed to run  /bin/cat: No such file or directory)");
 }
 
 TEST(Start, ProgramThatDoesNotExistShowsInTheFirstRead) {
-  TavrenProcess child("/no-such-command", {"argument"}, false);
-  EXPECT_EQ(result_of_reading_on(child),
+  EXPECT_EQ(result_of_running("/no-such-command"),
             "13(/no-such-command) 12(Failed to run /no-such-command: No such file or directory)");
 }
 
 TEST(Start, ProgramInTheErrorIsTheStrippedOne) {
-  TavrenProcess child("/no-such-command ", {}, false);
-  EXPECT_EQ(result_of_reading_on(child),
+  EXPECT_EQ(result_of_running("/no-such-command "),
             "13(/no-such-command) 12(Failed to run /no-such-command: No such file or directory)");
 }
 
 TEST(Start, ProgramThatIsNotExecutableShowsTheSystemsReason) {
-  TavrenProcess child("/etc/passwd", {}, false);
-  EXPECT_EQ(result_of_reading_on(child), "13(/etc/passwd) 12(Failed to run /etc/passwd: Permission denied)");
+  EXPECT_EQ(result_of_running("/etc/passwd"), "13(/etc/passwd) 12(Failed to run /etc/passwd: Permission denied)");
 }
 
 TEST(Start, EmptyProgramShowsInTheFirstRead) {
-  TavrenProcess child("", {}, false);
-  /* An empty first argument before no second one is dropped from the error's line. */
-  EXPECT_EQ(result_of_reading_on(child), "13() 12(Failed to run : No such file or directory)");
+  EXPECT_EQ(result_of_running(""), "13() 12(Failed to run : No such file or directory)");
 }
 
 TEST(Start, ProgramIsNotSearchedForOnThePath) {
-  TavrenProcess child("cat", {"/proc/self/cmdline"}, false);
-  EXPECT_EQ(result_of_reading_on(child), "13(cat) 12(Failed to run cat: No such file or directory)");
+  EXPECT_EQ(result_of_running("cat"), "13(cat) 12(Failed to run cat: No such file or directory)");
 }
 
 TEST(Start, ProgramThatCannotRunExitsWithStatusOne) {
