@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include <memory>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -126,6 +127,15 @@ TEST_F(HandleCreation, WithoutMemoryAtAnyPointReturnsNullWithoutAMessage) {
   } while (handle == nullptr && failures < 1000);
   EXPECT_NE(handle, nullptr);
   EXPECT_GT(failures, 10);
+}
+
+TEST_F(HandleCreation, SettingsThatCannotBeCopiedWholeAreNoSettings) {
+  const tavren_settings_t record = settings.record();
+  {
+    const failing_memory::FailAllocation exhausted(6);
+    EXPECT_THROW(host.set_settings(record), std::bad_alloc);
+  }
+  expect_assertion("TavrenHost", "settings.host != NULL", [this] { host.enable(); });
 }
 
 TEST_F(Handle, DestructionReleasesTheHandle) {

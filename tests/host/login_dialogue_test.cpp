@@ -211,3 +211,27 @@ TEST_F(LoginDialogue, ThePromptOfAnotherUserIsNotAnswered) {
   dialogue.user = "Archiver";
   EXPECT_EQ(open_error(dialogue.login()), connect_timeout);
 }
+
+/* What the account's start-up files print stands before the shell's first line. */
+class LoginStartUpFiles : public LoginDialogue, public testing::WithParamInterface<Named<const char*>> {};
+
+TEST_P(LoginStartUpFiles, MayPrintAnything) {
+  use_key();
+  expect_login(say(dialogue.prompt()) + "take password\necho\n" + GetParam().value +
+               "\necho SHELL STARTED.\nbecome_shell\n");
+}
+
+using Output = Named<const char*>;
+INSTANTIATE_TEST_SUITE_P(, LoginStartUpFiles,
+                         testing::Values(Output{"Nothing", ""}, Output{"NoNewline", "printf x"},
+                                         Output{"AMegabyte", "yes noise | head -c 1048576"},
+                                         Output{"TheShellsFirstLine", "echo SHELL STARTED."},
+                                         Output{"AMarker", "echo \"** RUNNING cd '/'\"; echo '** EXIT CODE: 1'"}),
+                         by_name);
+
+TEST_F(LoginDialogue, AMegabyteWithoutANewlineIsExcessiveOutput) {
+  use_key();
+  const std::string error = open_error(say(dialogue.prompt()) + "take password\nhead -c 1048576 /dev/zero\n" +
+                                       say(ClientDialogue::shell_started()) + "become_shell\n");
+  EXPECT_EQ(error.find(failed_to_start + "  - CLIENT produced excessive output ("), 0u) << error;
+}

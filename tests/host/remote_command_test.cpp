@@ -6,6 +6,7 @@
 
 #include "support/client_dialogue.h"
 #include "support/host_session.h"
+#include "support/named.h"
 #include "support/recorded_system.h"
 #include "support/run_in_child.h"
 #include "support/scripted_client.h"
@@ -145,6 +146,20 @@ TEST_F(RemoteCommand, ItsMarkerHasQuestionMarksForWhatAShellOrALineWouldChange) 
             std::vector<std::string>{"echo '** RUNNING echo '\\''a?b\rc'\\''?#?\?'; echo 'a\\b\rc'\n#\r\r\n"
                                      "echo '** EXIT CODE: '$?\n"});
 }
+
+class RemoteShell : public LoopbackTest, public testing::WithParamInterface<Named<const char*>> {};
+
+TEST_P(RemoteShell, ReadsEveryMarkerBack) {
+  set_command("sh", GetParam().value);
+  open();
+  for (const char* command : {"echo 'a\\b\\nc\\0d'", "echo a\necho b", "echo a\r", "echo -n; echo '-e \\c'"}) {
+    EXPECT_NO_THROW(host.run_and_check_ecode(command)) << command;
+  }
+}
+
+using Shell = Named<const char*>;
+INSTANTIATE_TEST_SUITE_P(, RemoteShell, testing::Values(Shell{"dash", "/bin/dash"}, Shell{"bash", "/bin/bash"}),
+                         by_name);
 
 TEST_F(RemoteCommand, WithAStatusThatIsNoNumberIsAShellError) {
   EXPECT_EQ(error_body([this] { run("echo '** EXIT CODE: many'"); }),

@@ -1,6 +1,7 @@
 #include "support/failing_memory.h"
 
 #include <stdlib.h>
+#include <string.h>
 
 #include <atomic>
 #include <new>
@@ -44,8 +45,14 @@ bool was_released() { return released; }
 
 }  // namespace failing_memory
 
-/* Visible, so that they stand before the library's for the shared library too. */
+/* Visible, so that they stand before the libraries' own for the shared library too. */
 #define FOR_EVERYBODY __attribute__((visibility("default")))
+
+extern "C" FOR_EVERYBODY char* strdup(const char* text) noexcept {
+  const size_t size = strlen(text) + 1;
+  void* const copy = allocate(size);
+  return copy == nullptr ? nullptr : static_cast<char*>(memcpy(copy, text, size));
+}
 
 FOR_EVERYBODY void* operator new(size_t size) { return allocate_or_throw(size); }
 FOR_EVERYBODY void* operator new[](size_t size) { return allocate_or_throw(size); }

@@ -2,12 +2,12 @@
 #define TESTS_SUPPORT_FAILING_MEMORY_H
 
 /*
- * An operator new that fails on demand and an operator delete that can be watched, for a program that is linked with
- * failing_memory.cpp.
+ * An operator new and a strdup that fail on demand, and an operator delete that can be watched, for a program that is
+ * linked with failing_memory.cpp.
  */
 namespace failing_memory {
 
-/* From its making to its end, this thread's allocation number count, and each later one, throws std::bad_alloc. */
+/* From its making to its end, this thread's allocation number count, and each later one, fails. */
 class FailAllocation {
  public:
   explicit FailAllocation(int count);

@@ -96,15 +96,16 @@ inline std::string private_directory() {
 }
 
 /*
- * A session with nothing changed that the process shares: command table and tunables are as in a fresh program.
+ * A session with the command table and the tunables of a fresh program, but for shorter time-outs: they are still
+ * long enough for a busy machine, and a test that fails by one does so soon.
  */
 class HostTest : public testing::Test {
  protected:
   HostTest() {
     TavrenHost::reset_cmd_map();
-    for (const char* name : {"loopback_login", "ssh_command_timeout", "ssh_connect_timeout", "ssh_shell_start_timeout",
-                             "subprocess_log_size"}) {
-      set_tunable(name, "default");
+    for (const char* name : {"loopback_login", "subprocess_log_size"}) set_tunable(name, "default");
+    for (const char* name : {"ssh_command_timeout", "ssh_connect_timeout", "ssh_shell_start_timeout"}) {
+      set_tunable(name, "30");
     }
   }
   ~HostTest() override { host.close_connection(); }

@@ -1,0 +1,50 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "host/transfer_fixture.h"
+#include "support/named.h"
+
+namespace {
+
+struct Size {
+  int64_t bytes;
+  int argument; /* what send_file is told */
+};
+
+/* Sizes around the limits of 32-bit numbers, in files without blocks, into a sink that counts and drops the data. */
+class LargeTransfer : public TransferTest, public testing::WithParamInterface<Named<Size>> {};
+class TransferLimit : public TransferTest {};
+
+}  // namespace
+
+TEST_P(LargeTransfer, ArrivesWhole) {
+  const std::string size = std::to_string(GetParam().value.bytes);
+  use_sink("printf '\\0'; next_line header; printf '\\0'; head -c " + size +
+           " | wc -c >$dir/count; head -c 1 >$dir/zero; printf '\\0'; next_line end; printf '\\0'");
+  const int file = ::open(directory.path("file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_EQ(ftruncate(file, GetParam().value.bytes), 0);
+  host.send_file(file, "log", "file", GetParam().value.argument, 0644);
+  close(file);
+  EXPECT_EQ(sink->taken("header"), "C0644 " + size + " file\n");
+  EXPECT_EQ(sink->taken("count"), size + "\n");
+  EXPECT_EQ(sink->taken("end"), "E\n");
+}
+
+using Large = Named<Size>;
+INSTANTIATE_TEST_SUITE_P(, LargeTransfer,
+                         testing::Values(Large{"TwoGigabytesLessOne", {2147483647, 2147483647}},
+                                         Large{"TwoGigabytesLessOneFoundOut", {2147483647, -1}},
+                                         Large{"TwoGigabytes", {2147483648, -1}},
+                                         Large{"FourGigabytesLessOne", {4294967295, -1}}),
+                         by_name);
+
+TEST_F(TransferLimit, OfMoreThanCanBeAnnouncedIsASystemCallError) {
+  const int file = ::open(directory.path("file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_EQ(ftruncate(file, 4294967296), 0);
+  EXPECT_EQ(error_body([&] { host.send_file(file, "log", "file", -1, 0644); }),
+            "  - System call \"lseek(log)\" failed with error code " + std::to_string(EFBIG) + "\n");
+  close(file);
+}
