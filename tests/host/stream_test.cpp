@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <atomic>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "TavrenExceptions.h"
@@ -172,6 +174,26 @@ TEST_F(Stream, AChildThatEndedBeforeIsNoSuccess) {
   wait_for_exit(child);
   const std::string error = error_body([this] { host.end_send_stream(); });
   EXPECT_EQ(first_lines(error, 1), "  - Program exited unexpectedly: " + client.path() + "\n");
+}
+
+TEST_F(Stream, MayBeKilledByAnotherThreadWhileItEnds) {
+  /* The thread sanitizer has the last word on this one. */
+  host.start_send_stream("file");
+  std::atomic<bool> started{false}, ended{false};
+  std::thread killer([&] {
+    do {
+      host.kill_ssh();
+      started = true;
+    } while (!ended);
+  });
+  while (!started) std::this_thread::yield();
+  try {
+    host.end_send_stream();
+  } catch (const TavrenError& error) {
+    EXPECT_EQ(error.get_ecode(), TAVREN_E_PROGRAM_EXITED);
+  }
+  ended = true;
+  killer.join();
 }
 
 TEST_F(Stream, ThatIsNotReadIsATimeoutAtItsEnd) {
