@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <time.h>
 
@@ -138,6 +139,16 @@ TEST(PrintedError, ListsItsLinesFromTheFirstToTheLast) {
             "  - Failed to start secure shell session on h\n"
             "  - Output: \"x\"\n"
             "  - Secure shell login failed: permission denied\n");
+}
+
+TEST(PrintedError, ShowsAYearOfFiveDigitsWhole) {
+  if (sizeof(time_t) < sizeof(int64_t)) GTEST_SKIP() << "a time of 32 bits ends in 2038";
+  const TimeZone zone("UTC0");
+  TavrenError error;
+  error.time = static_cast<time_t>(INT64_C(253402300800));
+  std::ostringstream text;
+  error.print(text);
+  EXPECT_EQ(text.str(), "10000/01/01 00:00:00\n");
 }
 
 TEST(PrintedError, WithoutLinesIsItsTimeAlone) {

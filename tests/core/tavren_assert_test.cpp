@@ -48,6 +48,15 @@ TEST(ProgramName, IsACopy) {
   EXPECT_EQ(outcome.out, "first");
 }
 
+TEST(ProgramName, MayBeSetToItself) {
+  const Outcome outcome = run_in_child([] {
+    tavren_set_program_name("/bin/prog");
+    tavren_set_program_name(tavren_get_program_name());
+    fputs(tavren_get_program_name(), stdout);
+  });
+  EXPECT_EQ(outcome.out, "prog") << outcome.err;
+}
+
 TEST(ProgramName, IsTakenFromTheLastCall) {
   const Outcome outcome = run_in_child([] {
     tavren_set_program_name("a_long_name");

@@ -1,6 +1,7 @@
 #ifndef TESTS_SUPPORT_FILES_H
 #define TESTS_SUPPORT_FILES_H
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -11,6 +12,14 @@ inline std::string read_file(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in) throw std::runtime_error("cannot read " + path);
   return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+/* Returns the number of the first line of the file path that contains part. */
+inline int line_of(const std::string& path, const std::string& part) {
+  const std::string text = read_file(path);
+  const size_t position = text.find(part);
+  if (position == std::string::npos) throw std::runtime_error(path + " has no " + part);
+  return 1 + static_cast<int>(std::count(text.data(), text.data() + position, '\n'));
 }
 
 inline void write_file(const std::string& path, const std::string& content) {
