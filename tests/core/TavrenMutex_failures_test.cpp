@@ -4,11 +4,13 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
 #include "TavrenMutex.h"
+#include "TavrenTunables.h"
 #include "support/run_in_child.h"
 #include "tavren_assert.h"
 
@@ -18,6 +20,13 @@ namespace {
 
 /* The function that fails next; other threads of the program are left alone. */
 thread_local const char* failing = "";
+
+/* What this thread's last initialisation was called with. */
+thread_local const void* initialised = nullptr;
+thread_local const pthread_mutexattr_t* attributes_given = nullptr;
+
+/* The mutex whose destruction is told on the standard output. */
+const void* watched = nullptr;
 
 template <class... Arguments>
 int real_unless_failing(const char* name, Arguments... arguments) {
@@ -30,10 +39,13 @@ int real_unless_failing(const char* name, Arguments... arguments) {
 
 STANDS_BEFORE_THE_C_LIBRARY int pthread_mutex_init(pthread_mutex_t* mutex,
                                                    const pthread_mutexattr_t* attributes) noexcept {
+  initialised = mutex;
+  attributes_given = attributes;
   return real_unless_failing("pthread_mutex_init", mutex, attributes);
 }
 
 STANDS_BEFORE_THE_C_LIBRARY int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
+  if (mutex == watched) dprintf(STDOUT_FILENO, "destroyed");
   return real_unless_failing("pthread_mutex_destroy", mutex);
 }
 
@@ -46,6 +58,25 @@ STANDS_BEFORE_THE_C_LIBRARY int pthread_mutex_unlock(pthread_mutex_t* mutex) noe
 }
 
 namespace {
+
+TEST(Mutex, IsInitialisedWithTheDefaultAttributes) {
+  const pthread_mutexattr_t others{};
+  attributes_given = &others;
+  const TavrenMutex mutex;
+  EXPECT_EQ(attributes_given, nullptr);
+}
+
+TEST(Registry, OfTheLibraryIsBuiltByTheFirstCallAndDestroyedAtExit) {
+  const Outcome outcome = run_in_child([] {
+    initialised = nullptr;
+    const TavrenTunables* const registry = &TavrenTunables::instance();
+    const bool built = initialised >= registry && initialised < registry + 1;
+    watched = initialised;
+    exit(built ? 3 : 4);
+  });
+  EXPECT_TRUE(outcome.exited_with(3)) << outcome.wait_status;
+  EXPECT_EQ(outcome.out, "destroyed");
+}
 
 TEST(MutexFailure, OfItsInitialisationFailsAnAssertion) {
   expect_assertion("TavrenMutex", "rv == 0", [] {

@@ -1,7 +1,9 @@
 #include "TavrenTunables.h"
 
 #include <gtest/gtest.h>
+#include <stddef.h>
 #include <stdio.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <sstream>
@@ -188,6 +190,36 @@ TEST(OwnTunable, OfANameThatIsTakenReplacesTheFirst) {
     _exit(0);
   });
   EXPECT_EQ(outcome.out, "9 60");
+}
+
+TEST(OwnTunable, OfTextShowsAndRestoresADefaultThatIsNotEmpty) {
+  const Outcome outcome = run_in_child([] {
+    TavrenTunables& registry = TavrenTunables::tavrend_tunables;
+    static TavrenTunables::StringTunable text("text", "x", registry);
+    std::string error;
+    registry.set_tunable("text", "y", error);
+    printf("%s, ", text.get_value(true).c_str());
+    registry.set_tunable("text", "default", error);
+    printf("%s", text.get_value(true).c_str());
+    fflush(stdout);
+    _exit(0);
+  });
+  EXPECT_EQ(outcome.out, "y (default: x), x");
+}
+
+/* Returns the place of a virtual operation in the table of its class, which programs have compiled in. */
+template <class Operation>
+ptrdiff_t slot_of(Operation operation) {
+  ptrdiff_t offset = 0;
+  memcpy(&offset, &operation, sizeof offset);
+  return (offset - 1) / static_cast<ptrdiff_t>(sizeof(void*));
+}
+
+TEST(OwnTunable, HasItsOperationsBehindTheTwoOfItsDestructor) {
+  using Tunable = TavrenTunables::Tunable;
+  EXPECT_EQ(slot_of(&Tunable::get_value), 2);
+  EXPECT_EQ(slot_of(&Tunable::set_value), 3);
+  EXPECT_EQ(slot_of(&Tunable::value_is_default), 4);
 }
 
 TEST(OwnTunable, StartsAtItsDefault) {
