@@ -1,16 +1,32 @@
+#include <dlfcn.h>
+#include <errno.h>
 #include <gtest/gtest.h>
-#include <libintl.h>
-#include <locale.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <algorithm>
 
+#include "core/catalogue_fixture.h"
 #include "core/error_lines.h"
-#include "support/files.h"
 #include "support/run_in_child.h"
-#include "support/temporary_directory.h"
 #include "tavren.h"
+
+namespace {
+
+bool lock_fails = false; /* set in children only */
+
+}  // namespace
+
+/*
+ * Stands before the C library's, for the shared library too. The headers give it the name that programs with 64-bit
+ * file offsets call.
+ */
+extern "C" __attribute__((visibility("default"))) int lockf(int fd, int command, off_t size) {
+  if (!lock_fails) return reinterpret_cast<int (*)(int, int, off_t)>(dlsym(RTLD_NEXT, "lockf64"))(fd, command, size);
+  errno = ENOLCK;
+  return -1;
+}
 
 namespace {
 
@@ -66,38 +82,15 @@ msgid "Failed to create directory %s, errno=%d"
 msgstr "Verzeichnis %s: %d"
 msgid "Failed to open %s, errno=%d."
 msgstr "Datei %s: %d"
+msgid "Failed to lock %s, errno=%d."
+msgstr "Sperre %s: %d"
 msgid "An instance of %s is already running."
 msgstr "%s läuft schon."
 )po";
 
-/* Runs action in a process whose user reads that language. */
-class Catalogue : public testing::Test {
+class Catalogue : public CatalogueTest {
  protected:
-  Catalogue() {
-    const std::string messages = directory.path("xx/LC_MESSAGES");
-    std::filesystem::create_directories(messages);
-    write_file(directory.path("tavren.po"), translation);
-    const std::string command = "msgfmt --check-format -o " + messages + "/tavren.mo " + directory.path("tavren.po");
-    if (system(command.c_str()) != 0) throw std::runtime_error(command + " failed");
-  }
-
-  Outcome run(const std::function<void()>& action, const std::string& input = "") {
-    return run_in_child(
-        [&] {
-          setenv("LANGUAGE", "xx", 1);
-          if (setlocale(LC_ALL, "C.UTF-8") == nullptr) fputs("no such locale\n", stdout);
-          bindtextdomain("tavren", directory.path().c_str());
-          action();
-        },
-        input);
-  }
-
-  /* Returns the text that show hands out, as a user of that language sees it. */
-  std::string translated(const std::function<std::string()>& show) {
-    return run([&] { fputs(show().c_str(), stdout); }).out;
-  }
-
-  TemporaryDirectory directory;
+  Catalogue() : CatalogueTest(translation) {}
 };
 
 std::string refusal_of(std::string spec) {
@@ -223,6 +216,14 @@ TEST_F(Catalogue, TranslatesTheRefusalsOfThePrivateDirectory) {
   const std::string lock = directory.path("tavren_tmp/x.libtavren/.lock");
   std::filesystem::create_directories(lock);
   EXPECT_EQ(translated([&] { return setup_refusal(directory.path()); }), "Datei " + lock + ": 21");
+}
+
+TEST_F(Catalogue, TranslatesTheFailureOfALock) {
+  EXPECT_EQ(translated([&] {
+              lock_fails = true;
+              return setup_refusal(directory.path());
+            }),
+            "Sperre " + directory.path("tavren_tmp/x.libtavren/.lock") + ": 37");
 }
 
 TEST_F(Catalogue, TranslatesTheWordOfAnotherInstance) {

@@ -3,6 +3,7 @@
 #include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <array>
 #include <string>
@@ -16,9 +17,16 @@ namespace {
 /* The texts that were wiped since the last look, as they were before. */
 std::string wiped;
 
+bool memory_is_out = false; /* for copies of strings; set in children only */
+
 }  // namespace
 
-/* Stands before the C library's, for the shared library too. */
+/* These stand before the C library's, for the shared library too. */
+extern "C" __attribute__((visibility("default"))) char* strdup(const char* text) noexcept {
+  if (memory_is_out) return nullptr;
+  return reinterpret_cast<char* (*)(const char*)>(dlsym(RTLD_NEXT, "strdup"))(text);
+}
+
 extern "C" __attribute__((visibility("default"))) void explicit_bzero(void* bytes, size_t size) noexcept {
   /* Volatile, because the compiler knows that nobody reads what this function is given. */
   const volatile char* const text = static_cast<const volatile char*>(bytes);
@@ -90,6 +98,21 @@ TEST_F(SettingsCopy, OverwritesThePreviousPointersWithoutFreeingThem) {
     EXPECT_STREQ(previous.record.*member, original.record.*member);
     EXPECT_STREQ(copy.*member, original.record.*member);
   }
+}
+
+TEST(SettingsCopyWithoutMemory, LeavesNullAndReportsNothing) {
+  const Outcome outcome = run_in_child([] {
+    CompleteSettings original;
+    tavren_settings_t copy = original.record;
+    memory_is_out = true;
+    tavren_settings_copy(&original.record, &copy);
+    for (const String member : members) {
+      if (copy.*member != nullptr) _exit(4);
+    }
+    _exit(3);
+  });
+  EXPECT_TRUE(outcome.exited_with(3)) << outcome.wait_status;
+  EXPECT_EQ(outcome.err, "");
 }
 
 class MissingString : public testing::TestWithParam<size_t> {};
@@ -279,8 +302,17 @@ TEST(Records, Hold32BitIntegersInTheirOrder) {
 
   EXPECT_EQ(offsetof(tavren_bytes_t, code), 0U);
   EXPECT_LT(offsetof(tavren_bytes_t, data.data_len), offsetof(tavren_bytes_t, data.data_val));
-  EXPECT_TRUE((std::is_same_v<decltype(tavren_bytes_t::data.data_len), uint32_t>));
+}
+
+TEST(Records, HoldIntegersOfTheNamedTypes) {
+  using Status = tavren_compartment_status_t;
+  EXPECT_TRUE((std::is_same_v<decltype(tavren_config_t::space_limit), int32_t[2]>));
+  EXPECT_TRUE((std::is_same_v<decltype(Status::word1), int32_t>));
+  EXPECT_TRUE((std::is_same_v<decltype(Status::word2), int32_t>));
+  EXPECT_TRUE((std::is_same_v<decltype(Status::word3), int32_t>));
+  EXPECT_TRUE((std::is_same_v<decltype(tavren_status_t::connection_time), int32_t>));
   EXPECT_TRUE((std::is_same_v<decltype(tavren_bytes_t::code), int32_t>));
+  EXPECT_TRUE((std::is_same_v<decltype(tavren_bytes_t::data.data_len), uint32_t>));
 }
 
 }  // namespace

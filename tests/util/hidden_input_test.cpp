@@ -1,3 +1,5 @@
+#include <dlfcn.h>
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
@@ -15,6 +17,22 @@
 #include <string>
 
 #include "tavren_share.h"
+
+namespace {
+
+int interruptions = 0; /* of the next calls of tcsetattr */
+
+}  // namespace
+
+/* Stands before the C library's, for the shared library too. */
+extern "C" __attribute__((visibility("default"))) int tcsetattr(int fd, int actions, const termios* settings) noexcept {
+  if (interruptions == 0) {
+    return reinterpret_cast<int (*)(int, int, const termios*)>(dlsym(RTLD_NEXT, "tcsetattr"))(fd, actions, settings);
+  }
+  --interruptions;
+  errno = EINTR;
+  return -1;
+}
 
 namespace {
 
@@ -133,6 +151,15 @@ TEST_F(TerminalInput, HiddenHasNoEchoAndNothingElseChangedWhileTheLineIsRead) {
 
 TEST_F(TerminalInput, HiddenIsReadAndNotShown) {
   start_and_wait(1);
+  type("secret\n");
+  EXPECT_EQ(line(), "6 secret;");
+  EXPECT_EQ(shown(), "|");
+}
+
+TEST_F(TerminalInput, HiddenIsNotShownWhenASignalComesWhileTheEchoIsTurnedOff) {
+  interruptions = 1;
+  start_and_wait(1);
+  interruptions = 0;
   type("secret\n");
   EXPECT_EQ(line(), "6 secret;");
   EXPECT_EQ(shown(), "|");

@@ -103,6 +103,8 @@ TEST_F(LineFromFile, IsCutToOneLessThanTheSize) {
   EXPECT_EQ(line_of("abcd\n", 5), "abcd");
 }
 
+TEST_F(LineFromFile, OfSizeOneIsEmpty) { EXPECT_EQ(line_of("abc\n", 1), ""); }
+
 TEST_F(LineFromFile, OfAnEmptyFileIsAFailure) { EXPECT_EQ(line_of(""), "(failure)"); }
 
 TEST_F(LineFromFile, ThatCannotBeReadIsAFailure) {
