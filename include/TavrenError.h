@@ -50,7 +50,8 @@ typedef enum tavren_error_code_t : int32_t {
  * One failure: a list of lines, the most general statement first, detail after it.
  *
  * An error is thrown by value; callers add a more general first line and throw it on. It owns its lines. It takes no
- * lock: one thread uses it at a time. Memory exhaustion throws std::bad_alloc and leaves the object as it was.
+ * lock: one thread uses it at a time. Memory exhaustion throws std::bad_alloc; a line that could not be added is not
+ * there, and everything else is as it was.
  */
 class TAVREN_EXPORT TavrenError {
  public:

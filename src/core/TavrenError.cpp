@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <locale>
 #include <memory>
 #include <sstream>
 #include <utility>
@@ -78,6 +79,11 @@ void append(std::list<TavrenError::error_line_t*>& lines, ErrorLine line) {
 }
 
 /* Every item of the serialised form ends with one NUL byte. */
+void write_item(std::ostream& os, const std::string& item) {
+  os.write(item.data(), static_cast<std::streamsize>(item.size()));
+  os.put('\0');
+}
+
 void read_separator(std::istream& in) {
   char sep = ' ';
   in >> sep;
@@ -138,11 +144,16 @@ void TavrenError::print_body(std::ostream& os) const {
   for (const error_line_t* line : lines) print_line(line, os);
 }
 
+/* Numbers are written as text of our own, because a stream may carry a locale that groups digits, or other flags. */
 void TavrenError::serialize(std::ostream& os) const {
-  os << "TavrenError" << '\0' << time << '\0' << lines.size() << '\0';
+  write_item(os, "TavrenError");
+  write_item(os, std::to_string(time));
+  write_item(os, std::to_string(lines.size()));
   for (const error_line_t* line : lines) {
-    os << "error_line_t" << '\0' << static_cast<int32_t>(line->code) << '\0' << line->num_args << '\0';
-    for (int32_t i = 0; i < line->num_args; ++i) os << line->args[i] << '\0';
+    write_item(os, "error_line_t");
+    write_item(os, std::to_string(line->code));
+    write_item(os, std::to_string(line->num_args));
+    for (int32_t i = 0; i < line->num_args; ++i) write_item(os, line->args[i]);
   }
 }
 
@@ -227,6 +238,7 @@ const char* TavrenError::get_format_string(tavren_error_code_t code) {
 
 void TavrenError::tavren_bytes_to_errors(tavren_bytes_t& bytes, std::list<TavrenError*>& out) {
   std::istringstream in(std::string(bytes.data.data_val, bytes.data.data_len));
+  in.imbue(std::locale::classic());
   in.exceptions(std::ios_base::badbit | std::ios_base::failbit);
   int32_t count = 0;
   char c = ' ';
