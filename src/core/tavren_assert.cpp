@@ -46,7 +46,10 @@ void write_error_file(const char* header, const char* message) {
 
 void tavren_set_program_name(const char* path) {
   const char* slash = strrchr(path, '/');
-  snprintf(program_name, sizeof program_name, "%s", slash == nullptr ? path : slash + 1);
+  const char* name = slash == nullptr ? path : slash + 1;
+  const size_t length = strnlen(name, sizeof program_name - 1);
+  memmove(program_name, name, length); /* path may be the stored name itself */
+  program_name[length] = '\0';
 }
 
 const char* tavren_get_program_name() { return program_name; }
