@@ -43,7 +43,8 @@ TAVREN_EXPORT int tavren_read_input(const char* prompt, char* buffer, int size, 
 
 /*
  * Makes name's private directory under tavren_get_tmp_root, takes its lock and removes what an earlier run left
- * there. The lock lasts until the process ends or tavren_cleanup_tmp_dir is called. Returns 0, message untouched, or
+ * there. The lock lasts until the process ends or tavren_cleanup_tmp_dir is called; once set up, do not set up again
+ * before that. Returns 0, message untouched, or
  * -1 with the reason in message, such as another running instance.
  */
 TAVREN_EXPORT int tavren_setup_tmp_dir(const char* name, char* message);

@@ -33,7 +33,7 @@ int format_text(const char* text, char* buffer) { return snprintf(buffer, TAVREN
 
 /* broken_down is what the C library made of a time, NULL when it could not. */
 int format_broken_down_time(const struct tm* broken_down, const char* format, char* buffer) {
-  if (broken_down == nullptr) return format_text(translate("None"), buffer);
+  if (broken_down == nullptr) return std::min(format_text(translate("None"), buffer), TAVREN_FORMAT_SIZE - 1);
   return static_cast<int>(strftime(buffer, TAVREN_FORMAT_SIZE, format, broken_down));
 }
 
@@ -57,7 +57,9 @@ int tavren_split_fields(char* s, int separator, char*** fields) {
   const char cut = static_cast<char>(separator);
   const size_t length = strlen(s);
   const size_t count = static_cast<size_t>(std::count(s, s + length, cut)) + 1;
-  char** pointers = static_cast<char**>(malloc(count * sizeof(char*) + length + 1));
+  /* In 64 bits, because a text of separators only needs more than a 32-bit size can say. */
+  const uint64_t size = static_cast<uint64_t>(count) * sizeof(char*) + length + 1;
+  char** pointers = size > SIZE_MAX ? nullptr : static_cast<char**>(malloc(static_cast<size_t>(size)));
   if (pointers == nullptr) {
     _tavren_check_alloc("tavren_basic", __LINE__);
     return 0;

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
@@ -43,7 +44,9 @@ class EchoOff {
     TAVREN_ASSERT("tavren_share", rc == 0);
     termios hidden = saved;
     hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
+    /* A signal may interrupt the wait for pending output, and the password must not show for that. */
+    while (tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden) == -1 && errno == EINTR) {
+    }
   }
   ~EchoOff() { tcsetattr(STDIN_FILENO, TCSANOW, &saved); }
   EchoOff(const EchoOff&) = delete;
@@ -64,8 +67,9 @@ int next_character() {
 
 int read_line_of_input(char* buffer, int size) {
   int count = 0;
-  for (int c = 0; (c = next_character()) != EOF && c != '\n'; ++count) {
+  for (int c = 0; (c = next_character()) != EOF && c != '\n';) {
     if (count < size - 1) buffer[count] = static_cast<char>(c);
+    if (count < INT_MAX) ++count;
   }
   return count;
 }
@@ -163,8 +167,12 @@ int tavren_read_input(const char* prompt, char* buffer, int size, int hide) {
 int tavren_setup_tmp_dir(const char* name, char* message) {
   char directory[path_size];
   char lock_path[path_size + sizeof "/.lock"];
-  snprintf(directory, sizeof directory, "%s/%s.libtavren", tavren_get_tmp_root(), name);
+  const int length = snprintf(directory, sizeof directory, "%s/%s.libtavren", tavren_get_tmp_root(), name);
   snprintf(lock_path, sizeof lock_path, "%s/.lock", directory);
+  /* A path that was cut would be another directory's. */
+  if (length < 0 || static_cast<size_t>(length) >= sizeof directory) {
+    return refuse(message, translate("Failed to create directory %s, errno=%d"), directory, ENAMETOOLONG);
+  }
 
   const mode_t old_umask = umask(0);
   if (mkdir(directory, 0777) == -1 && errno != EEXIST) {
