@@ -34,7 +34,7 @@ constexpr char end_of_file_character = 0x04;
  * Held from the making of a terminal until its master is close-on-exec. forkpty has no flag for that, and a child
  * that another thread starts in between would keep the master, and with it this child's terminal, alive.
  */
-TavrenMutex fork_mutex;
+TavrenMutex& fork_mutex = *new TavrenMutex; /* never destroyed: a thread may start a child while another one exits */
 
 /* Returns program without the one white-space character that a command text carries at its end. */
 std::string without_trailing_space(std::string program) {
@@ -48,6 +48,8 @@ void nap(int milliseconds) {
   while (nanosleep(&rest, &rest) == -1 && errno == EINTR) {
   }
 }
+
+bool process_exists(pid_t pid) { return kill(pid, 0) == 0 || errno != ESRCH; }
 
 bool make_raw(int fd) {
   termios settings{};
@@ -139,6 +141,7 @@ TavrenProcess::TavrenProcess(const std::string& program_path, const std::list<st
                              bool separate_stdin)
     : TavrenProcess(program_path) {
   make_pipe(cancel_pipe);
+  if (!add_status_flag(cancel_pipe[1], O_NONBLOCK)) tavren_throw_syscall_error("fcntl(cancel_pipe)", -1);
   if (separate_stdin) {
     make_pipe(stdin_pipe);
     /* Only our end: a write must come back when the pipe is full, the child's read must not. */
@@ -294,6 +297,7 @@ void TavrenProcess::stop(int grace_time) {
 
 void TavrenProcess::disable() {
   const ssize_t rc = write(cancel_pipe[1], "\n", 1);
+  if (rc == -1 && errno == EAGAIN) return; /* cancelled so often already that the pipe is full */
   TAVREN_ASSERT("TavrenProcess", rc == 1);
 }
 
@@ -303,21 +307,22 @@ void TavrenProcess::disable() {
  */
 bool TavrenProcess::child_has_ended() const {
   const pid_t pid = child_pid;
-  if (pid == -1 || kill(pid, 0) == -1) return true;
+  if (pid == -1 || !process_exists(pid)) return true;
   siginfo_t info{};
   return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid;
 }
 
 /*
  * Reaps the child and forgets it. Returns whether it is gone, which it also is when somebody else has reaped it: a
- * host program that ignores SIGCHLD or waits for all children.
+ * host program that ignores SIGCHLD or waits for all children. It is not when the host has forked since and goes on as
+ * a process that cannot wait for it.
  */
 bool TavrenProcess::reap_child(int options) {
   pid_t reaped = 0;
   do {
     reaped = waitpid(child_pid, nullptr, options);
   } while (reaped == -1 && errno == EINTR);
-  if (reaped == 0) return false;
+  if (reaped == 0 || (reaped == -1 && process_exists(child_pid))) return false;
   child_pid = -1;
   return true;
 }

@@ -1,3 +1,4 @@
+#include <errno.h>
 #include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -45,8 +46,10 @@ void TavrenProcess::log_child_output(const char* text, size_t length) {
   const auto size = static_cast<int64_t>(length);
   if (log_fd != -1 && log_bytes_written + size > limit) close_descriptor(log_fd);
   if (log_fd == -1) open_log();
-  if (log_fd == -1 || write(log_fd, text, length) != static_cast<ssize_t>(length)) {
-    tavren_throw_syscall_error("write(log_child_output)", -1);
+  const ssize_t written = log_fd == -1 ? -1 : write(log_fd, text, length);
+  if (written != size) {
+    /* A write that takes only a part sets no error number; a full disk is what makes it. */
+    tavren_throw_syscall_error("write(log_child_output)", written == -1 ? -1 : ENOSPC);
   }
   log_bytes_written += size;
 }
