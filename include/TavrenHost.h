@@ -132,8 +132,9 @@ class TAVREN_EXPORT TavrenHost {
   void end_send_file();
 
   /*
-   * Sends size bytes of the file open at fd, -1 for all of it (2^32-1 bytes at the most), to path with the permission
-   * bits mode. name stands for the file in errors. Throws TAVREN_E_SYSCALL when it cannot be read or is shorter.
+   * Sends size bytes of the file open at fd, all of it when size is negative (2^32-1 bytes at the most), to path with
+   * the permission bits mode. name stands for the file in errors. Throws TAVREN_E_SYSCALL when it cannot be read or is
+   * shorter.
    */
   void send_file(int fd, const std::string& name, const std::string& path, int size, unsigned int mode);
 

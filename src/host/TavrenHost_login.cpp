@@ -177,6 +177,7 @@ void TavrenHost::update_hosts_file() {
 void TavrenHost::start_ssh_process(const std::string& target, const std::string& known_hosts_file) {
   const std::string ssh = get_cmd("ssh");
   std::list<std::string> words = words_of(ssh);
+  if (words.empty()) words.push_back(ssh); /* nothing to run, which the child then reports */
   if (words.size() == 1) {
     const std::string sh = get_cmd("sh");
     /*

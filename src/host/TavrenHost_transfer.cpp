@@ -152,7 +152,7 @@ void TavrenHost::end_send_file() {
 }
 
 void TavrenHost::send_file(int fd, const std::string& name, const std::string& path, int size, unsigned int mode) {
-  const int64_t total = size == -1 ? file_size(fd, name) : size;
+  const int64_t total = size < 0 ? file_size(fd, name) : size;
   start_send_file(path, static_cast<uint32_t>(total), mode);
   char piece[SCP_CHUNK_SIZE];
   for (int64_t remaining = total; remaining > 0;) {
