@@ -51,11 +51,15 @@ void nap(int milliseconds) {
 
 bool process_exists(pid_t pid) { return kill(pid, 0) == 0 || errno != ESRCH; }
 
-bool make_raw(int fd) {
+/*
+ * Makes a terminal raw from the child's side, unless the parent was first (output then goes through untranslated): it
+ * may have delivered an end of file since, which lasts only as long as the canonical mode that it left.
+ */
+void make_raw_unless_done(int fd) {
   termios settings{};
-  if (tcgetattr(fd, &settings) == -1) return false;
+  if (tcgetattr(fd, &settings) == -1 || (settings.c_oflag & OPOST) == 0) return;
   cfmakeraw(&settings);
-  return tcsetattr(fd, TCSANOW, &settings) == 0;
+  tcsetattr(fd, TCSANOW, &settings);
 }
 
 /*
@@ -191,7 +195,7 @@ void TavrenProcess::exec_program(char* const* argv) const {
    * The parent sets the terminal up too, but it may come late: a program that had looked at the settings before would
    * put the old ones back after it has read a password.
    */
-  make_raw(STDOUT_FILENO);
+  make_raw_unless_done(STDOUT_FILENO);
   if (stdin_pipe[0] != -1 && dup2(stdin_pipe[0], STDIN_FILENO) == -1) die("dup2 failed", "");
   /* Deliberately no environment at all: what the far side sees must not depend on who started the daemon. */
   char* const no_environment[] = {nullptr};
