@@ -12,11 +12,14 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <stdexcept>
+
 #define EXPORTED extern "C" __attribute__((visibility("default")))
 
 namespace {
 
 Faulty* active = nullptr;
+LateFork* late_fork = nullptr;
 
 /* The function of that name that ours stands in front of. */
 template <typename Function>
@@ -74,6 +77,36 @@ bool strikes(const char* name, long argument) {
   return true;
 }
 
+LateFork::LateFork(Side late_side) : side(late_side), gate{-1, -1} {
+  if (pipe2(gate, O_CLOEXEC) == -1) throw std::runtime_error("no pipe");
+  late_fork = this;
+}
+
+LateFork::~LateFork() {
+  late_fork = nullptr;
+  release();
+  close(gate[0]);
+}
+
+void LateFork::release() {
+  if (gate[1] != -1) close(gate[1]);
+  gate[1] = -1;
+}
+
+/* Keeps the caller of forkpty, which has returned pid to it, where it is. */
+void come_late(pid_t pid) {
+  if (late_fork == nullptr) return;
+  if (pid > 0 && late_fork->side == LateFork::Side::parent) {
+    siginfo_t info{};
+    waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT);
+  }
+  if (pid == 0 && late_fork->side == LateFork::Side::child) {
+    late_fork->release();
+    char none = 0;
+    if (read(late_fork->gate[0], &none, 1) != 0) _exit(99);
+  }
+}
+
 EXPORTED int pipe2(int* ends, int flags) noexcept {
   static const auto next = real<int(int*, int)>("pipe2");
   return strikes("pipe2", 0) ? failure() : next(ends, flags);
@@ -81,7 +114,10 @@ EXPORTED int pipe2(int* ends, int flags) noexcept {
 
 EXPORTED pid_t forkpty(int* master, char* name, const termios* settings, const winsize* size) noexcept {
   static const auto next = real<pid_t(int*, char*, const termios*, const winsize*)>("forkpty");
-  return strikes("forkpty", 0) ? failure() : next(master, name, settings, size);
+  if (strikes("forkpty", 0)) return failure();
+  const pid_t pid = next(master, name, settings, size);
+  come_late(pid);
+  return pid;
 }
 
 EXPORTED int tcgetattr(int fd, termios* settings) noexcept {

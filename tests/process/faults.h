@@ -1,6 +1,8 @@
 #ifndef TESTS_PROCESS_FAULTS_H
 #define TESTS_PROCESS_FAULTS_H
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -39,6 +41,28 @@ class Faulty {
   int error;
   int call;
   std::vector<long> recorded;
+};
+
+/*
+ * While it lives, forkpty comes back late on one of its two sides: to the parent once its child has exited, or to the
+ * child once the object is released.
+ */
+class LateFork {
+ public:
+  enum class Side { parent, child };
+
+  explicit LateFork(Side side);
+  ~LateFork();
+  LateFork(const LateFork&) = delete;
+  LateFork& operator=(const LateFork&) = delete;
+
+  void release();
+
+ private:
+  friend void come_late(pid_t pid);
+
+  const Side side;
+  int gate[2]; /* the child reads until the end of file */
 };
 
 #endif

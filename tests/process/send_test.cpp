@@ -135,6 +135,13 @@ TEST_P(Send, ChildThatExitsDuringTheWaitIsReportedWithoutSpinning) {
   EXPECT_LT(cpu_seconds() - before, 1.5);
 }
 
+TEST_P(Send, ChildThatExitsDuringTheWaitIsReportedBeforeTheDeadline) {
+  TavrenProcess child = shell("sleep 1; echo last words", separate_stdin());
+  const int before = tavren_get_uptime();
+  EXPECT_EQ(result_of_sending(child, megabyte, patience), "13(/bin/sh) 12(last words)");
+  EXPECT_LT(tavren_get_uptime(), before + patience);
+}
+
 TEST_P(Send, RecognisingAChildThatExitedLeavesItUnreaped) {
   TavrenProcess child = shell("echo $$", separate_stdin());
   ASSERT_TRUE(wait_until_exited(announced_pid(child)));

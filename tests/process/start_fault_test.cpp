@@ -1,5 +1,7 @@
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <ostream>
@@ -26,15 +28,17 @@ void PrintTo(const Fault& fault, std::ostream* out) { *out << fault.what; }
 const Fault faults[] = {
     {"PipeToCancel", false, "pipe2", 1, EMFILE, "24(pipe, 24)"},
     {"PipeToCancelBeforeTheInputPipe", true, "pipe2", 1, ENFILE, "24(pipe, 23)"},
+    {"FlagsOfTheCancelPipe", false, "F_GETFL", 1, EBADF, "24(fcntl(cancel_pipe), 9)"},
+    {"NewFlagsOfTheCancelPipe", true, "F_SETFL", 1, EBADF, "24(fcntl(cancel_pipe), 9)"},
     {"PipeForInput", true, "pipe2", 2, EMFILE, "24(pipe, 24)"},
-    {"FlagsOfTheInputPipe", true, "F_GETFL", 1, EBADF, "24(fcntl(stdin_pipe), 9)"},
-    {"NewFlagsOfTheInputPipe", true, "F_SETFL", 1, EBADF, "24(fcntl(stdin_pipe), 9)"},
+    {"FlagsOfTheInputPipe", true, "F_GETFL", 2, EBADF, "24(fcntl(stdin_pipe), 9)"},
+    {"NewFlagsOfTheInputPipe", true, "F_SETFL", 2, EBADF, "24(fcntl(stdin_pipe), 9)"},
     {"Fork", false, "forkpty", 1, EAGAIN, "24(forkpty, 11)"},
     {"ForkWithAnInputPipe", true, "forkpty", 1, ENOENT, "24(forkpty, 2)"},
     {"CloseOnExec", false, "F_SETFD", 1, EBADF, "24(fcntl(master_fd), 9)"},
-    {"Flags", false, "F_GETFL", 1, EBADF, "24(fcntl(master_fd), 9)"},
-    {"FlagsWithAnInputPipe", true, "F_GETFL", 2, EBADF, "24(fcntl(master_fd), 9)"},
-    {"NewFlags", false, "F_SETFL", 1, EPERM, "24(fcntl(master_fd), 1)"},
+    {"Flags", false, "F_GETFL", 2, EBADF, "24(fcntl(master_fd), 9)"},
+    {"FlagsWithAnInputPipe", true, "F_GETFL", 3, EBADF, "24(fcntl(master_fd), 9)"},
+    {"NewFlags", false, "F_SETFL", 2, EPERM, "24(fcntl(master_fd), 1)"},
     {"Settings", false, "tcgetattr", 1, EIO, "24(tcgetattr(master_fd), 5)"},
     {"NewSettings", false, "tcsetattr", 1, EIO, "24(tcsetattr(master_fd), 5)"},
     {"NewSettingsWithAnInputPipe", true, "tcsetattr", 1, EINVAL, "24(tcsetattr(master_fd), 22)"},
@@ -106,4 +110,36 @@ TEST(FailedDup2, ConcernsOnlyAChildWithAnInputPipe) {
   const Faulty call("dup2", EBADF);
   TavrenProcess child("/bin/echo", {"words"}, false);
   EXPECT_EQ(next_line(child), "words");
+}
+
+TEST(LateParent, FindsTheTerminalMadeRawByTheChild) {
+  const LateFork late(LateFork::Side::parent);
+  TavrenProcess child = counterpart({"terminal"});
+  EXPECT_EQ(next_line(child), "raw 0 0 0 0");
+}
+
+TEST(LateChild, FindsTheTerminalMadeRawByTheParent) {
+  LateFork late(LateFork::Side::child);
+  TavrenProcess child("/bin/head", {"-c", "7"}, false);
+  child.send("secret\n", patience);
+  late.release();
+  EXPECT_EQ(all_output(child), "secret\n");
+}
+
+TEST(LateChild, FindsTheEndOfFileThatIsThereBeforeIt) {
+  LateFork late(LateFork::Side::child);
+  TavrenProcess child = counterpart({"sum", "100", "0"});
+  child.send_eof(patience);
+  late.release();
+  EXPECT_EQ(next_line(child), sum_line("", "canonical"));
+}
+
+TEST(LateChild, MeetsTheSignalThatCameBeforeIt) {
+  LateFork late(LateFork::Side::child);
+  TavrenProcess child("/bin/sleep", {"20"}, false);
+  child.send_signal(SIGTERM);
+  late.release();
+  siginfo_t info{};
+  ASSERT_EQ(waitid(P_ALL, 0, &info, WEXITED | WNOWAIT), 0);
+  EXPECT_EQ(info.si_status, SIGTERM);
 }

@@ -32,10 +32,10 @@ double seconds_to_stop(TavrenProcess& child, int grace_time) {
 
 /* Stops a child that ends at SIGTERM and one that does not, in a host that does what it likes about its children. */
 void stop_both_kinds() {
-  for (const char* script : {"echo $$; exec sleep 600", deaf}) {
-    TavrenProcess child = shell(script);
+  for (const bool obeys : {true, false}) {
+    TavrenProcess child = shell(obeys ? "echo $$; exec sleep 600" : deaf);
     const pid_t pid = announced_pid(child);
-    child.stop(1);
+    if (seconds_to_stop(child, obeys ? long_grace : 1) >= long_grace) printf("late ");
     if (!is_gone(pid)) printf("still there ");
     if (child.send_signal(0) != -1) printf("still recorded ");
   }
@@ -102,7 +102,7 @@ TEST(Stop, ASecondTimeReturnsAtOnce) {
 }
 
 TEST(Stop, KeepsTheOutputReadable) {
-  TavrenProcess child = shell("echo first; echo second; exec sleep 600");
+  TavrenProcess child = shell("printf 'first\\nsecond\\n'; exec sleep 600");
   ASSERT_EQ(next_line(child), "first");
   child.stop(0);
   EXPECT_EQ(next_line(child), "second");
@@ -167,6 +167,20 @@ TEST(Stop, WorksInAHostThatReapsAllChildrenInAThread) {
     stop_both_kinds();
   });
   EXPECT_EQ(outcome.out, "done");
+}
+
+/* A daemon's fork goes on with the object of its parent, of whose children it can wait for none. */
+TEST(Stop, EndsTheChildAlsoInAForkOfTheHost) {
+  TavrenProcess child = shell(deaf);
+  const pid_t pid = announced_pid(child);
+  const Outcome outcome = run_in_child([&child] {
+    const double seconds = seconds_to_stop(child, 1);
+    printf("%s", seconds >= 1 ? "after the grace time" : "too early");
+  });
+  EXPECT_EQ(outcome.out, "after the grace time");
+  int status = 0;
+  ASSERT_EQ(waitpid(pid, &status, 0), pid);
+  EXPECT_EQ(WTERMSIG(status), SIGKILL);
 }
 
 TEST(SendSignal, ReachesTheChildAndReturnsZero) {
