@@ -213,6 +213,12 @@ TEST_F(Sink, ThatDoesNotExitIsATimeout) {
   EXPECT_EQ(error, timeout("1"));
 }
 
+TEST_F(Sink, ThatFloodsInsteadOfExitingIsATimeout) {
+  set_tunable("ssh_command_timeout", "1");
+  const std::string error = error_of(end + "printf '\\0'\nexec yes noise\n");
+  EXPECT_EQ(error, timeout("1"));
+}
+
 TEST_F(Sink, ThatLeavesAnUnfinishedLineDoesNotHideTheEndMarker) {
   use_sink(end + "printf '\\0unfinished'\n");
   EXPECT_NO_THROW(host.send_data("abc", 3, "file", 0644));
