@@ -201,6 +201,28 @@ TEST_F(ChildOutputLog, OfAnEarlierRunStaysWhileTheLogIsOff) {
   EXPECT_EQ(current(), "earlier run");
 }
 
+TEST_F(ChildOutputLog, StaysOpenOnceOpened) {
+  run("0", [this] {
+    TavrenProcess child("/bin/cat", {}, false);
+    set_limit("1000");
+    for (const char* line : {"first", "second"}) {
+      child.send(std::string(line) + "\n", patience);
+      next_line(child);
+      if (exists("tavren_child_output.tester")) std::filesystem::rename(path(), path("elsewhere"));
+    }
+  });
+  EXPECT_EQ(read_file(path("elsewhere")), "first\nsecond\n");
+}
+
+TEST_F(ChildOutputLog, HoldsNothingOfWhatIsDroppedAsExcessive) {
+  run("0", [] {
+    TavrenProcess child("/bin/cat", {"/dev/zero"}, false);
+    set_limit("1000000");
+    result_of_reading_on(child);
+  });
+  EXPECT_LE(current().size(), 102400U);
+}
+
 TEST_F(ChildOutputLog, MayBeTurnedOnAndOff) {
   run("0", [] {
     TavrenProcess child("/bin/cat", {}, false);
