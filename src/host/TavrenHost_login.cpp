@@ -186,7 +186,7 @@ void TavrenHost::start_ssh_process(const std::string& target, const std::string&
      */
     const std::string remote_command = sh + "-c 'echo SHELL STARTED. >&2; " + sh + ">&2'";
     process = new TavrenProcess(
-        ssh,
+        words.front() + " ",
         {"-2", "-4", "-T", "-oPreferredAuthentications=password", "-oGlobalKnownHostsFile=" + known_hosts_file,
          "-oUserKnownHostsFile=/dev/null", target, remote_command},
         false);

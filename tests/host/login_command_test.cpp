@@ -71,6 +71,25 @@ TEST_F(LoginCommand, WordsOfItsOwnReplaceTheCommandLineWithAKeyToo) {
   EXPECT_EQ(client->arguments(), std::vector<std::string>{"-v"});
 }
 
+TEST_F(LoginCommand, OfOneWordMayHaveBlanksAroundIt) {
+  play(dialogue.login());
+  set_command("ssh", " " + client->path() + " ");
+  enable();
+  host.open_connection();
+  EXPECT_EQ(client->arguments().size(), 8U);
+}
+
+TEST_F(LoginCommand, OfNothingButBlanksCannotBeRun) {
+  for (const char* blanks : {"", " ", "  "}) {
+    set_command("ssh", blanks);
+    enable();
+    EXPECT_EQ(first_lines(error_body([&] { host.open_connection(); }), 1),
+              "  - Failed to start secure shell session on archive.example\n")
+        << "\"" << blanks << "\"";
+    start_over();
+  }
+}
+
 TEST_F(LoginCommand, AnswersTheQuestionWithYes) {
   open(dialogue.login());
   EXPECT_EQ(client->taken("yes"), "yes\n");
