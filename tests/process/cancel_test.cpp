@@ -6,8 +6,10 @@
 #include <atomic>
 #include <ostream>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
+#include "TavrenExceptions.h"
 #include "process/children.h"
 #include "process/observe.h"
 #include "tavren_basic.h"
@@ -162,6 +164,16 @@ TEST(CancelledSend, SendsWhatNeedsNoWait) {
   }));
   EXPECT_EQ(next_bytes(child, 5), "words");
 }
+
+/* More often than a pipe has room for. */
+TEST(CancelledObject, MayBeCancelledAnyNumberOfTimes) {
+  TavrenProcess child("/bin/cat", {}, false);
+  for (int i = 0; i < 70000; ++i) child.disable();
+  EXPECT_EQ(result_of([&] { child.read_byte(patient_deadline()); }), cancelled);
+}
+
+static_assert(std::is_empty_v<TavrenTimeout> && !std::is_polymorphic_v<TavrenTimeout>);
+static_assert(std::is_empty_v<TavrenOperationCancelled> && !std::is_polymorphic_v<TavrenOperationCancelled>);
 
 TEST(CancelledObject, LeavesOthersAlone) {
   TavrenProcess first("/bin/cat", {}, false);

@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include "TavrenTunables.h"
 #include "process/children.h"
 #include "process/faults.h"
+#include "process/observe.h"
 #include "support/run_in_child.h"
 #include "support/temporary_directory.h"
 #include "tavren_basic.h"
@@ -14,6 +16,8 @@
 using testing::ElementsAre;
 
 namespace {
+
+const std::string cancelled = "TavrenOperationCancelled";
 
 std::string result_of_sending(TavrenProcess& child, const std::string& data) {
   return result_of([&] { child.send(data, patience); });
@@ -67,6 +71,32 @@ std::string line_through_failing(const std::string& name, int error) {
 }
 
 }  // namespace
+
+/* The terminal takes data all the while, and the wait ends all the same. */
+TEST(CancelledWait, WinsOverATerminalThatIsReadyForWriting) {
+  TavrenProcess child("/bin/cat", {}, false);
+  child.disable();
+  const Faulty call("write", EAGAIN);
+  EXPECT_EQ(result_of_sending(child, "words"), cancelled);
+}
+
+TEST(CancelledWait, WinsOverATerminalThatIsReadyForReading) {
+  const TemporaryDirectory directory;
+  TavrenProcess child = shell("echo words; touch " + directory.path("said") + "; exec sleep 600");
+  ASSERT_TRUE(wait_until([&] { return access(directory.path("said").c_str(), F_OK) == 0; }));
+  child.disable();
+  const Faulty call("read", EAGAIN);
+  std::string line;
+  EXPECT_EQ(result_of([&] { child.read_line(line, patient_deadline(), ""); }), cancelled);
+}
+
+TEST(Stop, LooksTwentyTimesInItsTwoSecondsOfGrace) {
+  TavrenProcess child = shell("trap '' TERM; echo deaf; while :; do sleep 600; done");
+  ASSERT_EQ(next_line(child), "deaf");
+  const Faulty calls("waitpid");
+  child.stop(2);
+  EXPECT_EQ(calls.calls(), 21U);
+}
 
 TEST(FailedWrite, IsNamed) {
   for (const bool separate_stdin : {false, true}) {

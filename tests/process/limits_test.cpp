@@ -53,6 +53,28 @@ TEST(Limit, CountsWhatWasPendingBefore) {
   EXPECT_EQ(result_of_read_line(child), one_too_many);
 }
 
+/* What came together with the line before is waiting when the next operation begins. */
+TEST(Limit, CountsWhatIsAlreadyWaiting) {
+  TavrenProcess child = shell("printf 'first\\nwaiting'; read -r go; head -c " + std::to_string(limit - 6) +
+                              " /dev/zero | tr '\\0' x; read -r go");
+  ASSERT_EQ(next_line(child), "first");
+  child.send("go\n", patience);
+  EXPECT_EQ(result_of_read_line(child), one_too_many);
+}
+
+TEST(Limit, BeginsAnewWithEachExpect) {
+  TavrenProcess child = printing("", 60000, "\\nend\\n'; head -c 60000 /dev/zero | tr '\\0' x; printf '\\nend\\n");
+  EXPECT_EQ(result_of_expect(child), "done");
+  EXPECT_EQ(result_of_expect(child), "done");
+}
+
+TEST(Limit, BeginsAnewWithEachSkipping) {
+  TavrenProcess child = printing("", 60000, "\\nend\\n'; head -c 60000 /dev/zero | tr '\\0' x; printf '\\nend");
+  EXPECT_EQ(result_of_skipping(child), "done");
+  ASSERT_EQ(next_line(child), "end");
+  EXPECT_EQ(result_of_skipping(child), "done");
+}
+
 TEST(Limit, DoesNotCountWhatWasTakenBefore) {
   TavrenProcess child = printing("first\\n", limit - 1, "\\n");
   ASSERT_EQ(next_line(child), "first");
