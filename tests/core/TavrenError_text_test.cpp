@@ -141,8 +141,9 @@ TEST(PrintedError, ListsItsLinesFromTheFirstToTheLast) {
             "  - Secure shell login failed: permission denied\n");
 }
 
+/* A 32-bit time ends in 2038. */
+#if __TIMESIZE == 64
 TEST(PrintedError, ShowsAYearOfFiveDigitsWhole) {
-  if (sizeof(time_t) < sizeof(int64_t)) GTEST_SKIP() << "a time of 32 bits ends in 2038";
   const TimeZone zone("UTC0");
   TavrenError error;
   error.time = static_cast<time_t>(INT64_C(253402300800));
@@ -150,6 +151,7 @@ TEST(PrintedError, ShowsAYearOfFiveDigitsWhole) {
   error.print(text);
   EXPECT_EQ(text.str(), "10000/01/01 00:00:00\n");
 }
+#endif
 
 TEST(PrintedError, WithoutLinesIsItsTimeAlone) {
   const TimeZone zone("UTC0");
