@@ -170,7 +170,7 @@ TEST_F(Stream, AChildThatEndedBeforeIsNoSuccess) {
   const pid_t child = std::stoi(output_of(host, "echo $PPID"));
   host.start_send_stream("file");
   host.continue_send_stream("content", 7);
-  host.kill_ssh();
+  kill(child, SIGKILL);
   wait_for_exit(child);
   const std::string error = error_body([this] { host.end_send_stream(); });
   EXPECT_EQ(first_lines(error, 1), "  - Program exited unexpectedly: " + client.path() + "\n");
