@@ -95,6 +95,18 @@ TEST_F(LoginCommand, AnswersTheQuestionWithYes) {
   EXPECT_EQ(client->taken("yes"), "yes\n");
 }
 
+TEST_F(LoginCommand, AnswersNothingBeforeTheQuestion) {
+  open("timeout --foreground 0.2 cat >$dir/early\n" + dialogue.login());
+  EXPECT_EQ(client->taken("early"), "");
+}
+
+TEST_F(LoginCommand, AnswersNothingBeforeThePrompt) {
+  open(say(dialogue.introduction() + dialogue.question()) + "take yes\ntimeout --foreground 0.2 cat >$dir/early\n" +
+       say(dialogue.answered() + dialogue.prompt()) + "take password\n" + say(ClientDialogue::shell_started()) +
+       "become_shell\n");
+  EXPECT_EQ(client->taken("early"), "");
+}
+
 TEST_F(LoginCommand, LeavesAShellInTheArchiveDirectory) {
   const TemporaryDirectory archive;
   settings.dir = archive.path();

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "host/login_fixture.h"
+#include "support/recorded_system.h"
 
 namespace {
 
@@ -13,6 +14,8 @@ constexpr char changed_key_block[] =
 
 class LoginFailure : public LoginTest {
  protected:
+  ~LoginFailure() override { recorded_system::reset(); }
+
   void use_key() { settings.host_key = "ssh-ed25519 AAAA"; }
 
   void expect_key_mismatch(const std::string& body) {
@@ -25,6 +28,7 @@ class LoginFailure : public LoginTest {
   const std::string shell_timeout =
       failed_to_start + "  - Timeout occurred while waiting for shell to start on archive.example\n";
   const std::string wait_forever = "exec sleep 100\n";
+  const std::string noise = "noise\n" + std::string(200, '\n');
   const std::string flood = "exec yes 'noise'\n";
   const std::string flood_without_newline = "exec cat /dev/zero\n";
 };
@@ -187,6 +191,25 @@ TEST_F(LoginFailure, AFloodAfterThePasswordEndsAtTheDeadline) {
   set_tunable("ssh_shell_start_timeout", "1");
   use_key();
   EXPECT_EQ(first_lines(open_error(say(dialogue.prompt()) + "take password\n" + flood), 2), shell_timeout);
+}
+
+TEST_F(LoginFailure, NoiseBeforeTheQuestionDoesNotProlongTheDeadline) {
+  recorded_system::hurry_uptime();
+  EXPECT_EQ(open_error(say(noise + dialogue.introduction() + dialogue.question()) + wait_forever), connect_timeout);
+}
+
+TEST_F(LoginFailure, NoiseBeforeThePromptDoesNotProlongTheDeadline) {
+  use_key();
+  recorded_system::hurry_uptime();
+  EXPECT_EQ(open_error(say(noise + dialogue.prompt()) + wait_forever), connect_timeout);
+}
+
+TEST_F(LoginFailure, NoiseBeforeTheShellDoesNotProlongTheDeadline) {
+  use_key();
+  play(say(dialogue.prompt()) + "take password\n" + say(noise + ClientDialogue::shell_started()) + "become_shell\n");
+  enable();
+  recorded_system::hurry_uptime();
+  EXPECT_EQ(first_lines(error_body([this] { host.open_connection(); }), 2), shell_timeout);
 }
 
 TEST_F(LoginFailure, AFloodWithoutANewlineIsExcessiveOutput) {

@@ -192,6 +192,12 @@ TEST_F(RemoteCommand, BehindAnEndlessFloodEndsAtTheDeadline) {
             "  - Timeout occurred while running remote command: \"pwd\"\n");
 }
 
+TEST_F(RemoteCommand, BehindNoiseHasNoMoreTimeForIt) {
+  leave_output("seq 200");
+  recorded_system::hurry_uptime();
+  EXPECT_EQ(error_body([this] { run("pwd"); }), "  - Timeout occurred while running remote command: \"pwd\"\n");
+}
+
 TEST_F(RemoteCommand, AfterATimeoutSkipsTheLateOutput) {
   const ScriptedClient meeting("");
   EXPECT_THROW(host.run_command("read x <" + meeting.path("go") + "; echo late", status, lines, 1), TavrenError);

@@ -26,6 +26,8 @@ std::mutex mutex;
 std::vector<recorded_system::LogEntry> log_entries;
 std::vector<std::string> writes;
 std::atomic<bool> recording_writes{false};
+std::atomic<bool> uptime_hurries{false};
+std::atomic<time_t> uptime_lead{0}; /* seconds; kept, because the clock never goes back */
 std::string translated_text, its_translation;
 std::atomic<time_t> stopped_time{-1};
 std::atomic<int> last_console_flags{-1};
@@ -50,6 +52,7 @@ namespace recorded_system {
 
 void reset() {
   recording_writes = false;
+  uptime_hurries = false;
   take_writes();
   take_log();
   take_console();
@@ -81,6 +84,8 @@ int console_flags() { return last_console_flags; }
 void remove_console() { has_console = false; }
 
 void set_time(time_t now) { stopped_time = now; }
+
+void hurry_uptime() { uptime_hurries = true; }
 
 void record_writes() { recording_writes = true; }
 
@@ -115,6 +120,13 @@ STANDS_BEFORE_THE_C_LIBRARY time_t time(time_t* result) noexcept {
   const time_t now = stopped == -1 ? real_time(nullptr) : stopped;
   if (result != nullptr) *result = now;
   return now;
+}
+
+STANDS_BEFORE_THE_C_LIBRARY int clock_gettime(clockid_t clock, timespec* now) noexcept {
+  static auto* const real_clock_gettime = real<int(clockid_t, timespec*)>("clock_gettime");
+  const int result = real_clock_gettime(clock, now);
+  if (clock == CLOCK_MONOTONIC) now->tv_sec += uptime_hurries ? ++uptime_lead : uptime_lead.load();
+  return result;
 }
 
 /* The headers give this function the name that programs with 64-bit file offsets call. */

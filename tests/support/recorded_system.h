@@ -19,7 +19,7 @@ struct LogEntry {
 
 inline bool operator==(const LogEntry& a, const LogEntry& b) { return a.priority == b.priority && a.text == b.text; }
 
-/* Forgets all records, stops recording writes, lets the clock run again and gives the machine a console. */
+/* Forgets all records, stops recording writes, lets both clocks run by themselves and gives the machine a console. */
 void reset();
 
 /* Returns what was sent to the system log since the last call. */
@@ -36,6 +36,12 @@ void remove_console();
 
 /* Stops the time of day at now. */
 void set_time(time_t now);
+
+/*
+ * Lets the uptime clock run by one second with every look at it: whoever does not look may take for ever. The time
+ * that the test runner reports for the test contains these seconds.
+ */
+void hurry_uptime();
 
 /* Starts recording what the process writes with write(2). */
 void record_writes();
