@@ -1,5 +1,6 @@
 #include "TavrenTunables.h"
 
+#include "core/messages.h"
 #include "core/settings_text.h"
 #include "tavren_basic.h"
 #include "tavren_util.h"
@@ -9,7 +10,7 @@ namespace {
 constexpr int name_column_width = 25;
 
 std::string with_default(const std::string& value, const std::string& default_value) {
-  return value + " (default: " + default_value + ")";
+  return value + translate(" (default: %s)", default_value);
 }
 
 }  // namespace
@@ -34,7 +35,7 @@ std::string TavrenTunables::IntTunable::get_value(bool mention_default) const {
 void TavrenTunables::IntTunable::set_value(const std::string& text, std::string& error) {
   int number = default_value;
   if (text != "default" && tavren_cstring_to_int(text.c_str(), &number) != 0) {
-    error = "Invalid integer value: \"" + text + "\".";
+    error = translate("Invalid integer value: \"%s\".", text);
     return;
   }
   value.store(number, std::memory_order_relaxed);
@@ -80,7 +81,7 @@ void TavrenTunables::set_tunable(const std::string& name, const std::string& val
   const TavrenAutoLock lock(mutex);
   const auto found = registry.find(name);
   if (found == registry.end()) {
-    error = "Unknown tunable: \"" + name + "\".";
+    error = translate("Unknown tunable: \"%s\".", name);
     return;
   }
   found->second->set_value(value, error);
@@ -102,7 +103,7 @@ void TavrenTunables::print_tunables(std::ostream& out) {
 }
 
 void TavrenTunables::print_tunable_table(std::ostream& out) {
-  out << tavren_pad_end("TUNABLE", name_column_width) << "VALUE\n";
+  out << tavren_pad_end(translate("TUNABLE"), name_column_width) << translate("VALUE\n");
   out << tavren_pad_end("-------", name_column_width) << "-----\n";
   const TavrenAutoLock lock(mutex);
   for (const auto& [name, tunable] : registry) {

@@ -1,5 +1,6 @@
 #include "TavrenHost.h"
 #include "core/assertion.h"
+#include "core/messages.h"
 #include "core/settings_text.h"
 #include "tavren_util.h"
 
@@ -50,7 +51,7 @@ void TavrenHost::set_cmd(const std::string& name, const std::string& text, std::
   const TavrenAutoLock lock(cmd_map_mutex);
   const auto found = cmd_map.find(name);
   if (found == cmd_map.end()) {
-    message = "Unknown command name: \"" + name + "\".";
+    message = translate("Unknown command name: \"%s\".", name);
     return;
   }
   found->second = text + " ";
@@ -67,7 +68,7 @@ void TavrenHost::print_cmds(std::ostream& out) {
 }
 
 void TavrenHost::print_cmd_table(std::ostream& out) {
-  out << tavren_pad_end("NAME", name_column_width) << "COMMAND\n";
+  out << tavren_pad_end(translate("NAME"), name_column_width) << translate("COMMAND\n");
   out << tavren_pad_end("----", name_column_width) << "-------\n";
   const TavrenAutoLock lock(cmd_map_mutex);
   for (const auto& [name, text] : cmd_map) out << tavren_pad_end(name, name_column_width) << text << '\n';

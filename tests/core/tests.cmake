@@ -7,7 +7,8 @@ endforeach()
 tavren_test(mutex_tests core/TavrenMutex_test.cpp)
 tavren_test(mutex_failure_tests core/TavrenMutex_failures_test.cpp)
 tavren_test(tunables_tests core/TavrenTunables_test.cpp core/TavrenTunables_text_test.cpp)
-tavren_test(catalogue_tests core/catalogue_test.cpp core/long_translations_test.cpp)
+tavren_test(catalogue_tests core/catalogue_test.cpp core/long_translations_test.cpp
+  core/settings_catalogue_test.cpp)
 
 # A sanitizer needs memory of its own and brings an operator new that never calls a handler.
 if(NOT TAVREN_SANITIZE)
