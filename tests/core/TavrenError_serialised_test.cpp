@@ -1,10 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <iomanip>
 #include <limits>
-#include <locale>
 
+#include "core/counted_errors.h"
 #include "core/error_lines.h"
 #include "support/files.h"
 #include "support/run_in_child.h"
@@ -15,23 +14,7 @@ using testing::IsEmpty;
 /* Throughout, a bar stands for a NUL byte. */
 namespace {
 
-/* Errors that tavren_bytes_to_errors has handed out. */
-struct Errors {
-  ~Errors() {
-    for (TavrenError* error : list) delete error;
-  }
-  std::list<TavrenError*> list;
-};
-
 std::istringstream stream(const std::string& text) { return std::istringstream(with_nul_bytes(text)); }
-
-void parse(const std::string& text, std::list<TavrenError*>& errors) {
-  std::string content = with_nul_bytes(text);
-  tavren_bytes_t bytes{};
-  bytes.data.data_len = static_cast<uint32_t>(content.size());
-  bytes.data.data_val = content.data();
-  TavrenError::tavren_bytes_to_errors(bytes, errors);
-}
 
 constexpr char sample[] = "TavrenError|1000|1|error_line_t|4|1|h1|";
 
@@ -58,49 +41,6 @@ TEST(SerialisedError, KeepsTheEscapedFormOfANulByte) {
   TavrenError error(TAVREN_E_OUTPUT, with_nul_bytes("abc|"), "");
   error.time = 1;
   EXPECT_EQ(serialised(error), with_nul_bytes("TavrenError|1|1|error_line_t|12|1|abc\\0|"));
-}
-
-/* Digits are grouped by a hyphen, so a reader of numbers takes it for no sign. */
-struct GroupedDigits : std::numpunct<char> {
-  char do_thousands_sep() const override { return '-'; }
-  std::string do_grouping() const override { return "\1"; }
-};
-
-/* The program's locale for the length of a scope. */
-class GroupingLocale {
- public:
-  GroupingLocale() : before(std::locale::global(std::locale(std::locale(), new GroupedDigits))) {}
-  ~GroupingLocale() { std::locale::global(before); }
-  GroupingLocale(const GroupingLocale&) = delete;
-  GroupingLocale& operator=(const GroupingLocale&) = delete;
-
- private:
-  std::locale before;
-};
-
-TEST(SerialisedError, HasPlainNumbersWhateverTheLocale) {
-  TavrenError error(TAVREN_E_LOGIN_DENIED, "x", "");
-  error.time = 1000;
-  const GroupingLocale locale;
-  EXPECT_EQ(serialised(error), with_nul_bytes("TavrenError|1000|1|error_line_t|23|1|x|"));
-}
-
-TEST(SerialisedError, HasPlainNumbersWhateverTheStreamsFlags) {
-  TavrenError error(TAVREN_E_LOGIN_DENIED, "x", "");
-  error.time = 1000;
-  std::ostringstream text;
-  text << std::hex << std::showpos << std::setfill('*') << std::setw(20);
-  error.serialize(text);
-  EXPECT_EQ(text.str(), with_nul_bytes("TavrenError|1000|1|error_line_t|23|1|x|"));
-}
-
-TEST(CountedErrors, AreReadWhateverTheLocale) {
-  Errors errors;
-  const GroupingLocale locale;
-  parse("1|TavrenError|-5|1|error_line_t|-7|1|x|", errors.list);
-  ASSERT_EQ(errors.list.size(), 1U);
-  EXPECT_EQ(errors.list.front()->time, -5);
-  EXPECT_THAT(contents(*errors.list.front()), ElementsAre(LineContent(-7, {"x"})));
 }
 
 TEST(ErrorReadBack, IntoAnObjectWithLinesReleasesThemAndLeavesTheirEntries) {

@@ -1,4 +1,5 @@
-tavren_test(error_tests core/TavrenError_test.cpp core/TavrenError_text_test.cpp core/TavrenError_serialised_test.cpp)
+tavren_test(error_tests core/TavrenError_test.cpp core/TavrenError_text_test.cpp core/TavrenError_serialised_test.cpp
+  core/TavrenError_locale_test.cpp)
 tavren_test(assert_tests core/tavren_assert_test.cpp core/report_file_test.cpp)
 tavren_test(malloc_tests core/tavren_malloc_test.cpp)
 foreach(name error_tests malloc_tests)
