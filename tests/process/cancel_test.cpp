@@ -143,16 +143,6 @@ TEST(CancelledRead, LeavesWhatCameUnread) {
   EXPECT_EQ(next_bytes(child, 10), "unfinished");
 }
 
-/* The data is there, or comes, but the operation has to wait for more than that. */
-TEST(CancelledRead, WinsOverDataThatArrivesDuringTheWait) {
-  TavrenProcess child = shell("while :; do printf x; done");
-  child.disable();
-  EXPECT_EQ(result_of([&] {
-              while (true) child.read_byte(patient_deadline());
-            }),
-            cancelled);
-}
-
 TEST(CancelledSend, SendsWhatNeedsNoWait) {
   TavrenProcess child("/bin/head", {"-c", "5"}, false);
   child.disable();
