@@ -2,10 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <unistd.h>
 
-#include "TavrenTunables.h"
 #include "process/children.h"
 #include "process/faults.h"
 #include "process/observe.h"
@@ -23,10 +21,6 @@ std::string result_of_sending(TavrenProcess& child, const std::string& data) {
   return result_of([&] { child.send(data, patience); });
 }
 
-std::string result_of_send_eof(TavrenProcess& child, int timeout) {
-  return result_of([&] { child.send_eof(timeout); });
-}
-
 /* What poll gets, in milliseconds, for a wait that has seconds left. */
 long poll_timeout_of(TavrenProcess& child, long seconds) {
   for (;;) {
@@ -35,19 +29,6 @@ long poll_timeout_of(TavrenProcess& child, long seconds) {
     result_of([&] { child.read_byte(now + seconds - 1); });
     if (tavren_get_uptime() == now) return call.arguments().at(0);
   }
-}
-
-/* How a construction ends whose write to the log meets that error. */
-std::string result_of_logging(int error) {
-  const TemporaryDirectory home;
-  return run_in_child([&] {
-           setenv("TAVREN_HOME", home.path().c_str(), 1);
-           std::string refusal;
-           TavrenTunables::instance().set_tunable("subprocess_log_size", "1000", refusal);
-           const Faulty call("write", error);
-           printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str());
-         })
-      .out;
 }
 
 /* Writes through a call that comes back with that error once, and returns what the child got. */
@@ -156,13 +137,6 @@ TEST(FailedPoll, IsNamedByReadingAndWriting) {
   EXPECT_EQ(result_of_sending(child, std::string(1000000, 'x')), "24(poll, 12)");
 }
 
-TEST(FailedPoll, IsNamedByTheNapsOfSendEof) {
-  TavrenProcess child("/bin/sleep", {"600"}, false);
-  child.send("unread", patience);
-  const Faulty call("poll", ENOMEM, Faulty::every);
-  EXPECT_EQ(result_of_send_eof(child, patience), "24(poll, 12)");
-}
-
 TEST(FailedPoll, IsRepeatedWhenInterrupted) { EXPECT_EQ(line_through_failing("poll", EINTR), "words"); }
 
 TEST(Poll, WaitsOneSecondMoreThanTheDeadlineSays) {
@@ -182,52 +156,6 @@ TEST(Poll, IsNotCalledAfterTheDeadline) {
   const Faulty call("poll");
   EXPECT_EQ(result_of([&] { child.read_byte(past_deadline()); }), "TavrenTimeout");
   EXPECT_EQ(call.calls(), 0U);
-}
-
-TEST(FailedSendEof, NamesTheCall) {
-  for (const char* call : {"tcgetattr", "tcsetattr"}) {
-    TavrenProcess child("/bin/cat", {}, false);
-    const Faulty fault(call, EIO);
-    EXPECT_EQ(result_of_send_eof(child, patience), "24(" + std::string(call) + "(master_fd), 5)");
-  }
-}
-
-TEST(FailedSendEof, QueryOfTheTerminalIsAFailedAssertion) {
-  expect_assertion("TavrenProcess", "ecode == 0", [] {
-    TavrenProcess child("/bin/cat", {}, false);
-    const Faulty fault("TIOCOUTQ", ENOTTY);
-    child.send_eof(patience);
-  });
-}
-
-TEST(SendEof, BelievesATerminalThatHasBytesQueued) {
-  TavrenProcess child = counterpart({"sum", "100", "0"});
-  const Faulty fault("TIOCOUTQ", 0, Faulty::every);
-  EXPECT_EQ(result_of_send_eof(child, 1), "TavrenTimeout");
-}
-
-TEST(SendEof, LooksTenTimesASecondAndOnceMore) {
-  TavrenProcess child("/bin/cat", {}, false);
-  const Faulty fault("TIOCOUTQ", 0, Faulty::every);
-  result_of_send_eof(child, 2);
-  EXPECT_EQ(fault.calls(), 21U);
-}
-
-TEST(SendEof, WaitsWhenItCannotLookFromTheOtherSide) {
-  TavrenProcess child = counterpart({"sum", "100", "0"});
-  const Faulty fault("FIONREAD", EIO, Faulty::every);
-  EXPECT_EQ(result_of_send_eof(child, 1), "TavrenTimeout");
-}
-
-/* Kernels before 4.13 know the other side of a terminal by its name only. */
-TEST(SendEof, FindsTheOtherSideByNameOnAnOldKernel) {
-  TavrenProcess child = counterpart({"sum", "100", "20000"});
-  const std::string data(2000, 'x');
-  child.send(data, patience);
-  const Faulty fault("TIOCGPTPEER", ENOTTY, Faulty::every);
-  EXPECT_EQ(result_of_send_eof(child, patience), "done");
-  EXPECT_EQ(next_line(child), sum_line(data, "canonical"));
-  EXPECT_GT(fault.calls(), 0U);
 }
 
 TEST(FailedDisable, IsAFailedAssertion) {
@@ -268,7 +196,3 @@ TEST(FailedWaitpid, IsRepeatedWhenInterrupted) {
   child.stop(0);
   EXPECT_EQ(fault.calls(), 2U);
 }
-
-TEST(FailedLog, IsNamed) { EXPECT_EQ(result_of_logging(ENOSPC), "24(write(log_child_output), 28)"); }
-
-TEST(FailedLog, IsOneThatTakesNotAll) { EXPECT_EQ(result_of_logging(0).substr(0, 27), "24(write(log_child_output),"); }

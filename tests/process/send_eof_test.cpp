@@ -1,7 +1,5 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <random>
@@ -159,16 +157,6 @@ TEST(SendEof, LeavesNoDescriptorOfTheOtherSideOpen) {
   child.send("unread", patience);
   EXPECT_EQ(result_of_send_eof(child, 0), "TavrenTimeout");
   EXPECT_EQ(new_descriptors(before), ours);
-}
-
-TEST(SendEof, TakesNoTerminalForTheHost) {
-  const Outcome outcome = run_in_child([] {
-    setsid();
-    TavrenProcess child = counterpart({"sum", "100", "0"});
-    child.send_eof(patience);
-    printf("%s", open("/dev/tty", O_RDONLY | O_CLOEXEC) == -1 ? "none" : "taken");
-  });
-  EXPECT_EQ(outcome.out, "none");
 }
 
 TEST(SendEof, IsAnOrdinaryByteForAChildWithAnInputPipe) {

@@ -1,0 +1,140 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/close_range.h>
+#include <stdio.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <set>
+
+#include "process/children.h"
+#include "process/log_fixture.h"
+#include "process/observe.h"
+
+TEST_F(ChildOutputLog, OfAnEarlierRunIsMovedAtTheFirstWrite) {
+  write_file(path(), "earlier run");
+  write_file(path() + ".0", "still earlier run");
+  run("10000", [] { TavrenProcess("/bin/true", {}, false).stop(0); });
+  EXPECT_EQ(previous(), "earlier run");
+  EXPECT_EQ(current(), rule + "STARTING CHILD: /bin/true\n");
+}
+
+TEST_F(ChildOutputLog, OfAnEarlierRunStaysWhileTheLogIsOff) {
+  write_file(path(), "earlier run");
+  run("0", [] { TavrenProcess("/bin/true", {}, false).stop(0); });
+  EXPECT_EQ(current(), "earlier run");
+}
+
+TEST_F(ChildOutputLog, OfAnEarlierRunThatCannotBeMovedIsCutOff) {
+  make_unmovable();
+  write_file(path(), std::string(1000, 'x'));
+  run("10000", [] { TavrenProcess("/bin/true", {}, false).stop(0); });
+  EXPECT_EQ(current(), rule + "STARTING CHILD: /bin/true\n");
+}
+
+TEST_F(ChildOutputLog, StaysOpenOnceOpened) {
+  run("0", [this] {
+    TavrenProcess child("/bin/cat", {}, false);
+    set_limit("1000");
+    for (const char* line : {"first", "second"}) {
+      child.send(std::string(line) + "\n", patience);
+      next_line(child);
+      if (exists("tavren_child_output.tester")) std::filesystem::rename(path(), path("elsewhere"));
+    }
+  });
+  EXPECT_EQ(read_file(path("elsewhere")), "first\nsecond\n");
+}
+
+TEST_F(ChildOutputLog, IsReadableByAllTheUmaskAllows) {
+  run("10000", [] {
+    umask(027);
+    TavrenProcess("/bin/true", {}, false).stop(0);
+  });
+  struct stat status {};
+  ASSERT_EQ(stat(path().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0640U);
+}
+
+TEST_F(ChildOutputLog, ReachesNoChild) {
+  const std::string output = run("10000", [] {
+    close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
+    TavrenProcess first("/bin/true", {}, false);
+    TavrenProcess child = shell("echo $$; read -r line");
+    const pid_t pid = announced_pid(child);
+    printf("%zu", open_descriptors(pid).size());
+  });
+  EXPECT_EQ(output, "3");
+}
+
+TEST_F(ChildOutputLog, TakesNoStandardStreamThatTheHostHasClosed) {
+  const std::string output = run("10000", [] {
+    const int report = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 100);
+    for (const int fd : {0, 1, 2}) close(fd);
+    TavrenProcess child("/bin/true", {}, false);
+    dprintf(report, "%s", *open_descriptors().begin() > STDERR_FILENO ? "none" : "taken");
+  });
+  EXPECT_EQ(output, "none");
+}
+
+TEST_F(ChildOutputLog, ThatCannotBeOpenedFailsTheConstructionAndLeavesNothing) {
+  make_unwritable();
+  const std::string output = run("10000", [] {
+    const std::set<int> before = open_descriptors();
+    printf("%s", result_of([] { TavrenProcess("/bin/true", {}, true).stop(0); }).c_str());
+    printf("%s", open_descriptors() == before && !has_children() ? "" : " something left");
+  });
+  EXPECT_EQ(output, "24(write(log_child_output), 21)");
+}
+
+TEST_F(ChildOutputLog, ThatCannotBeOpenedFailsTheRead) {
+  make_unwritable();
+  const std::string output = run("0", [] {
+    TavrenProcess child("/bin/echo", {"line"}, false);
+    set_limit("10000");
+    printf("%s", result_of([&child] { next_line(child); }).c_str());
+  });
+  EXPECT_EQ(output, "24(write(log_child_output), 21)");
+}
+
+TEST_F(ChildOutputLog, ThatFailsTheReadTakesNothingFromIt) {
+  make_unwritable();
+  const std::string output = run("0", [] {
+    TavrenProcess child("/bin/echo", {"line"}, false);
+    set_limit("10000");
+    result_of([&child] { next_line(child); });
+    set_limit("0");
+    printf("%s", next_line(child).c_str());
+  });
+  EXPECT_EQ(output, "line");
+}
+
+TEST_F(ChildOutputLog, OnAFullDiskFailsTheConstruction) {
+  make_unmovable();
+  std::filesystem::create_symlink("/dev/full", path());
+  const std::string output =
+      run("10000", [] { printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str()); });
+  EXPECT_EQ(output, "24(write(log_child_output), 28)");
+}
+
+/* A write across the largest size of a file takes a part, as one does that fills the disk, and sets no errno. */
+TEST_F(ChildOutputLog, ThatTakesOnlyAPartIsTakenForAFullDisk) {
+  const std::string output = run("10000", [] {
+    const rlimit largest{50, 50};
+    setrlimit(RLIMIT_FSIZE, &largest);
+    printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str());
+  });
+  EXPECT_EQ(current(), rule.substr(0, 50));
+  EXPECT_EQ(output, "24(write(log_child_output), 28)");
+}
+
+TEST_F(ChildOutputLog, OpensAgainOnceItCan) {
+  make_unwritable();
+  run("10000", [this] {
+    result_of([] { TavrenProcess("/bin/false", {}, false).stop(0); });
+    std::filesystem::remove(path());
+    TavrenProcess("/bin/true", {}, false).stop(0);
+  });
+  EXPECT_EQ(current(), rule + "STARTING CHILD: /bin/true\n");
+}
