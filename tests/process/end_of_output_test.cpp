@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <numeric>
 
 #include "process/children.h"
 #include "process/observe.h"
-#include "support/run_in_child.h"
 #include "tavren_basic.h"
 
 namespace {
@@ -110,15 +108,6 @@ TEST(EndOfOutput, LeavesTheChildToBeReaped) {
   TavrenProcess child("/bin/true", {}, false);
   result_of_reading_on(child);
   EXPECT_TRUE(has_children());
-}
-
-TEST(EndOfOutput, ComesInAHostThatIgnoresSigchld) {
-  const Outcome outcome = run_in_child([] {
-    signal(SIGCHLD, SIG_IGN);
-    TavrenProcess child = shell("seq 1 3");
-    printf("%s", result_of_reading_on(child).c_str());
-  });
-  EXPECT_EQ(outcome.out, exited_after(1, 3));
 }
 
 TEST(EndOfOutput, LosesNothingOfWhatWasPrintedBefore) { hear_many_out(200); }

@@ -6,9 +6,9 @@
 
 #include <chrono>
 #include <memory>
-#include <thread>
 
 #include "process/children.h"
+#include "process/hosts.h"
 #include "process/observe.h"
 #include "support/run_in_child.h"
 
@@ -134,39 +134,14 @@ TEST(Stop, WorksAfterDisable) {
   EXPECT_TRUE(is_gone(pid));
 }
 
-TEST(Stop, WorksInAHostThatIgnoresSigchld) {
-  const Outcome outcome = run_in_child([] {
-    signal(SIGCHLD, SIG_IGN);
-    stop_both_kinds();
-  });
-  EXPECT_EQ(outcome.out, "done");
-}
-
-TEST(Stop, WorksInAHostThatReapsAllChildrenInAHandler) {
-  const Outcome outcome = run_in_child([] {
-    struct sigaction reap {};
-    reap.sa_handler = [](int) {
-      const int error = errno;
-      while (waitpid(-1, nullptr, WNOHANG) > 0) {
-      }
-      errno = error;
-    };
-    sigaction(SIGCHLD, &reap, nullptr);
-    stop_both_kinds();
-  });
-  EXPECT_EQ(outcome.out, "done");
-}
-
-TEST(Stop, WorksInAHostThatReapsAllChildrenInAThread) {
-  const Outcome outcome = run_in_child([] {
-    std::thread([] {
-      for (;;) {
-        if (waitpid(-1, nullptr, 0) == -1) std::this_thread::yield();
-      }
-    }).detach();
-    stop_both_kinds();
-  });
-  EXPECT_EQ(outcome.out, "done");
+TEST(Stop, WorksInHostsThatReapItsChild) {
+  for (const Host& host : hosts_that_reap) {
+    const Outcome outcome = run_in_child([&host] {
+      host.begin();
+      stop_both_kinds();
+    });
+    EXPECT_EQ(outcome.out, "done") << host.name;
+  }
 }
 
 /* A daemon's fork goes on with the object of its parent, of whose children it can wait for none. */
