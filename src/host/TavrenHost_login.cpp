@@ -143,10 +143,12 @@ bool TavrenHost::read_line_or_prompt(std::string& line, long deadline, const std
   return child().read_line(line, deadline, TavrenProcess::Prefixes{prompts.data(), prompts.size()});
 }
 
-/* In two pieces, so that no copy of the password is made that would have to be wiped. */
+/* In two pieces within one time-out, so that no copy of the password is made that would have to be wiped. */
 void TavrenHost::send_password(int timeout) {
+  const long deadline = deadline_after(timeout);
   child().send_bytes(settings.password, static_cast<unsigned int>(strlen(settings.password)), timeout);
-  child().send("\n", timeout);
+  const int64_t time_left = seconds_until(deadline) - 1; /* a time-out has that second added to it again */
+  child().send("\n", static_cast<int>(std::max<int64_t>(time_left, 0)));
 }
 
 void TavrenHost::update_hosts_file() {
