@@ -12,6 +12,7 @@
 
 #include "host/handle_fixture.h"
 #include "support/failing_memory.h"
+#include "support/process_state.h"
 #include "support/run_in_child.h"
 
 namespace {
@@ -108,7 +109,7 @@ TEST_F(HandleCreation, ThatFailsDeliberatelyKeepsItsChild) {
   refuse_login();
   create_from(settings);
   take_message();
-  EXPECT_EQ(kill(std::stoi(refusing_client->taken("pid")), 0), 0);
+  EXPECT_TRUE(is_alive(std::stoi(refusing_client->taken("pid"))));
 }
 
 TEST_F(HandleCreation, WithoutAKeyFieldIsAFailedAssertion) {

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <filesystem>
 #include <string>
@@ -7,6 +6,7 @@
 
 #include "host/login_fixture.h"
 #include "support/files.h"
+#include "support/process_state.h"
 #include "support/recorded_system.h"
 
 namespace {
@@ -182,7 +182,7 @@ TEST_F(LoginCommand, OpeningAfterAFailureReturnsAtOnce) {
 TEST_F(LoginCommand, AFailedLoginKeepsItsChild) {
   set_tunable("ssh_connect_timeout", "1");
   open_error("echo $$ >$dir/pid; exec sleep 100");
-  EXPECT_EQ(kill(std::stoi(client->taken("pid")), 0), 0);
+  EXPECT_TRUE(is_alive(std::stoi(client->taken("pid"))));
 }
 
 TEST_F(LoginCommand, AnOpeningAfterClosingLogsInAgain) {

@@ -1,0 +1,25 @@
+#ifndef TESTS_SUPPORT_PROCESS_STATE_H
+#define TESTS_SUPPORT_PROCESS_STATE_H
+
+#include <sys/types.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+
+/* Returns the state letter of a process, or of a thread of this one, as the kernel has it; 0 when there is none. */
+inline char state_of(pid_t id) {
+  std::ifstream in("/proc/" + std::to_string(id) + "/stat");
+  const std::string stat(std::istreambuf_iterator<char>(in), {});
+  /* The name stands before the state in parentheses and may hold anything, parentheses and blanks too. */
+  const size_t end_of_name = stat.rfind(')');
+  return end_of_name == std::string::npos || end_of_name + 2 >= stat.size() ? '\0' : stat[end_of_name + 2];
+}
+
+/* Whether a process is there and has not exited: one that is only to be reaped still answers to signals. */
+inline bool is_alive(pid_t pid) {
+  const char state = state_of(pid);
+  return state != '\0' && state != 'Z' && state != 'X';
+}
+
+#endif
