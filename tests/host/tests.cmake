@@ -5,10 +5,12 @@ tavren_test(command_table_tests host/command_table_test.cpp)
 tavren_test(host_object_tests host/host_object_test.cpp host/host_outcome_test.cpp host/loopback_test.cpp
   ${host_support})
 tavren_test(host_login_tests host/known_hosts_test.cpp host/login_banner_test.cpp host/login_command_test.cpp
-  host/login_dialogue_test.cpp host/login_failure_test.cpp host/password_test.cpp ${host_support} TIMEOUT 180)
-tavren_test(host_command_tests host/checked_command_test.cpp host/remote_command_test.cpp host/shell_quoting_test.cpp
-  ${host_support})
-tavren_test(host_transfer_tests host/file_operations_test.cpp host/sink_test.cpp host/transfer_test.cpp ${host_support})
+  host/login_dialogue_test.cpp host/login_failure_test.cpp host/login_time_test.cpp host/password_test.cpp
+  ${host_support} TIMEOUT 180)
+tavren_test(host_command_tests host/checked_command_test.cpp host/command_time_test.cpp host/remote_command_test.cpp
+  host/shell_quoting_test.cpp ${host_support})
+tavren_test(host_transfer_tests host/file_operations_test.cpp host/sink_test.cpp host/transfer_test.cpp
+  host/transfer_time_test.cpp ${host_support})
 tavren_test(host_large_transfer_tests host/large_transfer_test.cpp ${host_support} TIMEOUT 600)
 tavren_test(host_stream_tests host/stream_test.cpp ${host_support})
 tavren_test(host_handle_tests host/handle_exceptions_test.cpp host/handle_test.cpp support/failing_memory.cpp

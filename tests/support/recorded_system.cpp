@@ -7,6 +7,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <libintl.h>
+#include <poll.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
@@ -14,6 +15,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <stdexcept>
@@ -26,8 +28,13 @@ std::mutex mutex;
 std::vector<recorded_system::LogEntry> log_entries;
 std::vector<std::string> writes;
 std::atomic<bool> recording_writes{false};
+std::string refused_text;
+std::atomic<bool> refusing{false}; /* the last write was refused */
 std::atomic<bool> uptime_hurries{false};
-std::atomic<time_t> uptime_lead{0}; /* seconds; kept, because the clock never goes back */
+std::atomic<bool> uptime_stands{false};
+timespec standing_uptime;
+std::string silence;                    /* the file that tells that nothing more comes */
+std::atomic<int64_t> uptime_lead_ms{0}; /* kept, because the clock never goes back */
 std::string translated_text, its_translation;
 std::atomic<time_t> stopped_time{-1};
 std::atomic<int> last_console_flags{-1};
@@ -46,13 +53,32 @@ Function* real(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
+timespec sum(timespec time, int64_t milliseconds) {
+  const int64_t nanoseconds = time.tv_nsec + milliseconds % 1000 * 1000000;
+  time.tv_sec += static_cast<time_t>(milliseconds / 1000 + nanoseconds / 1000000000);
+  time.tv_nsec = static_cast<long>(nanoseconds % 1000000000);
+  return time;
+}
+
+bool is_refused(const void* data, size_t length) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return !refused_text.empty() && refused_text == std::string(static_cast<const char*>(data), length);
+}
+
+bool waits_to_write(const pollfd* entries, nfds_t count) {
+  return std::any_of(entries, entries + count, [](const pollfd& entry) { return (entry.events & POLLOUT) != 0; });
+}
+
 }  // namespace
 
 namespace recorded_system {
 
 void reset() {
   recording_writes = false;
+  refuse_to_write("");
+  refusing = false;
   uptime_hurries = false;
+  uptime_stands = false;
   take_writes();
   take_log();
   take_console();
@@ -86,6 +112,22 @@ void remove_console() { has_console = false; }
 void set_time(time_t now) { stopped_time = now; }
 
 void hurry_uptime() { uptime_hurries = true; }
+
+void stop_uptime(const std::string& file) {
+  real<int(clockid_t, timespec*)>("clock_gettime")(CLOCK_MONOTONIC, &standing_uptime);
+  /* At the beginning of a second, so that less than one makes no difference to whole ones. */
+  standing_uptime.tv_nsec = 0;
+  uptime_lead_ms += 1000;
+  silence = file;
+  uptime_stands = true;
+}
+
+void pass_uptime(int seconds) { uptime_lead_ms += seconds * 1000; }
+
+void refuse_to_write(const std::string& text) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  refused_text = text;
+}
 
 void record_writes() { recording_writes = true; }
 
@@ -125,8 +167,33 @@ STANDS_BEFORE_THE_C_LIBRARY time_t time(time_t* result) noexcept {
 STANDS_BEFORE_THE_C_LIBRARY int clock_gettime(clockid_t clock, timespec* now) noexcept {
   static auto* const real_clock_gettime = real<int(clockid_t, timespec*)>("clock_gettime");
   const int result = real_clock_gettime(clock, now);
-  if (clock == CLOCK_MONOTONIC) now->tv_sec += uptime_hurries ? ++uptime_lead : uptime_lead.load();
+  if (clock != CLOCK_MONOTONIC) return result;
+  if (uptime_hurries) uptime_lead_ms += 1000;
+  *now = sum(uptime_stands ? standing_uptime : *now, uptime_lead_ms);
   return result;
+}
+
+STANDS_BEFORE_THE_C_LIBRARY int poll(pollfd* entries, nfds_t count, int timeout) {
+  static auto* const real_poll = real<int(pollfd*, nfds_t, int)>("poll");
+  if (!uptime_stands || timeout <= 0) return real_poll(entries, count, timeout);
+  /* What was written before the silence may still be on its way through the terminal. */
+  constexpr int longest_way_ms = 50;
+  for (;;) {
+    const bool in_vain = refusing && waits_to_write(entries, count);
+    const bool is_silent = in_vain || access(silence.c_str(), F_OK) == 0;
+    const int ready = in_vain ? 0 : real_poll(entries, count, std::min(timeout, longest_way_ms));
+    if (ready != 0) return ready;
+    if (is_silent) break;
+  }
+  uptime_lead_ms += timeout;
+  return 0;
+}
+
+STANDS_BEFORE_THE_C_LIBRARY int nanosleep(const timespec* time, timespec* rest) {
+  static auto* const real_nanosleep = real<int(const timespec*, timespec*)>("nanosleep");
+  if (!uptime_stands) return real_nanosleep(time, rest);
+  uptime_lead_ms += static_cast<int64_t>(time->tv_sec) * 1000 + time->tv_nsec / 1000000;
+  return 0;
 }
 
 /* The headers give this function the name that programs with 64-bit file offsets call. */
@@ -153,6 +220,11 @@ STANDS_BEFORE_THE_C_LIBRARY char* dgettext(const char* domain, const char* text)
 
 STANDS_BEFORE_THE_C_LIBRARY ssize_t write(int fd, const void* data, size_t length) {
   static auto* const real_write = real<ssize_t(int, const void*, size_t)>("write");
+  refusing = is_refused(data, length);
+  if (refusing) {
+    errno = EAGAIN;
+    return -1;
+  }
   const ssize_t n = real_write(fd, data, length);
   if (n > 0 && recording_writes) {
     const int error = errno;

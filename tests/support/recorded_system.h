@@ -8,7 +8,7 @@
 
 /*
  * The machine as the library meets it in a program that is linked with recorded_system.cpp: system log and console
- * are recorded in memory and never reach the real ones, and the time of day can be set.
+ * are recorded in memory and never reach the real ones, and both clocks can be set.
  */
 namespace recorded_system {
 
@@ -19,7 +19,10 @@ struct LogEntry {
 
 inline bool operator==(const LogEntry& a, const LogEntry& b) { return a.priority == b.priority && a.text == b.text; }
 
-/* Forgets all records, stops recording writes, lets both clocks run by themselves and gives the machine a console. */
+/*
+ * Forgets all records, stops recording and refusing writes, lets both clocks run by themselves and gives the machine a
+ * console.
+ */
 void reset();
 
 /* Returns what was sent to the system log since the last call. */
@@ -42,6 +45,19 @@ void set_time(time_t now);
  * that the test runner reports for the test contains these seconds.
  */
 void hurry_uptime();
+
+/*
+ * Stops the uptime clock. It moves on by a nap, which nobody takes then, and by a wait in vain: one for something to
+ * be written that refuse_to_write refuses, or any once the file silence exists, which whoever was waited for makes
+ * when it has said its last word. What has passed on the clock is so exactly what was waited for.
+ */
+void stop_uptime(const std::string& silence = "");
+
+/* Moves the uptime clock on. */
+void pass_uptime(int seconds);
+
+/* Lets write(2) take nothing when it is given just text, as a full terminal does; "": everything is taken. */
+void refuse_to_write(const std::string& text);
 
 /* Starts recording what the process writes with write(2). */
 void record_writes();

@@ -88,4 +88,4 @@ std::string say_slowly(const std::string& text) {
 
 void wait_at(const std::string& path) { read_file(path); }
 
-void release(const std::string& path) { write_file(path, "\n"); }
+void release(const std::string& path) { write_file(path, "go\n"); }
