@@ -101,6 +101,8 @@ class TAVREN_EXPORT TavrenProcess {
   void configure_master_fd();
   void log_start(const std::string& path, const std::list<std::string>& arguments);
 
+  /* What send and send_bytes share: a string may be longer than an unsigned int can tell. Not exported. */
+  __attribute__((visibility("hidden"))) void send_all(const char* data, size_t length, int timeout);
   bool child_has_ended() const;
   bool reap_child(int options);
   [[noreturn]] void fail_with_last_output(long deadline);

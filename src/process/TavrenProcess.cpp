@@ -211,11 +211,11 @@ void TavrenProcess::configure_master_fd() {
   if (tcsetattr(master_fd, TCSANOW, &settings) == -1) tavren_throw_syscall_error("tcsetattr(master_fd)", -1);
 }
 
-void TavrenProcess::send(const std::string& data, int timeout) {
-  send_bytes(data.data(), static_cast<unsigned int>(data.size()), timeout);
-}
+void TavrenProcess::send(const std::string& data, int timeout) { send_all(data.data(), data.size(), timeout); }
 
-void TavrenProcess::send_bytes(const char* data, unsigned int length, int timeout) {
+void TavrenProcess::send_bytes(const char* data, unsigned int length, int timeout) { send_all(data, length, timeout); }
+
+void TavrenProcess::send_all(const char* data, size_t length, int timeout) {
   const long deadline = deadline_after(timeout);
   const int to_child = stdin_pipe[1] != -1 ? stdin_pipe[1] : master_fd;
   TAVREN_ASSERT("TavrenProcess", to_child != -1 && child_pid != -1);
