@@ -1,6 +1,7 @@
 #include "lab/lab.h"
 
 #include <stdlib.h>
+#include <syslog.h>
 
 #include <sstream>
 #include <stdexcept>
@@ -49,6 +50,15 @@ void kill_sshd_and_sessions() { run("pkill -KILL sshd"); }
 
 std::string console() { return read_file(value("LAB_CONSOLE")); }
 
+/* The log socket keeps what one program sends in order, so a last line tells that all others have arrived. */
+std::string system_log() {
+  static int count = 0;
+  const std::string last = "end of the log " + std::to_string(++count) + ".";
+  syslog(LOG_INFO, "%s", last.c_str());
+  run("for i in $(seq 2000); do grep -q '" + last + "' $LAB_SYSLOG && exit 0; sleep 0.01; done; exit 1");
+  return read_file(value("LAB_SYSLOG"));
+}
+
 std::string archived(const std::string& name) { return value("LAB_ARCHIVE") + "/" + name; }
 
 }  // namespace lab
@@ -88,8 +98,8 @@ LabTest::~LabTest() {
   tavren_cleanup_tmp_dir();
 }
 
-TavrenHost& LabTest::session(Settings settings) {
-  sessions.push_back(std::make_unique<TavrenHost>(false, false));
+TavrenHost& LabTest::session(Settings settings, bool log) {
+  sessions.push_back(std::make_unique<TavrenHost>(false, log));
   sessions.back()->set_settings(settings.record());
   sessions.back()->enable();
   return *sessions.back();

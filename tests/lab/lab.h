@@ -47,6 +47,9 @@ void kill_sshd_and_sessions();
 /* Returns what the system console has shown. */
 std::string console();
 
+/* Returns the system log with everything that this program has sent to it. */
+std::string system_log();
+
 /* Returns the path of name in the archive directory, as root of the archive host sees it. */
 std::string archived(const std::string& name);
 
@@ -76,8 +79,8 @@ class LabTest : public testing::Test {
   LabTest();
   ~LabTest() override;
 
-  /* Returns a session that is enabled with settings but not connected. */
-  TavrenHost& session(Settings settings);
+  /* Returns a session that is enabled with settings but not connected. With log, it logs how its logins end. */
+  TavrenHost& session(Settings settings, bool log = false);
 
   /* Returns a connected session with lab::settings(). */
   TavrenHost& connected_session();

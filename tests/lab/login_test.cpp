@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
+#include <unistd.h>
 
 #include "TavrenTunables.h"
 #include "lab/lab.h"
@@ -8,10 +10,6 @@
 using testing::HasSubstr;
 
 namespace {
-
-constexpr char mismatch[] =
-    "  - Failed to authenticate the remote host (localhost)\n"
-    "  - The public host key setting does not match the remote host's private key\n";
 
 std::string working_directory(TavrenHost& host) {
   std::list<std::string> lines;
@@ -35,26 +33,6 @@ class Login : public LabTest {
 };
 
 TEST_F(Login, WithoutAKeyAcceptsAnyKey) { expect_login(lab::settings()); }
-
-TEST_F(Login, WithTheHostsKeySucceeds) { expect_login(with_key(lab::value("LAB_HOST_KEY"))); }
-
-TEST_F(Login, WithAKeyOfAnotherTypeThanTheServerPrefersSucceeds) {
-  expect_login(with_key(lab::value("LAB_HOST_KEY_RSA")));
-}
-
-TEST_F(Login, WithAnotherHostsKeyIsRefused) {
-  lab::run("ssh-keygen -q -t ed25519 -N '' -f $LAB/other_key");
-  const std::string pub = read_file(lab::value("LAB") + "/other_key.pub");
-  TavrenHost& host = session(with_key(pub.substr(0, pub.find(' ', pub.find(' ') + 1))));
-  EXPECT_THAT(error_of([&] { host.open_connection(); }), HasSubstr(mismatch));
-}
-
-TEST_F(Login, WithAKeyOfATypeThatTheServerDoesNotHaveIsRefused) {
-  lab::run("ssh-keygen -q -t ecdsa -N '' -f $LAB/other_key");
-  const std::string pub = read_file(lab::value("LAB") + "/other_key.pub");
-  TavrenHost& host = session(with_key(pub.substr(0, pub.find(' ', pub.find(' ') + 1))));
-  EXPECT_THAT(error_of([&] { host.open_connection(); }), HasSubstr(mismatch));
-}
 
 TEST_F(Login, OfAHostConfiguredInCapitalsSucceedsWithAndWithoutAKey) {
   Settings settings = lab::settings();
@@ -138,14 +116,9 @@ TEST_F(Login, FailureWarnsOnTheConsoleAndNamesTheHost) {
 
 TEST_F(Login, FailureOfALoggingSessionReachesTheSystemLog) {
   lab::stop_sshd();
-  TavrenHost host(true, true);
-  Settings settings = lab::settings();
-  host.set_settings(settings.record());
-  host.enable();
+  TavrenHost& host = session(lab::settings(), true);
   error_of([&] { host.open_connection(); });
-  host.close_connection();
-  lab::run("for i in $(seq 500); do [ -s $LAB_SYSLOG ] && break; sleep 0.01; done");
-  EXPECT_THAT(read_file(lab::value("LAB_SYSLOG")), HasSubstr(": failed to connect to archive host"));
+  EXPECT_THAT(lab::system_log(), HasSubstr(": failed to connect to archive host"));
 }
 
 TEST_F(Login, WritesOnlyTheHostAndItsKeyIntoThePrivateKnownHostsFile) {
@@ -155,12 +128,14 @@ TEST_F(Login, WritesOnlyTheHostAndItsKeyIntoThePrivateKnownHostsFile) {
   EXPECT_EQ(read_file(lab::value("TAVREN_HOME") + "/tavren_tmp/lab.libtavren/known_hosts"), "localhost " + key + "\n");
 }
 
+/* The client goes by the user's entry, whatever HOME says. */
 TEST_F(Login, LeavesTheUsersKnownHostsAlone) {
-  const bool existed = access("/root/.ssh/known_hosts", F_OK) == 0;
-  const std::string before = existed ? read_file("/root/.ssh/known_hosts") : "";
+  const std::string path = getpwuid(getuid())->pw_dir + std::string("/.ssh/known_hosts");
+  const bool existed = access(path.c_str(), F_OK) == 0;
+  const std::string before = existed ? read_file(path) : "";
   connected_session();
-  EXPECT_EQ(access("/root/.ssh/known_hosts", F_OK) == 0, existed);
-  EXPECT_EQ(existed ? read_file("/root/.ssh/known_hosts") : "", before);
+  EXPECT_EQ(access(path.c_str(), F_OK) == 0, existed);
+  EXPECT_EQ(existed ? read_file(path) : "", before);
 }
 
 TEST_F(Login, PassesExactlyTheEightArgumentsAndAnEmptyEnvironmentToTheClient) {
