@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "lab/lab.h"
 #include "support/files.h"
@@ -60,6 +61,26 @@ TEST_F(FarShell, ThatPrintsTheMarkersOfCommandsAndTransfersWorks) {
 TEST_F(FarShell, OfTheCFamilyWorks) {
   use_shell("/bin/csh");
   EXPECT_EQ(log_in_and_work(), works);
+}
+
+TEST_F(FarShell, OfTheCFamilyWhoseStartUpFilePrintsWorks) {
+  write_file("/home/archiver/.cshrc", "echo -n x\necho '** EXIT CODE: 7'\ntouch ~/started\n");
+  use_shell("/bin/csh");
+  EXPECT_EQ(log_in_and_work(), works);
+  EXPECT_EQ(access("/home/archiver/started", F_OK), 0);
+}
+
+TEST_F(FarShell, ThatIsNoRelativeOfTheOthersWorks) {
+  use_shell("/usr/bin/fish");
+  EXPECT_EQ(log_in_and_work(), works);
+}
+
+TEST_F(FarShell, ThatIsNoRelativeOfTheOthersAndPrintsAtItsStartWorks) {
+  lab::run("mkdir -p /home/archiver/.config/fish && chown -R archiver /home/archiver/.config");
+  write_file("/home/archiver/.config/fish/config.fish", "echo -n x\necho '** EXIT CODE: 7'\ntouch ~/started\n");
+  use_shell("/usr/bin/fish");
+  EXPECT_EQ(log_in_and_work(), works);
+  EXPECT_EQ(access("/home/archiver/started", F_OK), 0);
 }
 
 TEST_F(FarShell, WhoseEchoLeavesBackslashesAloneRunsCommandsWithThem) {
