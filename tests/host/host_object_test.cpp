@@ -172,6 +172,18 @@ TEST_F(HostObject, DisablingWaitsForAnOpeningInProgress) {
   disabling.get();
 }
 
+TEST_F(HostObject, DisablingWaitsForAClosingInProgress) {
+  open();
+  const pid_t child = std::stoi(output_of(host, "echo $$"));
+  /* So that the termination, and with it the closing, has to wait. */
+  kill(child, SIGSTOP);
+  auto closing = std::async(std::launch::async, [this] { host.close_connection(); });
+  while (is_alive(child) && !is_pending(child, SIGTERM)) std::this_thread::yield();
+  host.disable();
+  EXPECT_FALSE(is_alive(child));
+  closing.get();
+}
+
 TEST_F(HostObject, SettingTheStatusStampsTheTime) {
   recorded_system::set_time(1000000);
   host.set_connection_status(TAVREN_CONNECTION_FAILED);

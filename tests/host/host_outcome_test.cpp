@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -133,87 +132,6 @@ TEST_F(HostOutcome, TheFailureIsLoggedInTheUsersLanguage) {
   recorded_system::translate("failed to connect to archive host", "100% weg");
   fail(1);
   EXPECT_EQ(take_log(), (std::vector<LogEntry>{{0, "100% weg"}}));
-}
-
-TEST_F(HostOutcome, TheWarningNamesTheHost) {
-  host.console_error_connection("archive.example");
-  EXPECT_EQ(take_console(), std::vector<std::string>{warning});
-}
-
-TEST_F(HostOutcome, TheWarningNamesNoHostWhenThereIsNone) {
-  host.console_error_connection(nullptr);
-  EXPECT_EQ(take_console(),
-            std::vector<std::string>{"\nWARNING: Log Archiving unable to communicate with archive host \n"});
-}
-
-TEST_F(HostOutcome, TheWarningIsCutAt127Bytes) {
-  host.console_error_connection(std::string(200, 'h').c_str());
-  const std::string front = "\nWARNING: Log Archiving unable to communicate with archive host ";
-  EXPECT_EQ(take_console(), std::vector<std::string>{front + std::string(127 - front.size(), 'h')});
-}
-
-TEST_F(HostOutcome, TheWarningIsWrittenInTheUsersLanguage) {
-  recorded_system::translate("\nWARNING: Log Archiving unable to communicate with archive host %s\n", "<%s>");
-  host.console_error_connection("archive.example");
-  EXPECT_EQ(take_console(), std::vector<std::string>{"<archive.example>"});
-}
-
-TEST_F(HostOutcome, TheConsoleIsOpenedForWritingWithoutWaiting) {
-  host.console_error_connection("archive.example");
-  EXPECT_EQ(recorded_system::console_flags() & (O_ACCMODE | O_NONBLOCK), O_WRONLY | O_NONBLOCK);
-}
-
-TEST_F(HostOutcome, TheWarningIsNotRepeatedWithin900Seconds) {
-  recorded_system::set_time(1000000);
-  host.console_error_connection("archive.example");
-  recorded_system::set_time(1000900);
-  host.console_error_connection("archive.example");
-  EXPECT_EQ(take_console().size(), 1u);
-}
-
-TEST_F(HostOutcome, TheWarningIsRepeatedAfter901Seconds) {
-  recorded_system::set_time(1000000);
-  host.console_error_connection("archive.example");
-  recorded_system::set_time(1000901);
-  host.console_error_connection("archive.example");
-  EXPECT_EQ(take_console().size(), 2u);
-}
-
-TEST_F(HostOutcome, AClockThatWasSetBackDoesNotSilenceTheWarning) {
-  recorded_system::set_time(1000000);
-  host.console_error_connection("archive.example");
-  recorded_system::set_time(999999);
-  host.console_error_connection("archive.example");
-  EXPECT_EQ(take_console().size(), 2u);
-}
-
-TEST_F(HostOutcome, ASuppressedWarningDoesNotProlongTheSilence) {
-  for (const time_t now : {1000000, 1000899, 1000901}) {
-    recorded_system::set_time(now);
-    host.console_error_connection("archive.example");
-  }
-  EXPECT_EQ(take_console().size(), 2u);
-}
-
-TEST_F(HostOutcome, AMissingConsoleIsIgnored) {
-  recorded_system::remove_console();
-  EXPECT_NO_THROW(host.console_error_connection("archive.example"));
-}
-
-TEST_F(HostOutcome, AMissingConsoleDoesNotCountAsAWarning) {
-  recorded_system::set_time(1000000);
-  recorded_system::remove_console();
-  host.console_error_connection("archive.example");
-  recorded_system::reset();
-  recorded_system::set_time(1000001);
-  host.console_error_connection("archive.example");
-  EXPECT_EQ(take_console(), std::vector<std::string>{warning});
-}
-
-TEST_F(HostOutcome, EachSessionWarnsForItself) {
-  host.console_error_connection("archive.example");
-  logging_host.console_error_connection("archive.example");
-  EXPECT_EQ(take_console().size(), 2u);
 }
 
 TEST_F(LoginOutcome, FiveFailedLoginsAreLoggedTheSixthIsNot) {

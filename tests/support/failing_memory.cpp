@@ -8,13 +8,26 @@
 
 namespace {
 
-thread_local int allocations_left = -1; /* until they fail; -1: they do not */
+thread_local int allocations_left = -1;     /* until they fail; -1: they do not */
+thread_local int allocations_unwatched = 0; /* until one is watched, that one included; 0: none will be */
+thread_local void (*called)() = nullptr;
 std::atomic<const void*> watched{nullptr};
 std::atomic<bool> released{false};
 
+void call_function() {
+  void (*const function)() = called;
+  if (function == nullptr) return;
+  called = nullptr;
+  function();
+  called = function;
+}
+
 void* allocate(size_t size) {
+  call_function();
   if (allocations_left > 0) --allocations_left;
-  return allocations_left == 0 ? nullptr : malloc(size == 0 ? 1 : size);
+  void* const object = allocations_left == 0 ? nullptr : malloc(size == 0 ? 1 : size);
+  if (allocations_unwatched > 0 && --allocations_unwatched == 0) watched = object;
+  return object;
 }
 
 void release(void* object) {
@@ -41,7 +54,16 @@ void watch(const void* object) {
   watched = object;
 }
 
+void watch_allocation(int count) {
+  watch(nullptr);
+  allocations_unwatched = count;
+}
+
+bool is_watching() { return watched != nullptr; }
+
 bool was_released() { return released; }
+
+void at_each_allocation(void (*function)()) { called = function; }
 
 }  // namespace failing_memory
 

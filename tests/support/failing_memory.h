@@ -2,8 +2,8 @@
 #define TESTS_SUPPORT_FAILING_MEMORY_H
 
 /*
- * An operator new and a strdup that fail on demand, and an operator delete that can be watched, for a program that is
- * linked with failing_memory.cpp.
+ * An operator new and a strdup that fail on demand and can call a function, and an operator delete that can be watched,
+ * for a program that is linked with failing_memory.cpp.
  */
 namespace failing_memory {
 
@@ -19,8 +19,17 @@ class FailAllocation {
 /* Starts looking for the release of object, which must be alive. */
 void watch(const void* object);
 
+/* Starts looking for the release of what this thread's allocation number count from now on gives. */
+void watch_allocation(int count);
+
+/* Returns whether there is an object to watch: one was named, or the allocation has taken place. */
+bool is_watching();
+
 /* Returns whether the watched object was released. */
 bool was_released();
+
+/* Has this thread call function at each allocation, but for those of the function itself; NULL: no more. */
+void at_each_allocation(void (*function)());
 
 }  // namespace failing_memory
 

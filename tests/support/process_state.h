@@ -22,4 +22,14 @@ inline bool is_alive(pid_t pid) {
   return state != '\0' && state != 'Z' && state != 'X';
 }
 
+/* Whether a signal that was sent to a process still waits to be delivered. */
+inline bool is_pending(pid_t pid, int signal_number) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+  for (std::string word; in >> word;) {
+    unsigned long long set = 0;
+    if (word == "ShdPnd:" && in >> std::hex >> set) return (set >> (signal_number - 1) & 1) != 0;
+  }
+  return false;
+}
+
 #endif

@@ -1,0 +1,208 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "host/handle_fixture.h"
+#include "support/failing_memory.h"
+#include "support/process_state.h"
+#include "support/run_in_child.h"
+
+namespace {
+
+class HandleCreation : public HandleTest {
+ protected:
+  /* Makes the next login fail, its child waiting. */
+  void refuse_login() {
+    refusing_client = std::make_unique<ScriptedClient>("echo $$ >$dir/pid\n" + dialogue.up_to_prompt() +
+                                                       "take password\n" + say(dialogue.refusal()) + "exec sleep 100");
+    set_command("ssh", refusing_client->path());
+  }
+
+  tavren_hp_t* create_from(const Settings& used) {
+    Settings copy = used;
+    const tavren_settings_t record = copy.record();
+    return tavren_hp_create(&record, &message);
+  }
+
+  std::unique_ptr<ScriptedClient> refusing_client;
+};
+
+/* The allocations of a creation, in their order. */
+constexpr int of_the_handle = 1;
+constexpr int of_the_host = 2;
+constexpr int of_the_first_command = 3; /* while the host is made, and only in the process's first one */
+
+struct FailedCreation {
+  bool returned_null;
+  bool has_message;
+  bool was_made; /* the watched object */
+  bool was_released;
+};
+
+FailedCreation fail_to_make_the_host(int watched_allocation) {
+  Settings settings;
+  const tavren_settings_t record = settings.record();
+  char text[] = "left over";
+  char* message = text;
+  failing_memory::watch_allocation(watched_allocation);
+  const failing_memory::FailAllocation exhausted(of_the_first_command);
+  const bool returned_null = tavren_hp_create(&record, &message) == nullptr;
+  return {returned_null, message != nullptr, failing_memory::is_watching(), failing_memory::was_released()};
+}
+
+/* Before main: later on the command table is filled, and making a host needs no more memory than the host's own. */
+const FailedCreation seen_from_the_handle = fail_to_make_the_host(of_the_handle);
+const FailedCreation seen_from_the_host = fail_to_make_the_host(of_the_host);
+
+}  // namespace
+
+TEST_F(HandleCreation, ReturnsAConnectedSession) {
+  handle = create_from(settings);
+  ASSERT_NE(handle, nullptr);
+  EXPECT_EQ(output_of(*handle->host, "pwd"), directory.path());
+}
+
+TEST_F(HandleCreation, SetsTheMessageToNull) {
+  char text[] = "left over";
+  message = text;
+  handle = create_from(settings);
+  EXPECT_EQ(message, nullptr);
+}
+
+TEST_F(HandleCreation, CopiesTheSettings) {
+  handle = create_from(settings);
+  tavren_settings_t kept{};
+  handle->host->get_settings(kept);
+  const tavren_settings_t wanted = settings.record();
+  EXPECT_EQ(tavren_settings_are_equal(&kept, &wanted), 1);
+  EXPECT_NE(kept.host, wanted.host);
+  tavren_settings_free_contents(&kept);
+}
+
+TEST_F(HandleCreation, DoesNotSetUpTheShell) {
+  const ScriptedClient with_umask("umask 077\n" + dialogue.login());
+  set_command("ssh", with_umask.path());
+  handle = create_from(settings);
+  EXPECT_EQ(output_of(*handle->host, "umask"), "0077");
+  destroy();
+}
+
+TEST_F(HandleCreation, WithARefusedLoginReturnsNullAndTheErrorsBody) {
+  refuse_login();
+  EXPECT_EQ(create_from(settings), nullptr);
+  EXPECT_EQ(take_message(),
+            "  - Failed to start secure shell session on archive.example\n"
+            "  - Secure shell login failed: permission denied\n");
+}
+
+TEST_F(HandleCreation, WithAMissingDirectoryReturnsNullAndTheErrorsBody) {
+  settings.dir = "/no/such";
+  EXPECT_EQ(create_from(settings), nullptr);
+  EXPECT_EQ(first_lines(take_message(), 1), "  - Remote command \"cd '/no/such'\" failed with error code 2\n");
+}
+
+TEST_F(HandleCreation, ThatFailsLogsNothing) {
+  refuse_login();
+  create_from(settings);
+  take_message();
+  EXPECT_EQ(recorded_system::take_log(), std::vector<recorded_system::LogEntry>{});
+}
+
+TEST_F(HandleCreation, ThatFailsDeliberatelyKeepsItsChild) {
+  refuse_login();
+  create_from(settings);
+  take_message();
+  EXPECT_TRUE(is_alive(std::stoi(refusing_client->taken("pid"))));
+}
+
+TEST_F(HandleCreation, WithoutAKeyFieldIsAFailedAssertion) {
+  tavren_settings_t record = settings.record();
+  record.host_key = nullptr;
+  expect_assertion("tavren_api",
+                   "src->host != NULL && src->dir != NULL && src->user != NULL && src->password != NULL && "
+                   "src->host_key != NULL && src->fingerprint != NULL",
+                   [&] { tavren_hp_create(&record, &message); });
+}
+
+TEST_F(HandleCreation, WithoutMemoryForTheHandleReturnsNullWithoutAMessage) {
+  char text[] = "left over";
+  message = text;
+  const tavren_settings_t record = settings.record();
+  const failing_memory::FailAllocation exhausted(1);
+  EXPECT_EQ(tavren_hp_create(&record, &message), nullptr);
+  EXPECT_EQ(message, nullptr);
+}
+
+TEST_F(HandleCreation, WithoutMemoryAtAnyPointReturnsNullWithoutAMessage) {
+  set_tunable("loopback_login", "1");
+  const tavren_settings_t record = settings.record();
+  int failures = 0;
+  do {
+    message = nullptr;
+    const failing_memory::FailAllocation exhausted(failures + 1);
+    handle = tavren_hp_create(&record, &message);
+    EXPECT_EQ(message, nullptr);
+    ++failures;
+  } while (handle == nullptr && failures < 1000);
+  EXPECT_NE(handle, nullptr);
+  EXPECT_GT(failures, 10);
+}
+
+TEST_F(HandleCreation, SettingsThatCannotBeCopiedWholeAreNoSettings) {
+  const tavren_settings_t record = settings.record();
+  {
+    const failing_memory::FailAllocation exhausted(6);
+    EXPECT_THROW(host.set_settings(record), std::bad_alloc);
+  }
+  expect_assertion("TavrenHost", "settings.host != NULL", [this] { host.enable(); });
+}
+
+TEST_F(HandleCreation, ThatFailsDeliberatelyKeepsTheHandleAndTheHost) {
+  refuse_login();
+  for (const int allocation : {of_the_handle, of_the_host}) {
+    const tavren_settings_t record = settings.record();
+    failing_memory::watch_allocation(allocation);
+    EXPECT_EQ(tavren_hp_create(&record, &message), nullptr);
+    take_message();
+    EXPECT_TRUE(failing_memory::is_watching());
+    EXPECT_FALSE(failing_memory::was_released()) << allocation;
+  }
+}
+
+TEST_F(HandleCreation, WithoutMemoryForTheHostDeliberatelyKeepsTheHandle) {
+  const tavren_settings_t record = settings.record();
+  failing_memory::watch_allocation(of_the_handle);
+  const failing_memory::FailAllocation exhausted(of_the_host);
+  EXPECT_EQ(tavren_hp_create(&record, &message), nullptr);
+  EXPECT_TRUE(failing_memory::is_watching());
+  EXPECT_FALSE(failing_memory::was_released());
+}
+
+TEST_F(HandleCreation, WithoutMemoryForTheSettingsDeliberatelyKeepsTheHandleAndTheHost) {
+  const tavren_settings_t record = settings.record();
+  for (const int allocation : {of_the_handle, of_the_host}) {
+    failing_memory::watch_allocation(allocation);
+    const failing_memory::FailAllocation exhausted(of_the_host + 1);
+    EXPECT_EQ(tavren_hp_create(&record, &message), nullptr);
+    EXPECT_TRUE(failing_memory::is_watching());
+    EXPECT_FALSE(failing_memory::was_released()) << allocation;
+  }
+}
+
+TEST(HandleFirstCreation, WithoutMemoryToMakeTheHostReturnsNullWithoutAMessage) {
+  EXPECT_TRUE(seen_from_the_handle.returned_null);
+  EXPECT_FALSE(seen_from_the_handle.has_message);
+}
+
+TEST(HandleFirstCreation, WithoutMemoryToMakeTheHostDeliberatelyKeepsTheHandle) {
+  EXPECT_TRUE(seen_from_the_handle.was_made);
+  EXPECT_FALSE(seen_from_the_handle.was_released);
+}
+
+TEST(HandleFirstCreation, WithoutMemoryToMakeTheHostReleasesItsStorage) {
+  EXPECT_TRUE(seen_from_the_host.was_made);
+  EXPECT_TRUE(seen_from_the_host.was_released);
+}
