@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "host/login_fixture.h"
 #include "support/named.h"
@@ -134,17 +135,31 @@ TEST_P(LoginLineEnd, IsAcceptedAfterARefusal) {
             failed_to_start + "  - Secure shell login failed: permission denied\n");
 }
 
-TEST_P(LoginLineEnd, IsAcceptedAfterAKeyMismatch) {
+using Literal = Named<const char*>;
+constexpr Literal line_ends[] = {{"Newline", "\n"}, {"Return", "\r\n"}, {"TwoReturns", "\r\r\n"}};
+INSTANTIATE_TEST_SUITE_P(, LoginLineEnd, testing::ValuesIn(line_ends), by_name);
+
+/* A line that tells that the host has another key, and its end. */
+class LoginMismatch : public LoginDialogue, public testing::WithParamInterface<std::tuple<Literal, Literal>> {};
+
+TEST_P(LoginMismatch, IsFoundWhateverItsLineEnd) {
   use_key();
-  EXPECT_EQ(first_lines(open_error(say("Host key verification failed." + dialogue.line_end) + "take nothing\n"), 2),
-            failed_to_start + "  - Failed to authenticate the remote host (archive.example)\n");
+  const auto& [line, line_end] = GetParam();
+  EXPECT_EQ(open_error(say(std::string(line.value) + line_end.value) + "exec sleep 100\n"),
+            failed_to_start +
+                "  - Failed to authenticate the remote host (archive.example)\n"
+                "  - The public host key setting does not match the remote host's private key\n");
 }
 
-using LineEnd = Named<const char*>;
-INSTANTIATE_TEST_SUITE_P(, LoginLineEnd,
-                         testing::Values(LineEnd{"Newline", "\n"}, LineEnd{"Return", "\r\n"},
-                                         LineEnd{"TwoReturns", "\r\r\n"}),
-                         by_name);
+constexpr Literal mismatches[] = {
+    {"ChangedKey", "@    WARNING: REMOTE HOST IDENTIFICATION HAS CHANGED!     @"},
+    {"FailedVerification", "Host key verification failed."},
+    {"UnknownKey", "The authenticity of host 'archive.example (127.0.0.1)' can't be established."},
+    {"OffendingKey", "Add correct host key in /dev/null to get rid of this message."}};
+INSTANTIATE_TEST_SUITE_P(, LoginMismatch, testing::Combine(testing::ValuesIn(mismatches), testing::ValuesIn(line_ends)),
+                         [](const auto& test) {
+                           return std::string(std::get<0>(test.param).name) + "_" + std::get<1>(test.param).name;
+                         });
 
 TEST_F(LoginDialogue, LinesBeforeTheQuestionAreIgnored) {
   expect_login(say("/etc/ssh/ssh_config line 53: Unsupported option \"gssapiauthentication\"\r\nanother line\r\n\r\n") +

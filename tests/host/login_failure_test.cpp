@@ -78,6 +78,13 @@ TEST_F(LoginFailure, TheMismatchTextsAreNoMismatchWithoutAKey) {
   EXPECT_NO_THROW(open(dialogue.login()));
 }
 
+TEST_F(LoginFailure, ARefusalMayStandBehindOtherText) {
+  use_key();
+  EXPECT_EQ(open_error(say(dialogue.prompt()) + "take password\n" +
+                       say("\nx Permission denied, please try again or leave\n") + wait_forever),
+            failed_to_start + "  - Secure shell login failed: permission denied\n");
+}
+
 TEST_F(LoginFailure, AWrongPasswordIsNotTriedAgain) {
   EXPECT_EQ(open_error(dialogue.up_to_prompt() + "take password\n" + say(dialogue.refusal()) + "take_rest\n"),
             failed_to_start + "  - Secure shell login failed: permission denied\n");
