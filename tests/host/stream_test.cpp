@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "TavrenExceptions.h"
+#include "host/measured_time.h"
 #include "host/odd_names.h"
 #include "host/transfer_fixture.h"
 #include "support/client_dialogue.h"
@@ -69,6 +70,14 @@ class Stream : public HostTest {
 
 /* The far end of a loopback session reads from a pipe, where the end of file is an ordinary byte. */
 class LoopbackStream : public TransferTest {};
+
+/* How long ending a stream waits. */
+class StreamTime : public Stream, protected MeasuredTime {
+ protected:
+  std::string timeout_of(const ScriptedClient& writer) const {
+    return "  - Timeout occurred while running remote command: \"" + writer.path() + " >'file' (1)\"\n";
+  }
+};
 
 class StreamSize : public Stream, public testing::WithParamInterface<size_t> {};
 class StreamName : public Stream, public testing::WithParamInterface<Named<const char*>> {};
@@ -196,23 +205,26 @@ TEST_F(Stream, MayBeKilledByAnotherThreadWhileItEnds) {
   killer.join();
 }
 
-TEST_F(Stream, ThatIsNotReadIsATimeoutAtItsEnd) {
-  set_tunable("ssh_command_timeout", "1");
-  const ScriptedClient writer("kill -STOP $(cat /proc/$PPID/stat | cut -d' ' -f4); exec sleep 100", "writer");
+TEST_F(StreamTime, DataIsReadWithinTheTimeOfACommand) {
+  const pid_t child = std::stoi(output_of(host, "echo $PPID"));
+  const ScriptedClient writer("exec sleep 100", "writer");
   set_command("cat", writer.path());
   host.start_send_stream("file");
+  kill(child, SIGSTOP);
   host.continue_send_stream("content", 7);
-  EXPECT_EQ(error_body([this] { host.end_send_stream(); }),
-            "  - Timeout occurred while running remote command: \"" + writer.path() + " >'file' (1)\"\n");
+  start_measuring(directory.path());
+  EXPECT_EQ(error_body([this] { host.end_send_stream(); }), timeout_of(writer));
+  /* It is looked for ten times a second, and not once more. */
+  EXPECT_EQ(passed(), command_time);
 }
 
-TEST_F(Stream, AWriterThatDoesNotEndIsATimeout) {
-  set_tunable("ssh_command_timeout", "1");
-  const ScriptedClient writer("cat; exec sleep 100", "writer");
+TEST_F(StreamTime, TheWriterEndsWithinTheTimeOfACommand) {
+  const ScriptedClient writer("cat; : >$dir/silence; exec sleep 100", "writer");
   set_command("cat", writer.path());
   host.start_send_stream("file");
-  EXPECT_EQ(error_body([this] { host.end_send_stream(); }),
-            "  - Timeout occurred while running remote command: \"" + writer.path() + " >'file' (1)\"\n");
+  start_measuring(writer.path("silence"));
+  EXPECT_EQ(error_body([this] { host.end_send_stream(); }), timeout_of(writer));
+  EXPECT_EQ(passed(), all_of(command_time));
 }
 
 TEST_F(Stream, AShellThatDoesNotStartTheWriterIsATimeout) {

@@ -178,12 +178,13 @@ STANDS_BEFORE_THE_C_LIBRARY int poll(pollfd* entries, nfds_t count, int timeout)
   if (!uptime_stands || timeout <= 0) return real_poll(entries, count, timeout);
   /* What was written before the silence may still be on its way through the terminal. */
   constexpr int longest_way_ms = 50;
+  constexpr int longest_nap_ms = 100;
   for (;;) {
     const bool in_vain = refusing && waits_to_write(entries, count);
-    const bool is_silent = in_vain || access(silence.c_str(), F_OK) == 0;
+    const bool is_over = in_vain || timeout <= longest_nap_ms || access(silence.c_str(), F_OK) == 0;
     const int ready = in_vain ? 0 : real_poll(entries, count, std::min(timeout, longest_way_ms));
     if (ready != 0) return ready;
-    if (is_silent) break;
+    if (is_over) break;
   }
   uptime_lead_ms += timeout;
   return 0;

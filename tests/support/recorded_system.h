@@ -47,8 +47,8 @@ void set_time(time_t now);
 void hurry_uptime();
 
 /*
- * Stops the uptime clock. It moves on by a nap, which nobody takes then, and by a wait in vain: one for something to
- * be written that refuse_to_write refuses, or any once the file silence exists, which whoever was waited for makes
+ * Stops the uptime clock. It moves on by naps, which are cut short then, and by waits in vain: those for something to
+ * be written that refuse_to_write refuses, and any once the file silence exists, which whoever was waited for makes
  * when it has said its last word. What has passed on the clock is so exactly what was waited for.
  */
 void stop_uptime(const std::string& silence = "");
