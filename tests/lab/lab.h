@@ -35,7 +35,7 @@ void run(const std::string& command);
 /* Gives the account another password. */
 void set_password(const std::string& password);
 
-/* Puts lines in front of sshd's configuration, where they win, and restarts it. */
+/* Puts lines in front of sshd's configuration, where they win (not so MaxStartups), and restarts it. */
 void configure_sshd(const std::string& lines);
 
 /* Stops sshd; the sessions that it has started go on. */

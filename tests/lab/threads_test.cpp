@@ -1,15 +1,11 @@
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <iostream>
 #include <thread>
-#include <vector>
 
 #include "TavrenExceptions.h"
 #include "lab/lab.h"
-#include "support/files.h"
 
 namespace {
 
@@ -118,50 +114,6 @@ TEST_F(OtherThread, ReadsAndClearsTheStatusOfASessionInUse) {
   done = true;
   reader.join();
   SUCCEED();
-}
-
-/* What keeps two sessions of one process apart: neither holds the other's terminal or pipes. */
-TEST_F(OtherThread, SessionsOpenedAtOnceHoldNothingOfEachOther) {
-  std::vector<TavrenHost*> hosts;
-  for (int i = 0; i < 8; ++i) hosts.push_back(&session(lab::settings()));
-  std::vector<std::thread> threads;
-  for (TavrenHost* host : hosts) threads.emplace_back([host] { host->open_connection(); });
-  for (std::thread& thread : threads) thread.join();
-  lab::run("for pid in $(pgrep -x -P " + std::to_string(getpid()) +
-           " ssh); do ls -l /proc/$pid/fd; done >$LAB/descriptors; ! grep -q ptmx $LAB/descriptors");
-  lab::run("[ $(pgrep -x -c -P " + std::to_string(getpid()) + " ssh) = 8 ]");
-}
-
-/* Opens count sessions, at_once at a time, and returns how many logins succeeded. */
-int count_logins(const std::function<TavrenHost&()>& make_session, int count, int at_once) {
-  std::atomic<int> succeeded{0};
-  for (int done = 0; done < count; done += at_once) {
-    std::vector<TavrenHost*> hosts;
-    for (int i = 0; i < at_once; ++i) hosts.push_back(&make_session());
-    std::vector<std::thread> threads;
-    for (TavrenHost* host : hosts) {
-      threads.emplace_back([host, &succeeded] {
-        if (error_of([host] { host->open_connection(); }) == "no TavrenError was thrown") ++succeeded;
-        host->close_connection();
-      });
-    }
-    for (std::thread& thread : threads) thread.join();
-  }
-  return succeeded;
-}
-
-TEST_F(OtherThread, AHundredLoginsAllSucceed) {
-  const int succeeded = count_logins([this]() -> TavrenHost& { return session(lab::settings()); }, 100, 4);
-  std::cout << succeeded << " of 100 logins succeeded\n";
-  EXPECT_EQ(succeeded, 100);
-}
-
-/* Servers drop logins at random when too many come at once: each is a success or a named error, never a hang. */
-TEST_F(OtherThread, ThirtyLoginsAtOnceAtABusyServerAllComeBack) {
-  lab::configure_sshd("MaxStartups 5:50:20");
-  const int succeeded = count_logins([this]() -> TavrenHost& { return session(lab::settings()); }, 30, 30);
-  std::cout << succeeded << " of 30 logins succeeded\n";
-  EXPECT_GT(succeeded, 0);
 }
 
 }  // namespace
