@@ -10,6 +10,7 @@
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <stdexcept>
@@ -127,7 +128,7 @@ EXPORTED int tcgetattr(int fd, termios* settings) noexcept {
 
 EXPORTED int tcsetattr(int fd, int when, const termios* settings) noexcept {
   static const auto next = real<int(int, int, const termios*)>("tcsetattr");
-  return strikes("tcsetattr", 0) ? failure() : next(fd, when, settings);
+  return strikes("tcsetattr", when) ? failure() : next(fd, when, settings);
 }
 
 EXPORTED int poll(pollfd* entries, nfds_t count, int timeout) {
@@ -158,6 +159,12 @@ EXPORTED int kill(pid_t pid, int number) noexcept {
 EXPORTED pid_t waitpid(pid_t pid, int* status, int options) {
   static const auto next = real<pid_t(pid_t, int*, int)>("waitpid");
   return strikes("waitpid", options) ? failure() : next(pid, status, options);
+}
+
+EXPORTED int nanosleep(const timespec* time, timespec* rest) {
+  static const auto next = real<int(const timespec*, timespec*)>("nanosleep");
+  const long milliseconds = static_cast<long>(time->tv_sec) * 1000 + time->tv_nsec / 1000000;
+  return strikes("nanosleep", milliseconds) ? failure() : next(time, rest);
 }
 
 /* With large files, fcntl is fcntl64 to the linker. */

@@ -10,8 +10,8 @@
  * Lets system calls of this program, the library's included, fail on demand. A program that is linked with faults.cpp
  * defines functions of those names itself, and they come before the C library's.
  *
- * The names are: pipe2, forkpty, tcgetattr, tcsetattr, poll, read, write, dup2, kill, waitpid, and for the calls that
- * do many things F_GETFL, F_SETFL, F_SETFD, F_DUPFD_CLOEXEC, TIOCOUTQ, TIOCGPTPEER and FIONREAD.
+ * The names are: pipe2, forkpty, tcgetattr, tcsetattr, poll, read, write, dup2, kill, waitpid, nanosleep, and for the
+ * calls that do many things F_GETFL, F_SETFL, F_SETFD, F_DUPFD_CLOEXEC, TIOCOUTQ, TIOCGPTPEER and FIONREAD.
  */
 class Faulty {
  public:
@@ -30,7 +30,10 @@ class Faulty {
   Faulty(const Faulty&) = delete;
   Faulty& operator=(const Faulty&) = delete;
 
-  /* For each call so far: the time-out of poll, the signal of kill, the size of read and write; otherwise 0. */
+  /*
+   * For each call so far: the milliseconds of poll and nanosleep, the signal of kill, the size of read and write, the
+   * options of waitpid, when tcsetattr is to take effect; otherwise 0.
+   */
   const std::vector<long>& arguments() const { return recorded; }
   size_t calls() const { return recorded.size(); }
 

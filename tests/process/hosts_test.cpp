@@ -27,7 +27,8 @@ class HostThatReaps : public testing::TestWithParam<Host> {
   static std::string output_of(const std::function<void()>& action) {
     const Outcome outcome = run_in_child([&action] {
       GetParam().begin();
-      action();
+      const std::string result = result_of(action);
+      if (result != "done") printf("%s", result.c_str());
     });
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.err;
     return outcome.out;
@@ -129,9 +130,12 @@ TEST_P(HostThatReaps, HearsItsChildOut) {
 TEST(ForkOfTheHost, DoesNotTakeTheChildForGone) {
   TavrenProcess child = counterpart({"sum", "4096", "1000"});
   const Outcome outcome = run_in_child([&child] {
-    child.send(megabyte, patience);
-    child.send_eof(patience);
-    printf("%s", next_line(child).c_str());
+    const std::string result = result_of([&child] {
+      child.send(megabyte, patience);
+      child.send_eof(patience);
+      printf("%s ", next_line(child).c_str());
+    });
+    printf("%s", result.c_str());
   });
-  EXPECT_EQ(outcome.out, sum_line(megabyte, "canonical"));
+  EXPECT_EQ(outcome.out, sum_line(megabyte, "canonical") + " done");
 }

@@ -2,7 +2,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
+
+#include <vector>
 
 #include "process/children.h"
 #include "process/faults.h"
@@ -11,6 +15,7 @@
 #include "support/temporary_directory.h"
 #include "tavren_basic.h"
 
+using testing::Each;
 using testing::ElementsAre;
 
 namespace {
@@ -71,12 +76,22 @@ TEST(CancelledWait, WinsOverATerminalThatIsReadyForReading) {
   EXPECT_EQ(result_of([&] { child.read_line(line, patient_deadline(), ""); }), cancelled);
 }
 
-TEST(Stop, LooksTwentyTimesInItsTwoSecondsOfGrace) {
+TEST(Stop, LooksTwentyTimesInItsTwoSecondsOfGraceAndThenWaits) {
   TavrenProcess child = shell("trap '' TERM; echo deaf; while :; do sleep 600; done");
   ASSERT_EQ(next_line(child), "deaf");
-  const Faulty calls("waitpid");
+  const Faulty recorder("waitpid");
   child.stop(2);
-  EXPECT_EQ(calls.calls(), 21U);
+  std::vector<long> options(20, WNOHANG);
+  options.push_back(0);
+  EXPECT_EQ(recorder.arguments(), options);
+}
+
+TEST(Stop, NapsATenthOfASecondBetweenItsLooks) {
+  TavrenProcess child = shell("trap '' TERM; echo deaf; while :; do sleep 600; done");
+  ASSERT_EQ(next_line(child), "deaf");
+  const Faulty recorder("nanosleep");
+  child.stop(2);
+  EXPECT_EQ(recorder.arguments(), std::vector<long>(20, 100));
 }
 
 TEST(FailedWrite, IsNamed) {
@@ -151,6 +166,17 @@ TEST(Poll, WaitsForeverWhenItsMillisecondsCannotHoldTheTime) {
   EXPECT_EQ(poll_timeout_of(child, 2147483), 2147483647);
 }
 
+/* Each lasts a second at least, which bounds the whole however busy the machine is. */
+TEST(Poll, IsCalledOnceForEachSecondOfAWaitForWriting) {
+  for (const bool separate_stdin : {false, true}) {
+    TavrenProcess child("/bin/sleep", {"600"}, separate_stdin);
+    const Faulty recorder("poll");
+    EXPECT_EQ(result_of([&] { child.send(std::string(1000000, 'x'), 2); }), "TavrenTimeout");
+    EXPECT_THAT(recorder.arguments(), Each(1000));
+    EXPECT_LE(recorder.calls(), 3U);
+  }
+}
+
 TEST(Poll, IsNotCalledAfterTheDeadline) {
   TavrenProcess child("/bin/cat", {}, false);
   const Faulty call("poll");
@@ -159,11 +185,20 @@ TEST(Poll, IsNotCalledAfterTheDeadline) {
 }
 
 TEST(FailedDisable, IsAFailedAssertion) {
-  expect_assertion("TavrenProcess", "rc == 1", [] {
-    TavrenProcess child("/bin/cat", {}, false);
-    const Faulty fault("write", EBADF);
-    child.disable();
-  });
+  for (const int error : {0, EBADF}) {
+    expect_assertion("TavrenProcess", "rc == 1", [error] {
+      TavrenProcess child("/bin/cat", {}, false);
+      const Faulty fault("write", error);
+      child.disable();
+    });
+  }
+}
+
+TEST(TerminalSettings, TakeEffectAtOnce) {
+  const Faulty recorder("tcsetattr");
+  TavrenProcess child = counterpart({"sum", "100", "0"});
+  child.send_eof(patience);
+  EXPECT_THAT(recorder.arguments(), ElementsAre(TCSANOW, TCSANOW));
 }
 
 TEST(Kill, GetsSigtermAndThenSigkillWithoutGrace) {

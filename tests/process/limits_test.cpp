@@ -55,11 +55,14 @@ TEST(Limit, CountsWhatWasPendingBefore) {
 
 /* What came together with the line before is waiting when the next operation begins. */
 TEST(Limit, CountsWhatIsAlreadyWaiting) {
-  TavrenProcess child = shell("printf 'first\\nwaiting'; read -r go; head -c " + std::to_string(limit - 6) +
-                              " /dev/zero | tr '\\0' x; read -r go");
-  ASSERT_EQ(next_line(child), "first");
-  child.send("go\n", patience);
-  EXPECT_EQ(result_of_read_line(child), one_too_many);
+  for (const auto result : {result_of_read_line, result_of_expect, result_of_skipping}) {
+    TavrenProcess child = shell("printf 'first\\nwaiting'; read -r go; head -c " + std::to_string(limit - 6) +
+                                " /dev/zero | tr '\\0' x; read -r go");
+    ASSERT_EQ(next_line(child), "first");
+    child.send("go\n", patience);
+    EXPECT_EQ(result(child), one_too_many);
+    child.stop(0);
+  }
 }
 
 TEST(Limit, BeginsAnewWithEachExpect) {
@@ -130,6 +133,13 @@ TEST(Limit, PassedKeepsTheBytesBeforeIt) {
   TavrenProcess child = printing("", limit, "\\n");
   ASSERT_EQ(result_of_read_line(child), one_too_many);
   EXPECT_EQ(next_bytes(child, 90000), std::string(90000, 'x'));
+}
+
+TEST(Limit, PassedDropsTheBytesThatPassedIt) {
+  TavrenProcess child = printing("", limit, "\\n");
+  ASSERT_EQ(result_of_read_line(child), one_too_many);
+  std::string line;
+  EXPECT_EQ(result_of([&] { child.read_line(line, past_deadline(), ""); }), "TavrenTimeout");
 }
 
 TEST(Limit, PassedNamesTheStrippedProgram) {

@@ -47,14 +47,26 @@ TEST_F(ChildOutputLog, StaysOpenOnceOpened) {
   EXPECT_EQ(read_file(path("elsewhere")), "first\nsecond\n");
 }
 
-TEST_F(ChildOutputLog, IsReadableByAllTheUmaskAllows) {
-  run("10000", [] {
-    umask(027);
-    TavrenProcess("/bin/true", {}, false).stop(0);
+TEST_F(ChildOutputLog, IsReadableAndWritableByAllTheUmaskAllows) {
+  for (const mode_t mask : {0U, 027U}) {
+    run("10000", [mask] {
+      umask(mask);
+      TavrenProcess("/bin/true", {}, false).stop(0);
+    });
+    struct stat status {};
+    ASSERT_EQ(stat(path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0666U & ~mask);
+  }
+}
+
+TEST_F(ChildOutputLog, ClosesTheFileItMovesAway) {
+  const std::string output = run("1", [] {
+    TavrenProcess("/bin/true", {"one", "two"}, false).stop(0);
+    const size_t before = open_descriptors().size();
+    TavrenProcess("/bin/true", {"one", "two"}, false).stop(0);
+    printf("%zu more", open_descriptors().size() - before);
   });
-  struct stat status {};
-  ASSERT_EQ(stat(path().c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777, 0640U);
+  EXPECT_EQ(output, "0 more");
 }
 
 TEST_F(ChildOutputLog, ReachesNoChild) {

@@ -86,6 +86,12 @@ TEST_F(ChildOutputLog, HoldsAPieceLargerThanTheLimitAsAWhole) {
   EXPECT_EQ(current(), piece(30));
 }
 
+TEST_F(ChildOutputLog, HoldsOnePieceAtATimeWhenItsLimitIsNegative) {
+  log_pieces("-1", "21 32");
+  EXPECT_EQ(previous(), piece(21));
+  EXPECT_EQ(current(), piece(32));
+}
+
 TEST_F(ChildOutputLog, KeepsTwoGenerations) {
   log_pieces("100", "61 72 83");
   EXPECT_EQ(previous(), piece(72));

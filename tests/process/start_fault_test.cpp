@@ -1,15 +1,19 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <ostream>
 
+#include "TavrenTunables.h"
 #include "process/children.h"
 #include "process/faults.h"
 #include "process/observe.h"
 #include "support/run_in_child.h"
+#include "support/temporary_directory.h"
 
 namespace {
 
@@ -106,10 +110,34 @@ TEST(FailedDup2, IsReportedByTheChild) {
   EXPECT_EQ(result_of_running("/bin/cat", true), "13(/bin/cat) 12(dup2 failed: Bad file descriptor)");
 }
 
+TEST(FailedDup2, EndsTheChildWithStatusOne) {
+  const Faulty call("dup2", EBADF);
+  fflush(stdout);
+  TavrenProcess child("/bin/sleep", {"600"}, true);
+  siginfo_t info{};
+  ASSERT_EQ(waitid(P_ALL, 0, &info, WEXITED | WNOWAIT), 0);
+  EXPECT_EQ(info.si_code, CLD_EXITED);
+  EXPECT_EQ(info.si_status, 1);
+}
+
 TEST(FailedDup2, ConcernsOnlyAChildWithAnInputPipe) {
   const Faulty call("dup2", EBADF);
   TavrenProcess child("/bin/echo", {"words"}, false);
   EXPECT_EQ(next_line(child), "words");
+}
+
+/* The log would lie in a directory that cannot be made. */
+TEST(FailedLog, KeepsTheChildFromBeingStarted) {
+  const TemporaryDirectory home;
+  const Outcome outcome = run_in_child([&home] {
+    setenv("TAVREN_HOME", home.path("missing").c_str(), 1);
+    std::string refusal;
+    TavrenTunables::instance().set_tunable("subprocess_log_size", "1000", refusal);
+    const Faulty recorder("forkpty");
+    printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str());
+    printf(" after %zu forks", recorder.calls());
+  });
+  EXPECT_EQ(outcome.out, "24(write(log_child_output), 2) after 0 forks");
 }
 
 TEST(LateParent, FindsTheTerminalMadeRawByTheChild) {
