@@ -2,10 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <streambuf>
-#include <thread>
-#include <vector>
 
 #include "core/tunables_fixture.h"
 #include "support/run_in_child.h"
@@ -195,49 +192,6 @@ TEST_F(TunablesLock, IsNotNeededByTheGetters) {
   std::ostream out(&buffer);
   tunables.print_tunables(out);
   EXPECT_EQ(read, 30);
-}
-
-class TunablesInThreads : public TunablesTest {};
-
-TEST_F(TunablesInThreads, AreReadWholeWhileTheyChange) {
-  constexpr int rounds = 1000;
-  std::atomic<bool> done{false};
-  std::atomic<int> torn{0};
-  std::vector<std::thread> readers;
-  for (int i = 0; i < 2; ++i) {
-    readers.emplace_back([&] {
-      while (!done) {
-        const int value = tunables.get_ssh_command_timeout();
-        if (value != 60 && value != 1 && value != -2) ++torn;
-      }
-    });
-  }
-  readers.emplace_back([&] {
-    while (!done) {
-      const std::string text = changed();
-      if (!text.empty() && text != "ssh_command_timeout=1\n" && text != "ssh_command_timeout=-2\n") ++torn;
-    }
-  });
-  for (int i = 0; i < rounds; ++i) {
-    tunables.set_tunables("ssh_command_timeout=1\nssh_command_timeout=-2\n");
-    set("ssh_command_timeout", "default");
-  }
-  done = true;
-  for (std::thread& reader : readers) reader.join();
-  EXPECT_EQ(torn, 0);
-}
-
-TEST_F(TunablesInThreads, AreChangedByManyAtOnce) {
-  const std::vector<std::string> names = {"loopback_login", "ssh_command_timeout", "ssh_connect_timeout"};
-  std::vector<std::thread> writers;
-  for (const std::string& name : names) {
-    writers.emplace_back([&, name] {
-      std::string error;
-      for (int i = 0; i <= 1000; ++i) tunables.set_tunable(name, std::to_string(i), error);
-    });
-  }
-  for (std::thread& writer : writers) writer.join();
-  EXPECT_EQ(changed(), "loopback_login=1000\nssh_command_timeout=1000\nssh_connect_timeout=1000\n");
 }
 
 }  // namespace

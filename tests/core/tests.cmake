@@ -1,5 +1,6 @@
 tavren_test(error_tests core/TavrenError_test.cpp core/TavrenError_text_test.cpp core/TavrenError_serialised_test.cpp
   core/TavrenError_locale_test.cpp)
+tavren_test(error_memory_tests core/error_memory_test.cpp)
 tavren_test(assert_tests core/tavren_assert_test.cpp core/report_file_test.cpp)
 tavren_test(malloc_tests core/tavren_malloc_test.cpp)
 foreach(name error_tests malloc_tests)
@@ -7,7 +8,8 @@ foreach(name error_tests malloc_tests)
 endforeach()
 tavren_test(mutex_tests core/TavrenMutex_test.cpp)
 tavren_test(mutex_failure_tests core/TavrenMutex_failures_test.cpp)
-tavren_test(tunables_tests core/TavrenTunables_test.cpp core/TavrenTunables_text_test.cpp)
+tavren_test(tunables_tests core/TavrenTunables_test.cpp core/TavrenTunables_text_test.cpp core/TavrenTunables_layout_test.cpp
+  core/TavrenTunables_threads_test.cpp)
 tavren_test(catalogue_tests core/catalogue_test.cpp core/long_translations_test.cpp
   core/settings_catalogue_test.cpp)
 

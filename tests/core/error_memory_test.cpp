@@ -1,0 +1,149 @@
+/*
+ * What an error allocates is counted here by an operator new and an operator delete that stand before the C++
+ * library's, for the shared library too.
+ */
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <atomic>
+#include <new>
+#include <sstream>
+#include <string>
+
+#include "core/counted_errors.h"
+#include "core/error_lines.h"
+
+namespace {
+
+std::atomic<int> blocks{0}; /* allocated and not released */
+
+void* allocate(size_t size) {
+  void* const block = malloc(size == 0 ? 1 : size);
+  if (block == nullptr) throw std::bad_alloc();
+  ++blocks;
+  return block;
+}
+
+void release(void* block) {
+  if (block != nullptr) --blocks;
+  free(block);
+}
+
+}  // namespace
+
+#define FOR_EVERYBODY __attribute__((visibility("default")))
+
+FOR_EVERYBODY void* operator new(size_t size) { return allocate(size); }
+FOR_EVERYBODY void* operator new[](size_t size) { return allocate(size); }
+FOR_EVERYBODY void operator delete(void* block) noexcept { release(block); }
+FOR_EVERYBODY void operator delete[](void* block) noexcept { release(block); }
+FOR_EVERYBODY void operator delete(void* block, size_t) noexcept { release(block); }
+FOR_EVERYBODY void operator delete[](void* block, size_t) noexcept { release(block); }
+
+namespace {
+
+const std::string long_text(100, 'a');
+
+class ErrorMemory : public testing::Test {
+ protected:
+  /* A line of the list, its record, the array of its arguments and two texts that are too long to be kept in place. */
+  static constexpr int blocks_of_a_line = 5;
+
+  static void add_line(TavrenError& error) { error.add_line(TAVREN_E_FILE_OPEN, long_text, long_text); }
+
+  int added() const { return blocks - at_start; }
+
+ private:
+  const int at_start = blocks;
+};
+
+/* The object is never destroyed after clear, because its entries dangle then; its own storage is this array. */
+class ClearedErrorMemory : public ErrorMemory {
+ protected:
+  ClearedErrorMemory() : error(*new (storage) TavrenError) {
+    add_line(error);
+    add_line(error);
+  }
+
+  ~ClearedErrorMemory() override {
+    error.lines.clear();
+    error.~TavrenError();
+  }
+
+ private:
+  alignas(TavrenError) unsigned char storage[sizeof(TavrenError)];
+
+ protected:
+  TavrenError& error;
+};
+
+}  // namespace
+
+TEST_F(ErrorMemory, OfALineIsItsEntryItsRecordItsArgumentsAndTheirTexts) {
+  TavrenError error;
+  const int without_lines = added();
+  add_line(error);
+  EXPECT_EQ(added() - without_lines, blocks_of_a_line);
+}
+
+TEST_F(ErrorMemory, IsReleasedWithTheObject) {
+  {
+    TavrenError error;
+    add_line(error);
+    error.add_first_line(TAVREN_E_LOGIN_DENIED, "", "");
+    const TavrenError copy(error);
+    ASSERT_GT(added(), 2 * blocks_of_a_line);
+  }
+  EXPECT_EQ(added(), 0);
+}
+
+/* The entries stay, everything behind them goes. */
+TEST_F(ClearedErrorMemory, IsReleasedButForTheListsEntries) {
+  const int before = added();
+  error.clear();
+  EXPECT_EQ(before - added(), 2 * (blocks_of_a_line - 1));
+}
+
+TEST_F(ClearedErrorMemory, IsReleasedByAnAssignmentToo) {
+  const TavrenError empty;
+  const int before = added();
+  error = empty;
+  EXPECT_EQ(before - added(), 2 * (blocks_of_a_line - 1));
+}
+
+TEST_F(ClearedErrorMemory, IsReleasedByReadingIntoTheObjectToo) {
+  std::istringstream in(with_nul_bytes("TavrenError|1|0|"));
+  const int before = added();
+  error.deserialize(in);
+  EXPECT_EQ(before - added(), 2 * (blocks_of_a_line - 1));
+}
+
+TEST_F(ErrorMemory, OfADuplicateIsTheCallersAlone) {
+  TavrenError error;
+  add_line(error);
+  const int before = added();
+  TavrenError::error_line_t* const line = TavrenError::duplicate_line(error.lines.front());
+  EXPECT_EQ(added() - before, blocks_of_a_line - 1);
+  delete line;
+  EXPECT_EQ(added(), before);
+}
+
+TEST_F(ErrorMemory, OfAnErrorThatCannotBeReadIsReleased) {
+  {
+    std::istringstream in(
+        with_nul_bytes("TavrenError|1|2|error_line_t|12|1|" + long_text + "|error_line_t|12|2|" + long_text + "|b"));
+    in.exceptions(std::ios_base::badbit | std::ios_base::failbit | std::ios_base::eofbit);
+    EXPECT_THROW(TavrenError error(in), std::ios_base::failure);
+  }
+  EXPECT_EQ(added(), 0);
+}
+
+TEST_F(ErrorMemory, OfCountedErrorsIsThatOfTheListsAlone) {
+  {
+    Errors errors;
+    parse("2|TavrenError|1|1|error_line_t|12|1|x|TavrenError|1|0|", errors.list);
+    EXPECT_THROW(parse("2|TavrenError|1|1|error_line_t|12|1|x|", errors.list), std::ios_base::failure);
+    ASSERT_EQ(errors.list.size(), 3U);
+  }
+  EXPECT_EQ(added(), 0);
+}
