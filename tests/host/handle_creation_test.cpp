@@ -115,7 +115,7 @@ TEST_F(HandleCreation, ThatFailsDeliberatelyKeepsItsChild) {
   refuse_login();
   create_from(settings);
   take_message();
-  EXPECT_TRUE(is_alive(std::stoi(refusing_client->taken("pid"))));
+  EXPECT_TRUE(has_survived(std::stoi(refusing_client->taken("pid"))));
 }
 
 TEST_F(HandleCreation, WithoutAKeyFieldIsAFailedAssertion) {

@@ -182,7 +182,7 @@ TEST_F(LoginCommand, OpeningAfterAFailureReturnsAtOnce) {
 TEST_F(LoginCommand, AFailedLoginKeepsItsChild) {
   set_tunable("ssh_connect_timeout", "1");
   open_error("echo $$ >$dir/pid; exec sleep 100");
-  EXPECT_TRUE(is_alive(std::stoi(client->taken("pid"))));
+  EXPECT_TRUE(has_survived(std::stoi(client->taken("pid"))));
 }
 
 TEST_F(LoginCommand, AnOpeningAfterClosingLogsInAgain) {

@@ -1,7 +1,9 @@
 #ifndef TESTS_SUPPORT_PROCESS_STATE_H
 #define TESTS_SUPPORT_PROCESS_STATE_H
 
+#include <signal.h>
 #include <sys/types.h>
+#include <sys/wait.h>
 
 #include <fstream>
 #include <iterator>
@@ -20,6 +22,18 @@ inline char state_of(pid_t id) {
 inline bool is_alive(pid_t pid) {
   const char state = state_of(pid);
   return state != '\0' && state != 'Z' && state != 'X';
+}
+
+/*
+ * Whether a child of this process has survived what was done to it so far. A signal that was sent to it may be on its
+ * way; one that stops it comes after that, so either the child stops or it has met its end.
+ */
+inline bool has_survived(pid_t child) {
+  siginfo_t info{};
+  const bool answered =
+      kill(child, SIGSTOP) == 0 && waitid(P_PID, static_cast<id_t>(child), &info, WSTOPPED | WEXITED | WNOWAIT) == 0;
+  kill(child, SIGCONT);
+  return answered && info.si_code == CLD_STOPPED;
 }
 
 /* Whether a signal that was sent to a process still waits to be delivered. */
