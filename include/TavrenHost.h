@@ -162,6 +162,31 @@ class TAVREN_EXPORT TavrenHost {
   /* Proves that path can be created, written and read, and removes it. */
   void try_to_create_file(const std::string& path);
 
+  /* Checks of the archive directory, which the shell of an open connection stands in. */
+
+  /*
+   * Tries what archiving needs: makes a directory "test", sends files there, reads, lists, measures and removes them.
+   * Throws the first failure, the directory then being left behind.
+   */
+  void test_host();
+
+  /*
+   * Claims the archive directory for this chassis with an empty file ".chassis." and the chassis identifier; does
+   * nothing when that is there. Throws TAVREN_E_CHASSIS_CONFLICT when another chassis has claimed the directory, also
+   * at the same time, and TAVREN_E_SYSCALL when the identifier cannot be read.
+   */
+  void create_chassis_file();
+
+  /*
+   * Measures what pattern, which the shell expands, matches, within ssh_du_command_timeout seconds (a tunable), and
+   * sets in sizes the kibibytes of each name; entries that cannot be read are missing or too small. Returns whether
+   * there was any; throws TAVREN_E_COMMAND_FAILED when the host cannot measure at all.
+   */
+  bool get_dir_sizes(const std::string& pattern, std::map<std::string, int>& sizes);
+
+  /* Reads a line of get_dir_sizes' command: kibibytes, tab, name. Returns 0, or -1 when the line is none. */
+  static int parse_du_output_line(const std::string& line, std::string& name, int& size);
+
   /* The remote command table: one for the process, from a short name to the command that is run for it. */
 
   /* Restores the ten defaults, under the lock that the caller holds; other names stay. */
@@ -211,6 +236,9 @@ class TAVREN_EXPORT TavrenHost {
   bool child_says_nothing_more(std::string& line, long deadline);
   [[noreturn]] void throw_transfer_timeout(const char* step) const;
   [[noreturn]] void throw_unexpected_line(const std::string& line) const;
+
+  std::list<std::string> list_chassis_markers();
+  [[noreturn]] void throw_chassis_conflict(const std::list<std::string>& lines) const;
 
   static std::map<std::string, std::string> cmd_map;
   static TavrenMutex cmd_map_mutex;

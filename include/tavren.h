@@ -12,11 +12,13 @@
 #include "tavren_host_util.h"
 #include "tavren_malloc.h"
 #include "tavren_share.h"
+#include "tavren_test_host.h"
 
 #ifdef __cplusplus
 #include "TavrenError.h"
 #include "TavrenExceptions.h"
 #include "TavrenHost.h"
+#include "TavrenKeyDownloader.h"
 #include "TavrenMutex.h"
 #include "TavrenProcess.h"
 #include "TavrenTunables.h"

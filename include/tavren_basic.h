@@ -1,8 +1,8 @@
 /*
- * Conversions, display texts, times and small text files, for C programs.
+ * Conversions, display texts, times, small text files and the platform's identity, for C programs.
  *
  * Display texts go through the message catalogue of the text domain "tavren"; static ones belong to the library.
- * Nothing here throws, and but for tavren_get_tmp_root's first call any thread may call any of it.
+ * Nothing here throws. Any thread may call any of it, but for the first call of tavren_get_tmp_root.
  */
 #ifndef TAVREN_BASIC_H
 #define TAVREN_BASIC_H
@@ -96,6 +96,29 @@ TAVREN_EXPORT void tavren_delete_all_files(const char* directory);
  * so make it before threads exist. The text belongs to the library; no errors.
  */
 TAVREN_EXPORT const char* tavren_get_tmp_root(void);
+
+/*
+ * Which machine this is, from the platform's configuration database. Each answer is read once and kept for the life of
+ * the process; a failure is not kept. A record shorter than the platform's type is a failed assertion.
+ */
+
+/*
+ * Returns 0 and in *id the chassis identifier, at most 16 characters that belong to the library, "none" when the
+ * chassis has no name. Returns the platform's error number, *id untouched, when the step named in *failed_call failed.
+ */
+TAVREN_EXPORT int tavren_get_chassis_id(const char** id, const char** failed_call);
+
+/*
+ * Returns 0 and in *number the number of this service processor, or the platform's error number, *number untouched,
+ * when the step named in *failed_call failed.
+ */
+TAVREN_EXPORT int tavren_get_sp_number(int* number, const char** failed_call);
+
+/* Returns how many regular domains the platform can hold, 24 when the database cannot be read. */
+TAVREN_EXPORT int tavren_get_max_regular_domains(void);
+
+/* Returns how many CPU and memory units the platform can hold, 16 when the database cannot be read. */
+TAVREN_EXPORT int tavren_get_max_cmus(void);
 
 TAVREN_END_C
 

@@ -23,6 +23,10 @@
 /* Buffer for a formatted space limit, space used or time. */
 #define TAVREN_FORMAT_SIZE 32
 
+/* Buffers for a public host key as text (type, blank, encoded key) and for its fingerprint. */
+#define TAVREN_HOST_KEY_SIZE 896
+#define TAVREN_FINGERPRINT_SIZE 64
+
 /* Longest user name, host name and directory that a target user@host:directory may hold. */
 #define TAVREN_MAX_USER_LENGTH 63
 #define TAVREN_MAX_HOST_LENGTH 255

@@ -1,5 +1,5 @@
 /*
- * A session with the archive host, for C programs.
+ * A session with the archive host, and the host's key, for C programs.
  *
  * A handle stands for one login: tavren_hp_create connects and changes to the archive directory, to which the file
  * names below are relative; tavren_hp_destroy releases the handle. The secure shell child is deliberately not
@@ -90,6 +90,32 @@ TAVREN_EXPORT int tavren_hp_remove_file(tavren_hp_t* handle, const char* file_na
  * request that another one waits in. Returns nothing; a child that is gone is no error.
  */
 TAVREN_EXPORT void tavren_hp_kill_ssh(tavren_hp_t* handle);
+
+/*
+ * Host keys. They are texts: key type, blank, encoded key. The functions need the program's private temporary directory
+ * (a failed assertion otherwise) and files of fixed names there, so call them from one thread.
+ */
+
+/*
+ * Fetches the public key that host, a name or an address, shows; nothing says that it is the right one. Returns 0 with
+ * the key in key (TAVREN_HOST_KEY_SIZE bytes) and *error NULL, or -1, key untouched, with the reason in *error, which
+ * the caller frees. A host that does not answer in time is a TavrenTimeout, which passes to the caller as a C++
+ * exception.
+ */
+TAVREN_EXPORT int tavren_download_host_key(const char* host, char* key, char** error);
+
+/*
+ * Computes the fingerprint of key with the system's key generator. Returns 0 with the fingerprint in fingerprint
+ * (TAVREN_FINGERPRINT_SIZE bytes), or -1 with the reason, translated, in error (TAVREN_MESSAGE_SIZE bytes). Throws
+ * nothing.
+ */
+TAVREN_EXPORT int tavren_host_key_fingerprint(const char* key, char* fingerprint, char* error);
+
+/* Returns the path of awk, or "awk" when it is in none of its places; found once, the text belongs to the library. */
+TAVREN_EXPORT const char* tavren_get_awk_path(void);
+
+/* Returns the path of ssh-keygen, or "ssh-keygen" when it is in none of its places; found once, as above. */
+TAVREN_EXPORT const char* tavren_get_ssh_keygen_path(void);
 
 TAVREN_END_C
 

@@ -1,0 +1,90 @@
+#include "TavrenKeyDownloader.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include "TavrenError.h"
+#include "TavrenExceptions.h"
+#include "TavrenTunables.h"
+#include "core/assertion.h"
+#include "process/deadline.h"
+#include "tavren_share.h"
+#include "tavren_util.h"
+
+namespace {
+
+constexpr char user[] = "tavren_anonymous@"; /* deliberately nobody: the download never logs in */
+constexpr int yes_send_timeout = 5;          /* seconds */
+constexpr int stop_grace_time = 2;           /* seconds */
+
+/* Reads the first line of path, with its newline. */
+std::string read_first_line(const char* path) {
+  FILE* file = fopen(path, "re");
+  if (file == nullptr) throw TavrenError(TAVREN_E_FILE_OPEN, path, tavren_int_to_string(errno));
+  char* text = nullptr;
+  size_t size = 0;
+  errno = 0; /* an end of file is no error of the system's */
+  const ssize_t length = getline(&text, &size, file);
+  const int error = errno;
+  const std::string line(length > 0 ? text : "", length > 0 ? static_cast<size_t>(length) : 0);
+  free(text);
+  fclose(file);
+  if (length <= 0) throw TavrenError(TAVREN_E_FILE_READ, path, tavren_int_to_string(error));
+  return line;
+}
+
+}  // namespace
+
+TavrenKeyDownloader::TavrenKeyDownloader(const std::string& archive_host) : host(archive_host) {
+  TAVREN_ASSERT("TavrenKeyDownloader", tavren_get_tmp_dir() != NULL);
+  snprintf(key_file, sizeof key_file, "%s/downloaded_key", tavren_get_tmp_dir());
+  /*
+   * What a failed download left would make the client know this host and not ask, or be read as the key of another.
+   */
+  unlink(key_file);
+  process = std::make_unique<TavrenProcess>(
+      "/usr/bin/ssh",
+      std::list<std::string>{"-2", "-4", "-oPreferredAuthentications=password", "-oGlobalKnownHostsFile=/dev/null",
+                             std::string("-oUserKnownHostsFile=") + key_file, user + host},
+      false);
+}
+
+TavrenKeyDownloader::~TavrenKeyDownloader() = default;
+
+void TavrenKeyDownloader::download_host_key(std::string& key) {
+  try {
+    download_key_to_file();
+    read_key_from_file(key);
+    if (key.size() >= TAVREN_HOST_KEY_SIZE) {
+      throw TavrenError(TAVREN_E_HOST_KEY_TOO_LARGE, tavren_int_to_string(static_cast<int>(key.size())), "");
+    }
+  } catch (...) {
+    /* A client that still runs could write the file after its removal. */
+    process->stop(stop_grace_time);
+    unlink(key_file);
+    throw;
+  }
+  unlink(key_file);
+}
+
+void TavrenKeyDownloader::download_key_to_file() {
+  const long deadline = deadline_after(TavrenTunables::instance().get_ssh_connect_timeout());
+  std::string line;
+  do {
+    /* Lines that keep coming must not keep this from ending. */
+    if (seconds_until(deadline) < 1) throw TavrenTimeout();
+  } while (!process->read_line(line, deadline, "Are you sure you want to continue connecting"));
+  process->send("yes\n", yes_send_timeout);
+  /* The client has written the key before it asks for a password, or says that it will not. */
+  process->read_until_line_starts_with(user, deadline);
+}
+
+void TavrenKeyDownloader::read_key_from_file(std::string& key) {
+  const std::string line = read_first_line(key_file);
+  const size_t blank = line.find(' ');
+  if (blank == std::string::npos) throw TavrenError(TAVREN_E_FILE_READ, key_file, tavren_int_to_string(EINVAL));
+  key = line.substr(blank + 1);
+  if (!key.empty() && key.back() == '\n') key.pop_back();
+}

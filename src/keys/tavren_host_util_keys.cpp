@@ -1,0 +1,122 @@
+#include <errno.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <sstream>
+
+#include "TavrenError.h"
+#include "TavrenKeyDownloader.h"
+#include "core/assertion.h"
+#include "core/messages.h"
+#include "tavren_basic.h"
+#include "tavren_cmem.h"
+#include "tavren_host_util.h"
+#include "tavren_share.h"
+
+/*
+ * The C functions for host keys.
+ */
+namespace {
+
+constexpr size_t path_size = 4096;
+constexpr size_t command_size = 12500; /* three such paths, those of two tools, and the words between them */
+
+/* Returns the first of places that can be run, or name, for the shell to find. */
+const char* find_tool(const char* const (&places)[4], const char* name) {
+  for (const char* place : places) {
+    if (access(place, X_OK) == 0) return place;
+  }
+  return name;
+}
+
+__attribute__((format(printf, 2, 3))) int fail(char* error, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf(error, TAVREN_MESSAGE_SIZE, format, arguments);
+  va_end(arguments);
+  return -1;
+}
+
+/* The files of a fingerprint's computation, in the private temporary directory. */
+struct Files {
+  Files() {
+    snprintf(key, sizeof key, "%s/host_key", tavren_get_tmp_dir());
+    snprintf(fingerprint, sizeof fingerprint, "%s_fingerprint", key);
+    snprintf(error, sizeof error, "%s_error", key);
+  }
+  void remove_results() const {
+    unlink(fingerprint);
+    unlink(error);
+  }
+  char key[path_size];
+  char fingerprint[path_size + sizeof "_fingerprint"];
+  char error[path_size + sizeof "_error"]; /* made when the key generator fails */
+};
+
+/* Runs command in the shell. Returns whether it succeeded, as far as this process can know. */
+bool run(const char* command) {
+  const int status = system(command);
+  /* In a program that ignores or collects its children nobody can tell; what the command has written will. */
+  return status == 0 || (status == -1 && errno == ECHILD);
+}
+
+}  // namespace
+
+int tavren_download_host_key(const char* host, char* key, char** error) {
+  try {
+    TavrenKeyDownloader downloader(host);
+    std::string text;
+    downloader.download_host_key(text);
+    snprintf(key, TAVREN_HOST_KEY_SIZE, "%s", text.c_str());
+    *error = nullptr;
+    return 0;
+  } catch (const TavrenError& failure) {
+    std::ostringstream text;
+    failure.print_body(text);
+    *error = tavren_strdup(text.str().c_str());
+    return -1;
+  }
+}
+
+const char* tavren_get_awk_path() {
+  static const char* const path = find_tool({"/usr/bin/awk", "/bin/awk", "/usr/sbin/awk", "/sbin/awk"}, "awk");
+  return path;
+}
+
+const char* tavren_get_ssh_keygen_path() {
+  static const char* const path =
+      find_tool({"/usr/bin/ssh-keygen", "/bin/ssh-keygen", "/usr/sbin/ssh-keygen", "/sbin/ssh-keygen"}, "ssh-keygen");
+  return path;
+}
+
+int tavren_host_key_fingerprint(const char* key, char* fingerprint, char* error) {
+  TAVREN_ASSERT("tavren_host_util", tavren_get_tmp_dir() != NULL);
+  const Files files;
+  char command[command_size];
+  snprintf(command, sizeof command, "(%s -l -f %s 2>/dev/null || touch %s) | %s '{print $2}' >%s",
+           tavren_get_ssh_keygen_path(), files.key, files.error, tavren_get_awk_path(), files.fingerprint);
+
+  if (tavren_create_text_file(files.key, key) != 0) {
+    return fail(error, translate("Cannot create file '%s': errno=%d."), files.key, errno);
+  }
+  files.remove_results();
+  const bool ran = run(command);
+  unlink(files.key);
+  if (!ran) {
+    files.remove_results();
+    return fail(error, "%s", translate("Internal error: cannot generate host key fingerprint."));
+  }
+  if (access(files.error, F_OK) == 0) {
+    files.remove_results();
+    return fail(error, "%s", translate("The specified public host key is invalid or incomplete."));
+  }
+  if (tavren_read_line_from_file(files.fingerprint, fingerprint, TAVREN_FINGERPRINT_SIZE) != 0) {
+    const int reason = errno;
+    unlink(files.fingerprint);
+    return fail(error, translate("Failed to open %s (errno=%d)."), files.fingerprint, reason);
+  }
+  unlink(files.fingerprint);
+  return 0;
+}
