@@ -1,55 +1,51 @@
 /*
  * tavren_send: sends files to a directory on an archive host.
  *
- * An example of a C program over libtavren: it checks the target, asks for the password without showing it, logs in
- * once, and sends each file through that one session.
+ * An example of a C program over libtavren: it checks the target, has the host's key confirmed, asks for the password
+ * without showing it, tests the host if wanted, logs in once, and sends each file through that one session.
  */
 #include <errno.h>
-#include <fcntl.h>
 #include <getopt.h>
 #include <signal.h>
 #include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <tavren.h>
 #include <termios.h>
 #include <unistd.h>
+
+#include "host_checks.h"
+#include "send_files.h"
 
 enum { EXIT_ALL_SENT = 0, EXIT_SOME_FAILED = 1, EXIT_USAGE = 2 };
 
 enum {
   PASSWORD_SIZE = 1024, /* the secure shell client takes no more */
-  HOST_KEY_SIZE = 4096,
-  PIECE_SIZE = 32768,
-  BAR_WIDTH = 30
+  KNOWN_KEY_SIZE = 4096 /* a file may hold a longer key than can be fetched */
 };
 
 static const char usage[] =
     "Usage: tavren_send [options] user@host:directory FILE...\n"
+    "       tavren_send --test [options] user@host:directory [FILE...]\n"
     "Sends each FILE to the directory on the archive host.\n"
     "\n"
     "  -k, --known-key FILE   accept only the host key in FILE (as in a .pub file);\n"
-    "                         without it any key is accepted, with a warning\n"
+    "                         without it the key is fetched, shown and asked about\n"
+    "  -y, --yes              confirm the fetched key without being asked\n"
+    "  -t, --test             first test host and directory, and claim the directory\n"
+    "                         for this chassis\n"
     "  -p, --password-fd N    read the password from descriptor N instead of asking\n"
     "  -h, --help             show this text\n";
 
 /* What the user asked for. The pointers lead into argv. */
 struct request {
-  const char* known_key_file; /* NULL: accept any key */
-  int password_fd;            /* -1: ask */
+  const char* known_key_file; /* NULL: fetch the key */
+  bool confirm_key;
+  bool test;
+  int password_fd; /* -1: ask */
   char* target;
   char** files;
-};
-
-/* A file on its way, for the progress display. */
-struct progress {
-  const char* name;
-  uint32_t sent;
-  uint32_t size;
-  int64_t started_ms;
-  int shown_percent;
 };
 
 static struct termios terminal_settings;
@@ -99,7 +95,7 @@ static bool read_password_from(int fd, char* password) {
 
 /* Reads "type key comment" and cuts the comment off. */
 static bool read_host_key(const char* path, char* key) {
-  if (tavren_read_line_from_file(path, key, HOST_KEY_SIZE) != 0) {
+  if (tavren_read_line_from_file(path, key, KNOWN_KEY_SIZE) != 0) {
     return false;
   }
   char* encoded = strchr(key, ' ');
@@ -110,166 +106,24 @@ static bool read_host_key(const char* path, char* key) {
   return encoded[1] != '\0';
 }
 
-/* Prints and frees what a tavren_hp_* function says of its failure. */
-static void report(const char* what, char* message) {
-  fprintf(stderr, "tavren_send: %s failed:\n%s", what, message != NULL ? message : "  - out of memory\n");
-  free(message);
-}
-
-static const char* base_name(const char* path) {
-  const char* slash = strrchr(path, '/');
-  return slash != NULL ? slash + 1 : path;
-}
-
-static double megabytes_per_second(const struct progress* progress) {
-  const int64_t elapsed_ms = tavren_get_uptime_ms() - progress->started_ms;
-  return elapsed_ms > 0 ? progress->sent / 1000.0 / (double)elapsed_ms : 0.0;
-}
-
-static void show_progress(struct progress* progress) {
-  const int percent = progress->size > 0 ? (int)((uint64_t)progress->sent * 100 / progress->size) : 100;
-  if (percent == progress->shown_percent) {
-    return;
-  }
-  progress->shown_percent = percent;
-  const int filled = percent * BAR_WIDTH / 100;
-  printf("\r%-24.24s [", progress->name);
-  for (int i = 0; i < BAR_WIDTH; ++i) {
-    putchar(i < filled ? '#' : ' ');
-  }
-  printf("] %3d%% %7.1f MB/s", percent, megabytes_per_second(progress));
-  fflush(stdout);
-}
-
-/* Sends what is announced of the open file. Sets *message, as the library does, when the archive host refuses. */
-static int send_contents(tavren_hp_t* session, int fd, struct progress* progress, bool bar, char** message) {
-  static char piece[PIECE_SIZE];
-  while (progress->sent < progress->size) {
-    const uint32_t rest = progress->size - progress->sent;
-    const ssize_t n = read(fd, piece, rest < PIECE_SIZE ? rest : PIECE_SIZE);
-    if (n < 0 && errno == EINTR) {
-      continue;
-    }
-    if (n <= 0) {
-      fprintf(stderr, "tavren_send: %s: %s\n", progress->name, n == 0 ? "became shorter" : strerror(errno));
-      return -1;
-    }
-    if (tavren_hp_continue_send_file(session, piece, (uint32_t)n, message) != 0) {
-      return -1;
-    }
-    progress->sent += (uint32_t)n;
-    if (bar) {
-      show_progress(progress);
-    }
-  }
-  return 0;
-}
-
-static int send_open_file(tavren_hp_t* session, int fd, const struct stat* status, struct progress* progress) {
-  const bool bar = isatty(STDOUT_FILENO);
-  char* message = NULL;
-  if (bar) {
-    show_progress(progress);
-  }
-  int result = tavren_hp_start_send_file(session, progress->name, progress->size, status->st_mode & 0777, &message);
-  if (result == 0) {
-    result = send_contents(session, fd, progress, bar, &message);
-  }
-  if (result == 0) {
-    result = tavren_hp_end_send_file(session, &message);
-  }
-  if (bar) {
-    putchar('\n');
-  }
-  if (message != NULL) {
-    report(progress->name, message);
-  }
-  if (result == 0 && !bar) {
-    printf("%s: %lu bytes sent\n", progress->name, (unsigned long)progress->size);
-  }
-  return result;
-}
-
-/* Opens path if it is a file that can be sent. Returns its descriptor, or -1 after a message. */
-static int open_file(const char* path, struct stat* status) {
-  const char* reason = NULL;
-  const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd == -1 || fstat(fd, status) == -1) {
-    reason = strerror(errno);
-  } else if (!S_ISREG(status->st_mode)) {
-    reason = "not a regular file";
-  } else if (status->st_size > (off_t)UINT32_MAX) {
-    reason = "too large: a transfer carries less than 4 GiB";
-  }
-  if (reason == NULL) {
-    return fd;
-  }
-  fprintf(stderr, "tavren_send: %s: %s\n", path, reason);
-  if (fd != -1) {
-    close(fd);
-  }
-  return -1;
-}
-
-static tavren_hp_t* open_session(const tavren_settings_t* settings) {
-  char* message = NULL;
-  tavren_hp_t* session = tavren_hp_create(settings, &message);
-  if (session == NULL) {
-    report("login", message);
-  }
-  return session;
-}
-
-/* The library leaves the secure shell client running; this program has no further use for it. */
-static void close_session(tavren_hp_t* session) {
-  if (session != NULL) {
-    tavren_hp_kill_ssh(session);
-    tavren_hp_destroy(session);
-  }
-}
-
-/* Sends all files and returns the program's exit status. A session whose transfer failed is replaced by a new one. */
-static int send_files(const tavren_settings_t* settings, char** files) {
-  int status = EXIT_ALL_SENT;
-  tavren_hp_t* session = open_session(settings);
-  if (session == NULL) {
-    return EXIT_SOME_FAILED;
-  }
-  for (; *files != NULL; ++files) {
-    struct stat file;
-    const int fd = open_file(*files, &file);
-    if (fd == -1) {
-      status = EXIT_SOME_FAILED;
-      continue;
-    }
-    struct progress progress = {base_name(*files), 0, (uint32_t)file.st_size, tavren_get_uptime_ms(), -1};
-    if (session == NULL) {
-      session = open_session(settings);
-    }
-    if (session == NULL || send_open_file(session, fd, &file, &progress) != 0) {
-      status = EXIT_SOME_FAILED;
-      close_session(session);
-      session = NULL;
-    }
-    close(fd);
-  }
-  close_session(session);
-  return status;
-}
-
 static bool parse_descriptor(const char* text, int* fd) { return tavren_cstring_to_int(text, fd) == 0 && *fd >= 0; }
 
 /* Returns whether the command line makes sense. */
 static bool parse_arguments(int argc, char** argv, struct request* request) {
-  static const struct option options[] = {{"known-key", required_argument, NULL, 'k'},
-                                          {"password-fd", required_argument, NULL, 'p'},
-                                          {"help", no_argument, NULL, 'h'},
-                                          {NULL, 0, NULL, 0}};
+  static const struct option options[] = {
+      {"known-key", required_argument, NULL, 'k'},   {"yes", no_argument, NULL, 'y'},  {"test", no_argument, NULL, 't'},
+      {"password-fd", required_argument, NULL, 'p'}, {"help", no_argument, NULL, 'h'}, {NULL, 0, NULL, 0}};
   int option;
-  while ((option = getopt_long(argc, argv, "k:p:h", options, NULL)) != -1) {
+  while ((option = getopt_long(argc, argv, "k:ytp:h", options, NULL)) != -1) {
     switch (option) {
       case 'k':
         request->known_key_file = optarg;
+        break;
+      case 'y':
+        request->confirm_key = true;
+        break;
+      case 't':
+        request->test = true;
         break;
       case 'p':
         if (!parse_descriptor(optarg, &request->password_fd)) {
@@ -284,7 +138,7 @@ static bool parse_arguments(int argc, char** argv, struct request* request) {
         return false;
     }
   }
-  if (argc - optind < 2) {
+  if (argc - optind < (request->test ? 1 : 2)) {
     return false;
   }
   request->target = argv[optind];
@@ -292,11 +146,31 @@ static bool parse_arguments(int argc, char** argv, struct request* request) {
   return true;
 }
 
-/* Fills key from the request. Returns false after a message. */
-static bool choose_host_key(const struct request* request, char* key) {
+/* Fetches the host's key and has its fingerprint confirmed. Returns false after a message. */
+static bool fetch_and_confirm_key(const char* host, bool confirm, char* key) {
+  char fingerprint[TAVREN_FINGERPRINT_SIZE];
+  char reason[TAVREN_MESSAGE_SIZE];
+  char* message = NULL;
+  if (fetch_host_key(host, key, &message) != 0) {
+    report("fetching the host's key", message);
+    return false;
+  }
+  if (tavren_host_key_fingerprint(key, fingerprint, reason) != 0) {
+    fprintf(stderr, "tavren_send: %s\n", reason);
+    return false;
+  }
+  printf("%s shows a key of type %.*s with the fingerprint\n  %s\n", host, (int)strcspn(key, " "), key, fingerprint);
+  if (tavren_yes_or_no("Is this the host's key (yes/no)? ", confirm, 0) != 1) {
+    fputs("tavren_send: the host's key was not confirmed\n", stderr);
+    return false;
+  }
+  return true;
+}
+
+/* Fills key, which pins the host from here on. Returns false after a message. */
+static bool choose_host_key(const struct request* request, const char* host, char* key) {
   if (request->known_key_file == NULL) {
-    fputs("tavren_send: warning: the archive host's key is accepted unchecked (see --known-key)\n", stderr);
-    return true;
+    return fetch_and_confirm_key(host, request->confirm_key, key);
   }
   if (read_host_key(request->known_key_file, key)) {
     return true;
@@ -305,12 +179,36 @@ static bool choose_host_key(const struct request* request, char* key) {
   return false;
 }
 
+static bool get_password(const struct request* request, char* password) {
+  const bool done =
+      request->password_fd == -1 ? ask_for_password(password) : read_password_from(request->password_fd, password);
+  if (!done) {
+    fputs("tavren_send: cannot read the password\n", stderr);
+  }
+  return done;
+}
+
+/* Tests host and directory and claims the directory. Returns false after a message. */
+static bool test_host(const tavren_settings_t* settings) {
+  char* message = NULL;
+  const char* advice = NULL;
+  if (test_and_claim(settings, &message, &advice) == 0) {
+    printf("%s:%s is tested and claimed for this chassis\n", settings->host, settings->dir);
+    return true;
+  }
+  report("the test of the host", message);
+  if (advice != NULL) {
+    fprintf(stderr, "%s\n", advice);
+  }
+  return false;
+}
+
 int main(int argc, char** argv) {
   static char password[PASSWORD_SIZE];
-  static char host_key[HOST_KEY_SIZE];
+  static char host_key[KNOWN_KEY_SIZE];
   static char no_fingerprint[] = "";
   char message[TAVREN_MESSAGE_SIZE];
-  struct request request = {NULL, -1, NULL, NULL};
+  struct request request = {.password_fd = -1};
   tavren_settings_t settings = {.password = password, .host_key = host_key, .fingerprint = no_fingerprint};
 
   tavren_set_program_name(argv[0]);
@@ -322,21 +220,15 @@ int main(int argc, char** argv) {
     fprintf(stderr, "tavren_send: %s\n", message);
     return EXIT_USAGE;
   }
-  if (!choose_host_key(&request, host_key)) {
-    return EXIT_USAGE;
-  }
   if (tavren_setup_tmp_dir("tavren_send", message) != 0) {
     fprintf(stderr, "tavren_send: %s\n", message);
     return EXIT_SOME_FAILED;
   }
 
   int status = EXIT_SOME_FAILED;
-  const bool have_password =
-      request.password_fd == -1 ? ask_for_password(password) : read_password_from(request.password_fd, password);
-  if (have_password) {
-    status = send_files(&settings, request.files);
-  } else {
-    fputs("tavren_send: cannot read the password\n", stderr);
+  if (choose_host_key(&request, settings.host, host_key) && get_password(&request, password) &&
+      (!request.test || test_host(&settings))) {
+    status = *request.files == NULL ? EXIT_ALL_SENT : send_files(&settings, request.files);
   }
   explicit_bzero(password, sizeof password);
   tavren_cleanup_tmp_dir();

@@ -1,0 +1,71 @@
+#include "host_checks.h"
+
+#include <exception>
+#include <sstream>
+
+namespace {
+
+constexpr char check_the_network[] = "Check the host's name, the network, and that a secure shell server runs there.";
+
+struct Advice {
+  tavren_error_code_t code;
+  const char* text;
+};
+
+constexpr Advice advices[] = {
+    {TAVREN_E_CHASSIS_CONFLICT,
+     "Give this chassis a directory of its own. If the other chassis is gone, remove its .chassis file there."},
+    {TAVREN_E_LOGIN_DENIED, "Check the user's name and the password."},
+    {TAVREN_E_HOST_KEY_MISMATCH, "Find out why the host shows another key before you trust it."},
+    {TAVREN_E_CONNECT_TIMEOUT, check_the_network},
+    {TAVREN_E_PROGRAM_EXITED, check_the_network},
+    {TAVREN_E_SHELL_START_TIMEOUT, "Check the user's login shell and its start-up files on the host."},
+    {TAVREN_E_COMMAND_FAILED,
+     "Check that the directory exists, that the user may write there, that there is space left, and that scp and the "
+     "usual commands are installed on the host."},
+    {TAVREN_E_INCORRECT_OUTPUT, "Check that the commands on the host are the usual ones and print nothing more."},
+    {TAVREN_E_COMMAND_TIMEOUT, "The host answers too slowly. Try again when it is less busy."},
+    {TAVREN_E_SYSCALL, "This machine cannot do its part: see the error number."},
+};
+
+/* The lines go from the general to the particular: the first one that there is advice for tells most. */
+const char* advice_for(const TavrenError& error) {
+  for (const TavrenError::error_line_t* line : error.lines) {
+    for (const Advice& advice : advices) {
+      if (advice.code == line->code) return advice.text;
+    }
+  }
+  return nullptr;
+}
+
+/* Runs step. Returns 0, or -1 with what it threw as a text and an advice. */
+template <class Step>
+int guarded(char** message, const char** advice, Step step) {
+  *message = nullptr;
+  *advice = nullptr;
+  try {
+    return step();
+  } catch (const TavrenError& error) {
+    std::ostringstream text;
+    error.print_body(text);
+    *message = tavren_strdup(text.str().c_str());
+    *advice = advice_for(error);
+  } catch (const TavrenTimeout&) {
+    *message = tavren_strdup("  - The host does not answer\n");
+    *advice = check_the_network;
+  } catch (const std::exception& error) {
+    *message = tavren_strdup((std::string("  - ") + error.what() + "\n").c_str());
+  }
+  return -1;
+}
+
+}  // namespace
+
+int fetch_host_key(const char* host, char* key, char** message) {
+  const char* advice = nullptr;
+  return guarded(message, &advice, [&] { return tavren_download_host_key(host, key, message); });
+}
+
+int test_and_claim(const tavren_settings_t* settings, char** message, const char** advice) {
+  return guarded(message, advice, [&] { return tavren_test_host(settings, message); });
+}

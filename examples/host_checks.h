@@ -1,0 +1,25 @@
+/*
+ * The library's calls that report by C++ exceptions, for a program in C: no exception leaves these functions.
+ */
+#ifndef EXAMPLES_HOST_CHECKS_H
+#define EXAMPLES_HOST_CHECKS_H
+
+#include <tavren.h>
+
+TAVREN_BEGIN_C
+
+/*
+ * Fetches the key that host shows. Returns 0 with the key in key (TAVREN_HOST_KEY_SIZE bytes), or -1 with the reason in
+ * *message, which the caller frees.
+ */
+int fetch_host_key(const char* host, char* key, char** message);
+
+/*
+ * Tests the host and the directory of settings and claims the directory for this chassis. Returns 0, or -1 with the
+ * reason in *message, which the caller frees, and in *advice what to do, a static text or NULL.
+ */
+int test_and_claim(const tavren_settings_t* settings, char** message, const char** advice);
+
+TAVREN_END_C
+
+#endif
