@@ -211,6 +211,7 @@ int main(int argc, char** argv) {
   struct request request = {.password_fd = -1};
   tavren_settings_t settings = {.password = password, .host_key = host_key, .fingerprint = no_fingerprint};
 
+  setvbuf(stdout, NULL, _IOLBF, 0); /* so that what is shown and what is complained of come in order */
   tavren_set_program_name(argv[0]);
   if (!parse_arguments(argc, argv, &request)) {
     fputs(usage, stderr);

@@ -1,34 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include "lab/lab.h"
-#include "support/files.h"
+#include "lab/tavren_send_fixture.h"
 
 using testing::HasSubstr;
 using testing::StartsWith;
 
 namespace {
-
-/* The example program, as a person or a script would run it. */
-class TavrenSend : public LabTest {
- protected:
-  /* Runs it with arguments, the account's password on descriptor 3. Returns its exit status. */
-  int send(const std::string& arguments) { return shell(TAVREN_SEND " -p 3 " + arguments + " 3<$LAB/password"); }
-
-  int shell(const std::string& command) {
-    write_file(lab::value("LAB") + "/password", lab::value("LAB_PASSWORD") + "\n");
-    const int status = system(("{ " + command + "; } >$LAB/out 2>$LAB/err </dev/null").c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
-  static std::string out() { return read_file(lab::value("LAB") + "/out"); }
-  static std::string err() { return read_file(lab::value("LAB") + "/err"); }
-
-  const std::string target = "$LAB_USER@$LAB_HOST:$LAB_ARCHIVE ";
-};
 
 TEST_F(TavrenSend, SendsEachFileAndPrintsALineForEach) {
   write_file(lab::value("LAB") + "/a.log", "first\n");
@@ -38,12 +16,6 @@ TEST_F(TavrenSend, SendsEachFileAndPrintsALineForEach) {
   EXPECT_EQ(err(), "");
   EXPECT_EQ(read_file(lab::archived("a.log")), "first\n");
   EXPECT_EQ(read_file(lab::archived("b.log")), "");
-}
-
-TEST_F(TavrenSend, WarnsWhenItAcceptsAnyKey) {
-  write_file(lab::value("LAB") + "/a.log", "first\n");
-  EXPECT_EQ(send(target + "$LAB/a.log"), 0);
-  EXPECT_EQ(err(), "tavren_send: warning: the archive host's key is accepted unchecked (see --known-key)\n");
 }
 
 TEST_F(TavrenSend, RefusesAnotherKeyThanTheOneGiven) {
