@@ -1,12 +1,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "TavrenHost.h"
+#include "support/process_state.h"
 #include "support/recorded_system.h"
 
 using recorded_system::take_console;
@@ -14,10 +13,6 @@ using recorded_system::take_console;
 namespace {
 
 constexpr char warning[] = "\nWARNING: Log Archiving unable to communicate with archive host archive.example\n";
-
-std::ptrdiff_t count_open_descriptors() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
-}
 
 class ConsoleWarning : public testing::Test {
  protected:

@@ -1,11 +1,7 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <future>
 #include <list>
 #include <string>
@@ -107,6 +103,12 @@ TEST_F(HostObject, OpeningADisabledHostIsCancelled) {
   EXPECT_THROW(host.open_connection(), TavrenOperationCancelled);
 }
 
+TEST_F(HostObject, OpeningADisabledHostThatIsConnectedIsCancelled) {
+  open();
+  host.disable();
+  EXPECT_THROW(host.open_connection(), TavrenOperationCancelled);
+}
+
 TEST_F(HostObject, ACancelledOpeningLeavesTheStatusAlone) {
   host.set_settings(settings.record());
   EXPECT_THROW(host.open_connection(), TavrenOperationCancelled);
@@ -147,41 +149,6 @@ TEST_F(HostObject, AConnectionClosedAfterDisablingOpensAgain) {
   host.enable();
   host.open_connection();
   EXPECT_EQ(output_of(host, "pwd"), directory.path());
-}
-
-TEST_F(HostObject, DisablingWaitsForAnOpeningInProgress) {
-  set_tunable("loopback_login", "0");
-  const ScriptedClient client("echo >$dir/asked; read -r go <$dir/go\n" + ClientDialogue().login());
-  client.make_fifo("asked");
-  set_command("ssh", client.path());
-  enable();
-  auto opening = std::async(std::launch::async, [&] { host.open_connection(); });
-  wait_at(client.path("asked"));
-
-  std::atomic<pid_t> disabler{0};
-  std::atomic<bool> disabled{false};
-  auto disabling = std::async(std::launch::async, [&] {
-    disabler = static_cast<pid_t>(syscall(SYS_gettid));
-    host.disable();
-    disabled = true;
-  });
-  /* It sleeps nowhere but at the mutex. */
-  while (!disabled && (disabler == 0 || state_of(disabler) != 'S')) std::this_thread::yield();
-  release(client.path("go"));
-  EXPECT_NO_THROW(opening.get());
-  disabling.get();
-}
-
-TEST_F(HostObject, DisablingWaitsForAClosingInProgress) {
-  open();
-  const pid_t child = std::stoi(output_of(host, "echo $$"));
-  /* So that the termination, and with it the closing, has to wait. */
-  kill(child, SIGSTOP);
-  auto closing = std::async(std::launch::async, [this] { host.close_connection(); });
-  while (is_alive(child) && !is_pending(child, SIGTERM)) std::this_thread::yield();
-  host.disable();
-  EXPECT_FALSE(is_alive(child));
-  closing.get();
 }
 
 TEST_F(HostObject, SettingTheStatusStampsTheTime) {
@@ -227,6 +194,13 @@ TEST_F(HostObject, ClosingStopsTheChild) {
   const pid_t child = std::stoi(output_of(host, "echo $$"));
   host.close_connection();
   EXPECT_EQ(kill(child, 0), -1);
+}
+
+TEST_F(HostObject, ClosingLeavesNoDescriptorOpen) {
+  const std::ptrdiff_t before = count_open_descriptors();
+  open();
+  host.close_connection();
+  EXPECT_EQ(count_open_descriptors(), before);
 }
 
 TEST_F(HostObject, ClosingKillsAChildThatIgnoresTermination) {

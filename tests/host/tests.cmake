@@ -2,7 +2,7 @@
 set(host_support support/scripted_client.cpp support/recorded_system.cpp)
 
 tavren_test(command_table_tests host/command_table_lock_test.cpp host/command_table_test.cpp support/failing_memory.cpp)
-tavren_test(host_object_tests host/console_warning_test.cpp host/host_object_test.cpp host/host_outcome_test.cpp host/loopback_test.cpp
+tavren_test(host_object_tests host/connection_lock_test.cpp host/console_warning_test.cpp host/host_object_test.cpp host/host_outcome_test.cpp host/loopback_test.cpp
   ${host_support})
 tavren_test(host_login_tests host/known_hosts_test.cpp host/login_banner_test.cpp host/login_command_test.cpp
   host/login_dialogue_test.cpp host/login_failure_test.cpp host/login_time_test.cpp host/password_test.cpp

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 #include <sys/wait.h>
 
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -34,6 +35,11 @@ inline bool has_survived(pid_t child) {
       kill(child, SIGSTOP) == 0 && waitid(P_PID, static_cast<id_t>(child), &info, WSTOPPED | WEXITED | WNOWAIT) == 0;
   kill(child, SIGCONT);
   return answered && info.si_code == CLD_STOPPED;
+}
+
+/* How many descriptors this process has open. */
+inline std::ptrdiff_t count_open_descriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
 }
 
 /* Whether a signal that was sent to a process still waits to be delivered. */

@@ -1,0 +1,76 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <future>
+#include <string>
+#include <thread>
+
+#include "TavrenHost.h"
+#include "support/client_dialogue.h"
+#include "support/host_session.h"
+#include "support/process_state.h"
+#include "support/scripted_client.h"
+
+/*
+ * Disabling, opening and closing come one after the other.
+ */
+namespace {
+
+class ConnectionLock : public LoopbackTest {
+ protected:
+  /*
+   * Expects an opening that has written to the named pipe paused, and waits for go, not to be disturbed by one that
+   * disables the session.
+   */
+  void expect_undisturbed_opening(const std::string& paused, const std::string& go) {
+    auto opening = std::async(std::launch::async, [&] { host.open_connection(); });
+    wait_at(paused);
+
+    std::atomic<pid_t> disabler{0};
+    std::atomic<bool> disabled{false};
+    auto disabling = std::async(std::launch::async, [&] {
+      disabler = static_cast<pid_t>(syscall(SYS_gettid));
+      host.disable();
+      disabled = true;
+    });
+    /* It sleeps nowhere but at the mutex. */
+    while (!disabled && (disabler == 0 || state_of(disabler) != 'S')) std::this_thread::yield();
+    release(go);
+    EXPECT_NO_THROW(opening.get());
+    disabling.get();
+  }
+};
+
+}  // namespace
+
+TEST_F(ConnectionLock, DisablingWaitsForALoginInProgress) {
+  set_tunable("loopback_login", "0");
+  const ScriptedClient client("echo >$dir/asked; read -r go <$dir/go\n" + ClientDialogue().login());
+  client.make_fifo("asked");
+  set_command("ssh", client.path());
+  enable();
+  expect_undisturbed_opening(client.path("asked"), client.path("go"));
+}
+
+TEST_F(ConnectionLock, DisablingWaitsForAChangeOfDirectoryInProgress) {
+  const ScriptedClient meeting("");
+  const std::string asked = meeting.make_fifo("asked");
+  set_command("cd", "echo >" + asked + "; read go <" + meeting.path("go") + "; cd");
+  enable();
+  expect_undisturbed_opening(asked, meeting.path("go"));
+}
+
+TEST_F(ConnectionLock, DisablingWaitsForAClosingInProgress) {
+  open();
+  const pid_t child = std::stoi(output_of(host, "echo $$"));
+  /* So that the termination, and with it the closing, has to wait. */
+  kill(child, SIGSTOP);
+  auto closing = std::async(std::launch::async, [this] { host.close_connection(); });
+  while (is_alive(child) && !is_pending(child, SIGTERM)) std::this_thread::yield();
+  host.disable();
+  EXPECT_FALSE(is_alive(child));
+  closing.get();
+}
