@@ -161,6 +161,23 @@ TEST_F(CommandTable, LoadingEndsAtALineWithoutAnEqualsSign) {
   EXPECT_EQ(TavrenHost::get_cmd("cat"), "/bin/cat ");
 }
 
+TEST_F(CommandTable, LoadingEndsAtAnEmptyLine) {
+  TavrenHost::set_cmds("ls=/opt/ls \n\ncat=/opt/cat \n");
+  EXPECT_EQ(TavrenHost::get_cmd("ls"), "/opt/ls ");
+  EXPECT_EQ(TavrenHost::get_cmd("cat"), "/bin/cat ");
+}
+
+TEST_F(CommandTable, LoadingTakesAnEmptyNameForAName) {
+  const std::string after = table_after([] { TavrenHost::set_cmds("=nameless\nls=/opt/ls \n"); });
+  EXPECT_EQ(after.find("=nameless\ncat=/bin/cat \n"), 0u) << after;
+  EXPECT_NE(after.find("\nls=/opt/ls \n"), std::string::npos) << after;
+}
+
+TEST_F(CommandTable, LoadingTheSameNameTwiceKeepsTheLastText) {
+  TavrenHost::set_cmds("ls=/opt/ls \nls=/usr/bin/ls \n");
+  EXPECT_EQ(TavrenHost::get_cmd("ls"), "/usr/bin/ls ");
+}
+
 TEST_F(CommandTable, LoadingIgnoresALastLineWithoutANewline) {
   TavrenHost::set_cmds("ls=/opt/ls \ncat=/opt/cat ");
   EXPECT_EQ(TavrenHost::get_cmd("cat"), "/bin/cat ");

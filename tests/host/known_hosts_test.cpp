@@ -8,6 +8,7 @@
 
 #include "host/login_fixture.h"
 #include "support/files.h"
+#include "support/process_state.h"
 
 namespace {
 
@@ -123,6 +124,21 @@ TEST_F(KnownHosts, AFileThatCannotBeWrittenIsTakenAway) {
   settings.host_key = "ssh-rsa " + std::string(100000, 'B');
   open_error(dialogue.login_with_key());
   EXPECT_FALSE(std::filesystem::is_symlink(file));
+}
+
+TEST_F(KnownHosts, WritingItLeavesNoDescriptorOpen) {
+  const std::ptrdiff_t before = count_open_descriptors();
+  log_in();
+  host.close_connection();
+  EXPECT_EQ(count_open_descriptors(), before);
+}
+
+TEST_F(KnownHosts, AFileThatCannotBeWrittenLeavesNoDescriptorOpen) {
+  std::filesystem::create_symlink("/dev/full", file);
+  settings.host_key = "ssh-rsa " + std::string(100000, 'B');
+  const std::ptrdiff_t before = count_open_descriptors();
+  open_error(dialogue.login_with_key());
+  EXPECT_EQ(count_open_descriptors(), before);
 }
 
 TEST_F(KnownHosts, AFileThatCannotBeClosedIsASystemCallError) {

@@ -71,6 +71,22 @@ TEST_F(LoginCommand, WordsOfItsOwnReplaceTheCommandLineWithAKeyToo) {
   EXPECT_EQ(client->arguments(), std::vector<std::string>{"-v"});
 }
 
+TEST_F(LoginCommand, WordsOfItsOwnMayHaveSeveralBlanksBetweenThem) {
+  play(dialogue.login());
+  set_command("ssh", client->path() + "  -v   other.example ");
+  enable();
+  host.open_connection();
+  EXPECT_EQ(client->arguments(), (std::vector<std::string>{"-v", "other.example"}));
+}
+
+TEST_F(LoginCommand, WithWordsOfItsOwnReadsFromTheTerminal) {
+  play("[ -t 0 ] && echo >$dir/terminal\n" + dialogue.login());
+  set_command("ssh", client->path() + " -v");
+  enable();
+  host.open_connection();
+  EXPECT_TRUE(std::filesystem::exists(client->path("terminal")));
+}
+
 TEST_F(LoginCommand, OfOneWordMayHaveBlanksAroundIt) {
   play(dialogue.login());
   set_command("ssh", " " + client->path() + " ");

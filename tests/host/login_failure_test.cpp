@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <string>
 
 #include "host/login_fixture.h"
@@ -174,23 +173,6 @@ TEST_F(LoginFailure, TheFirstLineOfAShellEndsInAFullStop) {
   const std::string error =
       open_error(say(dialogue.prompt()) + "take password\n" + say("\nSHELL STARTED\n") + wait_forever);
   EXPECT_EQ(first_lines(error, 2), shell_timeout);
-}
-
-TEST_F(LoginFailure, TheShellHasATimeoutOfItsOwn) {
-  set_tunable("ssh_connect_timeout", "100");
-  set_tunable("ssh_shell_start_timeout", "1");
-  use_key();
-  const auto start = std::chrono::steady_clock::now();
-  open_error(say(dialogue.prompt()) + "take password\n" + wait_forever);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(50));
-}
-
-TEST_F(LoginFailure, TheConnectionHasATimeoutOfItsOwn) {
-  set_tunable("ssh_connect_timeout", "1");
-  set_tunable("ssh_shell_start_timeout", "100");
-  const auto start = std::chrono::steady_clock::now();
-  open_error(wait_forever);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(50));
 }
 
 TEST_F(LoginFailure, TheTimeoutOfAShellShowsTheLastTwentyLines) {

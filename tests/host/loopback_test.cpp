@@ -34,6 +34,11 @@ TEST_F(Loopback, AnyNumberButZeroSelectsIt) {
   EXPECT_EQ(output_of(host, "pwd"), directory.path());
 }
 
+TEST_F(Loopback, NeedsNoPrivateDirectoryForAKey) {
+  settings.host_key = "ssh-ed25519 AAAA";
+  EXPECT_NO_THROW(open());
+}
+
 TEST_F(Loopback, ABadHostHasAShellThatCannotStart) {
   settings.host = "badhost";
   enable();
