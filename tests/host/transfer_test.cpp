@@ -100,6 +100,10 @@ TEST_F(Transfer, PadsTheModeToFourDigits) { EXPECT_EQ(header_for("file", 10, 07)
 
 TEST_F(Transfer, DoesNotCutTheMode) { EXPECT_EQ(header_for("file", 10, 0104755), "C104755 10 file\n"); }
 
+TEST_F(Transfer, HasRoomForTheLargestModeAndSize) {
+  EXPECT_EQ(header_for("file", 4294967295U, 4294967295U), "C37777777777 4294967295 file\n");
+}
+
 TEST_F(Transfer, AnnouncesTheLargestSize) {
   EXPECT_EQ(header_for("file", 4294967295U, 0644), "C0644 4294967295 file\n");
 }
@@ -251,6 +255,24 @@ TEST_F(Transfer, InProgressKeepsTheShellToItself) {
 TEST_F(Transfer, ThatFailedKeepsTheShellToItself) {
   use_sink("printf '\\002no\\n'; exec sleep 100");
   EXPECT_THROW(host.start_send_file("file", 10, 0644), TavrenError);
+  expect_assertion("TavrenHost", "running_command.size() == 0", [this] { host.run_and_check_ecode("pwd"); });
+}
+
+TEST_F(Transfer, ThatMetAComplaintKeepsTheShellToItself) {
+  use_sink("printf '\\0'; next_line header; printf '\\0complaint\\n'; exec sleep 100");
+  EXPECT_THROW(host.send_data("abc", 3, "file", 0644), TavrenError);
+  expect_assertion("TavrenHost", "running_command.size() == 0", [this] { host.run_and_check_ecode("pwd"); });
+}
+
+TEST_F(Transfer, ThatFailedAtItsEndKeepsTheShellToItself) {
+  use_sink("printf '\\0'; next_line header; printf '\\0'; head -c 4; printf '\\002no\\n'; exec sleep 100");
+  EXPECT_THROW(host.send_data("abc", 3, "file", 0644), TavrenError);
+  expect_assertion("TavrenHost", "running_command.size() == 0", [this] { host.run_and_check_ecode("pwd"); });
+}
+
+TEST_F(Transfer, OfAFileThatIsShorterKeepsTheShellToItself) {
+  const OpenFile file(local.path("file"), "content");
+  EXPECT_THROW(host.send_file(file, "the log", "file", 10, 0644), TavrenError);
   expect_assertion("TavrenHost", "running_command.size() == 0", [this] { host.run_and_check_ecode("pwd"); });
 }
 
