@@ -4,7 +4,7 @@ target_link_libraries(lab_support PUBLIC test_support)
 tavren_test(lab_login_tests lab/login_test.cpp lab/host_key_test.cpp lab/password_test.cpp lab/banner_test.cpp
   lab/far_shells_test.cpp LAB)
 tavren_test(lab_transfer_tests lab/files_test.cpp lab/failures_test.cpp LAB TIMEOUT 120)
-tavren_test(lab_session_tests lab/threads_test.cpp lab/many_sessions_test.cpp LAB TIMEOUT 120)
+tavren_test(lab_session_tests lab/threads_test.cpp lab/many_sessions_test.cpp lab/guest_test.cpp LAB TIMEOUT 120)
 tavren_test(lab_stream_tests lab/streams_test.cpp LAB TIMEOUT 900)
 
 tavren_test(lab_example_tests lab/tavren_send_test.cpp lab/tavren_send_checks_test.cpp LAB TIMEOUT 120)
