@@ -313,6 +313,10 @@ TEST(Records, HoldIntegersOfTheNamedTypes) {
   EXPECT_TRUE((std::is_same_v<decltype(tavren_status_t::connection_time), int32_t>));
   EXPECT_TRUE((std::is_same_v<decltype(tavren_bytes_t::code), int32_t>));
   EXPECT_TRUE((std::is_same_v<decltype(tavren_bytes_t::data.data_len), uint32_t>));
+  EXPECT_TRUE((std::is_same_v<decltype(tavren_bytes_t::data.data_val), char*>));
+  EXPECT_EQ(sizeof(tavren_state_t), 4U);
+  EXPECT_EQ(sizeof(tavren_connection_status_t), 4U);
+  EXPECT_EQ(sizeof(tavren_compartment_t), 4U);
 }
 
 }  // namespace
