@@ -9,6 +9,9 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <map>
+#include <string>
+
 #include "TavrenMutex.h"
 #include "TavrenTunables.h"
 #include "support/run_in_child.h"
@@ -73,6 +76,17 @@ TEST(Registry, OfTheLibraryIsBuiltByTheFirstCallAndDestroyedAtExit) {
     const bool built = initialised >= registry && initialised < registry + 1;
     watched = initialised;
     exit(built ? 3 : 4);
+  });
+  EXPECT_TRUE(outcome.exited_with(3)) << outcome.wait_status;
+  EXPECT_EQ(outcome.out, "destroyed");
+}
+
+TEST(Registry, OfTheProgramIsDestroyedWithTheLibrary) {
+  const Outcome outcome = run_in_child([] {
+    /* The mutex stands behind the map of names. */
+    watched = reinterpret_cast<const char*>(&TavrenTunables::tavrend_tunables) +
+              sizeof(std::map<std::string, TavrenTunables::Tunable*>);
+    exit(3);
   });
   EXPECT_TRUE(outcome.exited_with(3)) << outcome.wait_status;
   EXPECT_EQ(outcome.out, "destroyed");

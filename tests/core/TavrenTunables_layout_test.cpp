@@ -5,6 +5,7 @@
 #include <ostream>
 #include <streambuf>
 #include <string>
+#include <type_traits>
 
 #include "core/tunables_fixture.h"
 
@@ -35,6 +36,8 @@ int32_t number_at(const char* place) {
 const std::string& text_at(const char* place) { return *reinterpret_cast<const std::string*>(place); }
 
 const Map& map_of(const TavrenTunables& registry) { return *reinterpret_cast<const Map*>(&registry); }
+
+static_assert(std::is_abstract_v<Tunable> && std::has_virtual_destructor_v<Tunable>);
 
 class TunablesLayout : public TunablesTest {};
 

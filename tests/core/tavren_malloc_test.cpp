@@ -88,6 +88,30 @@ TEST(BasicMallocHandler, FlushesTheBufferedStreamsFirst) {
   EXPECT_EQ(outcome.err, "to standard output,to standard error," + std::string(fatal_error));
 }
 
+/* Leaves the calling process without buffered streams that can be written. */
+void make_streams_unusable() {
+  stdout = fopen("/dev/full", "w");
+  stderr = fopen("/dev/full", "w");
+  fputs("cannot be written", stdout);
+  fputs("cannot be written", stderr);
+}
+
+TEST(BasicMallocHandler, ShowsItsTextWhenTheBufferedStreamsAreUnusable) {
+  const Outcome outcome = run_in_child([] {
+    make_streams_unusable();
+    tavren_basic_malloc_handler();
+  });
+  EXPECT_EQ(outcome.err, fatal_error);
+}
+
+TEST(AllocationCheck, ShowsItsReportWhenTheBufferedStreamsAreUnusable) {
+  const Outcome outcome = run_in_child([] {
+    make_streams_unusable();
+    _tavren_check_alloc("source", 12);
+  });
+  EXPECT_EQ(outcome.err, "Memory allocation failed: source, line 12\n" + std::string(fatal_error));
+}
+
 TEST(AllocationCheck, ReportsTheSourceAndItsLineAndRunsTheHandler) {
   const Outcome outcome = run_in_child([] { _tavren_check_alloc("source", 12); });
   EXPECT_EQ(outcome.err, "Memory allocation failed: source, line 12\n" + std::string(fatal_error));

@@ -223,6 +223,17 @@ TEST_F(TemporaryRoot, StaysWhenTheVariableGoes) {
   EXPECT_EQ(outcome.out, root);
 }
 
+TEST_F(TemporaryRoot, StaysWhenTheVariableComes) {
+  const Outcome outcome = run_in_child([&] {
+    unsetenv("TAVREN_HOME");
+    tavren_get_tmp_root();
+    setenv("TAVREN_HOME", home.path().c_str(), 1);
+    fputs(tavren_get_tmp_root(), stdout);
+  });
+  EXPECT_EQ(outcome.out, "/tmp");
+  EXPECT_FALSE(std::filesystem::exists(root));
+}
+
 TEST_F(TemporaryRoot, IsCreatedOnceOnly) {
   run_in_child([&] {
     setenv("TAVREN_HOME", home.path().c_str(), 1);

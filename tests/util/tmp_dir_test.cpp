@@ -136,6 +136,12 @@ TEST_F(PrivateDirectory, WhoseLockFileCannotBeOpenedIsNamedWithTheReason) {
   EXPECT_EQ(in_instance([] { return set_up(); }), "-1 Failed to open " + lock + ", errno=21.");
 }
 
+TEST_F(PrivateDirectory, InWhosePlaceAFileStandsIsNamedWithTheReason) {
+  std::filesystem::create_directories(home.path("tavren_tmp"));
+  write_file(directory, "x");
+  EXPECT_EQ(in_instance([] { return set_up(); }), "-1 Failed to open " + lock + ", errno=20.");
+}
+
 TEST_F(PrivateDirectory, ThatIsRefusedHasNoName) {
   std::filesystem::create_directories(lock);
   EXPECT_EQ(in_instance([] {
