@@ -219,6 +219,19 @@ TEST_F(LoginCommand, TheShellIsSetUpWhenAskedFor) {
   configured.close_connection();
 }
 
+TEST_F(LoginCommand, TheShellIsSetUpLast) {
+  play(dialogue.login());
+  TavrenHost configured(true, false);
+  configured.set_settings(settings.record());
+  configured.enable();
+  recorded_system::record_writes();
+  configured.open_connection();
+  const std::vector<std::string> writes = recorded_system::take_writes();
+  recorded_system::reset();
+  EXPECT_EQ(writes.back(), "umask 022; set +f\n");
+  configured.close_connection();
+}
+
 TEST_F(LoginCommand, TheShellIsLeftAloneOtherwise) {
   open("umask 077\n" + dialogue.login());
   EXPECT_EQ(output_of(host, "umask"), "0077");

@@ -175,6 +175,13 @@ TEST_F(Stream, AComplaintAfterItsEndIsIncorrectOutput) {
                                                          "  - Expected output: \"\"\n");
 }
 
+TEST_F(Stream, MuchOutputWithoutANewlineAfterItsEndIsExcessive) {
+  const ScriptedClient writer("cat; head -c 200000 /dev/zero >&2", "writer");
+  set_command("cat", writer.path());
+  const std::string error = error_body([this] { send("content"); });
+  EXPECT_EQ(error.find("  - " + client.path() + " produced excessive output ("), 0u) << error;
+}
+
 TEST_F(Stream, AChildThatEndedBeforeIsNoSuccess) {
   const pid_t child = std::stoi(output_of(host, "echo $PPID"));
   host.start_send_stream("file");

@@ -209,6 +209,22 @@ TEST_F(Transfer, OfAFileThatIsShorterIsASystemCallError) {
             "  - System call \"read(the log)\" failed with error code 0\n");
 }
 
+TEST_F(Transfer, OfADescriptorThatReadsInOddPiecesArrivesWhole) {
+  const std::string data = some_bytes(5000);
+  int ends[2];
+  /* Each read returns what one write wrote. */
+  ASSERT_EQ(pipe2(ends, O_DIRECT | O_CLOEXEC), 0);
+  size_t written = 0;
+  for (const size_t size : {1000, 1, 2048, 1951}) {
+    ASSERT_EQ(write(ends[1], data.data() + written, size), static_cast<ssize_t>(size));
+    written += size;
+  }
+  host.send_file(ends[0], "log", "file", 5000, 0644);
+  close(ends[0]);
+  close(ends[1]);
+  EXPECT_EQ(received("file"), data);
+}
+
 TEST_F(Transfer, OfAnUnreadableDescriptorIsASystemCallError) {
   const int file = ::open(local.path("file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
   EXPECT_EQ(error_body([&] { host.send_file(file, "the log", "file", 10, 0644); }),
