@@ -166,10 +166,11 @@ TEST(Poll, WaitsForeverWhenItsMillisecondsCannotHoldTheTime) {
   EXPECT_EQ(poll_timeout_of(child, 2147483), 2147483647);
 }
 
-/* Each lasts a second at least, which bounds the whole however busy the machine is. */
+/* Where nothing more can be written each lasts a second, which bounds the whole however busy the machine is. */
 TEST(Poll, IsCalledOnceForEachSecondOfAWaitForWriting) {
   for (const bool separate_stdin : {false, true}) {
     TavrenProcess child("/bin/sleep", {"600"}, separate_stdin);
+    ASSERT_EQ(result_of([&] { child.send(std::string(1000000, 'x'), 0); }), "TavrenTimeout");
     const Faulty recorder("poll");
     EXPECT_EQ(result_of([&] { child.send(std::string(1000000, 'x'), 2); }), "TavrenTimeout");
     EXPECT_THAT(recorder.arguments(), Each(1000));
