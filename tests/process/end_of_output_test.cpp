@@ -95,6 +95,18 @@ TEST(EndOfOutput, ComesWhenALivingChildClosesTheTerminal) {
   EXPECT_EQ(child.send_signal(0), 0);
 }
 
+/* Who reads waits for the end of the output, not for that of the child. */
+TEST(EndOfOutput, ComesOnlyWhenADescendantOfTheChildHasEndedToo) {
+  TavrenProcess child = shell("trap '' HUP; exec 3<&0; (read -r go <&3; echo last words) & echo $$");
+  const pid_t pid = announced_pid(child);
+  ASSERT_TRUE(wait_until_exited(pid));
+  std::string line;
+  EXPECT_EQ(result_of([&] { child.read_line(line, tavren_get_uptime(), ""); }), "TavrenTimeout");
+  child.send("go\n", patience);
+  EXPECT_EQ(next_line(child), "last words");
+  EXPECT_EQ(result_of_reading_on(child), "13(/bin/sh) 12(" + std::to_string(pid) + ") 12(last words)");
+}
+
 /* A descendant that holds the terminal keeps the end of the output from coming: the deadline stands in for it. */
 TEST(EndOfOutput, ThatNeverComesDoesNotHideTheEndOfTheChild) {
   TavrenProcess child = shell("trap '' HUP; (while [ -t 1 ]; do sleep 0.05; done) & echo 1");
