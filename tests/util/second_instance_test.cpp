@@ -1,0 +1,198 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdio.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <stdexcept>
+
+#include "support/files.h"
+#include "support/run_in_child.h"
+#include "tavren_assert.h"
+#include "util/private_directory.h"
+
+namespace {
+
+/* An instance of a program that has set its directory up and then just lives, until it is killed. */
+class RunningInstance {
+ public:
+  explicit RunningInstance(const std::string& name = "prog") {
+    int ready[2];
+    if (pipe(ready) != 0 || (pid = fork()) == -1) throw std::runtime_error("pipe or fork failed");
+    if (pid == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      close(ready[0]);
+      if (set_up(name) == success && write(ready[1], "", 1) == 1) pause();
+      _exit(1);
+    }
+    close(ready[1]);
+    char c = '\0';
+    const bool started = read(ready[0], &c, 1) == 1;
+    close(ready[0]);
+    if (!started) throw std::runtime_error("the running instance could not be set up");
+  }
+  ~RunningInstance() {
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+  }
+  RunningInstance(const RunningInstance&) = delete;
+  RunningInstance& operator=(const RunningInstance&) = delete;
+
+ private:
+  pid_t pid = -1;
+};
+
+class SecondInstance : public PrivateDirectory {
+ protected:
+  /* Returns what action returns while another instance holds the lock and keeps a file. */
+  std::string in_second_instance(const std::function<std::string()>& action) const {
+    return in_instance([&] {
+      const RunningInstance first;
+      write_file(directory + "/in_use", "x");
+      return action();
+    });
+  }
+};
+
+TEST_F(SecondInstance, IsRefusedByItsProgramsName) {
+  EXPECT_EQ(in_second_instance([] {
+              tavren_set_program_name("/usr/bin/second");
+              return set_up();
+            }),
+            "-1 An instance of second is already running.");
+}
+
+TEST_F(SecondInstance, LeavesTheFirstOnesFilesAlone) {
+  in_second_instance([] { return set_up(); });
+  EXPECT_EQ(entries(), Names({".lock", "in_use"}));
+}
+
+TEST_F(SecondInstance, KeepsTheLockFileOpen) {
+  EXPECT_EQ(in_second_instance([&] {
+              set_up();
+              return std::to_string(descriptors_of(lock).size());
+            }),
+            "1");
+}
+
+TEST_F(SecondInstance, HasNoDirectory) {
+  EXPECT_EQ(in_second_instance([&] {
+              set_up();
+              return tavren_get_tmp_dir() == nullptr ? "NULL" : "not NULL";
+            }),
+            "NULL");
+}
+
+TEST_F(SecondInstance, HasItsUmaskBack) {
+  EXPECT_EQ(in_second_instance([] {
+              umask(027);
+              set_up();
+              return std::to_string(umask(0));
+            }),
+            "23");
+}
+
+TEST_F(SecondInstance, CleansUpNothing) {
+  in_second_instance([] {
+    set_up();
+    tavren_cleanup_tmp_dir();
+    return "";
+  });
+  EXPECT_EQ(entries(), Names({".lock", "in_use"}));
+}
+
+TEST_F(SecondInstance, DoesNotBreakTheFirstOnesLock) {
+  EXPECT_EQ(in_second_instance([] {
+              set_up();
+              return run_in_child([] { fputs(set_up().c_str(), stdout); }).out;
+            }),
+            "-1 An instance of error is already running.");
+}
+
+TEST_F(SecondInstance, OfAnotherNameIsWelcome) {
+  EXPECT_EQ(in_second_instance([] { return set_up("other"); }), success);
+}
+
+TEST_F(SecondInstance, IsWelcomeOnceTheFirstHasDiedWithoutCleaningUp) {
+  in_second_instance([] { return ""; });
+  EXPECT_EQ(entries(), Names({".lock", "in_use"}));
+  EXPECT_EQ(in_instance([] { return set_up(); }), success);
+  EXPECT_EQ(entries(), Names({".lock"}));
+}
+
+class CleanUp : public PrivateDirectory {};
+
+TEST_F(CleanUp, RemovesTheDirectoryWithItsFiles) {
+  in_instance([&] {
+    set_up();
+    write_file(directory + "/file", "x");
+    tavren_cleanup_tmp_dir();
+    return "";
+  });
+  EXPECT_FALSE(std::filesystem::exists(directory));
+}
+
+TEST_F(CleanUp, ForgetsTheDirectory) {
+  EXPECT_EQ(in_instance([] {
+              set_up();
+              tavren_cleanup_tmp_dir();
+              return tavren_get_tmp_dir() == nullptr ? "NULL" : "not NULL";
+            }),
+            "NULL");
+}
+
+TEST_F(CleanUp, ClosesTheLock) {
+  EXPECT_EQ(in_instance([&] {
+              set_up();
+              tavren_cleanup_tmp_dir();
+              return std::to_string(descriptors_of(lock).size() + descriptors_of(lock + " (deleted)").size());
+            }),
+            "0");
+}
+
+TEST_F(CleanUp, AllowsANewSetUp) {
+  EXPECT_EQ(in_instance([] {
+              set_up();
+              tavren_cleanup_tmp_dir();
+              const std::string result = set_up();
+              return result + ", " + tavren_get_tmp_dir();
+            }),
+            std::string(success) + ", " + directory);
+}
+
+TEST_F(CleanUp, WithoutASetUpDoesNothing) {
+  leave_directory();
+  in_instance([] {
+    tavren_cleanup_tmp_dir();
+    return "";
+  });
+  EXPECT_EQ(entries(), Names({".lock"}));
+}
+
+TEST_F(CleanUp, DoneTwiceClosesNobodyElsesDescriptor) {
+  EXPECT_EQ(in_instance([&] {
+              set_up();
+              const int number = *descriptors_of(lock).begin();
+              tavren_cleanup_tmp_dir();
+              dup2(STDIN_FILENO, number);
+              tavren_cleanup_tmp_dir();
+              return fcntl(number, F_GETFD) == -1 ? "closed" : "open";
+            }),
+            "open");
+}
+
+TEST_F(CleanUp, IgnoresThatASubdirectoryStays) {
+  EXPECT_EQ(in_instance([&] {
+              set_up();
+              std::filesystem::create_directory(directory + "/subdirectory");
+              tavren_cleanup_tmp_dir();
+              return "went on";
+            }),
+            "went on");
+  EXPECT_EQ(entries(), Names({"subdirectory"}));
+}
+
+}  // namespace
