@@ -43,6 +43,15 @@ TEST(ErrorObject, HasNoVirtualOperations) {
   EXPECT_FALSE(std::is_polymorphic_v<TavrenError::error_line_t>);
 }
 
+/* Programs have the places of the public members compiled in. */
+TEST(ErrorObject, HoldsItsTimeAndThenItsLines) {
+  const TavrenError error;
+  const auto* begin = reinterpret_cast<const char*>(&error);
+  EXPECT_EQ(reinterpret_cast<const char*>(&error.time) - begin, 0);
+  EXPECT_EQ(reinterpret_cast<const char*>(&error.lines) - begin, static_cast<ptrdiff_t>(sizeof error.time));
+  EXPECT_EQ(sizeof error, sizeof error.time + sizeof error.lines);
+}
+
 TEST(ErrorObject, StartsWithoutLines) { EXPECT_THAT(TavrenError().lines, IsEmpty()); }
 
 TEST(ErrorObject, IsStampedWithTheCurrentTime) {
