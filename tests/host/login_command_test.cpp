@@ -158,6 +158,14 @@ TEST_F(LoginCommand, AMissingDirectoryLeavesTheStatusConnected) {
   EXPECT_EQ(status(), TAVREN_CONNECTION_OK);
 }
 
+TEST_F(LoginCommand, AMissingDirectoryLeavesTheSessionConnected) {
+  settings.dir = "/no/such";
+  open_error(dialogue.login());
+  host.open_connection();
+  EXPECT_EQ(client->starts(), 1);
+  EXPECT_EQ(output_of(host, "echo ready"), "ready");
+}
+
 TEST_F(LoginCommand, ALoginSetsTheStatus) {
   recorded_system::set_time(1000000);
   open(dialogue.login());

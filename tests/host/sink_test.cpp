@@ -169,6 +169,15 @@ TEST_F(Sink, TheBeginningOfALineWhileDataIsSentIsNoComplaintYet) {
   EXPECT_NO_THROW(host.continue_send_file("abc", 3));
 }
 
+TEST_F(Sink, AComplaintThatComesInPiecesIsShownWhole) {
+  use_sink(header + "printf '\\0compl'; head -c 3 >/dev/null; echo aint\n" + wait_forever);
+  host.start_send_file("file", 1000000, 0644);
+  const std::string error = error_body([this] {
+    for (int i = 0; i < 1000000; ++i) host.continue_send_file("abc", 3);
+  });
+  EXPECT_NE(error.find("  - Command output: \"complaint\"\n"), std::string::npos) << error;
+}
+
 TEST_F(Sink, SilenceAtItsStartIsATimeout) {
   set_tunable("ssh_command_timeout", "1");
   const std::string error = error_of(wait_forever);

@@ -255,6 +255,13 @@ TEST_F(LoopbackStream, CannotEndAndIsATimeout) {
             "  - Timeout occurred while running remote command: \"/bin/cat >'file' (1)\"\n");
 }
 
+TEST_F(LoopbackStream, ThatDidNotStartKeepsTheShellToItself) {
+  set_tunable("ssh_command_timeout", "1");
+  host.run_line("exec sleep 100", nullptr);
+  EXPECT_THROW(host.start_send_stream("file"), TavrenError);
+  expect_assertion("TavrenHost", "running_command.size() == 0", [this] { host.run_and_check_ecode("pwd"); });
+}
+
 TEST_F(LoopbackStream, ContinuingWithoutAStartIsAFailedAssertion) {
   expect_assertion("TavrenHost", "running_command.size() != 0", [this] { host.continue_send_stream("x", 1); });
 }
