@@ -6,6 +6,10 @@
 
 #include <stddef.h>
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+
 enum {
   HODRA_DATABASES = 16, /* numbered from 0 */
   HODRA_PATH_SIZE = 4096
@@ -22,5 +26,9 @@ int hodrahelper_path(int database, const char* name, char* path);
  * number.
  */
 int hodrahelper_put(int database, const char* record, const void* data, size_t length);
+
+#ifdef __cplusplus
+}
+#endif
 
 #endif

@@ -9,3 +9,7 @@ tavren_test(util_failure_tests util/util_failures_test.cpp)
 if(NOT TAVREN_SANITIZE)
   tavren_test(util_memory_tests util/util_memory_test.cpp)
 endif()
+
+# The one defines the five operations of the configuration database itself, the other uses the libraries'.
+tavren_test(platform_identity_tests util/platform_identity_test.cpp)
+target_include_directories(platform_identity_tests PRIVATE ${PROJECT_SOURCE_DIR}/platform/hodra)
