@@ -20,3 +20,7 @@ add_executable(host_handle_c_test host/handle_c_test.c host/handle_c_tunables.cp
 target_link_libraries(host_handle_c_test PRIVATE test_support)
 add_test(NAME HandleC.UsesEveryFunction COMMAND host_handle_c_test)
 set_tests_properties(HandleC.UsesEveryFunction PROPERTIES TIMEOUT 60 ENVIRONMENT "${test_environment}")
+
+tavren_test(host_check_tests host/chassis_marker_test.cpp host/directory_sizes_test.cpp host/host_check_test.cpp
+  support/chassis.cpp ${host_support})
+target_include_directories(host_check_tests PRIVATE ${PROJECT_SOURCE_DIR}/platform/hodra)

@@ -1,0 +1,152 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <set>
+#include <string>
+
+#include "host/transfer_fixture.h"
+#include "support/chassis.h"
+
+namespace {
+
+/* The archive directory is the test's own directory. */
+class ChassisMarker : public TransferTest {
+ protected:
+  void make_marker(const std::string& id) const { write_file(directory.path(".chassis." + id), ""); }
+
+  std::set<std::string> markers() const {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
+      names.insert(entry.path().filename());
+    }
+    return names;
+  }
+
+  /* Has the remote shell run the lines body in the place of an echo of markers. */
+  void answer_with(const std::string& body) {
+    host.run_line("echo() { case $1 in .chassis*) " + body + ";; *) printf '%s\\n' \"$*\";; esac; }", nullptr);
+  }
+
+  std::string conflict(const std::string& line) const {
+    return "  - Another QRV chassis is already using the specified archive directory (" + directory.path() +
+           ")\n  - Remote command \"echo .chassis.*\" produced incorrect output: 1 line(s) of output\n"
+           "  - Command output: \"" +
+           line + "\"\n";
+  }
+};
+
+using Names = std::set<std::string>;
+
+TEST_F(ChassisMarker, ClaimsAnEmptyDirectoryWithAnEmptyFile) {
+  host.create_chassis_file();
+  EXPECT_EQ(markers(), Names{".chassis.CHASSIS-7"});
+  EXPECT_EQ(received(".chassis.CHASSIS-7"), "");
+  EXPECT_EQ(std::filesystem::status(directory.path(".chassis.CHASSIS-7")).permissions(),
+            static_cast<std::filesystem::perms>(0644));
+}
+
+TEST_F(ChassisMarker, SendsNothingWhenTheDirectoryIsOurs) {
+  make_marker("CHASSIS-7");
+  use_sink("exit 1\n");
+  EXPECT_NO_THROW(host.create_chassis_file());
+  EXPECT_EQ(sink->starts(), 0);
+}
+
+TEST_F(ChassisMarker, OfAnotherChassisIsAConflictThatShowsIt) {
+  make_marker("CHASSIS-8");
+  EXPECT_EQ(error_body([this] { host.create_chassis_file(); }), conflict(".chassis.CHASSIS-8"));
+  EXPECT_EQ(markers(), Names{".chassis.CHASSIS-8"});
+}
+
+TEST_F(ChassisMarker, OfAnotherChassisBesideOursIsTolerated) {
+  make_marker("CHASSIS-7");
+  make_marker("CHASSIS-8");
+  EXPECT_NO_THROW(host.create_chassis_file());
+  EXPECT_EQ(markers(), (Names{".chassis.CHASSIS-7", ".chassis.CHASSIS-8"}));
+}
+
+TEST_F(ChassisMarker, IsFoundAnywhereInTheLine) {
+  answer_with("printf 'x.chassis.CHASSIS-7x\\n'");
+  host.create_chassis_file();
+  EXPECT_EQ(markers(), Names{});
+}
+
+TEST_F(ChassisMarker, OtherFilesLeaveTheDirectoryFree) {
+  write_file(directory.path(".chassis"), "");
+  write_file(directory.path("chassis.CHASSIS-8"), "");
+  EXPECT_NO_THROW(host.create_chassis_file());
+  EXPECT_EQ(markers().count(".chassis.CHASSIS-7"), 1U);
+}
+
+TEST_F(ChassisMarker, StatusOfTheListingIsIgnored) {
+  answer_with("printf '%s\\n' '.chassis.*'; return 3");
+  EXPECT_NO_THROW(host.create_chassis_file());
+  EXPECT_EQ(markers(), Names{".chassis.CHASSIS-7"});
+}
+
+TEST_F(ChassisMarker, IsMadeWhenTheListingPrintsNothing) {
+  answer_with("true");
+  EXPECT_NO_THROW(host.create_chassis_file());
+  EXPECT_EQ(markers(), Names{".chassis.CHASSIS-7"});
+}
+
+TEST_F(ChassisMarker, IsMadeWhenTheListingPrintsSeveralLines) {
+  answer_with("printf '.chassis.CHASSIS-8\\n.chassis.CHASSIS-7\\n'");
+  EXPECT_NO_THROW(host.create_chassis_file());
+  EXPECT_EQ(markers(), Names{".chassis.CHASSIS-7"});
+}
+
+TEST_F(ChassisMarker, IsMadeWhenTheListingPrintsSomethingElse) {
+  answer_with("printf 'x.chassis.CHASSIS-8\\n'");
+  EXPECT_NO_THROW(host.create_chassis_file());
+  EXPECT_EQ(markers(), Names{".chassis.CHASSIS-7"});
+}
+
+TEST_F(ChassisMarker, ALineWithThePatternInItIsNoMarker) {
+  answer_with("printf '%s\\n' '.chassis.CHASSIS-8 .chassis.*'");
+  use_sink("printf '\\0'; next_line header; printf '\\0'; next_line data; printf '\\0\\0'\n");
+  EXPECT_EQ(error_body([this] {
+              host.create_chassis_file();
+              throw TavrenError(TAVREN_E_OUTPUT, "made", "");
+            }),
+            "  - Output: \"made\"\n");
+  EXPECT_EQ(sink->starts(), 1);
+}
+
+/* Both chassis have found the directory empty; the other one's marker comes a moment before ours. */
+TEST_F(ChassisMarker, IsWithdrawnWhenAnotherChassisClaimedAtTheSameTime) {
+  use_sink("touch .chassis.CHASSIS-8\nexec scp -q -t \"$1\"\n");
+  EXPECT_EQ(error_body([this] { host.create_chassis_file(); }), conflict(".chassis.CHASSIS-7 .chassis.CHASSIS-8"));
+  EXPECT_EQ(markers(), Names{".chassis.CHASSIS-8"});
+}
+
+TEST_F(ChassisMarker, OfAChassisWithBlanksInItsNameIsOurs) {
+  chassis::set_id("A  B");
+  host.create_chassis_file();
+  EXPECT_EQ(markers(), Names{".chassis.A  B"});
+  use_sink("exit 1\n");
+  EXPECT_NO_THROW(host.create_chassis_file());
+}
+
+TEST_F(ChassisMarker, WithoutAnIdentifierIsASystemCallErrorThatNamesTheStep) {
+  chassis::fail("hodra_lock", 77);
+  EXPECT_EQ(error_body([this] { host.create_chassis_file(); }),
+            "  - System call \"create_chassis_file->hodra_lock\" failed with error code 77\n");
+  EXPECT_EQ(markers(), Names{});
+}
+
+TEST_F(ChassisMarker, ThatCannotBeWrittenIsTheTransfersError) {
+  use_sink("printf '\\001No space left on device\\n'\nread -r line\n");
+  EXPECT_EQ(error_body([this] { host.create_chassis_file(); }),
+            "  - Remote command \"" + sink_command(".chassis.CHASSIS-7") +
+                "\" failed with error code 1\n  - Command output: \"No space left on device\"\n");
+}
+
+TEST_F(ChassisMarker, ListingMayTakeAsLongAsACommand) {
+  answer_with("sleep 100");
+  set_tunable("ssh_command_timeout", "1");
+  EXPECT_EQ(error_body([this] { host.create_chassis_file(); }),
+            "  - Timeout occurred while running remote command: \"echo .chassis.*\"\n");
+}
+
+}  // namespace
