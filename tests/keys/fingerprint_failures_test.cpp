@@ -1,0 +1,111 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "keys/fingerprint_fixture.h"
+#include "support/run_in_child.h"
+
+namespace {
+
+constexpr char invalid[] = "The specified public host key is invalid or incomplete.";
+constexpr char internal[] = "Internal error: cannot generate host key fingerprint.";
+
+class FingerprintFailure : public FingerprintTest {
+ protected:
+  /* Takes awk away: it is found by a link that this machine's /etc has to itself. */
+  static void remove_awk() { lab::run("rm /etc/alternatives/awk"); }
+
+  /* Gives the private directory a file system of that many bytes. */
+  static void limit_space(size_t bytes) {
+    lab::run("mount -t tmpfs -o size=" + std::to_string(bytes) + " tmpfs " + tavren_get_tmp_dir());
+  }
+};
+
+class FingerprintOfBadKey : public FingerprintFailure, public testing::WithParamInterface<const char*> {};
+
+TEST_P(FingerprintOfBadKey, IsInvalidAndLeavesNoFiles) {
+  EXPECT_EQ(fingerprint(GetParam()), invalid);
+  EXPECT_EQ(files_left(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Keys, FingerprintOfBadKey,
+                         testing::Values("", "\n", "ssh-ed25519", "ssh-ed25519 ", "ssh-ed25519 AAAA",
+                                         "ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAIA", "no-such-type AAAA", "not a key"));
+
+TEST_F(FingerprintFailure, OfATruncatedKeyIsInvalid) {
+  const std::string key = lab::value("LAB_HOST_KEY_RSA");
+  EXPECT_EQ(fingerprint(key.substr(0, key.size() - 8)), invalid);
+}
+
+TEST_F(FingerprintFailure, OfAMegabyteOfNoKeyIsInvalid) {
+  EXPECT_EQ(fingerprint("ssh-rsa " + std::string(1 << 20, 'A')), invalid);
+  EXPECT_EQ(files_left(), "");
+}
+
+TEST_F(FingerprintFailure, OfShellCharactersRunsNothing) {
+  const std::string witness = lab::value("LAB") + "/witness";
+  for (const std::string& text : {"$(touch " + witness + ")", "`touch " + witness + "`", "'; touch " + witness + " #",
+                                  "\n touch " + witness + "\n", "| touch " + witness}) {
+    EXPECT_EQ(fingerprint(text), invalid) << text;
+  }
+  EXPECT_FALSE(std::filesystem::exists(witness));
+}
+
+TEST_F(FingerprintFailure, WithoutAwkIsAnInternalError) {
+  remove_awk();
+  EXPECT_STREQ(tavren_get_awk_path(), "awk");
+  EXPECT_EQ(fingerprint(lab::value("LAB_HOST_KEY")), internal);
+  EXPECT_EQ(files_left(), "");
+}
+
+TEST_F(FingerprintFailure, WithoutAKeyGeneratorIsAnInvalidKey) {
+  write_file(lab::value("LAB") + "/nothing", "");
+  lab::run("mount --bind $LAB/nothing /usr/bin/ssh-keygen");
+  EXPECT_STREQ(tavren_get_ssh_keygen_path(), "ssh-keygen");
+  EXPECT_EQ(fingerprint(lab::value("LAB_HOST_KEY")), invalid);
+  EXPECT_EQ(files_left(), "");
+}
+
+TEST_F(FingerprintFailure, OfAKeyGeneratorThatPrintsNothingIsAFileThatCannotBeRead) {
+  use_key_generator("exit 0");
+  const std::string message = fingerprint(lab::value("LAB_HOST_KEY"));
+  const std::string expected = "Failed to open " + private_path("host_key_fingerprint") + " (errno=";
+  EXPECT_EQ(message.substr(0, expected.size()), expected);
+  EXPECT_EQ(message.substr(message.size() - 2), ").");
+  EXPECT_EQ(files_left(), "");
+}
+
+TEST_F(FingerprintFailure, OfAKeyThatCannotBeWrittenNamesFileAndReason) {
+  std::filesystem::create_directory(private_path("host_key"));
+  EXPECT_EQ(fingerprint("key"), "Cannot create file '" + private_path("host_key") + "': errno=21.");
+}
+
+TEST_F(FingerprintFailure, WithoutRoomForTheKeyNamesFileAndReason) {
+  limit_space(8192);
+  EXPECT_EQ(fingerprint("ssh-rsa " + std::string(100000, 'A')),
+            "Cannot create file '" + private_path("host_key") + "': errno=28.");
+}
+
+TEST_F(FingerprintFailure, WithoutRoomForTheFingerprintIsAnInternalError) {
+  limit_space(8192);
+  lab::run("head -c 4096 /dev/zero >" + private_path("filler"));
+  EXPECT_EQ(fingerprint(lab::value("LAB_HOST_KEY")), internal);
+  EXPECT_EQ(files_left(), "filler ");
+}
+
+TEST_F(FingerprintFailure, MessageIsCutToItsBuffer) {
+  tavren_cleanup_tmp_dir();
+  char message[TAVREN_MESSAGE_SIZE] = "";
+  const std::string name(150, 'n');
+  ASSERT_EQ(tavren_setup_tmp_dir(name.c_str(), message), 0) << message;
+  std::filesystem::create_directory(private_path("host_key"));
+  EXPECT_EQ(fingerprint("key"), ("Cannot create file '" + private_path("host_key")).substr(0, TAVREN_MESSAGE_SIZE - 1));
+}
+
+TEST_F(FingerprintFailure, WithoutAPrivateDirectoryIsAFailedAssertion) {
+  tavren_cleanup_tmp_dir();
+  expect_assertion("tavren_host_util", "tavren_get_tmp_dir() != NULL", [] { fingerprint("key"); });
+}
+
+}  // namespace

@@ -1,0 +1,59 @@
+#ifndef TESTS_KEYS_FINGERPRINT_FIXTURE_H
+#define TESTS_KEYS_FINGERPRINT_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "lab/lab.h"
+#include "support/files.h"
+#include "tavren_host_util.h"
+#include "tavren_share.h"
+
+/* Fingerprints with the system's tools, or with others that a test puts into their places. */
+class FingerprintTest : public LabTest {
+ protected:
+  /* Returns the fingerprint of key, or the message of the failure. */
+  static std::string fingerprint(const std::string& key) {
+    char text[TAVREN_FINGERPRINT_SIZE] = "";
+    char error[TAVREN_MESSAGE_SIZE] = "";
+    const int result = tavren_host_key_fingerprint(key.c_str(), text, error);
+    EXPECT_TRUE(result == 0 || result == -1) << result;
+    return result == 0 ? text : error;
+  }
+
+  /* Makes a key with those options of ssh-keygen. Returns its public half without comment. */
+  static std::string make_key(const std::string& options) {
+    lab::run("ssh-keygen -q -N '' -C '' -f $LAB/key " + options);
+    const std::string line = read_file(lab::value("LAB") + "/key.pub");
+    return line.substr(0, line.find_last_not_of(" \n") + 1);
+  }
+
+  /* What the key generator says of the key made last. */
+  static std::string listed_fingerprint() {
+    lab::run("ssh-keygen -l -f $LAB/key.pub >$LAB/list");
+    const std::string list = read_file(lab::value("LAB") + "/list");
+    const size_t start = list.find(' ') + 1;
+    return list.substr(start, list.find(' ', start) - start);
+  }
+
+  static std::string private_path(const std::string& name) { return std::string(tavren_get_tmp_dir()) + "/" + name; }
+
+  /* Puts a shell script into the key generator's place. */
+  static void use_key_generator(const std::string& script) {
+    write_file(lab::value("LAB") + "/generator", "#!/bin/sh\n" + script + "\n");
+    lab::run("chmod 755 $LAB/generator; mount --bind $LAB/generator /usr/bin/ssh-keygen");
+  }
+
+  /* Returns the names of the files in the private directory, but for its lock. */
+  static std::string files_left() {
+    std::string names;
+    for (const auto& entry : std::filesystem::directory_iterator(tavren_get_tmp_dir())) {
+      if (entry.path().filename() != ".lock") names += entry.path().filename().string() + " ";
+    }
+    return names;
+  }
+};
+
+#endif

@@ -1,0 +1,249 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "TavrenExceptions.h"
+#include "TavrenKeyDownloader.h"
+#include "lab/lab.h"
+#include "support/client_dialogue.h"
+#include "support/files.h"
+#include "support/run_in_child.h"
+#include "support/scripted_client.h"
+#include "tavren_host_util.h"
+#include "tavren_share.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+/* The dialogue with a scripted client in the real one's place. */
+class KeyDialogue : public LabTest {
+ protected:
+  KeyDialogue() {
+    dialogue.user = "tavren_anonymous";
+    dialogue.before_question = dialogue.before_prompt = "\r";
+  }
+
+  /* Puts a client that runs the lines body, with its key file in $file, in the real one's place. */
+  void play(const std::string& body) {
+    client = std::make_unique<ScriptedClient>(
+        "for argument; do case $argument in -oUserKnownHostsFile=*) file=${argument#*=};; esac; done\n" + body);
+    lab::run("mount --bind " + client->path() + " /usr/bin/ssh");
+  }
+
+  /* A client that is told yes, runs the lines record and asks for the password. */
+  void play_recording(const std::string& record) {
+    play(say(dialogue.introduction() + dialogue.question()) + "take yes\n" + record + "\n" +
+         say(dialogue.answered() + dialogue.prompt()) + wait_forever);
+  }
+
+  /* The same for a client that records content. */
+  void play_key(const std::string& content) {
+    write_file(lab::value("LAB") + "/content", content);
+    play_recording("cat " + lab::value("LAB") + "/content >\"$file\"");
+  }
+
+  static std::string fetched() {
+    TavrenKeyDownloader downloader("archive.example");
+    std::string key;
+    downloader.download_host_key(key);
+    return key;
+  }
+
+  static std::string key_file() { return std::string(tavren_get_tmp_dir()) + "/downloaded_key"; }
+  static bool file_is_left() { return std::filesystem::exists(key_file()); }
+
+  ClientDialogue dialogue;
+  std::unique_ptr<ScriptedClient> client;
+  const std::string wait_forever = "exec sleep 100\n";
+};
+
+TEST_F(KeyDialogue, GivesTheClientItsArguments) {
+  play_key("archive.example ssh-rsa AAAA\n");
+  fetched();
+  EXPECT_THAT(client->arguments(),
+              ElementsAre("-2", "-4", "-oPreferredAuthentications=password", "-oGlobalKnownHostsFile=/dev/null",
+                          "-oUserKnownHostsFile=" + key_file(), "tavren_anonymous@archive.example"));
+  EXPECT_EQ(client->environment(), "");
+}
+
+TEST_F(KeyDialogue, TakesWhatFollowsTheHostInTheFirstLine) {
+  play_key("archive.example ssh-rsa AAAA\nother ssh-ed25519 BBBB\n");
+  EXPECT_EQ(fetched(), "ssh-rsa AAAA");
+}
+
+TEST_F(KeyDialogue, TakesALineWithoutANewline) {
+  play_key("archive.example ssh-rsa AAAA");
+  EXPECT_EQ(fetched(), "ssh-rsa AAAA");
+}
+
+TEST_F(KeyDialogue, TakesALineThatEndsAfterTheHost) {
+  play_key("archive.example \n");
+  EXPECT_EQ(fetched(), "");
+}
+
+TEST_F(KeyDialogue, AnswersYesAndNothingElse) {
+  play(say(dialogue.introduction() + dialogue.question()) + "take yes\necho 'h t k' >\"$file\"\n" +
+       say(dialogue.answered() + dialogue.prompt()) + "take_rest\n");
+  TavrenKeyDownloader downloader("archive.example");
+  std::string key;
+  downloader.download_host_key(key);
+  EXPECT_EQ(client->taken("yes"), "yes\n");
+  EXPECT_EQ(client->rest(), "");
+}
+
+TEST_F(KeyDialogue, WaitsForTheQuestionBehindOtherLines) {
+  play(say("Welcome.\r\nx Are you sure you want to continue connecting (yes/no)? \r\n" + dialogue.introduction() +
+           dialogue.question()) +
+       "take yes\necho 'h t k' >\"$file\"\n" + say(dialogue.answered() + dialogue.prompt()) + wait_forever);
+  EXPECT_EQ(fetched(), "t k");
+}
+
+TEST_F(KeyDialogue, UnderstandsOlderClients) {
+  dialogue.before_question = dialogue.before_prompt = "";
+  dialogue.choice = "(yes/no)? ";
+  play_key("h t k\n");
+  EXPECT_EQ(fetched(), "t k");
+}
+
+/* The client records the key after the answer and before the prompt. */
+TEST_F(KeyDialogue, ReadsTheKeyNotBeforeThePrompt) {
+  dialogue.noise = "** WARNING: connection is not using a post-quantum key exchange\r\n";
+  play(say(dialogue.introduction() + dialogue.question()) + "take yes\n" + say(dialogue.answered()) +
+       "sleep 0.3\necho 'h t k' >\"$file\"\n" + say(dialogue.prompt()) + wait_forever);
+  EXPECT_EQ(fetched(), "t k");
+}
+
+TEST_F(KeyDialogue, TakesTheRefusalOfAPasswordLoginForThePrompt) {
+  play(say(dialogue.introduction() + dialogue.question()) + "take yes\necho 'h t k' >\"$file\"\n" +
+       say(dialogue.answered() + "tavren_anonymous@archive.example: Permission denied (publickey).\r\n") +
+       wait_forever);
+  EXPECT_EQ(fetched(), "t k");
+}
+
+TEST_F(KeyDialogue, AKeyOf895CharactersIsTaken) {
+  const std::string key = "ssh-rsa " + std::string(887, 'A');
+  play_key("h " + key + "\n");
+  EXPECT_EQ(fetched(), key);
+  EXPECT_FALSE(file_is_left());
+}
+
+TEST_F(KeyDialogue, AKeyOf895CharactersFitsTheBufferOfC) {
+  const std::string key = "ssh-rsa " + std::string(887, 'A');
+  play_key("h " + key + "\n");
+  char buffer[TAVREN_HOST_KEY_SIZE];
+  char* error = nullptr;
+  EXPECT_EQ(tavren_download_host_key("archive.example", buffer, &error), 0);
+  EXPECT_EQ(buffer, key);
+}
+
+TEST_F(KeyDialogue, AKeyOf896CharactersIsTooLarge) {
+  play_key("h ssh-rsa " + std::string(888, 'A') + "\n");
+  EXPECT_EQ(error_of([] { fetched(); }), "9\n  - Host key is too large (896 bytes)\n");
+  EXPECT_FALSE(file_is_left());
+}
+
+TEST_F(KeyDialogue, AKeyThatWasNotRecordedIsAnError) {
+  play_recording("");
+  EXPECT_EQ(error_of([] { fetched(); }), "5\n  - Failed to open file " + key_file() + ", ecode=2\n");
+}
+
+TEST_F(KeyDialogue, AnEmptyFileIsAnError) {
+  play_key("");
+  EXPECT_EQ(error_of([] { fetched(); }), "6\n  - Failed to read from file " + key_file() + ", ecode=0\n");
+  EXPECT_FALSE(file_is_left());
+}
+
+TEST_F(KeyDialogue, AFileThatCannotBeReadIsAnError) {
+  play_recording("mkdir \"$file\"");
+  EXPECT_EQ(error_of([] { fetched(); }), "6\n  - Failed to read from file " + key_file() + ", ecode=21\n");
+}
+
+TEST_F(KeyDialogue, ALineWithoutABlankIsAnError) {
+  play_key("archive.example\n");
+  EXPECT_EQ(error_of([] { fetched(); }), "6\n  - Failed to read from file " + key_file() + ", ecode=22\n");
+  EXPECT_FALSE(file_is_left());
+}
+
+TEST_F(KeyDialogue, AClientThatEndsIsAnErrorWithItsLastLines) {
+  play(say("ssh: no route\r\n"));
+  EXPECT_EQ(error_of([] { fetched(); }),
+            "13\n  - Program exited unexpectedly: /usr/bin/ssh\n  - Output: \"ssh: no route\"\n");
+}
+
+TEST_F(KeyDialogue, AClientThatEndsAfterTheAnswerLeavesNoFile) {
+  play(say(dialogue.introduction() + dialogue.question()) + "take yes\necho 'h t k' >\"$file\"\n");
+  EXPECT_EQ(error_of([] { fetched(); }).substr(0, 3), "13\n");
+  EXPECT_FALSE(file_is_left());
+}
+
+TEST_F(KeyDialogue, AClientThatNeverAsksIsATimeout) {
+  play(wait_forever);
+  const ScopedTunable timeout("ssh_connect_timeout", 1);
+  EXPECT_THROW(fetched(), TavrenTimeout);
+}
+
+TEST_F(KeyDialogue, AClientThatNeverStopsTalkingIsATimeout) {
+  play("while :; do echo line; done\n");
+  const ScopedTunable timeout("ssh_connect_timeout", 1);
+  EXPECT_THROW(fetched(), TavrenTimeout);
+}
+
+/* The question uses up none of the time for the prompt's own, and the prompt gets no time of its own. */
+TEST_F(KeyDialogue, AClientThatNeverComesToThePromptIsATimeoutAndLeavesNoFile) {
+  play(say(dialogue.introduction() + dialogue.question()) + "take yes\necho 'h t k' >\"$file\"\n" + wait_forever);
+  const ScopedTunable timeout("ssh_connect_timeout", 1);
+  EXPECT_THROW(fetched(), TavrenTimeout);
+  EXPECT_FALSE(file_is_left());
+}
+
+TEST_F(KeyDialogue, ALineWithoutAnEndIsAnErrorOfExcessiveOutput) {
+  play("head -c 200000 /dev/zero | tr '\\0' x\n" + wait_forever);
+  EXPECT_EQ(error_of([] { fetched(); }).substr(0, 3), "25\n");
+}
+
+TEST_F(KeyDialogue, AnObjectStartsItsClientAtOnceAndStopsItInTheEnd) {
+  play("echo $$ >" + lab::value("LAB") + "/pid.new\nmv " + lab::value("LAB") + "/pid.new " + lab::value("LAB") +
+       "/pid\n" + wait_forever);
+  {
+    const TavrenKeyDownloader downloader("archive.example");
+    lab::run("while [ ! -e $LAB/pid ]; do sleep 0.01; done; kill -0 $(cat $LAB/pid)");
+  }
+  lab::run("! kill -0 $(cat $LAB/pid) 2>/dev/null");
+}
+
+TEST_F(KeyDialogue, AnObjectThatEndsLeavesTheFileAlone) {
+  play(wait_forever);
+  {
+    const TavrenKeyDownloader downloader("archive.example");
+    EXPECT_FALSE(file_is_left());
+    write_file(key_file(), "x");
+  }
+  EXPECT_TRUE(file_is_left());
+}
+
+TEST_F(KeyDialogue, AClientThatCannotBeStartedIsASystemCallError) {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit none{3, limit.rlim_max};
+  char key[TAVREN_HOST_KEY_SIZE];
+  char* error = nullptr;
+  setrlimit(RLIMIT_NOFILE, &none);
+  const int result = tavren_download_host_key("archive.example", key, &error);
+  setrlimit(RLIMIT_NOFILE, &limit);
+  EXPECT_EQ(result, -1);
+  EXPECT_STREQ(error, "  - System call \"pipe\" failed with error code 24\n");
+  free(error);
+}
+
+TEST_F(KeyDialogue, WithoutAPrivateDirectoryIsAFailedAssertion) {
+  tavren_cleanup_tmp_dir();
+  expect_assertion("TavrenKeyDownloader", "tavren_get_tmp_dir() != NULL", [] { fetched(); });
+}
+
+}  // namespace

@@ -1,0 +1,170 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "TavrenExceptions.h"
+#include "lab/lab.h"
+#include "support/files.h"
+#include "tavren_host_util.h"
+#include "tavren_share.h"
+
+using testing::HasSubstr;
+
+namespace {
+
+constexpr char nothing[] = "untouched";
+
+/* The key of the real server, fetched with the real client. */
+class KeyDownload : public LabTest {
+ protected:
+  /* Fetches the key of host. Returns it, or the reason for the failure. */
+  static std::string fetched(const std::string& host = "localhost") {
+    char key[TAVREN_HOST_KEY_SIZE] = "untouched";
+    char* error = nullptr;
+    const int result = tavren_download_host_key(host.c_str(), key, &error);
+    if (result == 0) {
+      EXPECT_EQ(error, nullptr);
+      return key;
+    }
+    EXPECT_EQ(result, -1);
+    EXPECT_STREQ(key, nothing);
+    const std::string reason = error;
+    free(error);
+    return reason;
+  }
+
+  /* Gives the server one host key of its own, made by those options of ssh-keygen. Returns the public half. */
+  static std::string serve_key(const std::string& options) {
+    lab::run("ssh-keygen -q -N '' -C '' -f $LAB/new_key " + options +
+             " && sed -i '/^HostKey /d' $LAB_SSHD_CONFIG && echo HostKey $LAB/new_key >>$LAB_SSHD_CONFIG && "
+             "$LAB_RESTART_SSHD");
+    const std::string line = read_file(lab::value("LAB") + "/new_key.pub");
+    return line.substr(0, line.find_last_not_of(" \n") + 1);
+  }
+
+  static std::string key_file() { return std::string(tavren_get_tmp_dir()) + "/downloaded_key"; }
+
+  /* Has a program listen in the server's place that says nothing. */
+  static void serve_silence() {
+    lab::stop_sshd();
+    lab::run(
+        "socat TCP-LISTEN:22,bind=127.0.0.1,fork,reuseaddr EXEC:'sleep 100' & "
+        "until bash -c '3<>/dev/tcp/127.0.0.1/22' 2>/dev/null; do sleep 0.01; done");
+  }
+};
+
+class KeyDownloadOfType : public KeyDownload, public testing::WithParamInterface<const char*> {};
+
+TEST_P(KeyDownloadOfType, IsTheServersKey) {
+  const std::string key = serve_key(GetParam());
+  EXPECT_EQ(fetched(), key);
+}
+
+TEST_F(KeyDownload, RemovesItsFile) {
+  EXPECT_EQ(fetched(), lab::value("LAB_HOST_KEY"));
+  EXPECT_FALSE(std::filesystem::exists(key_file()));
+}
+
+TEST_F(KeyDownload, OfTheSameHostAgainIsTheSame) { EXPECT_EQ(fetched(), fetched()); }
+
+TEST_F(KeyDownload, PinsTheNextLogin) {
+  Settings settings = lab::settings();
+  settings.host_key = fetched();
+  TavrenHost& host = session(settings);
+  EXPECT_NO_THROW(host.open_connection());
+}
+
+TEST_F(KeyDownload, OfA8192BitKeyIsTooLarge) {
+  const std::string key = serve_key("-t rsa -b 8192");
+  EXPECT_EQ(fetched(), "  - Host key is too large (" + std::to_string(key.size()) + " bytes)\n");
+  EXPECT_FALSE(std::filesystem::exists(key_file()));
+}
+
+TEST_F(KeyDownload, WorksWithHashedHostNames) {
+  lab::run("sed -i '1i HashKnownHosts yes' /etc/ssh/ssh_config");
+  EXPECT_EQ(fetched(), lab::value("LAB_HOST_KEY"));
+}
+
+TEST_F(KeyDownload, WorksWithPlainHostNames) {
+  lab::run("sed -i '1i HashKnownHosts no' /etc/ssh/ssh_config");
+  EXPECT_EQ(fetched(), lab::value("LAB_HOST_KEY"));
+}
+
+TEST_F(KeyDownload, OfAHostThatTheSystemKnowsWorks) {
+  lab::run("echo \"localhost $LAB_HOST_KEY\" >/etc/ssh/ssh_known_hosts");
+  EXPECT_EQ(fetched(), lab::value("LAB_HOST_KEY"));
+}
+
+TEST_F(KeyDownload, ByAddressWorks) { EXPECT_EQ(fetched("127.0.0.1"), lab::value("LAB_HOST_KEY")); }
+
+TEST_F(KeyDownload, ByANameInCapitalsWorks) { EXPECT_EQ(fetched("LocalHost"), lab::value("LAB_HOST_KEY")); }
+
+TEST_F(KeyDownload, WorksWithAServerThatOffersNoPasswordLogin) {
+  lab::configure_sshd("PasswordAuthentication no");
+  EXPECT_EQ(fetched(), lab::value("LAB_HOST_KEY"));
+}
+
+TEST_F(KeyDownload, NeverLogsIn) {
+  fetched();
+  const std::string log = read_file(lab::value("LAB_SSHD_LOG"));
+  EXPECT_THAT(log, HasSubstr("tavren_anonymous"));
+  EXPECT_THAT(log, testing::Not(HasSubstr("Accepted")));
+  EXPECT_THAT(log, testing::Not(HasSubstr("Failed password")));
+}
+
+TEST_F(KeyDownload, LeavesNoChild) {
+  fetched();
+  lab::run("! pgrep -x ssh");
+}
+
+TEST_F(KeyDownload, OfARefusedPortShowsTheClientsWords) {
+  lab::stop_sshd();
+  EXPECT_EQ(fetched(),
+            "  - Program exited unexpectedly: /usr/bin/ssh\n"
+            "  - Output: \"ssh: connect to host localhost port 22: Connection refused\"\n");
+}
+
+TEST_F(KeyDownload, OfAnUnknownNameShowsTheClientsWords) {
+  EXPECT_THAT(fetched("nowhere.invalid"),
+              testing::StartsWith("  - Program exited unexpectedly: /usr/bin/ssh\n"
+                                  "  - Output: \"ssh: Could not resolve hostname nowhere.invalid: "));
+}
+
+TEST_F(KeyDownload, OfAHostThatSaysNothingIsATimeoutThatPasses) {
+  serve_silence();
+  const ScopedTunable timeout("ssh_connect_timeout", 1);
+  char key[TAVREN_HOST_KEY_SIZE] = "untouched";
+  char unset = 0;
+  char* error = &unset;
+  EXPECT_THROW(tavren_download_host_key("localhost", key, &error), TavrenTimeout);
+  EXPECT_STREQ(key, nothing);
+  EXPECT_EQ(error, &unset);
+  lab::run("! pgrep -x ssh");
+}
+
+TEST_F(KeyDownload, IsNotMisledByALineThatAnEarlierOneLeft) {
+  write_file(key_file(), "localhost " + lab::value("LAB_HOST_KEY_RSA") + "\n");
+  EXPECT_EQ(fetched(), lab::value("LAB_HOST_KEY"));
+}
+
+TEST_F(KeyDownload, IsNotMisledByTheKeyOfAnotherHostThatAnEarlierOneLeft) {
+  write_file(key_file(), "other.example ssh-ed25519 AAAA\n");
+  EXPECT_EQ(fetched(), lab::value("LAB_HOST_KEY"));
+}
+
+TEST_F(KeyDownload, WorksAfterOneThatFailed) {
+  lab::stop_sshd();
+  fetched();
+  lab::run("$LAB_RESTART_SSHD");
+  EXPECT_EQ(fetched(), lab::value("LAB_HOST_KEY"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Types, KeyDownloadOfType,
+                         testing::Values("-t ed25519", "-t ecdsa -b 256", "-t ecdsa -b 521", "-t rsa -b 2048",
+                                         "-t rsa -b 4096"));
+
+}  // namespace
