@@ -28,7 +28,7 @@ std::string read_first_line(const char* path) {
   errno = 0; /* an end of file is no error of the system's */
   const ssize_t length = getline(&text, &size, file);
   const int error = errno;
-  const std::string line(length > 0 ? text : "", length > 0 ? static_cast<size_t>(length) : 0);
+  std::string line(length > 0 ? text : "", length > 0 ? static_cast<size_t>(length) : 0);
   free(text);
   fclose(file);
   if (length <= 0) throw TavrenError(TAVREN_E_FILE_READ, path, tavren_int_to_string(error));

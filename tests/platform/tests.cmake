@@ -1,5 +1,5 @@
 # The stand-in for the platform's configuration database, and the library over it and over others.
-if(TAVREN_HODRA STREQUAL bundled)
+if(TARGET hodra-put)
   tavren_test(hodra_tests platform/hodra_test.cpp)
   target_link_libraries(hodra_tests PRIVATE hodra hodrahelper)
   tavren_test(database_tests platform/database_test.cpp)

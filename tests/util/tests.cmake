@@ -10,6 +10,10 @@ if(NOT TAVREN_SANITIZE)
   tavren_test(util_memory_tests util/util_memory_test.cpp)
 endif()
 
-# The one defines the five operations of the configuration database itself, the other uses the libraries'.
+# These define the operations of the configuration database themselves.
 tavren_test(platform_identity_tests util/platform_identity_test.cpp)
-target_include_directories(platform_identity_tests PRIVATE ${PROJECT_SOURCE_DIR}/platform/hodra)
+tavren_test(test_host_tests util/test_host_test.cpp support/chassis.cpp support/recorded_system.cpp
+  support/scripted_client.cpp)
+foreach(name platform_identity_tests test_host_tests)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/platform/hodra)
+endforeach()

@@ -1,0 +1,105 @@
+#include "tavren_test_host.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "support/files.h"
+#include "support/host_session.h"
+#include "support/process_state.h"
+#include "support/recorded_system.h"
+#include "support/run_in_child.h"
+
+namespace {
+
+/* The far side is a local shell in a directory of the test's own; it leaves its process id behind. */
+class TestHost : public HostTest {
+ protected:
+  TestHost() {
+    recorded_system::reset();
+    set_tunable("loopback_login", "1");
+    settings.dir = directory.path("archive");
+    std::filesystem::create_directory(settings.dir);
+    set_command("mkdir", "echo $$ >" + directory.path("pid") + "; /bin/mkdir -p");
+  }
+  ~TestHost() override {
+    if (std::filesystem::exists(directory.path("pid"))) kill(shell(), SIGKILL);
+    recorded_system::reset();
+  }
+
+  int test() {
+    tavren_settings_t record = settings.record();
+    return tavren_test_host(&record, &message);
+  }
+
+  pid_t shell() const { return std::stoi(read_file(directory.path("pid"))); }
+
+  TemporaryDirectory directory;
+  char unset = 0;
+  char* message = &unset;
+};
+
+TEST_F(TestHost, PassesAndClaimsTheDirectory) {
+  EXPECT_EQ(test(), 0);
+  EXPECT_EQ(message, nullptr);
+  EXPECT_TRUE(std::filesystem::exists(settings.dir + "/.chassis.CHASSIS-7"));
+  EXPECT_FALSE(std::filesystem::exists(settings.dir + "/test"));
+}
+
+TEST_F(TestHost, SetsTheShellUp) {
+  recorded_system::record_writes();
+  test();
+  std::string written;
+  for (const std::string& piece : recorded_system::take_writes()) written += piece;
+  EXPECT_NE(written.find("umask 022; set +f\n"), std::string::npos);
+}
+
+TEST_F(TestHost, LeavesItsChildRunning) {
+  test();
+  EXPECT_TRUE(has_survived(shell()));
+}
+
+TEST_F(TestHost, ThrowsWhatFailsWithoutAMessage) {
+  set_command("rm", "false");
+  EXPECT_EQ(error_body([this] { test(); }), "  - Remote command \"false -r test\" failed with error code 1\n");
+  EXPECT_EQ(message, nullptr);
+}
+
+TEST_F(TestHost, ThrowsTheFailureOfTheLoginAndLogsNothing) {
+  const ScriptedClient client("echo no route");
+  set_tunable("loopback_login", "0");
+  set_command("ssh", client.path());
+  EXPECT_EQ(error_body([this] { test(); }),
+            "  - Failed to start secure shell session on archive.example\n"
+            "  - Program exited unexpectedly: " +
+                client.path() + "\n  - Output: \"no route\"\n");
+  EXPECT_TRUE(recorded_system::take_log().empty());
+}
+
+TEST_F(TestHost, ClaimsNothingWhenTheTestFails) {
+  set_command("rm", "false");
+  EXPECT_THROW(test(), TavrenError);
+  EXPECT_FALSE(std::filesystem::exists(settings.dir + "/.chassis.CHASSIS-7"));
+}
+
+TEST_F(TestHost, ThrowsTheConflictWithAnotherChassis) {
+  write_file(settings.dir + "/.chassis.CHASSIS-8", "");
+  EXPECT_EQ(first_lines(error_body([this] { test(); }), 1),
+            "  - Another QRV chassis is already using the specified archive directory (" + settings.dir + ")\n");
+}
+
+TEST_F(TestHost, AbandonsItsSessionAfterAFailure) {
+  set_command("rm", "false");
+  EXPECT_THROW(test(), TavrenError);
+  EXPECT_TRUE(has_survived(shell()));
+}
+
+TEST_F(TestHost, WithoutSettingsIsAFailedAssertion) {
+  expect_assertion("tavren_test_host", "s != NULL", [this] { tavren_test_host(nullptr, &message); });
+}
+
+}  // namespace
