@@ -2,23 +2,16 @@
 
 #include <memory>
 #include <new>
-#include <sstream>
 
 #include "TavrenError.h"
 #include "TavrenHost.h"
-#include "tavren_cmem.h"
+#include "core/messages.h"
 
 struct tavren_hp_t {
   TavrenHost* host = nullptr;
 };
 
 namespace {
-
-void set_message(char** message, const TavrenError& error) {
-  std::ostringstream text;
-  error.print_body(text);
-  *message = tavren_strdup(text.str().c_str());
-}
 
 /* Runs step; an archive host's failure becomes -1 and a message, any other exception passes with *message as it was. */
 template <class Step>
@@ -28,7 +21,7 @@ int report_host_failure(char** message, Step step) {
     *message = nullptr;
     return 0;
   } catch (const TavrenError& error) {
-    set_message(message, error);
+    *message = message_of(error);
     return -1;
   }
 }

@@ -1,17 +1,14 @@
 #include <errno.h>
-#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <sstream>
+#include <string>
 
-#include "TavrenError.h"
 #include "TavrenKeyDownloader.h"
 #include "core/assertion.h"
 #include "core/messages.h"
 #include "tavren_basic.h"
-#include "tavren_cmem.h"
 #include "tavren_host_util.h"
 #include "tavren_share.h"
 
@@ -29,14 +26,6 @@ const char* find_tool(const char* const (&places)[4], const char* name) {
     if (access(place, X_OK) == 0) return place;
   }
   return name;
-}
-
-__attribute__((format(printf, 2, 3))) int fail(char* error, const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  vsnprintf(error, TAVREN_MESSAGE_SIZE, format, arguments);
-  va_end(arguments);
-  return -1;
 }
 
 /* The files of a fingerprint's computation, in the private temporary directory. */
@@ -73,9 +62,7 @@ int tavren_download_host_key(const char* host, char* key, char** error) {
     *error = nullptr;
     return 0;
   } catch (const TavrenError& failure) {
-    std::ostringstream text;
-    failure.print_body(text);
-    *error = tavren_strdup(text.str().c_str());
+    *error = message_of(failure);
     return -1;
   }
 }
@@ -99,23 +86,23 @@ int tavren_host_key_fingerprint(const char* key, char* fingerprint, char* error)
            tavren_get_ssh_keygen_path(), files.key, files.error, tavren_get_awk_path(), files.fingerprint);
 
   if (tavren_create_text_file(files.key, key) != 0) {
-    return fail(error, translate("Cannot create file '%s': errno=%d."), files.key, errno);
+    return refuse(error, translate("Cannot create file '%s': errno=%d."), files.key, errno);
   }
   files.remove_results();
   const bool ran = run(command);
   unlink(files.key);
   if (!ran) {
     files.remove_results();
-    return fail(error, "%s", translate("Internal error: cannot generate host key fingerprint."));
+    return refuse(error, "%s", translate("Internal error: cannot generate host key fingerprint."));
   }
   if (access(files.error, F_OK) == 0) {
     files.remove_results();
-    return fail(error, "%s", translate("The specified public host key is invalid or incomplete."));
+    return refuse(error, "%s", translate("The specified public host key is invalid or incomplete."));
   }
   if (tavren_read_line_from_file(files.fingerprint, fingerprint, TAVREN_FINGERPRINT_SIZE) != 0) {
     const int reason = errno;
     unlink(files.fingerprint);
-    return fail(error, translate("Failed to open %s (errno=%d)."), files.fingerprint, reason);
+    return refuse(error, translate("Failed to open %s (errno=%d)."), files.fingerprint, reason);
   }
   unlink(files.fingerprint);
   return 0;

@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
-#include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
 #include <strings.h>
@@ -25,14 +24,6 @@ constexpr size_t path_size = 4096;
 char tmp_dir_buffer[path_size];
 const char* tmp_dir = nullptr;
 int lock_fd = -1;
-
-__attribute__((format(printf, 2, 3))) int refuse(char* message, const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  vsnprintf(message, TAVREN_MESSAGE_SIZE, format, arguments);
-  va_end(arguments);
-  return -1;
-}
 
 bool starts_with_hyphen(const char* s) { return s[0] == '-'; }
 

@@ -78,28 +78,23 @@ TEST_F(KeyTools, TheFirstPlaceThatHasTheKeyGeneratorIsTaken) {
   EXPECT_EQ(shown([] { return std::string(tavren_get_ssh_keygen_path()); }), "/usr/sbin/ssh-keygen");
 }
 
-TEST_F(KeyTools, APathThatWasFoundIsKept) {
-  executables = {"/bin/awk", "/bin/ssh-keygen"};
-  EXPECT_EQ(shown([] {
-              tavren_get_awk_path();
-              tavren_get_ssh_keygen_path();
-              executables = {"/usr/bin/awk", "/usr/bin/ssh-keygen"};
-              looks.clear();
-              return std::string(tavren_get_awk_path()) + " " + tavren_get_ssh_keygen_path() + looks;
-            }),
-            "/bin/awk /bin/ssh-keygen");
+/* Returns the paths that are told again when the tools have come to other places, and where they were looked for. */
+std::string told_again() {
+  return shown([] {
+    tavren_get_awk_path();
+    tavren_get_ssh_keygen_path();
+    executables = {"/usr/bin/awk", "/usr/bin/ssh-keygen"};
+    looks.clear();
+    return std::string(tavren_get_awk_path()) + " " + tavren_get_ssh_keygen_path() + looks;
+  });
 }
 
-TEST_F(KeyTools, ANameThatWasNotFoundIsKept) {
-  EXPECT_EQ(shown([] {
-              tavren_get_awk_path();
-              tavren_get_ssh_keygen_path();
-              executables = {"/usr/bin/awk", "/usr/bin/ssh-keygen"};
-              looks.clear();
-              return std::string(tavren_get_awk_path()) + " " + tavren_get_ssh_keygen_path() + looks;
-            }),
-            "awk ssh-keygen");
+TEST_F(KeyTools, APathThatWasFoundIsKept) {
+  executables = {"/bin/awk", "/bin/ssh-keygen"};
+  EXPECT_EQ(told_again(), "/bin/awk /bin/ssh-keygen");
 }
+
+TEST_F(KeyTools, ANameThatWasNotFoundIsKept) { EXPECT_EQ(told_again(), "awk ssh-keygen"); }
 
 TEST_F(KeyTools, AreRunByOneShellCommand) {
   const TemporaryDirectory home;
