@@ -132,8 +132,9 @@ class TAVREN_EXPORT TavrenError {
 
   /*
    * Appends to out the errors of a counted buffer, newly allocated and owned by the caller. Throws
-   * std::ios_base::failure when a number or separator is missing altogether, out then holding the errors before it;
-   * any other malformed buffer is a failed assertion.
+   * std::ios_base::failure when the buffer ends where an item should begin or has no number where one should be, out
+   * then holding the errors before it. A wrong tag or separator, or bytes behind the last error, are a failed
+   * assertion.
    */
   static void tavren_bytes_to_errors(tavren_bytes_t& bytes, std::list<TavrenError*>& out);
 

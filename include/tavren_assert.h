@@ -17,7 +17,8 @@
 TAVREN_BEGIN_C
 
 /*
- * When true, the fatal paths leave with exit(0) instead of abort() or _exit(2). False at start. One byte.
+ * When true, the fatal paths leave with exit(0) instead of abort() or _exit(2). False at start. One byte. Exit handlers
+ * run then, and what they find broken may be reported as well.
  */
 TAVREN_EXPORT extern bool tavren_suppress_abort;
 

@@ -36,16 +36,16 @@ TAVREN_EXPORT int tavren_yes_or_no(const char* prompt, int assume_yes, int assum
  * Writes prompt and reads one line from the standard input into buffer (size bytes, NUL included; the rest is
  * zeroed), without its newline; what does not fit is read and dropped. With hide, a terminal does not echo
  * meanwhile; a program that may be interrupted then restores the terminal itself. A terminal whose attributes cannot
- * be read is a failed assertion. Returns the number of characters that the line had, which is more than size - 1 when
- * it was cut.
+ * be read is a failed assertion. The standard input's own buffer may keep a copy of the line. Returns the number of
+ * characters that the line had, which is more than size - 1 when it was cut.
  */
 TAVREN_EXPORT int tavren_read_input(const char* prompt, char* buffer, int size, int hide);
 
 /*
  * Makes name's private directory under tavren_get_tmp_root, takes its lock and removes what an earlier run left
- * there. The lock lasts until the process ends or tavren_cleanup_tmp_dir is called; once set up, do not set up again
- * before that. Returns 0, message untouched, or
- * -1 with the reason in message, such as another running instance.
+ * there. Everybody may write in that directory. The lock lasts until the process ends or tavren_cleanup_tmp_dir is
+ * called; once set up, do not set up again before that. Returns 0, message untouched, or -1 with the reason in message,
+ * such as another running instance.
  */
 TAVREN_EXPORT int tavren_setup_tmp_dir(const char* name, char* message);
 

@@ -18,7 +18,7 @@
 /* Returns text in the user's language, text itself when no catalogue has it. */
 __attribute__((format_arg(1))) inline const char* translate(const char* text) { return dgettext("tavren", text); }
 
-/* The same with argument, any bytes, in the place of the text's "%s". */
+/* The same with argument, any bytes, in the place of the text's "%s", which a translation writes in the same way. */
 inline std::string translate(const char* text, const std::string& argument) {
   std::string message = translate(text);
   const size_t place = message.find("%s");

@@ -30,7 +30,8 @@ void write_error_file(const char* header, const char* message) {
   snprintf(path, sizeof path, "/tmp/%s_error.0", program_name);
   if (access(path, F_OK) == 0) path[strlen(path) - 2] = '\0';
 
-  const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  /* Everybody may write to /tmp: what lies there may be a link to another file, or a pipe that nobody reads. */
+  const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666);
   if (fd == -1) {
     fprintf(stderr, "Failed to open %s, errno=%d\n", path, errno);
     return;

@@ -173,8 +173,8 @@ const char* tavren_get_tmp_root() {
     if (home == nullptr) {
       snprintf(root, sizeof root, "/tmp");
     } else {
-      snprintf(root, sizeof root, "%s/tavren_tmp", home);
-      mkdir(root, 0755);
+      const int length = snprintf(root, sizeof root, "%s/tavren_tmp", home);
+      if (length > 0 && static_cast<size_t>(length) < sizeof root) mkdir(root, 0755);
     }
   }
   return root;

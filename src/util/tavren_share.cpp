@@ -65,6 +65,21 @@ int read_line_of_input(char* buffer, int size) {
   return count;
 }
 
+/*
+ * Makes the directory unless it is there. Everybody may write where it lies, so a symbolic link in its place may lead
+ * to a directory whose files are nobody's to remove.
+ */
+bool make_directory(const char* path) {
+  if (mkdir(path, 0777) == 0) return true;
+  if (errno != EEXIST) return false;
+  struct stat status {};
+  if (lstat(path, &status) == 0 && S_ISLNK(status.st_mode)) {
+    errno = ELOOP;
+    return false;
+  }
+  return true;
+}
+
 bool lock_file(int fd, const char* path, char* message) {
   if (lockf(fd, F_TLOCK, 0) == 0) return true;
   if (errno == EAGAIN) {
@@ -166,12 +181,13 @@ int tavren_setup_tmp_dir(const char* name, char* message) {
   }
 
   const mode_t old_umask = umask(0);
-  if (mkdir(directory, 0777) == -1 && errno != EEXIST) {
+  if (!make_directory(directory)) {
     refuse(message, translate("Failed to create directory %s, errno=%d"), directory, errno);
     umask(old_umask);
     return -1;
   }
-  const int fd = open(lock_path, O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+  /* For the same reason the lock is not looked for behind a link, nor waited for behind a named pipe. */
+  const int fd = open(lock_path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666);
   if (fd == -1) {
     refuse(message, translate("Failed to open %s, errno=%d."), lock_path, errno);
     umask(old_umask);

@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <new>
 
+#include "core/private_tmp.h"
+#include "support/files.h"
 #include "support/memory_limit.h"
 #include "support/run_in_child.h"
 #include "tavren_assert.h"
@@ -69,6 +72,21 @@ TEST(FailedAssertion, WithoutMemoryShowsItsDiagnostic) {
   });
   EXPECT_EQ(outcome.err, "\nASSERTION ERROR (f:12)\nassertion failed: a == b\n");
   EXPECT_TRUE(outcome.killed_by(SIGABRT));
+}
+
+class DaemonsFailedAssertion : public PrivateTmpTest {};
+
+TEST_F(DaemonsFailedAssertion, WithoutMemoryLeavesItsReport) {
+  const Outcome outcome = run_in_child([] {
+    if (!enter_private_tmp()) abort();
+    tavren_set_program_name("tavrend");
+    const Outcome daemon = run_in_child([] {
+      exhaust_memory();
+      _tavren_assert("a == b", "f", 12);
+    });
+    fputs(read_file("/tmp/tavrend_error.0").c_str(), stdout);
+  });
+  EXPECT_EQ(outcome.out, "ASSERTION ERROR (f:12)\nassertion failed: a == b\n");
 }
 
 TEST(AllocationCheck, WithoutMemoryReportsAndExits) {

@@ -1,17 +1,12 @@
-/*
- * The daemon's report of a failed check lies under a fixed name in /tmp, so each report is made by a child with a
- * mount namespace, and a /tmp, of its own.
- */
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "core/private_tmp.h"
 #include "support/files.h"
 #include "support/run_in_child.h"
 #include "tavren_assert.h"
@@ -21,12 +16,6 @@ namespace {
 constexpr char first_report[] = "/tmp/tavrend_error.0";
 constexpr char later_report[] = "/tmp/tavrend_error";
 constexpr char sample[] = "ASSERTION ERROR (f:12)\nassertion failed: a == b\n";
-
-/* Gives the calling process a /tmp of its own, empty. Returns false when it may not. */
-bool enter_private_tmp() {
-  return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         mount("none", "/tmp", "tmpfs", 0, "mode=1777") == 0;
-}
 
 /* Shows all that lies in /tmp on the standard output: mode, name and content of each file. */
 void show_tmp() {
@@ -41,14 +30,8 @@ void fail_a_check(const char* program, const std::string& expression = "a == b")
   });
 }
 
-class ReportFile : public testing::Test {
+class ReportFile : public PrivateTmpTest {
  protected:
-  void SetUp() override {
-    if (run_in_child([] { _exit(enter_private_tmp() ? 0 : 1); }).exited_with(0)) return;
-    if (getenv("CI") != nullptr) FAIL() << "a private /tmp needs the rights of root";
-    GTEST_SKIP() << "a private /tmp needs the rights of root";
-  }
-
   /* Runs action in a private /tmp and returns what show_tmp shows there after it. */
   static std::string tmp_after(const std::function<void()>& action) {
     return run_in_child([&] {
@@ -114,6 +97,24 @@ TEST_F(ReportFile, IsNotWrittenByAnotherProgram) {
               for (const char* program : {"tavrend2", "tavren", "Tavrend"}) fail_a_check(program);
             }),
             "");
+}
+
+/* Everybody may put something into the report's place. */
+TEST_F(ReportFile, IsNotWrittenThroughALink) {
+  const std::string tmp = tmp_after([] {
+    symlink("/tmp/elsewhere", first_report);
+    fail_a_check("tavrend");
+  });
+  EXPECT_EQ(tmp, "");
+}
+
+TEST_F(ReportFile, InWhosePlaceANamedPipeStandsIsNotWaitedFor) {
+  const std::string tmp = tmp_after([] {
+    write_file(first_report, "the first");
+    mkfifo(later_report, 0666);
+    fail_a_check("tavrend");
+  });
+  EXPECT_EQ(tmp, "644 tavrend_error.0\nthe first");
 }
 
 TEST_F(ReportFile, ThatCannotBeOpenedIsNamedBeforeTheDiagnostic) {

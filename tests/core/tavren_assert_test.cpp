@@ -97,8 +97,10 @@ TEST(Abort, ShowsTheInformationThatWasSetAndTheFormattedMessage) {
 TEST(Abort, KeepsItsInformationAsPointers) {
   const Outcome outcome = run_in_child([] {
     static char kind[] = "before";
-    _tavren_set_abort_info(kind, "f", 1);
+    static char file[] = "here";
+    _tavren_set_abort_info(kind, file, 1);
     snprintf(kind, sizeof kind, "after");
+    snprintf(file, sizeof file, "f");
     _tavren_abort("message");
   });
   EXPECT_EQ(outcome.err, "\nafter (f:1)\nmessage\n");

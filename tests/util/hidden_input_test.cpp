@@ -63,23 +63,26 @@ class TerminalInput : public testing::Test {
     for (const int fd : {master, slave, output[0], output[1], result[0], result[1]}) close(fd);
   }
 
-  void start(int hide) {
+  /* Starts a child that reads so many lines, the first hidden or not, the others not. */
+  void start(int hide, int lines = 1) {
     child = fork();
     if (child == -1) throw std::runtime_error("fork failed");
     if (child > 0) return;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     dup2(slave, STDIN_FILENO);
     dup2(output[1], STDOUT_FILENO);
-    char buffer[20];
-    const int count = tavren_read_input("Password: ", buffer, sizeof buffer, hide);
-    dprintf(result[1], "%d %s;", count, buffer);
+    for (; lines > 0; --lines, hide = 0) {
+      char buffer[20];
+      const int count = tavren_read_input("Password: ", buffer, sizeof buffer, hide);
+      dprintf(result[1], "%d %s;", count, buffer);
+    }
     fflush(stdout);
     _exit(0);
   }
 
   /* Starts the child and waits for its prompt. */
-  void start_and_wait(int hide) {
-    start(hide);
+  void start_and_wait(int hide, int lines = 1) {
+    start(hide, lines);
     ASSERT_EQ(read_until(output[0], ' '), "Password: ");
   }
 
@@ -201,6 +204,13 @@ TEST_F(TerminalInput, HiddenDiscardsWhatWasTypedBeforeThePrompt) {
   start_and_wait(1);
   type("secret\n");
   EXPECT_EQ(line(), "6 secret;");
+}
+
+TEST_F(TerminalInput, HiddenKeepsWhatIsTypedBehindItsLine) {
+  start_and_wait(1, 2);
+  type("secret\nnext\n");
+  EXPECT_EQ(line(), "6 secret;");
+  EXPECT_EQ(line(), "4 next;");
 }
 
 TEST_F(TerminalInput, VisibleKeepsWhatWasTypedBeforeThePrompt) {

@@ -76,6 +76,28 @@ TEST_F(PrivateDirectory, InWhosePlaceAFileStandsIsNamedWithTheReason) {
   EXPECT_EQ(in_instance([] { return set_up(); }), "-1 Failed to open " + lock + ", errno=20.");
 }
 
+TEST_F(PrivateDirectory, InWhosePlaceALinkStandsIsRefusedAndTheLinksTargetUntouched) {
+  std::filesystem::create_directories(home.path("tavren_tmp"));
+  std::filesystem::create_directory(home.path("elsewhere"));
+  write_file(home.path("elsewhere/file"), "x");
+  std::filesystem::create_directory_symlink(home.path("elsewhere"), directory);
+  EXPECT_EQ(in_instance([] { return set_up(); }), "-1 Failed to create directory " + directory + ", errno=40");
+  EXPECT_EQ(entries(), Names({"file"}));
+}
+
+TEST_F(PrivateDirectory, InWhoseLocksPlaceALinkStandsIsRefusedAndNothingMadeBehindIt) {
+  std::filesystem::create_directories(directory);
+  std::filesystem::create_symlink(home.path("elsewhere"), lock);
+  EXPECT_EQ(in_instance([] { return set_up(); }), "-1 Failed to open " + lock + ", errno=40.");
+  EXPECT_FALSE(std::filesystem::exists(home.path("elsewhere")));
+}
+
+TEST_F(PrivateDirectory, InWhoseLocksPlaceANamedPipeStandsIsRefusedAtOnce) {
+  std::filesystem::create_directories(directory);
+  ASSERT_EQ(mkfifo(lock.c_str(), 0666), 0);
+  EXPECT_EQ(in_instance([] { return set_up(); }), "-1 Failed to open " + lock + ", errno=6.");
+}
+
 TEST_F(PrivateDirectory, ThatIsRefusedHasNoName) {
   std::filesystem::create_directories(lock);
   EXPECT_EQ(in_instance([] {

@@ -10,6 +10,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 #include <utility>
 
@@ -28,6 +29,13 @@ const char* failing = "";
 
 /* What the monotonic clock shows, NULL for the time; set in children only. */
 const timespec* shown = nullptr;
+
+/* What the last lock asked for. */
+int lock_command = -1;
+off_t lock_size = -1;
+
+/* Called before a directory is removed, unless it is NULL; set in children only. */
+void (*at_rmdir)() = nullptr;
 
 bool fails(const char* name) { return strcmp(failing, name) == 0; }
 
@@ -54,8 +62,15 @@ STANDS_BEFORE_THE_C_LIBRARY int fclose(FILE* file) {
 
 STANDS_BEFORE_THE_C_LIBRARY int isatty(int fd) noexcept { return fails("isatty") ? 1 : call_real<int>("isatty", fd); }
 
+STANDS_BEFORE_THE_C_LIBRARY int rmdir(const char* path) noexcept {
+  if (at_rmdir != nullptr) at_rmdir();
+  return call_real<int>("rmdir", path);
+}
+
 /* The headers give this function the name that programs with 64-bit file offsets call. */
 STANDS_BEFORE_THE_C_LIBRARY int lockf(int fd, int command, off_t size) {
+  lock_command = command;
+  lock_size = size;
   if (!fails("lockf")) return call_real<int>("lockf64", fd, command, size);
   errno = ENOLCK;
   return -1;
@@ -153,6 +168,36 @@ TEST_F(FailingLock, LeavesNoDescriptorBehind) {
 
 TEST_F(FailingLock, LeavesTheDirectoryUnnamed) {
   EXPECT_EQ(after_set_up([](const char*) { return tavren_get_tmp_dir() == nullptr ? "NULL" : "not NULL"; }), "NULL");
+}
+
+class Lock : public FailingLock {};
+
+TEST_F(Lock, IsOnTheWholeFileAndNotWaitedFor) {
+  const Outcome outcome = run_in_child([&] {
+    setenv("TAVREN_HOME", home.path().c_str(), 1);
+    char message[TAVREN_MESSAGE_SIZE] = "";
+    tavren_setup_tmp_dir("prog", message);
+    _exit(lock_command == F_TLOCK && lock_size == 0 ? 3 : 4);
+  });
+  EXPECT_TRUE(outcome.exited_with(3)) << outcome.wait_status;
+}
+
+/* Otherwise a new instance could take the directory and have its files removed. */
+TEST_F(Lock, IsHeldUntilTheDirectoryIsGone) {
+  const Outcome outcome = run_in_child([&] {
+    setenv("TAVREN_HOME", home.path().c_str(), 1);
+    char message[TAVREN_MESSAGE_SIZE] = "";
+    tavren_setup_tmp_dir("prog", message);
+    at_rmdir = [] {
+      for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code closed_meanwhile;
+        const std::string target = std::filesystem::read_symlink(entry.path(), closed_meanwhile);
+        if (target.find("/.lock") != std::string::npos) fputs("held", stdout);
+      }
+    };
+    tavren_cleanup_tmp_dir();
+  });
+  EXPECT_EQ(outcome.out, "held");
 }
 
 }  // namespace
