@@ -1,15 +1,17 @@
+#include <errno.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "TavrenExceptions.h"
 #include "TavrenKeyDownloader.h"
 #include "lab/lab.h"
+#include "process/faults.h"
 #include "support/client_dialogue.h"
 #include "support/files.h"
 #include "support/run_in_child.h"
@@ -227,19 +229,19 @@ TEST_F(KeyDialogue, AnObjectThatEndsLeavesTheFileAlone) {
   EXPECT_TRUE(file_is_left());
 }
 
-TEST_F(KeyDialogue, AClientThatCannotBeStartedIsASystemCallError) {
-  rlimit limit{};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  const rlimit none{3, limit.rlim_max};
+class KeyDownloadFault : public KeyDialogue, public testing::WithParamInterface<std::pair<const char*, const char*>> {};
+
+TEST_P(KeyDownloadFault, ThatKeepsTheClientFromStartingIsASystemCallError) {
+  const Faulty call(GetParam().first, EMFILE);
   char key[TAVREN_HOST_KEY_SIZE];
   char* error = nullptr;
-  setrlimit(RLIMIT_NOFILE, &none);
-  const int result = tavren_download_host_key("archive.example", key, &error);
-  setrlimit(RLIMIT_NOFILE, &limit);
-  EXPECT_EQ(result, -1);
-  EXPECT_STREQ(error, "  - System call \"pipe\" failed with error code 24\n");
+  EXPECT_EQ(tavren_download_host_key("archive.example", key, &error), -1);
+  EXPECT_EQ(error, std::string("  - System call \"") + GetParam().second + "\" failed with error code 24\n");
   free(error);
 }
+
+INSTANTIATE_TEST_SUITE_P(Calls, KeyDownloadFault,
+                         testing::Values(std::pair("pipe2", "pipe"), std::pair("forkpty", "forkpty")));
 
 TEST_F(KeyDialogue, WithoutAPrivateDirectoryIsAFailedAssertion) {
   tavren_cleanup_tmp_dir();

@@ -1,7 +1,7 @@
 # Real clients, servers and key generators, and some in their places: all of it beside a private archive host, whose
 # file system can be changed.
 tavren_test(key_download_tests keys/key_download_test.cpp keys/key_download_dialogue_test.cpp
-  support/scripted_client.cpp LAB TIMEOUT 180)
+  process/faults.cpp support/scripted_client.cpp LAB TIMEOUT 180)
 tavren_test(fingerprint_tests keys/fingerprint_test.cpp keys/fingerprint_failures_test.cpp LAB)
 tavren_test(fingerprint_catalogue_tests keys/fingerprint_catalogue_test.cpp LAB)
 
