@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "TavrenExceptions.h"
 #include "TavrenKeyDownloader.h"
@@ -14,6 +13,7 @@
 #include "process/faults.h"
 #include "support/client_dialogue.h"
 #include "support/files.h"
+#include "support/named.h"
 #include "support/run_in_child.h"
 #include "support/scripted_client.h"
 #include "tavren_host_util.h"
@@ -229,19 +229,20 @@ TEST_F(KeyDialogue, AnObjectThatEndsLeavesTheFileAlone) {
   EXPECT_TRUE(file_is_left());
 }
 
-class KeyDownloadFault : public KeyDialogue, public testing::WithParamInterface<std::pair<const char*, const char*>> {};
+class KeyDownloadFault : public KeyDialogue, public testing::WithParamInterface<Named<const char*>> {};
 
 TEST_P(KeyDownloadFault, ThatKeepsTheClientFromStartingIsASystemCallError) {
-  const Faulty call(GetParam().first, EMFILE);
+  const Faulty call(GetParam().value, EMFILE);
   char key[TAVREN_HOST_KEY_SIZE];
   char* error = nullptr;
   EXPECT_EQ(tavren_download_host_key("archive.example", key, &error), -1);
-  EXPECT_EQ(error, std::string("  - System call \"") + GetParam().second + "\" failed with error code 24\n");
+  EXPECT_EQ(error, std::string("  - System call \"") + GetParam().name + "\" failed with error code 24\n");
   free(error);
 }
 
 INSTANTIATE_TEST_SUITE_P(Calls, KeyDownloadFault,
-                         testing::Values(std::pair("pipe2", "pipe"), std::pair("forkpty", "forkpty")));
+                         testing::Values(Named<const char*>{"pipe", "pipe2"}, Named<const char*>{"forkpty", "forkpty"}),
+                         by_name);
 
 TEST_F(KeyDialogue, WithoutAPrivateDirectoryIsAFailedAssertion) {
   tavren_cleanup_tmp_dir();
