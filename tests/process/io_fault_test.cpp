@@ -1,12 +1,8 @@
 #include <errno.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
-
-#include <vector>
 
 #include "process/children.h"
 #include "process/faults.h"
@@ -74,24 +70,6 @@ TEST(CancelledWait, WinsOverATerminalThatIsReadyForReading) {
   const Faulty call("read", EAGAIN);
   std::string line;
   EXPECT_EQ(result_of([&] { child.read_line(line, patient_deadline(), ""); }), cancelled);
-}
-
-TEST(Stop, LooksTwentyTimesInItsTwoSecondsOfGraceAndThenWaits) {
-  TavrenProcess child = shell("trap '' TERM; echo deaf; while :; do sleep 600; done");
-  ASSERT_EQ(next_line(child), "deaf");
-  const Faulty recorder("waitpid");
-  child.stop(2);
-  std::vector<long> options(20, WNOHANG);
-  options.push_back(0);
-  EXPECT_EQ(recorder.arguments(), options);
-}
-
-TEST(Stop, NapsATenthOfASecondBetweenItsLooks) {
-  TavrenProcess child = shell("trap '' TERM; echo deaf; while :; do sleep 600; done");
-  ASSERT_EQ(next_line(child), "deaf");
-  const Faulty recorder("nanosleep");
-  child.stop(2);
-  EXPECT_EQ(recorder.arguments(), std::vector<long>(20, 100));
 }
 
 TEST(FailedWrite, IsNamed) {
@@ -200,35 +178,4 @@ TEST(TerminalSettings, TakeEffectAtOnce) {
   TavrenProcess child = counterpart({"sum", "100", "0"});
   child.send_eof(patience);
   EXPECT_THAT(recorder.arguments(), ElementsAre(TCSANOW, TCSANOW));
-}
-
-TEST(Kill, GetsSigtermAndThenSigkillWithoutGrace) {
-  TavrenProcess child = shell("trap '' TERM; echo ready; exec sleep 600");
-  next_line(child);
-  const Faulty recorder("kill");
-  child.stop(0);
-  EXPECT_THAT(recorder.arguments(), ElementsAre(SIGTERM, SIGKILL));
-}
-
-TEST(Kill, GetsOnlySigtermForAChildThatEnds) {
-  TavrenProcess child("/bin/sleep", {"600"}, false);
-  const Faulty recorder("kill");
-  child.stop(patience);
-  EXPECT_THAT(recorder.arguments(), ElementsAre(SIGTERM));
-}
-
-TEST(Kill, IsNotCalledWithoutALiveChild) {
-  TavrenProcess child("/bin/sleep", {"600"}, false);
-  child.stop(0);
-  const Faulty recorder("kill");
-  child.send_signal(SIGTERM);
-  child.stop(1);
-  EXPECT_EQ(recorder.calls(), 0U);
-}
-
-TEST(FailedWaitpid, IsRepeatedWhenInterrupted) {
-  TavrenProcess child("/bin/sleep", {"600"}, false);
-  const Faulty fault("waitpid", EINTR);
-  child.stop(0);
-  EXPECT_EQ(fault.calls(), 2U);
 }

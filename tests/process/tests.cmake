@@ -26,7 +26,7 @@ process_test(process_cancel_tests process/cancel_test.cpp)
 process_test(process_host_tests process/hosts_test.cpp process/hosts.cpp)
 process_test(process_log_tests process/log_test.cpp process/log_file_test.cpp)
 process_test(process_fault_tests process/start_fault_test.cpp process/io_fault_test.cpp
-  process/send_eof_fault_test.cpp process/faults.cpp)
+  process/send_eof_fault_test.cpp process/stop_fault_test.cpp process/faults.cpp)
 
 # A string whose length does not fit into 32 bits.
 if(CMAKE_SIZEOF_VOID_P EQUAL 8)
