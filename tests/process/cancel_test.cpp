@@ -155,6 +155,18 @@ TEST(CancelledSend, SendsWhatNeedsNoWait) {
   EXPECT_EQ(next_bytes(child, 5), "words");
 }
 
+/* A descendant holds the terminal, so that the last output of the child that has exited is waited for. */
+TEST(CancelledSend, EndsAlsoTheWaitForTheLastOutputOfAChildThatExited) {
+  for (const bool separate_stdin : {false, true}) {
+    TavrenProcess child = shell("trap '' HUP; (while [ -t 1 ]; do sleep 0.05; done) & echo $$", separate_stdin);
+    ASSERT_TRUE(wait_until_exited(announced_pid(child)));
+    const int before = tavren_get_uptime();
+    const WhileAsleep disabled([&child] { child.disable(); });
+    EXPECT_EQ(result_of([&] { child.send(megabyte, patience); }), cancelled);
+    EXPECT_LT(tavren_get_uptime(), before + patience);
+  }
+}
+
 /* More often than a pipe has room for. */
 TEST(CancelledObject, MayBeCancelledAnyNumberOfTimes) {
   TavrenProcess child("/bin/cat", {}, false);

@@ -120,6 +120,14 @@ TEST_P(Send, ChildThatExitedUnreapedIsReportedWithItsLastOutput) {
             "13(/bin/sh) 12(" + std::to_string(pid) + ") 12(last words) 12(and more)");
 }
 
+TEST_P(Send, ChildThatExitedIsReportedAlsoAfterTheDeadline) {
+  TavrenProcess child = shell("echo $$; read -r line; echo last words", separate_stdin());
+  const pid_t pid = announced_pid(child);
+  child.send("go\n", patience);
+  ASSERT_TRUE(wait_until_exited(pid));
+  EXPECT_EQ(result_of_sending(child, megabyte, -10), "13(/bin/sh) 12(" + std::to_string(pid) + ") 12(last words)");
+}
+
 TEST_P(Send, ChildReapedByTheHostIsReportedWithItsLastOutput) {
   TavrenProcess child = shell("echo $$; read -r line; echo last words", separate_stdin());
   const pid_t pid = announced_pid(child);
