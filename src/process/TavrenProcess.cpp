@@ -94,8 +94,9 @@ void reset_signals() {
 }
 
 /*
- * Reports a failure of the child before its program runs, as perror would, and ends it. perror itself may take locks
- * that another thread of the host held at the fork; this takes none.
+ * Reports a failure of the child before its program runs, in the form that perror gives it, and ends it. Only
+ * async-signal-safe calls are allowed here: perror may take locks that another thread of the host held at the fork.
+ * That is also why the error's text is deliberately the untranslated one, which alone can be had without a lock.
  */
 [[noreturn]] void die(const char* what, const char* subject) {
   const char* reason = strerrordesc_np(errno);
