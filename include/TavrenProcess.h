@@ -23,10 +23,10 @@
  *
  * Time-outs are relative, in whole seconds. Deadlines are absolute, in whole seconds of tavren_get_uptime, and may be
  * passed by up to one second; 2147483647 is no deadline. A wait throws TavrenTimeout when its deadline passes and
- * TavrenOperationCancelled after disable(), and loses no output by it. A child whose output has ended is reported as
- * TAVREN_E_PROGRAM_EXITED with its last lines; more than 102400 bytes taken in by one read operation as
- * TAVREN_E_EXCESSIVE_OUTPUT; a failed system call as TAVREN_E_SYSCALL. Use before the child is started is a failed
- * assertion.
+ * TavrenOperationCancelled after disable(), and loses no output by it. A child whose output has ended, or that a send
+ * finds gone, is reported as TAVREN_E_PROGRAM_EXITED with its last lines; more than 102400 bytes taken in by one read
+ * operation as TAVREN_E_EXCESSIVE_OUTPUT; a failed system call as TAVREN_E_SYSCALL. Use before the child is started is
+ * a failed assertion.
  */
 class TAVREN_EXPORT TavrenProcess {
  public:

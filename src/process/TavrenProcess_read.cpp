@@ -150,12 +150,15 @@ void TavrenProcess::throw_program_exited() const {
 
 /*
  * Reads what a child that has ended left behind, which ends in the error that carries it. A descendant that holds the
- * terminal open keeps that end from coming; the deadline then stands in for it.
+ * terminal open keeps that end from coming: the deadline then stands in for it, and the limit of one read operation
+ * when the descendant prints without end. Neither may hide that the child is gone.
  */
 void TavrenProcess::fail_with_last_output(long deadline) {
   try {
     read_until_line_starts_with("", deadline);
   } catch (const TavrenTimeout&) {
+  } catch (const TavrenError& error) {
+    if (error.get_ecode() != TAVREN_E_EXCESSIVE_OUTPUT) throw;
   }
   throw_program_exited();
 }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <numeric>
 
 #include "process/children.h"
@@ -114,6 +115,22 @@ TEST(EndOfOutput, ThatNeverComesDoesNotHideTheEndOfTheChild) {
   const std::string too_much(1000000, 'x');
   EXPECT_EQ(result_of([&] { child.send(too_much, 1); }), exited_after(1, 1));
   EXPECT_EQ(result_of([&] { child.send_eof(1); }), exited_after(1, 1));
+}
+
+/* Nor does a descendant that prints more than one read operation may take in. */
+TEST(EndOfOutput, ThatADescendantFloodsDoesNotHideTheEndOfTheChild) {
+  std::string expected = "13(/bin/sh)";
+  for (int i = 0; i < 20; ++i) expected += " 12(flood)";
+  const std::string too_much(1000000, 'x');
+  const std::function<void(TavrenProcess&)> sends[] = {[&](TavrenProcess& child) { child.send(too_much, patience); },
+                                                       [](TavrenProcess& child) { child.send_eof(patience); }};
+  for (const auto& send : sends) {
+    TavrenProcess child = shell("trap '' HUP; echo $$; yes flood &");
+    ASSERT_TRUE(wait_until_exited(announced_pid(child)));
+    const int before = tavren_get_uptime();
+    EXPECT_EQ(result_of([&] { send(child); }), expected);
+    EXPECT_LT(tavren_get_uptime(), before + patience);
+  }
 }
 
 TEST(EndOfOutput, LeavesTheChildToBeReaped) {
