@@ -29,11 +29,16 @@ const std::string& log_path() {
   return path;
 }
 
-/* Opens a new file, the old one kept under its other name. log_fd stays -1 when that fails. */
+/*
+ * Opens a new file, the old one kept under its other name. log_fd stays -1 when that fails. The name is known
+ * beforehand and others may write in its directory: a link that one of them has planted there must not lead the log
+ * over a file that only this process may write.
+ */
 void open_log() {
   const std::string& path = log_path();
   if (access(path.c_str(), F_OK) == 0) rename(path.c_str(), (path + ".0").c_str());
-  log_fd = keep_off_standard_streams(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC;
+  log_fd = keep_off_standard_streams(open(path.c_str(), flags, 0666));
   log_bytes_written = 0;
 }
 

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/close_range.h>
+#include <signal.h>
 #include <stdio.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -100,6 +101,32 @@ TEST_F(ChildOutputLog, ThatCannotBeOpenedFailsTheConstructionAndLeavesNothing) {
   EXPECT_EQ(output, "24(write(log_child_output), 21)");
 }
 
+TEST_F(ChildOutputLog, FollowsNoLinkThatLeadsNowhere) {
+  std::filesystem::create_symlink(path("planted"), path());
+  const std::string output =
+      run("10000", [] { printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str()); });
+  EXPECT_EQ(output, "24(write(log_child_output), 40)");
+  EXPECT_FALSE(exists("planted"));
+}
+
+TEST_F(ChildOutputLog, FollowsNoLinkThatCannotBeMoved) {
+  make_unmovable();
+  write_file(path("victim"), "untouched");
+  std::filesystem::create_symlink(path("victim"), path());
+  const std::string output =
+      run("10000", [] { printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str()); });
+  EXPECT_EQ(output, "24(write(log_child_output), 40)");
+  EXPECT_EQ(read_file(path("victim")), "untouched");
+}
+
+TEST_F(ChildOutputLog, MovesALinkAwayAndLeavesItsFileAlone) {
+  write_file(path("victim"), "untouched");
+  std::filesystem::create_symlink(path("victim"), path());
+  run("10000", [] { TavrenProcess("/bin/true", {}, false).stop(0); });
+  EXPECT_EQ(read_file(path("victim")), "untouched");
+  EXPECT_EQ(current(), rule + "STARTING CHILD: /bin/true\n");
+}
+
 TEST_F(ChildOutputLog, ThatCannotBeOpenedFailsTheRead) {
   make_unwritable();
   const std::string output = run("0", [] {
@@ -122,12 +149,19 @@ TEST_F(ChildOutputLog, ThatFailsTheReadTakesNothingFromIt) {
   EXPECT_EQ(output, "line");
 }
 
-TEST_F(ChildOutputLog, OnAFullDiskFailsTheConstruction) {
-  make_unmovable();
-  std::filesystem::create_symlink("/dev/full", path());
-  const std::string output =
-      run("10000", [] { printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str()); });
-  EXPECT_EQ(output, "24(write(log_child_output), 28)");
+/* Nothing that is written fits into a file that may have no bytes; the host has chosen to live through that. */
+TEST_F(ChildOutputLog, ThatCannotBeWrittenFailsTheConstruction) {
+  const std::string output = run("10000", [] {
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit largest{};
+    getrlimit(RLIMIT_FSIZE, &largest);
+    const rlimit none{0, largest.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &none);
+    const std::string result = result_of([] { TavrenProcess("/bin/true", {}, false); });
+    setrlimit(RLIMIT_FSIZE, &largest);
+    printf("%s", result.c_str());
+  });
+  EXPECT_EQ(output, "24(write(log_child_output), 27)");
 }
 
 /* A write across the largest size of a file takes a part, as one does that fills the disk, and sets no errno. */
