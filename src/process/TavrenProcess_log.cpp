@@ -7,6 +7,7 @@
 #include <string>
 
 #include "TavrenError.h"
+#include "TavrenMutex.h"
 #include "TavrenProcess.h"
 #include "TavrenTunables.h"
 #include "process/descriptors.h"
@@ -14,11 +15,16 @@
 #include "tavren_basic.h"
 
 /*
- * The child-output log: one file for all children of the process, and the one before it. Not locked: children of
- * different threads may take turns in it, chunk by chunk.
+ * The child-output log: one file for all children of the process, and the one before it. Children of different
+ * threads take turns in it, piece by piece.
  */
 namespace {
 
+/*
+ * Held for one piece. Without it one thread could close a file that it moves away while another is about to write to
+ * that descriptor, which may be somebody else's by then. Guards the two below; never destroyed, like the path.
+ */
+TavrenMutex& log_mutex = *new TavrenMutex;
 int log_fd = -1;
 int64_t log_bytes_written = 0;
 
@@ -48,6 +54,7 @@ void TavrenProcess::log_child_output(const char* text, size_t length) {
   const int limit = TavrenTunables::instance().get_subprocess_log_size();
   if (limit == 0) return;
 
+  const TavrenAutoLock lock(log_mutex);
   const auto size = static_cast<int64_t>(length);
   if (log_fd != -1 && log_bytes_written + size > limit) close_descriptor(log_fd);
   if (log_fd == -1) open_log();

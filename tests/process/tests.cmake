@@ -24,7 +24,8 @@ process_test(process_limits_tests process/limits_test.cpp)
 process_test(process_end_of_output_tests process/end_of_output_test.cpp TIMEOUT 400)
 process_test(process_cancel_tests process/cancel_test.cpp)
 process_test(process_host_tests process/hosts_test.cpp process/hosts.cpp)
-process_test(process_log_tests process/log_test.cpp process/log_file_test.cpp)
+process_test(process_log_tests process/log_test.cpp process/log_file_test.cpp
+  process/log_threads_test.cpp)
 process_test(process_fault_tests process/start_fault_test.cpp process/io_fault_test.cpp
   process/send_eof_fault_test.cpp process/stop_fault_test.cpp process/faults.cpp)
 
