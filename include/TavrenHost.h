@@ -31,7 +31,8 @@
  * One thread drives a session. Others may call disable, kill_ssh, get_connection_status and clear_connection_status.
  *
  * Failures are TavrenError. TavrenOperationCancelled means that the session was disabled. Sizes are bytes; each step
- * of a command or transfer may take ssh_command_timeout seconds (a tunable) and fails with TAVREN_E_COMMAND_TIMEOUT.
+ * of a command or transfer may take ssh_command_timeout seconds (a tunable) and fails with TAVREN_E_COMMAND_TIMEOUT,
+ * but for data that the far side does not take in time: TavrenTimeout.
  */
 class TAVREN_EXPORT TavrenHost {
  public:
@@ -94,9 +95,15 @@ class TAVREN_EXPORT TavrenHost {
   /* Sends SIGTERM to the child, which must exist. Takes no lock; any thread may call it. */
   void kill_ssh();
 
-  /* Remote commands. No transfer may be in progress and the connection must be open (failed assertions otherwise). */
+  /*
+   * Remote commands. The connection must be open and, except for run_line, no transfer may be in progress (failed
+   * assertions otherwise).
+   */
 
-  /* Sends a line to the shell and, if output is not NULL, reads one line of output. */
+  /*
+   * Sends a line to the shell and, if output is not NULL, reads one line of output. A transfer in progress would take
+   * the line for its data; the caller sees to it that there is none.
+   */
   void run_line(const std::string& command, std::string* output);
 
   /*
@@ -122,10 +129,16 @@ class TAVREN_EXPORT TavrenHost {
 
   /* Files and streams. Continuing or ending without a start is a failed assertion. */
 
-  /* Starts sending a file of size bytes to path with the permission bits mode. */
+  /*
+   * Starts sending a file of size bytes to path with the permission bits mode. Throws TAVREN_E_CREATE_REMOTE_FILE,
+   * nothing then being started, when the base name of path holds a newline.
+   */
   void start_send_file(const std::string& path, uint32_t size, unsigned int mode);
 
-  /* Sends the next length bytes. Throws TAVREN_E_INCORRECT_OUTPUT when the far side complains. */
+  /*
+   * Sends the next length bytes. Throws TAVREN_E_INCORRECT_OUTPUT when the far side complains, TavrenTimeout when it
+   * does not take them in time.
+   */
   void continue_send_file(const char* data, unsigned int length);
 
   /* Ends the file and waits for the far side's word that it arrived. */
@@ -134,17 +147,23 @@ class TAVREN_EXPORT TavrenHost {
   /*
    * Sends size bytes of the file open at fd, all of it when size is negative (2^32-1 bytes at the most), to path with
    * the permission bits mode. name stands for the file in errors. Throws TAVREN_E_SYSCALL when it cannot be read or is
-   * shorter.
+   * shorter, and what the three steps throw.
    */
   void send_file(int fd, const std::string& name, const std::string& path, int size, unsigned int mode);
 
-  /* Sends size bytes (not negative, a failed assertion otherwise) of memory to path with the permission bits mode. */
+  /*
+   * Sends size bytes (not negative, a failed assertion otherwise) of memory to path with the permission bits mode.
+   * Throws what the three steps throw.
+   */
   void send_data(const char* data, int size, const std::string& path, unsigned int mode);
 
   /* Starts sending data of unknown length to path. */
   void start_send_stream(const std::string& path);
 
-  /* Sends the next length bytes. Throws TAVREN_E_INCORRECT_OUTPUT when the far side complains. */
+  /*
+   * Sends the next length bytes. Throws TAVREN_E_INCORRECT_OUTPUT when the far side complains, TavrenTimeout when it
+   * does not take them in time.
+   */
   void continue_send_stream(const char* data, unsigned int length);
 
   /* Ends the stream and with it the child: close the connection afterwards. */

@@ -6,8 +6,10 @@
  * stopped then: it ends with the process, or with tavren_hp_kill_ssh before the destruction. The program's private
  * temporary directory (tavren_setup_tmp_dir) must exist when a host key is configured.
  *
- * A transfer is one start, any number of continues and one end. After a failed one the session takes no further
- * requests (a failed assertion), and after a stream its child is gone: destroy the handle and create another.
+ * A transfer is one start, any number of continues and one end. After a failed one probing and removing are failed
+ * assertions; another start is not refused, but what the far shell would make of it is unknown. After a stream the
+ * child is gone. Destroy the handle in both cases and create another. A file name that is refused, because there is a
+ * newline behind its last slash, is no failed transfer: the session is as it was. Streams take such names.
  *
  * Functions with a message pointer set it to a text that the caller owns and releases with free when they fail for a
  * reason that has one. A TavrenTimeout or TavrenOperationCancelled is not converted: it passes to the caller as a C++

@@ -105,13 +105,20 @@ void TavrenHost::dismiss_sink(long deadline) {
 }
 
 void TavrenHost::start_send_file(const std::string& path, uint32_t size, unsigned int mode) {
+  const std::string name = tavren_basename(path);
+  /*
+   * A newline ends the protocol's header: the sink would take what follows for the file's data, and the shell would
+   * execute the bytes that are then too many.
+   */
+  if (name.find('\n') != std::string::npos) throw TavrenError(TAVREN_E_CREATE_REMOTE_FILE, path, "");
+
   running_command = get_cmd("scp") + path_argument(path);
   char header[32];
   snprintf(header, sizeof header, "C%04o %lld ", mode, static_cast<long long>(size));
   try {
     start_transfer(echo_end_marker);
     get_scp_response();
-    child().send(header + tavren_basename(path) + "\n", command_timeout());
+    child().send(header + name + "\n", command_timeout());
     get_scp_response();
   } catch (const TavrenTimeout&) {
     throw_transfer_timeout(starting);
@@ -192,10 +199,11 @@ void TavrenHost::continue_send_stream(const char* data, unsigned int length) { c
 void TavrenHost::end_send_stream() {
   TAVREN_ASSERT("TavrenHost", running_command.size() != 0);
   const int timeout = command_timeout();
+  const long deadline = deadline_after(timeout);
   try {
     child().send_eof(timeout);
     std::string line;
-    if (child_says_nothing_more(line, deadline_after(timeout))) return;
+    if (child_says_nothing_more(line, deadline)) return;
     throw_unexpected_line(line);
   } catch (const TavrenTimeout&) {
     throw_transfer_timeout(ending);
