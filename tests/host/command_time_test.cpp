@@ -61,6 +61,13 @@ TEST_F(CommandTime, ACommandEndsWithinTheTimeThatItIsGiven) {
   EXPECT_EQ(passed(), all_of(given_time));
 }
 
+TEST_F(CommandTime, ACommandsOutputHasWhatItsSendingHasLeft) {
+  recorded_system::refuse_to_write(sent_for(fall_silent), 1);
+  start_measuring();
+  run(fall_silent);
+  EXPECT_EQ(passed(), all_of(given_time));
+}
+
 TEST_F(CommandTime, ALineOfOutputDoesNotProlongTheTime) {
   const ScriptedClient meeting("");
   const std::string pausing = meeting.make_fifo("pausing");
@@ -90,6 +97,14 @@ TEST_F(CommandTime, ALineIsSentWithinTheTimeOfACommand) {
 
 TEST_F(CommandTime, TheAnswerToALineHasTheTimeOfACommand) {
   std::string output;
+  start_measuring();
+  error_body([&] { host.run_line(fall_silent, &output); });
+  EXPECT_EQ(passed(), all_of(command_time));
+}
+
+TEST_F(CommandTime, TheAnswerToALineHasWhatItsSendingHasLeft) {
+  std::string output;
+  recorded_system::refuse_to_write(fall_silent + "\n", 1);
   start_measuring();
   error_body([&] { host.run_line(fall_silent, &output); });
   EXPECT_EQ(passed(), all_of(command_time));

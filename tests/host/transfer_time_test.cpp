@@ -7,6 +7,7 @@
 #include "TavrenExceptions.h"
 #include "host/measured_time.h"
 #include "host/transfer_fixture.h"
+#include "support/run_in_child.h"
 
 /*
  * How long each step of a transfer waits for the far side.
@@ -17,6 +18,13 @@ class TransferTime : public TransferTest, protected MeasuredTime {
  protected:
   /* Begins to measure; the sink falls silent at its fall_silent. */
   void start_measuring() { MeasuredTime::start_measuring(sink == nullptr ? "" : sink->path("silence")); }
+
+  std::string call_of_sink() const {
+    return "echo '_TAV/REN_' BEGIN; " + sink_command("file") + "; echo; echo '_TAV/REN_' END\n";
+  }
+
+  /* Has the shell fall silent for good. */
+  void silence_shell() { host.run_line(": >" + sink->path("silence") + "; exec sleep 100", nullptr); }
 
   /* Expects a file of three bytes, sent to a sink with the lines body, to fail with error after seconds. */
   void expect_failure(const std::string& body, const std::string& error, int seconds) {
@@ -51,8 +59,7 @@ class TransferTime : public TransferTest, protected MeasuredTime {
 
 TEST_F(TransferTime, TheCopyProgramIsCalledWithinTheTimeOfACommand) {
   use_sink(wait_forever);
-  recorded_system::refuse_to_write("echo '_TAV/REN_' BEGIN; " + sink_command("file") +
-                                   "; echo; echo '_TAV/REN_' END\n");
+  recorded_system::refuse_to_write(call_of_sink());
   start_measuring();
   EXPECT_NE(error_body([this] { host.start_send_file("file", 3, 0644); }).find(starting), std::string::npos);
   EXPECT_EQ(passed(), all_of(command_time));
@@ -60,7 +67,16 @@ TEST_F(TransferTime, TheCopyProgramIsCalledWithinTheTimeOfACommand) {
 
 TEST_F(TransferTime, TheShellCallsTheCopyProgramWithinTheTimeOfACommand) {
   use_sink(wait_forever);
-  host.run_line(": >" + sink->path("silence") + "; exec sleep 100", nullptr);
+  silence_shell();
+  start_measuring();
+  EXPECT_NE(error_body([this] { host.start_send_file("file", 3, 0644); }).find(starting), std::string::npos);
+  EXPECT_EQ(passed(), all_of(command_time));
+}
+
+TEST_F(TransferTime, TheShellHasWhatTheCallHasLeft) {
+  use_sink(wait_forever);
+  silence_shell();
+  recorded_system::refuse_to_write(call_of_sink(), 1);
   start_measuring();
   EXPECT_NE(error_body([this] { host.start_send_file("file", 3, 0644); }).find(starting), std::string::npos);
   EXPECT_EQ(passed(), all_of(command_time));
@@ -120,6 +136,18 @@ TEST_F(TransferTime, TheSinkExitsWithinTheTimeOfACommand) {
   expect_failure(end + "printf '\\0'\n" + fall_silent, ending, all_of(command_time));
 }
 
+TEST_F(TransferTime, TheSinksExitHasWhatItsAnswersHaveLeft) {
+  use_sink(end + pause + "printf '\\0'\n" + fall_silent);
+  start_measuring();
+  run_with_pause(2, [this] { error_body([this] { host.send_data("abc", 3, "file", 0644); }); });
+  EXPECT_EQ(passed(), all_of(command_time));
+}
+
+TEST_F(TransferTime, AFileThatDidNotEndInTimeKeepsTheShellToItself) {
+  expect_failure(end + fall_silent, ending, all_of(command_time));
+  expect_assertion("TavrenHost", "running_command.size() == 0", [this] { host.run_and_check_ecode("pwd"); });
+}
+
 TEST_F(TransferTime, AnUnfinishedErrorHasWhatItsFirstByteHasLeft) {
   use_sink(pause + "printf '\\002no'\n" + fall_silent);
   start_measuring();
@@ -149,7 +177,7 @@ TEST_F(TransferTime, AStreamsWriterIsCalledWithinTheTimeOfACommand) {
 
 TEST_F(TransferTime, TheShellCallsAStreamsWriterWithinTheTimeOfACommand) {
   use_sink("");
-  host.run_line(": >" + sink->path("silence") + "; exec sleep 100", nullptr);
+  silence_shell();
   start_measuring();
   EXPECT_NE(error_body([this] { host.start_send_stream("file"); }).find(starting), std::string::npos);
   EXPECT_EQ(passed(), all_of(command_time));

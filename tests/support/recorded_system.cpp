@@ -30,6 +30,7 @@ std::vector<std::string> writes;
 std::atomic<bool> recording_writes{false};
 std::string refused_text;
 std::atomic<bool> refusing{false}; /* the last write was refused */
+std::atomic<int64_t> refused_for_ms{0};
 std::atomic<bool> uptime_hurries{false};
 std::atomic<bool> uptime_stands{false};
 timespec standing_uptime;
@@ -66,6 +67,17 @@ timespec sum(timespec time, int64_t milliseconds) {
 bool is_refused(const void* data, size_t length) {
   const std::lock_guard<std::mutex> lock(mutex);
   return !refused_text.empty() && refused_text == std::string(static_cast<const char*>(data), length);
+}
+
+/* Lets the time pass that a refused text is waited for, at most timeout. Returns whether the text is taken now. */
+bool is_taken_within(int timeout) {
+  const int64_t waited = std::min<int64_t>(timeout, refused_for_ms);
+  uptime_lead_ms += waited;
+  refused_for_ms -= waited;
+  if (refused_for_ms > 0) return false;
+  recorded_system::refuse_to_write("");
+  refusing = false;
+  return true;
 }
 
 bool waits_to_write(const pollfd* entries, nfds_t count) {
@@ -127,9 +139,10 @@ void stop_uptime(const std::string& file) {
 
 void pass_uptime(int seconds) { uptime_lead_ms += seconds * 1000; }
 
-void refuse_to_write(const std::string& text) {
+void refuse_to_write(const std::string& text, int seconds) {
   const std::lock_guard<std::mutex> lock(mutex);
   refused_text = text;
+  refused_for_ms = static_cast<int64_t>(seconds) * 1000;
 }
 
 void record_writes() { recording_writes = true; }
@@ -182,10 +195,10 @@ STANDS_BEFORE_THE_C_LIBRARY int poll(pollfd* entries, nfds_t count, int timeout)
   /* What was written before the silence may still be on its way through the terminal. */
   constexpr int longest_way_ms = 50;
   constexpr int longest_nap_ms = 100;
+  if (refusing && waits_to_write(entries, count)) return is_taken_within(timeout) ? real_poll(entries, count, 0) : 0;
   for (;;) {
-    const bool in_vain = refusing && waits_to_write(entries, count);
-    const bool is_over = in_vain || timeout <= longest_nap_ms || access(silence.c_str(), F_OK) == 0;
-    const int ready = in_vain ? 0 : real_poll(entries, count, std::min(timeout, longest_way_ms));
+    const bool is_over = timeout <= longest_nap_ms || access(silence.c_str(), F_OK) == 0;
+    const int ready = real_poll(entries, count, std::min(timeout, longest_way_ms));
     if (ready != 0) return ready;
     if (is_over) break;
   }

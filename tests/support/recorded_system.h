@@ -56,8 +56,13 @@ void stop_uptime(const std::string& silence = "");
 /* Moves the uptime clock on. */
 void pass_uptime(int seconds);
 
-/* Lets write(2) take nothing when it is given just text, as a full terminal does; "": everything is taken. */
-void refuse_to_write(const std::string& text);
+constexpr int for_good = 2147483; /* seconds */
+
+/*
+ * Lets write(2) take nothing when it is given just text, as a full terminal does; "": everything is taken. With the
+ * uptime clock stopped, text is taken after all when it has been waited for so many seconds.
+ */
+void refuse_to_write(const std::string& text, int seconds = for_good);
 
 /* Starts recording what the process writes with write(2). */
 void record_writes();
