@@ -8,76 +8,17 @@
 #include <vector>
 
 #include "TavrenExceptions.h"
-#include "host/measured_time.h"
 #include "host/odd_names.h"
+#include "host/stream_fixture.h"
 #include "host/transfer_fixture.h"
-#include "support/client_dialogue.h"
 #include "support/run_in_child.h"
 
 namespace {
 
-/*
- * A session on a terminal whose far end, like the real client, waits for input with poll before it reads: a program
- * that blocks in read on a raw terminal does not see the end of file.
- */
-class Stream : public HostTest {
- protected:
-  Stream() : client(polling_shell + ClientDialogue().login()) {
-    recorded_system::reset();
-    settings.dir = directory.path();
-    set_command("ssh", client.path());
-    enable();
-    host.open_connection();
-  }
-  ~Stream() override { recorded_system::reset(); }
-
-  void send(const std::string& text, const std::string& name = "file") {
-    host.start_send_stream(name);
-    constexpr size_t piece = 2048;
-    for (size_t start = 0; start < text.size(); start += piece) {
-      const std::string part = text.substr(start, piece);
-      host.continue_send_stream(part.data(), static_cast<unsigned int>(part.size()));
-    }
-    host.end_send_stream();
-  }
-
-  void reopen() {
-    host.close_connection();
-    host.open_connection();
-  }
-
-  /* Sends until the far side's complaint is there. Returns the error. */
-  std::string complaint_about(const std::string& text) {
-    return error_body([&] {
-      for (int i = 0; i < 1000000; ++i) host.continue_send_stream(text.data(), static_cast<unsigned int>(text.size()));
-    });
-  }
-
-  std::string received(const std::string& name) const { return read_file(directory.path(name)); }
-
-  static std::string text_of(size_t size) {
-    std::string text(size, '\n');
-    for (size_t i = 0; i < size; ++i) {
-      if (i % 61 != 60) text[i] = static_cast<char>('!' + (i * 7919) % 90);
-    }
-    return text;
-  }
-
-  const std::string polling_shell = "become_shell() { exec /usr/bin/socat -t 60 - EXEC:/bin/sh,stderr; }\n";
-  const TemporaryDirectory directory;
-  const ScriptedClient client;
-};
+class Stream : public StreamTest {};
 
 /* The far end of a loopback session reads from a pipe, where the end of file is an ordinary byte. */
 class LoopbackStream : public TransferTest {};
-
-/* How long ending a stream waits. */
-class StreamTime : public Stream, protected MeasuredTime {
- protected:
-  std::string timeout_of(const ScriptedClient& writer) const {
-    return "  - Timeout occurred while running remote command: \"" + writer.path() + " >'file' (1)\"\n";
-  }
-};
 
 class StreamSize : public Stream, public testing::WithParamInterface<size_t> {};
 class StreamName : public Stream, public testing::WithParamInterface<Named<const char*>> {};
@@ -123,6 +64,11 @@ TEST_P(StreamName, IsKept) {
 }
 
 INSTANTIATE_TEST_SUITE_P(, StreamName, testing::ValuesIn(odd_names), by_name);
+
+TEST_F(Stream, KeepsANameOfTwoLines) {
+  send("content", "two\nlines");
+  EXPECT_EQ(received("two\nlines"), "content");
+}
 
 TEST_F(Stream, ManyInARowArriveWhole) {
   for (size_t size = 1; size < 40000; size += 1999) {
@@ -210,28 +156,6 @@ TEST_F(Stream, MayBeKilledByAnotherThreadWhileItEnds) {
   }
   ended = true;
   killer.join();
-}
-
-TEST_F(StreamTime, DataIsReadWithinTheTimeOfACommand) {
-  const pid_t child = std::stoi(output_of(host, "echo $PPID"));
-  const ScriptedClient writer("exec sleep 100", "writer");
-  set_command("cat", writer.path());
-  host.start_send_stream("file");
-  kill(child, SIGSTOP);
-  host.continue_send_stream("content", 7);
-  start_measuring(directory.path());
-  EXPECT_EQ(error_body([this] { host.end_send_stream(); }), timeout_of(writer));
-  /* It is looked for ten times a second, and not once more. */
-  EXPECT_EQ(passed(), command_time);
-}
-
-TEST_F(StreamTime, TheWriterEndsWithinTheTimeOfACommand) {
-  const ScriptedClient writer("cat; : >$dir/silence; exec sleep 100", "writer");
-  set_command("cat", writer.path());
-  host.start_send_stream("file");
-  start_measuring(writer.path("silence"));
-  EXPECT_EQ(error_body([this] { host.end_send_stream(); }), timeout_of(writer));
-  EXPECT_EQ(passed(), all_of(command_time));
 }
 
 TEST_F(Stream, AShellThatDoesNotStartTheWriterIsATimeout) {

@@ -9,10 +9,10 @@ tavren_test(host_login_tests host/known_hosts_test.cpp host/login_banner_test.cp
   ${host_support} TIMEOUT 180)
 tavren_test(host_command_tests host/checked_command_test.cpp host/command_time_test.cpp host/remote_command_test.cpp
   host/shell_quoting_test.cpp ${host_support})
-tavren_test(host_transfer_tests host/file_operations_test.cpp host/sink_test.cpp host/transfer_test.cpp
-  host/transfer_time_test.cpp ${host_support})
+tavren_test(host_transfer_tests host/file_operations_test.cpp host/sink_test.cpp host/transfer_name_test.cpp
+  host/transfer_test.cpp host/transfer_time_test.cpp ${host_support})
 tavren_test(host_large_transfer_tests host/large_transfer_test.cpp ${host_support} TIMEOUT 600)
-tavren_test(host_stream_tests host/stream_test.cpp ${host_support})
+tavren_test(host_stream_tests host/stream_test.cpp host/stream_time_test.cpp ${host_support})
 tavren_test(host_handle_tests host/handle_creation_test.cpp host/handle_exceptions_test.cpp host/handle_test.cpp
   support/failing_memory.cpp ${host_support})
 

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "TavrenExceptions.h"
-#include "host/odd_names.h"
 #include "host/transfer_fixture.h"
 #include "support/run_in_child.h"
 
@@ -51,7 +50,6 @@ class Transfer : public TransferTest {
 };
 
 class TransferSize : public Transfer, public testing::WithParamInterface<int> {};
-class TransferName : public Transfer, public testing::WithParamInterface<Named<const char*>> {};
 
 }  // namespace
 
@@ -156,20 +154,6 @@ TEST_F(Transfer, ReplacesAnOlderFile) {
   host.send_data("new", 3, "file", 0644);
   EXPECT_EQ(received("file"), "new");
 }
-
-TEST_P(TransferName, IsKept) {
-  host.send_data("content", 7, GetParam().value, 0644);
-  EXPECT_EQ(received(GetParam().value), "content");
-}
-
-TEST_P(TransferName, IsKeptInADirectoryOfTheSameName) {
-  const std::string name = GetParam().value;
-  std::filesystem::create_directory(directory.path(name));
-  host.send_data("content", 7, name + "/" + name, 0644);
-  EXPECT_EQ(received(name + "/" + name), "content");
-}
-
-INSTANTIATE_TEST_SUITE_P(, TransferName, testing::ValuesIn(odd_names), by_name);
 
 TEST_F(Transfer, OfANameWithALeadingHyphenPassesAPathToTheCopyProgram) {
   header_for("-name", 10, 0644);
