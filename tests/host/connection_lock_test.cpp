@@ -15,7 +15,7 @@
 #include "support/scripted_client.h"
 
 /*
- * Disabling, opening and closing come one after the other.
+ * Disabling, opening and closing come one after the other; the status waits for none of them.
  */
 namespace {
 
@@ -42,6 +42,33 @@ class ConnectionLock : public LoopbackTest {
     EXPECT_NO_THROW(opening.get());
     disabling.get();
   }
+};
+
+/*
+ * A login that hangs at the client's prompt until the test lets it go on. Whoever waited for it would find that it has
+ * failed meanwhile.
+ */
+class HangingLogin : public ConnectionLock {
+ protected:
+  HangingLogin() : client(ClientDialogue().up_to_prompt() + hang + "take password\n" + shell_starts) {
+    set_tunable("loopback_login", "0");
+    client.make_fifo("asked");
+    set_command("ssh", client.path());
+    enable();
+    host.set_connection_status(TAVREN_CONNECTION_OK);
+    opening = std::async(std::launch::async, [this] { host.open_connection(); });
+    wait_at(client.path("asked"));
+  }
+
+  void expect_login() {
+    release(client.path("go"));
+    EXPECT_NO_THROW(opening.get());
+  }
+
+  const std::string hang = "echo >$dir/asked; read -r go <$dir/go\n";
+  const std::string shell_starts = say(ClientDialogue::shell_started()) + "become_shell\n";
+  const ScriptedClient client;
+  std::future<void> opening;
 };
 
 }  // namespace
@@ -73,4 +100,21 @@ TEST_F(ConnectionLock, DisablingWaitsForAClosingInProgress) {
   host.disable();
   EXPECT_FALSE(is_alive(child));
   closing.get();
+}
+
+TEST_F(HangingLogin, DoesNotKeepTheStatusFromBeingRead) {
+  tavren_connection_status_t status{};
+  long when = 0;
+  host.get_connection_status(status, when);
+  EXPECT_EQ(status, TAVREN_CONNECTION_OK);
+  expect_login();
+}
+
+TEST_F(HangingLogin, DoesNotKeepTheStatusFromBeingCleared) {
+  host.clear_connection_status();
+  tavren_connection_status_t status{};
+  long when = 0;
+  host.get_connection_status(status, when);
+  EXPECT_EQ(status, TAVREN_CONNECTION_NONE);
+  expect_login();
 }

@@ -134,6 +134,23 @@ TEST_F(HostOutcome, TheFailureIsLoggedInTheUsersLanguage) {
   EXPECT_EQ(take_log(), (std::vector<LogEntry>{{0, "100% weg"}}));
 }
 
+TEST_F(HostOutcome, TheLastFailureIsLoggedInTheUsersLanguage) {
+  recorded_system::translate(
+      "failed to connect to archive host %d consecutive times: further failures will not be logged", "%d mal weg");
+  fail(4);
+  take_log();
+  fail(1);
+  EXPECT_EQ(take_log(), (std::vector<LogEntry>{{0, "5 mal weg"}}));
+}
+
+TEST_F(HostOutcome, TheSuccessIsLoggedInTheUsersLanguage) {
+  recorded_system::translate("successfully connected to archive host", "100% da");
+  fail(5);
+  take_log();
+  succeed();
+  EXPECT_EQ(take_log(), (std::vector<LogEntry>{{0, "100% da"}}));
+}
+
 TEST_F(LoginOutcome, FiveFailedLoginsAreLoggedTheSixthIsNot) {
   for (int i = 0; i < 6; ++i) fail_to_log_in(logging_host);
   EXPECT_EQ(take_log(), (std::vector<LogEntry>{failed, failed, failed, failed, failed_for_good}));
