@@ -9,6 +9,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 
 # The 32-bit C library is not where the kernel looks for its loader, so programs name it themselves. DT_RPATH, because
-# the loader must find libstdc++ for libtavren too.
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,--dynamic-linker=/usr/i686-linux-gnu/lib/ld-linux.so.2 \
--Wl,--disable-new-dtags -Wl,-rpath,/usr/i686-linux-gnu/lib")
+# the loader must find libstdc++ for libtavren too; where a library has a DT_RUNPATH of its own, it would not look there.
+set(rpath "-Wl,--disable-new-dtags -Wl,-rpath,/usr/i686-linux-gnu/lib")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,--dynamic-linker=/usr/i686-linux-gnu/lib/ld-linux.so.2 ${rpath}")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "${rpath}")
