@@ -53,6 +53,8 @@ int guarded(char** message, const char** advice, Step step) {
   } catch (const TavrenTimeout&) {
     *message = tavren_strdup("  - The host does not answer\n");
     *advice = check_the_network;
+  } catch (const TavrenOperationCancelled&) {
+    *message = tavren_strdup("  - Cancelled\n");
   } catch (const std::exception& error) {
     *message = tavren_strdup((std::string("  - ") + error.what() + "\n").c_str());
   }
@@ -68,4 +70,9 @@ int fetch_host_key(const char* host, char* key, char** message) {
 
 int test_and_claim(const tavren_settings_t* settings, char** message, const char** advice) {
   return guarded(message, advice, [&] { return tavren_test_host(settings, message); });
+}
+
+int continue_send_file(tavren_hp_t* session, const char* data, uint32_t length, char** message) {
+  const char* advice = nullptr;
+  return guarded(message, &advice, [&] { return tavren_hp_continue_send_file(session, data, length, message); });
 }

@@ -1,5 +1,5 @@
 /*
- * The library's calls that report by C++ exceptions, for a program in C: no exception leaves these functions.
+ * The library's calls that may report by C++ exceptions, for a program in C: no exception leaves these functions.
  */
 #ifndef EXAMPLES_HOST_CHECKS_H
 #define EXAMPLES_HOST_CHECKS_H
@@ -19,6 +19,12 @@ int fetch_host_key(const char* host, char* key, char** message);
  * reason in *message, which the caller frees, and in *advice what to do, a static text or NULL.
  */
 int test_and_claim(const tavren_settings_t* settings, char** message, const char** advice);
+
+/*
+ * tavren_hp_continue_send_file, for a host that may stop taking data. Returns 0, or -1 with the reason in *message,
+ * which the caller frees.
+ */
+int continue_send_file(tavren_hp_t* session, const char* data, uint32_t length, char** message);
 
 TAVREN_END_C
 

@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host_checks.h"
+
 enum { PIECE_SIZE = 32768, BAR_WIDTH = 30 };
 
 /* A file on its way, for the progress display. */
@@ -63,7 +65,7 @@ static int send_contents(tavren_hp_t* session, int fd, struct progress* progress
       fprintf(stderr, "tavren_send: %s: %s\n", progress->name, n == 0 ? "became shorter" : strerror(errno));
       return -1;
     }
-    if (tavren_hp_continue_send_file(session, piece, (uint32_t)n, message) != 0) {
+    if (continue_send_file(session, piece, (uint32_t)n, message) != 0) {
       return -1;
     }
     progress->sent += (uint32_t)n;

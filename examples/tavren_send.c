@@ -58,14 +58,16 @@ static void restore_terminal(int signal_number) {
 }
 
 static bool ask_for_password(char* password) {
+  static const int signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+  enum { SIGNAL_COUNT = sizeof signals / sizeof signals[0] };
+  void (*old_handlers[SIGNAL_COUNT])(int);
   const bool terminal = tcgetattr(STDIN_FILENO, &terminal_settings) == 0;
-  void (*old_handler)(int) = SIG_DFL;
-  if (terminal) {
-    old_handler = signal(SIGINT, restore_terminal);
+  for (int i = 0; terminal && i < SIGNAL_COUNT; ++i) {
+    old_handlers[i] = signal(signals[i], restore_terminal);
   }
   const int length = tavren_read_input("Password: ", password, PASSWORD_SIZE, 1);
-  if (terminal) {
-    signal(SIGINT, old_handler);
+  for (int i = 0; terminal && i < SIGNAL_COUNT; ++i) {
+    signal(signals[i], old_handlers[i]);
   }
   return length < PASSWORD_SIZE && !(length == 0 && feof(stdin));
 }
@@ -78,7 +80,7 @@ static bool read_password_from(int fd, char* password) {
     if (n < 0 && errno == EINTR) {
       continue;
     }
-    if (n < 0) {
+    if (n < 0 || (n == 0 && length == 0)) {
       return false;
     }
     if (n == 0 || c == '\n') {
@@ -180,8 +182,9 @@ static bool choose_host_key(const struct request* request, const char* host, cha
 }
 
 static bool get_password(const struct request* request, char* password) {
-  const bool done =
-      request->password_fd == -1 ? ask_for_password(password) : read_password_from(request->password_fd, password);
+  /* The standard input's buffer may hold the password already, behind the answer about the key. */
+  const bool from_stdin = request->password_fd == -1 || request->password_fd == STDIN_FILENO;
+  const bool done = from_stdin ? ask_for_password(password) : read_password_from(request->password_fd, password);
   if (!done) {
     fputs("tavren_send: cannot read the password\n", stderr);
   }

@@ -33,10 +33,10 @@ class TAVREN_EXPORT TavrenKeyDownloader {
   TavrenKeyDownloader& operator=(const TavrenKeyDownloader&) = delete;
 
   /*
-   * Fetches the key: type, blank, encoded key. May be called once. Throws TavrenError: TAVREN_E_PROGRAM_EXITED with
-   * the client's last lines, TAVREN_E_FILE_OPEN or TAVREN_E_FILE_READ when the key cannot be read back,
-   * TAVREN_E_HOST_KEY_TOO_LARGE for one of TAVREN_HOST_KEY_SIZE characters or more; and TavrenTimeout when the host
-   * does not answer within ssh_connect_timeout seconds (a tunable).
+   * Fetches the key: type, blank, encoded key. May be called once. Throws TavrenError: what TavrenProcess reports of
+   * the client, such as TAVREN_E_PROGRAM_EXITED with its last lines; TAVREN_E_FILE_OPEN or TAVREN_E_FILE_READ when the
+   * key cannot be read back, TAVREN_E_HOST_KEY_TOO_LARGE for one of TAVREN_HOST_KEY_SIZE characters or more; and
+   * TavrenTimeout when the host does not answer within ssh_connect_timeout seconds (a tunable).
    */
   void download_host_key(std::string& key);
 

@@ -8,6 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "hodra.h"
 #include "hodrahelper.h"
 
 static const char usage[] =
@@ -62,6 +63,24 @@ static bool store_field(char* record, size_t length, const char* text) {
   return false;
 }
 
+/* Writes the record while nobody else reads the database. Returns 0 or an error number. */
+static int put(int database, const char* name, const char* record, size_t length) {
+  int error = hodrahelper_make(database);
+  if (error == 0) {
+    error = open_conf_db(database);
+  }
+  if (error != 0) {
+    return error;
+  }
+  error = hodra_lock(database);
+  if (error == 0) {
+    error = hodrahelper_put(database, name, record, length);
+    hodra_unlock(database);
+  }
+  close_conf_db(database);
+  return error;
+}
+
 int main(int argc, char** argv) {
   long long database;
   long long length;
@@ -83,7 +102,7 @@ int main(int argc, char** argv) {
     }
   }
   if (status == 0) {
-    const int error = hodrahelper_put((int)database, argv[2], record, (size_t)length);
+    const int error = put((int)database, argv[2], record, (size_t)length);
     if (error != 0) {
       fprintf(stderr, "hodra-put: %s: %s\n", argv[2], strerror(error));
       status = 1;

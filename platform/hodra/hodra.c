@@ -44,11 +44,23 @@ int open_conf_db(int database) {
   return 0;
 }
 
+/* Gives the lock back. Returns whether there was one. */
+static bool release(int database) {
+  const int fd = atomic_exchange(&databases[database].lock_fd_plus1, 0) - 1;
+  if (fd == -1) {
+    return false;
+  }
+  close(fd);
+  return true;
+}
+
 int close_conf_db(int database) {
   if (!is_open(database)) {
     return EBADF;
   }
-  atomic_fetch_sub(&databases[database].opened, 1);
+  if (atomic_fetch_sub(&databases[database].opened, 1) == 1) {
+    release(database); /* nobody is left who could unlock it */
+  }
   return 0;
 }
 
@@ -80,12 +92,7 @@ int hodra_unlock(int database) {
   if (!is_open(database)) {
     return EBADF;
   }
-  const int fd = atomic_exchange(&databases[database].lock_fd_plus1, 0) - 1;
-  if (fd == -1) {
-    return ENOLCK;
-  }
-  close(fd);
-  return 0;
+  return release(database) ? 0 : ENOLCK;
 }
 
 /* Reads all of the file open at fd into memory of the caller's. */

@@ -21,7 +21,7 @@ extern "C" {
 /* Opens a database; each open wants a close. */
 int open_conf_db(int database);
 
-/* Closes a database. */
+/* Closes a database; the last closing gives its lock back. */
 int close_conf_db(int database);
 
 /* Locks an open database against every other process and thread, waiting for those that hold it. */

@@ -9,7 +9,7 @@
 
 int hodrahelper_path(int database, const char* name, char* path) {
   const char* directory = getenv("HODRA_DIR");
-  if (directory == NULL) {
+  if (directory == NULL || directory[0] == '\0') {
     directory = "/var/lib/hodra";
   }
   if (name != NULL && (name[0] == '\0' || name[0] == '.' || strchr(name, '/') != NULL)) {
@@ -45,16 +45,16 @@ static int write_file(const char* path, const void* data, size_t length) {
   return error;
 }
 
+int hodrahelper_make(int database) {
+  char path[HODRA_PATH_SIZE];
+  const int error = hodrahelper_path(database, NULL, path);
+  return error != 0 ? error : make_directories(path);
+}
+
 int hodrahelper_put(int database, const char* record, const void* data, size_t length) {
   char path[HODRA_PATH_SIZE];
   char new_path[HODRA_PATH_SIZE + 32];
-  int error = hodrahelper_path(database, NULL, path);
-  if (error == 0) {
-    error = make_directories(path);
-  }
-  if (error == 0) {
-    error = hodrahelper_path(database, record, path);
-  }
+  int error = hodrahelper_path(database, record, path);
   if (error != 0) {
     return error;
   }

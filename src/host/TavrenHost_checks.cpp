@@ -21,11 +21,21 @@ constexpr char list_markers[] = "echo .chassis.*";
 
 constexpr int command_not_found = 127;
 
-bool contains(const std::string& line, const std::string& text) { return line.find(text) != std::string::npos; }
+/*
+ * Returns whether the line holds the marker name, and not only a longer one that begins like it, which would be another
+ * chassis's.
+ */
+bool holds_marker(const std::string& line, const std::string& name) {
+  for (size_t p = 0; (p = line.find(name, p)) != std::string::npos; ++p) {
+    const size_t end = p + name.size();
+    if (end == line.size() || line[end] == ' ') return true;
+  }
+  return false;
+}
 
 /* Returns whether what list_markers prints is the marker of a chassis, and not the pattern that matched nothing. */
 bool is_marker_line(const std::string& line) {
-  return line.rfind(marker_prefix, 0) == 0 && !contains(line, marker_pattern);
+  return line.rfind(marker_prefix, 0) == 0 && line.find(marker_pattern) == std::string::npos;
 }
 
 bool holds_several_markers(const std::string& line) { return line.rfind(marker_prefix) != line.find(marker_prefix); }
@@ -66,7 +76,7 @@ void TavrenHost::create_chassis_file() {
   const std::string name = std::string(marker_prefix) + id;
   std::list<std::string> lines = list_chassis_markers();
   /* Markers of others beside ours are tolerated, deliberately: the directory was ours before. */
-  if (lines.size() == 1 && contains(lines.front(), name)) return;
+  if (lines.size() == 1 && holds_marker(lines.front(), name)) return;
   if (lines.size() == 1 && is_marker_line(lines.front())) throw_chassis_conflict(lines);
   send_data("", 0, name, file_mode);
 
@@ -76,7 +86,11 @@ void TavrenHost::create_chassis_file() {
    */
   lines = list_chassis_markers();
   if (lines.size() == 1 && is_marker_line(lines.front()) && holds_several_markers(lines.front())) {
-    remove_file(name);
+    try {
+      remove_file(name);
+    } catch (const TavrenError&) {
+      /* The conflict is what the administrator must hear of. */
+    }
     throw_chassis_conflict(lines);
   }
 }

@@ -86,7 +86,8 @@ int tavren_host_key_fingerprint(const char* key, char* fingerprint, char* error)
            tavren_get_ssh_keygen_path(), files.key, files.error, tavren_get_awk_path(), files.fingerprint);
 
   if (tavren_create_text_file(files.key, key) != 0) {
-    return refuse(error, translate("Cannot create file '%s': errno=%d."), files.key, errno);
+    const int reason = errno;
+    return refuse(error, translate("Cannot create file '%s': errno=%d."), files.key, reason);
   }
   files.remove_results();
   const bool ran = run(command);

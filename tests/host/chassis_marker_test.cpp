@@ -66,9 +66,26 @@ TEST_F(ChassisMarker, OfAnotherChassisBesideOursIsTolerated) {
 }
 
 TEST_F(ChassisMarker, IsFoundAnywhereInTheLine) {
-  answer_with("printf 'x.chassis.CHASSIS-7x\\n'");
+  answer_with("printf 'x .chassis.CHASSIS-7 .chassis.CHASSIS-8\\n'");
   host.create_chassis_file();
   EXPECT_EQ(markers(), Names{});
+}
+
+TEST_F(ChassisMarker, OfAChassisWhoseNameBeginsLikeOursIsAConflict) {
+  make_marker("CHASSIS-70");
+  EXPECT_EQ(error_body([this] { host.create_chassis_file(); }), conflict(".chassis.CHASSIS-70"));
+}
+
+TEST_F(ChassisMarker, IsFoundBehindThatOfAChassisWhoseNameBeginsLikeOurs) {
+  answer_with("printf '.chassis.CHASSIS-70 .chassis.CHASSIS-7\\n'");
+  host.create_chassis_file();
+  EXPECT_EQ(markers(), Names{});
+}
+
+TEST_F(ChassisMarker, ThatCannotBeWithdrawnIsAConflictAllTheSame) {
+  use_sink("touch .chassis.CHASSIS-8\nexec scp -q -t \"$1\"\n");
+  set_command("rm", "false");
+  EXPECT_EQ(error_body([this] { host.create_chassis_file(); }), conflict(".chassis.CHASSIS-7 .chassis.CHASSIS-8"));
 }
 
 TEST_F(ChassisMarker, OtherFilesLeaveTheDirectoryFree) {

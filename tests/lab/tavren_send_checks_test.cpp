@@ -132,6 +132,17 @@ TEST_F(TavrenSendChecks, SaysWhatToDoWhenTheUserMayNotWriteThere) {
   EXPECT_THAT(err(), HasSubstr("Permission denied\"\nCheck that the directory exists, that the user may write there"));
 }
 
+/* This takes the library's time-out of a minute. */
+TEST_F(TavrenSendChecks, ReportsAHostThatStopsTakingDataAndSendsNoMore) {
+  lab::run("truncate -s 1G $LAB/large.log");
+  EXPECT_EQ(
+      shell("{ until [ -s $LAB_ARCHIVE/large.log ]; do sleep 0.01; done; pkill -STOP -u $LAB_USER; } & " TAVREN_SEND
+            " -p 3 -k $LAB/host_key.pub " +
+            target + "$LAB/large.log 3<$LAB/password"),
+      1);
+  EXPECT_EQ(err(), "tavren_send: large.log failed:\n  - The host does not answer\n");
+}
+
 TEST_F(TavrenSendChecks, SaysWhatToDoWhenThePasswordIsWrong) {
   EXPECT_EQ(shell(TAVREN_SEND " --test -p 3 -k $LAB/host_key.pub " + target + " 3<$LAB/host_key.pub"), 1);
   EXPECT_THAT(err(), HasSubstr("permission denied\nCheck the user's name and the password.\n"));
@@ -141,6 +152,17 @@ TEST_F(TavrenSendChecks, ReportsADatabaseThatDoesNotSayWhichChassisThisIs) {
   lab::run("rm -r $LAB/hodra");
   EXPECT_EQ(answer("", "--test -k $LAB/host_key.pub " + target), 1);
   EXPECT_THAT(err(), HasSubstr("System call \"create_chassis_file->open_conf_db\" failed with error code 19\n"));
+}
+
+TEST_F(TavrenSendChecks, ReadsAnswerAndPasswordFromOneInput) {
+  EXPECT_EQ(shell("printf 'yes\\n%s\\n' \"$LAB_PASSWORD\" | " TAVREN_SEND " -p 0 " + target + "$LAB/a.log"), 0)
+      << err();
+  EXPECT_EQ(read_file(lab::archived("a.log")), "first\n");
+}
+
+TEST_F(TavrenSendChecks, ReportsADescriptorWithoutAPassword) {
+  EXPECT_EQ(shell(TAVREN_SEND " -p 3 -k $LAB/host_key.pub " + target + "$LAB/a.log 3</dev/null"), 1);
+  EXPECT_EQ(err(), "tavren_send: cannot read the password\n");
 }
 
 TEST_F(TavrenSendChecks, RefusesAKeyFileWithoutAKey) {

@@ -79,6 +79,14 @@ TEST_F(Hodra, EachOpeningWantsAClosing) {
   EXPECT_EQ(close_conf_db(1), EBADF);
 }
 
+TEST_F(Hodra, TheLastClosingGivesTheLockBack) {
+  ASSERT_EQ(put("1 r 1"), 0);
+  open_and_lock();
+  close_conf_db(1);
+  open_and_lock();
+  EXPECT_EQ(hodra_unlock(1), 0);
+}
+
 TEST_F(Hodra, ADatabaseThatIsNotLockedIsRefused) {
   ASSERT_EQ(put("1 r 1"), 0);
   open_conf_db(1);
@@ -109,6 +117,7 @@ TEST_F(Hodra, FlagsAreRefused) {
 TEST_F(Hodra, ARecordIsReadWhole) {
   std::string content;
   for (int i = 0; i < 100000; ++i) content += static_cast<char>(i);
+  ASSERT_EQ(hodrahelper_make(1), 0);
   ASSERT_EQ(hodrahelper_put(1, "r", content.data(), content.size()), 0);
   open_and_lock();
   EXPECT_EQ(get("r"), content);
@@ -151,8 +160,11 @@ TEST_F(Hodra, TheToolReportsADirectoryThatCannotBeMade) {
 }
 
 TEST_F(Hodra, TheDatabasesHaveADefaultPlace) {
-  unsetenv("HODRA_DIR");
   char path[HODRA_PATH_SIZE];
+  unsetenv("HODRA_DIR");
+  EXPECT_EQ(hodrahelper_path(1, "r", path), 0);
+  EXPECT_STREQ(path, "/var/lib/hodra/1/r");
+  setenv("HODRA_DIR", "", 1);
   EXPECT_EQ(hodrahelper_path(1, "r", path), 0);
   EXPECT_STREQ(path, "/var/lib/hodra/1/r");
 }
@@ -191,6 +203,16 @@ TEST_F(Hodra, ALockHoldsOffOtherProcessesAndEndsWithItsHolder) {
   EXPECT_FALSE(holder_lives);
   killer.join();
   waitpid(holder, nullptr, 0);
+}
+
+TEST_F(Hodra, ALockHoldsOffTheTool) {
+  ASSERT_EQ(put("1 r 3 0=old"), 0);
+  open_and_lock();
+  std::thread writer([] { put("1 r 3 0=new"); });
+  usleep(100000);
+  EXPECT_EQ(get("r"), "old");
+  hodra_unlock(1);
+  writer.join();
 }
 
 TEST_F(Hodra, ALockHoldsOffOtherThreads) {
