@@ -140,8 +140,10 @@ TEST_F(DirectorySizes, WithAProgramThatIsNotThereAreAFailedCommand) {
             "  - Remote command \"/no/such/du *\" failed with error code 127\n");
 }
 
+/* Long before the time of another command is over, the program would have ended. */
 TEST_F(DirectorySizes, MayTakeTheirOwnTime) {
   set_tunable("ssh_du_command_timeout", "1");
+  set_tunable("ssh_command_timeout", "1000");
   set_command("du", "sleep 100 #");
   EXPECT_EQ(error_body([this] { host.get_dir_sizes("*", sizes); }),
             "  - Timeout occurred while running remote command: \"sleep 100 # *\"\n");
