@@ -41,6 +41,11 @@ TEST_F(ChassisMarker, ClaimsAnEmptyDirectoryWithAnEmptyFile) {
   host.create_chassis_file();
   EXPECT_EQ(markers(), Names{".chassis.CHASSIS-7"});
   EXPECT_EQ(received(".chassis.CHASSIS-7"), "");
+}
+
+TEST_F(ChassisMarker, MayBeWrittenByItsOwnerAndReadByAll) {
+  host.run_line("umask 0", nullptr);
+  host.create_chassis_file();
   EXPECT_EQ(std::filesystem::status(directory.path(".chassis.CHASSIS-7")).permissions(),
             static_cast<std::filesystem::perms>(0644));
 }
