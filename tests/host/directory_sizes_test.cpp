@@ -144,9 +144,9 @@ TEST_F(DirectorySizes, WithAProgramThatIsNotThereAreAFailedCommand) {
 TEST_F(DirectorySizes, MayTakeTheirOwnTime) {
   set_tunable("ssh_du_command_timeout", "1");
   set_tunable("ssh_command_timeout", "1000");
-  set_command("du", "sleep 100 #");
+  set_command("du", "sleep 30 #");
   EXPECT_EQ(error_body([this] { host.get_dir_sizes("*", sizes); }),
-            "  - Timeout occurred while running remote command: \"sleep 100 # *\"\n");
+            "  - Timeout occurred while running remote command: \"sleep 30 # *\"\n");
 }
 
 }  // namespace
