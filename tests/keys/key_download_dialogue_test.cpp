@@ -3,67 +3,21 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <memory>
 #include <string>
 
 #include "TavrenExceptions.h"
 #include "TavrenKeyDownloader.h"
-#include "lab/lab.h"
+#include "keys/key_dialogue_fixture.h"
 #include "process/faults.h"
-#include "support/client_dialogue.h"
 #include "support/files.h"
 #include "support/named.h"
 #include "support/run_in_child.h"
-#include "support/scripted_client.h"
 #include "tavren_host_util.h"
 #include "tavren_share.h"
 
 using testing::ElementsAre;
 
 namespace {
-
-/* The dialogue with a scripted client in the real one's place. */
-class KeyDialogue : public LabTest {
- protected:
-  KeyDialogue() {
-    dialogue.user = "tavren_anonymous";
-    dialogue.before_question = dialogue.before_prompt = "\r";
-  }
-
-  /* Puts a client that runs the lines body, with its key file in $file, in the real one's place. */
-  void play(const std::string& body) {
-    client = std::make_unique<ScriptedClient>(
-        "for argument; do case $argument in -oUserKnownHostsFile=*) file=${argument#*=};; esac; done\n" + body);
-    lab::run("mount --bind " + client->path() + " /usr/bin/ssh");
-  }
-
-  /* A client that is told yes, runs the lines record and asks for the password. */
-  void play_recording(const std::string& record) {
-    play(say(dialogue.introduction() + dialogue.question()) + "take yes\n" + record + "\n" +
-         say(dialogue.answered() + dialogue.prompt()) + wait_forever);
-  }
-
-  /* The same for a client that records content. */
-  void play_key(const std::string& content) {
-    write_file(lab::value("LAB") + "/content", content);
-    play_recording("cat " + lab::value("LAB") + "/content >\"$file\"");
-  }
-
-  static std::string fetched() {
-    TavrenKeyDownloader downloader("archive.example");
-    std::string key;
-    downloader.download_host_key(key);
-    return key;
-  }
-
-  static std::string key_file() { return std::string(tavren_get_tmp_dir()) + "/downloaded_key"; }
-  static bool file_is_left() { return std::filesystem::exists(key_file()); }
-
-  ClientDialogue dialogue;
-  std::unique_ptr<ScriptedClient> client;
-  const std::string wait_forever = "exec sleep 100\n";
-};
 
 TEST_F(KeyDialogue, GivesTheClientItsArguments) {
   play_key("archive.example ssh-rsa AAAA\n");
@@ -184,6 +138,14 @@ TEST_F(KeyDialogue, AClientThatEndsAfterTheAnswerLeavesNoFile) {
   EXPECT_FALSE(file_is_left());
 }
 
+/* A client may have been about to record the key when it is told to end. */
+TEST_F(KeyDialogue, AClientThatWritesTheFileWhenItIsStoppedLeavesNoFile) {
+  play("trap 'echo \"h t k\" >\"$file\"; exit' TERM\n" + say(dialogue.introduction() + dialogue.question()) +
+       "take yes\n" + say(dialogue.answered() + dialogue.prompt()) + "sleep 100 &\nwait\n");
+  EXPECT_EQ(error_of([] { fetched(); }).substr(0, 2), "5\n");
+  EXPECT_FALSE(file_is_left());
+}
+
 TEST_F(KeyDialogue, AClientThatNeverAsksIsATimeout) {
   play(wait_forever);
   const ScopedTunable timeout("ssh_connect_timeout", 1);
@@ -196,7 +158,6 @@ TEST_F(KeyDialogue, AClientThatNeverStopsTalkingIsATimeout) {
   EXPECT_THROW(fetched(), TavrenTimeout);
 }
 
-/* The question uses up none of the time for the prompt's own, and the prompt gets no time of its own. */
 TEST_F(KeyDialogue, AClientThatNeverComesToThePromptIsATimeoutAndLeavesNoFile) {
   play(say(dialogue.introduction() + dialogue.question()) + "take yes\necho 'h t k' >\"$file\"\n" + wait_forever);
   const ScopedTunable timeout("ssh_connect_timeout", 1);

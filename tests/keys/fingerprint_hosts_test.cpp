@@ -1,0 +1,42 @@
+#include <gtest/gtest.h>
+#include <stdio.h>
+
+#include <ostream>
+#include <string>
+
+#include "keys/fingerprint_fixture.h"
+#include "process/hosts.h"
+#include "support/run_in_child.h"
+
+void PrintTo(const Host& host, std::ostream* out) { *out << host.name; }
+
+namespace {
+
+/* A host program that leaves the library no child to ask how the key generator's work went. */
+class FingerprintInAHost : public FingerprintTest, public testing::WithParamInterface<Host> {
+ protected:
+  /* The same as fingerprint, in a process of its own, as such a host does not fit the test runner. */
+  static std::string fingerprint_there(const std::string& key) {
+    const Outcome outcome = run_in_child([&key] {
+      GetParam().begin();
+      fputs(fingerprint(key).c_str(), stdout);
+    });
+    EXPECT_TRUE(outcome.exited_with(0)) << outcome.err;
+    return outcome.out;
+  }
+};
+
+TEST_P(FingerprintInAHost, OfAGoodKeyIsTheKeyGenerators) {
+  const std::string key = make_key("-t ed25519");
+  EXPECT_EQ(fingerprint_there(key), listed_fingerprint());
+}
+
+TEST_P(FingerprintInAHost, OfABadKeyIsInvalid) {
+  EXPECT_EQ(fingerprint_there("not a key"), "The specified public host key is invalid or incomplete.");
+  EXPECT_EQ(files_left(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Hosts, FingerprintInAHost, testing::ValuesIn(hosts_that_reap),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+}  // namespace

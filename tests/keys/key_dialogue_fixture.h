@@ -1,0 +1,59 @@
+#ifndef TESTS_KEYS_KEY_DIALOGUE_FIXTURE_H
+#define TESTS_KEYS_KEY_DIALOGUE_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "TavrenKeyDownloader.h"
+#include "lab/lab.h"
+#include "support/client_dialogue.h"
+#include "support/files.h"
+#include "support/scripted_client.h"
+#include "tavren_share.h"
+
+/* The dialogue with a scripted client in the real one's place. */
+class KeyDialogue : public LabTest {
+ protected:
+  KeyDialogue() {
+    dialogue.user = "tavren_anonymous";
+    dialogue.before_question = dialogue.before_prompt = "\r";
+  }
+
+  /* Puts a client that runs the lines body, with its key file in $file, in the real one's place. */
+  void play(const std::string& body) {
+    client = std::make_unique<ScriptedClient>(
+        "for argument; do case $argument in -oUserKnownHostsFile=*) file=${argument#*=};; esac; done\n" + body);
+    lab::run("mount --bind " + client->path() + " /usr/bin/ssh");
+  }
+
+  /* A client that is told yes, runs the lines record and asks for the password. */
+  void play_recording(const std::string& record) {
+    play(say(dialogue.introduction() + dialogue.question()) + "take yes\n" + record + "\n" +
+         say(dialogue.answered() + dialogue.prompt()) + wait_forever);
+  }
+
+  /* The same for a client that records content. */
+  void play_key(const std::string& content) {
+    write_file(lab::value("LAB") + "/content", content);
+    play_recording("cat " + lab::value("LAB") + "/content >\"$file\"");
+  }
+
+  static std::string fetched() {
+    TavrenKeyDownloader downloader("archive.example");
+    std::string key;
+    downloader.download_host_key(key);
+    return key;
+  }
+
+  static std::string key_file() { return std::string(tavren_get_tmp_dir()) + "/downloaded_key"; }
+  static bool file_is_left() { return std::filesystem::exists(key_file()); }
+
+  ClientDialogue dialogue;
+  std::unique_ptr<ScriptedClient> client;
+  const std::string wait_forever = "exec sleep 100\n";
+};
+
+#endif
