@@ -12,8 +12,8 @@ endif()
 
 # These define the operations of the configuration database themselves.
 tavren_test(platform_identity_tests util/platform_identity_test.cpp)
-tavren_test(test_host_tests util/test_host_test.cpp support/chassis.cpp support/recorded_system.cpp
-  support/scripted_client.cpp)
+tavren_test(test_host_tests util/test_host_test.cpp support/chassis.cpp support/failing_memory.cpp
+  support/recorded_system.cpp support/scripted_client.cpp)
 foreach(name platform_identity_tests test_host_tests)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/platform/hodra)
 endforeach()
