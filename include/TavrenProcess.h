@@ -111,6 +111,7 @@ class TAVREN_EXPORT TavrenProcess {
   void type_end_of_file(int timeout);
 
   bool read_line(std::string& line, long deadline, Prefixes prefixes);
+  void read_until_line_starts_with(Prefixes prefixes, long deadline);
   bool read_line_if_available(std::string& line);
   bool get_next_line(std::string& line, long deadline, const std::string& prefix);
   bool get_next_line(std::string& line, long deadline, Prefixes prefixes);

@@ -22,13 +22,16 @@ constexpr char list_markers[] = "echo .chassis.*";
 constexpr int command_not_found = 127;
 
 /*
- * Returns whether the line holds the marker name, and not only a longer one that begins like it, which would be another
- * chassis's.
+ * Returns whether the line holds the marker name, and not only a longer one with the same text in it, which would be
+ * another chassis's. Names may hold blanks: what tells that one has ended is the end of the line or the next marker.
  */
 bool holds_marker(const std::string& line, const std::string& name) {
+  const std::string next_marker = std::string(" ") + marker_prefix;
   for (size_t p = 0; (p = line.find(name, p)) != std::string::npos; ++p) {
     const size_t end = p + name.size();
-    if (end == line.size() || line[end] == ' ') return true;
+    const bool begins = p == 0 || line[p - 1] == ' ';
+    const bool ends = end == line.size() || line.compare(end, next_marker.size(), next_marker) == 0;
+    if (begins && ends) return true;
   }
   return false;
 }
@@ -37,8 +40,6 @@ bool holds_marker(const std::string& line, const std::string& name) {
 bool is_marker_line(const std::string& line) {
   return line.rfind(marker_prefix, 0) == 0 && line.find(marker_pattern) == std::string::npos;
 }
-
-bool holds_several_markers(const std::string& line) { return line.rfind(marker_prefix) != line.find(marker_prefix); }
 
 }  // namespace
 
@@ -85,7 +86,7 @@ void TavrenHost::create_chassis_file() {
    * withdraws, so that of several at most one stays.
    */
   lines = list_chassis_markers();
-  if (lines.size() == 1 && is_marker_line(lines.front()) && holds_several_markers(lines.front())) {
+  if (lines.size() == 1 && is_marker_line(lines.front()) && lines.front() != name) {
     try {
       remove_file(name);
     } catch (const TavrenError&) {

@@ -66,6 +66,20 @@ std::list<std::string> words_of(const std::string& text) {
   return words;
 }
 
+/* A line to be typed that is wiped before its memory is given back. It is built in one place, so there is one copy. */
+struct SecretLine {
+  explicit SecretLine(const char* secret) {
+    text.reserve(strlen(secret) + 1);
+    text += secret;
+    text += '\n';
+  }
+  ~SecretLine() { explicit_bzero(text.data(), text.size()); }
+  SecretLine(const SecretLine&) = delete;
+  SecretLine& operator=(const SecretLine&) = delete;
+
+  std::string text;
+};
+
 /* Throws the system-call error for call on path; a half-written file is taken away first. */
 [[noreturn]] void throw_file_error(const char* call, const std::string& path, bool remove) {
   const int error = errno;
@@ -132,9 +146,7 @@ void TavrenHost::run_ssh_without_key(const std::string& target, long deadline) {
 
 void TavrenHost::wait_for_password_prompt(long deadline) {
   const std::vector<std::string> prompts = prompt_spellings(settings);
-  std::string line;
-  while (!read_line_or_prompt(line, deadline, prompts)) {
-  }
+  child().read_until_line_starts_with(TavrenProcess::Prefixes{prompts.data(), prompts.size()}, deadline);
 }
 
 /* Reads a line, and returns false, or finds one of prompts at the front of the unread output, and returns true. */
@@ -143,12 +155,13 @@ bool TavrenHost::read_line_or_prompt(std::string& line, long deadline, const std
   return child().read_line(line, deadline, TavrenProcess::Prefixes{prompts.data(), prompts.size()});
 }
 
-/* In two pieces within one time-out, so that no copy of the password is made that would have to be wiped. */
+/*
+ * In one piece: the client throws away what was typed before it asks, and of two pieces it could throw away one and
+ * take the other for a password.
+ */
 void TavrenHost::send_password(int timeout) {
-  const long deadline = deadline_after(timeout);
-  child().send_bytes(settings.password, static_cast<unsigned int>(strlen(settings.password)), timeout);
-  const int64_t time_left = seconds_until(deadline) - 1; /* a time-out has that second added to it again */
-  child().send("\n", static_cast<int>(std::max<int64_t>(time_left, 0)));
+  const SecretLine line(settings.password);
+  child().send(line.text, timeout);
 }
 
 void TavrenHost::update_hosts_file() {

@@ -122,7 +122,10 @@ int open_slave(int master_fd) {
 int unread_input(int master_fd) {
   const int slave = open_slave(master_fd);
   if (slave == -1) return -1;
-  /* poll makes the kernel carry over what still sits between the two halves of the terminal before it answers. */
+  /*
+   * poll makes the kernel carry over what still sits between the two halves of the terminal before it answers: one
+   * guard more, beside the repeated looks.
+   */
   pollfd input{slave, POLLIN, 0};
   int unread = 0;
   if (poll(&input, 1, 0) == -1 || ioctl(slave, FIONREAD, &unread) == -1) unread = -1;

@@ -69,10 +69,14 @@ void TavrenProcess::expect(const std::string& text, std::list<std::string>& line
 }
 
 void TavrenProcess::read_until_line_starts_with(const std::string& prefix, long deadline) {
+  read_until_line_starts_with(Prefixes{&prefix, 1}, deadline);
+}
+
+void TavrenProcess::read_until_line_starts_with(Prefixes prefixes, long deadline) {
   TAVREN_ASSERT("TavrenProcess", master_fd != -1);
   bytes_this_read = static_cast<int>(pending_output.size());
   std::string line;
-  while (!get_next_line(line, deadline, prefix)) {
+  while (!get_next_line(line, deadline, prefixes)) {
   }
 }
 

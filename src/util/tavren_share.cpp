@@ -173,14 +173,15 @@ int tavren_read_input(const char* prompt, char* buffer, int size, int hide) {
 int tavren_setup_tmp_dir(const char* name, char* message) {
   char directory[path_size];
   char lock_path[path_size + sizeof "/.lock"];
+  const mode_t old_umask = umask(0); /* before the root, which this may make */
   const int length = snprintf(directory, sizeof directory, "%s/%s.libtavren", tavren_get_tmp_root(), name);
   snprintf(lock_path, sizeof lock_path, "%s/.lock", directory);
   /* A path that was cut would be another directory's. */
   if (length < 0 || static_cast<size_t>(length) >= sizeof directory) {
+    umask(old_umask);
     return refuse(message, translate("Failed to create directory %s, errno=%d"), directory, ENAMETOOLONG);
   }
 
-  const mode_t old_umask = umask(0);
   if (!make_directory(directory)) {
     refuse(message, translate("Failed to create directory %s, errno=%d"), directory, errno);
     umask(old_umask);

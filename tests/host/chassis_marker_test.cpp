@@ -81,6 +81,34 @@ TEST_F(ChassisMarker, OfAChassisWhoseNameBeginsLikeOursIsAConflict) {
   EXPECT_EQ(error_body([this] { host.create_chassis_file(); }), conflict(".chassis.CHASSIS-70"));
 }
 
+TEST_F(ChassisMarker, OfAChassisWhoseNameGoesOnBehindABlankIsAConflict) {
+  make_marker("CHASSIS-7 B");
+  EXPECT_EQ(error_body([this] { host.create_chassis_file(); }), conflict(".chassis.CHASSIS-7 B"));
+}
+
+TEST_F(ChassisMarker, OfAChassisWhoseNameEndsLikeOurMarkerIsAConflict) {
+  make_marker("OLD.chassis.CHASSIS-7");
+  EXPECT_EQ(error_body([this] { host.create_chassis_file(); }), conflict(".chassis.OLD.chassis.CHASSIS-7"));
+}
+
+TEST_F(ChassisMarker, OfAChassisWithAMarkerInItsNameIsOurs) {
+  chassis::set_id("OLD.chassis.NEW");
+  host.create_chassis_file();
+  EXPECT_EQ(markers(), Names{".chassis.OLD.chassis.NEW"});
+}
+
+TEST_F(ChassisMarker, ThatAnotherOneHasReplacedIsAConflict) {
+  use_sink("scp -q -t \"$1\"\nmv .chassis.CHASSIS-7 .chassis.CHASSIS-8\n");
+  EXPECT_EQ(error_body([this] { host.create_chassis_file(); }), conflict(".chassis.CHASSIS-8"));
+}
+
+TEST_F(ChassisMarker, InOneOfSeveralLinesIsMadeAgain) {
+  answer_with("printf '.chassis.CHASSIS-7\\nx\\n'");
+  use_sink("touch sink-was-started; exec scp -q -t \"$1\"\n");
+  EXPECT_NO_THROW(host.create_chassis_file());
+  EXPECT_EQ(markers().count("sink-was-started"), 1U);
+}
+
 TEST_F(ChassisMarker, IsFoundBehindThatOfAChassisWhoseNameBeginsLikeOurs) {
   answer_with("printf '.chassis.CHASSIS-70 .chassis.CHASSIS-7\\n'");
   host.create_chassis_file();

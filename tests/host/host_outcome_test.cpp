@@ -151,6 +151,15 @@ TEST_F(HostOutcome, TheSuccessIsLoggedInTheUsersLanguage) {
   EXPECT_EQ(take_log(), (std::vector<LogEntry>{{0, "100% da"}}));
 }
 
+TEST_F(LoginOutcome, SuccessIsLoggedAlsoWhenTheDirectoryIsMissing) {
+  for (int i = 0; i < 5; ++i) fail_to_log_in(logging_host);
+  recorded_system::take_log();
+  set_tunable("loopback_login", "1");
+  set_command("cd", "false");
+  EXPECT_THROW(logging_host.open_connection(), TavrenError);
+  EXPECT_EQ(recorded_system::take_log(), std::vector<LogEntry>{connected});
+}
+
 TEST_F(LoginOutcome, FiveFailedLoginsAreLoggedTheSixthIsNot) {
   for (int i = 0; i < 6; ++i) fail_to_log_in(logging_host);
   EXPECT_EQ(take_log(), (std::vector<LogEntry>{failed, failed, failed, failed, failed_for_good}));

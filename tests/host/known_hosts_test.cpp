@@ -40,6 +40,12 @@ TEST_F(KnownHosts, HoldsTheHostAndItsKeyInOneLine) {
   EXPECT_EQ(read_file(file), "archive.example ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAIJ\n");
 }
 
+TEST_F(KnownHosts, ReplacesWhatAnotherSessionLeft) {
+  write_file(file, "old.example ssh-rsa BBBB\nolder.example ssh-rsa CCCC\n");
+  log_in();
+  EXPECT_EQ(read_file(file), "archive.example ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAIJ\n");
+}
+
 TEST_F(KnownHosts, IsNotWrittenWithoutAKey) {
   settings.host_key.clear();
   open(dialogue.login());

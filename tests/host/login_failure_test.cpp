@@ -191,9 +191,10 @@ TEST_F(LoginFailure, AFloodBeforeTheQuestionEndsAtTheDeadline) {
   EXPECT_EQ(open_error(flood), connect_timeout);
 }
 
-TEST_F(LoginFailure, AFloodBeforeThePromptEndsAtTheDeadline) {
-  set_tunable("ssh_connect_timeout", "1");
-  EXPECT_EQ(open_error(say(dialogue.introduction() + dialogue.question()) + "take yes\n" + flood), connect_timeout);
+TEST_F(LoginFailure, AFloodBeforeThePromptIsExcessiveOutput) {
+  const std::string error = open_error(say(dialogue.introduction() + dialogue.question()) + "take yes\n" + flood);
+  const std::string expected = failed_to_start + "  - CLIENT produced excessive output (";
+  EXPECT_EQ(error.substr(0, expected.size()), expected);
 }
 
 TEST_F(LoginFailure, AFloodBeforeThePromptEndsAtTheDeadlineWithAKey) {

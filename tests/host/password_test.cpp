@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "host/login_fixture.h"
 #include "support/files.h"
 #include "support/named.h"
+#include "support/recorded_system.h"
 #include "tavren_assert.h"
 #include "tavren_basic.h"
 
@@ -39,6 +42,14 @@ INSTANTIATE_TEST_SUITE_P(, PasswordBytes,
                                          Password{"EightBits", "p\xc3\xa4ss\xff\x80\x81"},
                                          Password{"EveryByte", all_bytes()}),
                          by_name);
+
+/* Of two pieces the client could throw away one, together with what else was typed before it asks. */
+TEST_F(PasswordSecrecy, ItIsTypedInOnePiece) {
+  recorded_system::record_writes();
+  open(dialogue.login());
+  const std::vector<std::string> writes = recorded_system::take_writes();
+  EXPECT_EQ(std::count(writes.begin(), writes.end(), settings.password + "\n"), 1);
+}
 
 TEST_F(PasswordSecrecy, ItIsInNoArgument) {
   open(dialogue.login());

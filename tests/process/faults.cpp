@@ -74,6 +74,12 @@ bool strikes(const char* name, long argument) {
   Faulty& fault = *active;
   fault.recorded.push_back(argument);
   if (fault.call != Faulty::every && fault.recorded.size() != static_cast<size_t>(fault.call)) return false;
+  if (fault.action) {
+    /* Not again for the calls that the action makes itself. */
+    const std::function<void()> action = std::exchange(fault.action, [] {});
+    action();
+    return false;
+  }
   errno = fault.error;
   return true;
 }

@@ -3,7 +3,9 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 /*
@@ -26,6 +28,11 @@ class Faulty {
   /* Only counts the calls and records their arguments. */
   explicit Faulty(const std::string& call_name) : Faulty(call_name, 0, 0) {}
 
+  /* Only runs action before that one of the calls. */
+  Faulty(const std::string& call_name, int which, std::function<void()> before) : Faulty(call_name, 0, which) {
+    action = std::move(before);
+  }
+
   ~Faulty();
   Faulty(const Faulty&) = delete;
   Faulty& operator=(const Faulty&) = delete;
@@ -44,6 +51,7 @@ class Faulty {
   int error;
   int call;
   std::vector<long> recorded;
+  std::function<void()> action;
 };
 
 /*

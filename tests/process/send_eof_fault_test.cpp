@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdio.h>
 #include <unistd.h>
 
@@ -37,6 +38,17 @@ void find_no_terminal_of_the_hosts() {
 }
 
 }  // namespace
+
+/* The terminal of a child that has ended is empty too: it must not be taken for one that has read everything. */
+TEST(SendEof, SeesAChildThatEndsWhileItLooks) {
+  TavrenProcess child = shell("echo $$; exec sleep 100");
+  const pid_t pid = announced_pid(child);
+  const Faulty look("poll", 2, [pid] {
+    kill(pid, SIGKILL);
+    wait_until_exited(pid);
+  });
+  EXPECT_EQ(result_of_send_eof(child, 5), "13(/bin/sh) 12(" + std::to_string(pid) + ")");
+}
 
 TEST(FailedPoll, IsNamedByTheNapsOfSendEof) {
   TavrenProcess child("/bin/sleep", {"600"}, false);

@@ -152,8 +152,8 @@ TEST_F(TerminalInput, HiddenHasNoEchoAndNothingElseChangedWhileTheLineIsRead) {
   line();
 }
 
-TEST_F(TerminalInput, HiddenIsReadAndNotShown) {
-  start_and_wait(1);
+TEST_F(TerminalInput, HiddenIsReadAndNotShownForAnyTrueValue) {
+  start_and_wait(2);
   type("secret\n");
   EXPECT_EQ(line(), "6 secret;");
   EXPECT_EQ(shown(), "|");

@@ -22,6 +22,7 @@ TEST_F(PrivateDirectory, MayBeUsedByEverybodyWhateverTheUmask) {
             success);
   EXPECT_EQ(mode_of(directory), 0777U);
   EXPECT_EQ(mode_of(lock), 0666U);
+  EXPECT_EQ(mode_of(home.path("tavren_tmp")), 0755U);
 }
 
 TEST_F(PrivateDirectory, IsNamedOnceItIsSetUp) {

@@ -7,6 +7,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -61,6 +62,10 @@ STANDS_BEFORE_THE_C_LIBRARY int fclose(FILE* file) {
 }
 
 STANDS_BEFORE_THE_C_LIBRARY int isatty(int fd) noexcept { return fails("isatty") ? 1 : call_real<int>("isatty", fd); }
+
+STANDS_BEFORE_THE_C_LIBRARY int mkdir(const char* path, mode_t mode) noexcept {
+  return fails("mkdir") ? -1 : call_real<int>("mkdir", path, mode);
+}
 
 STANDS_BEFORE_THE_C_LIBRARY int rmdir(const char* path) noexcept {
   if (at_rmdir != nullptr) at_rmdir();
@@ -168,6 +173,16 @@ TEST_F(FailingLock, LeavesNoDescriptorBehind) {
 
 TEST_F(FailingLock, LeavesTheDirectoryUnnamed) {
   EXPECT_EQ(after_set_up([](const char*) { return tavren_get_tmp_dir() == nullptr ? "NULL" : "not NULL"; }), "NULL");
+}
+
+/* Set is set, and the machine's own root directory stays as it is. */
+TEST(TemporaryRoot, OfAnEmptyHomeIsBelowTheRootDirectory) {
+  const Outcome outcome = run_in_child([] {
+    setenv("TAVREN_HOME", "", 1);
+    failing = "mkdir";
+    fputs(tavren_get_tmp_root(), stdout);
+  });
+  EXPECT_EQ(outcome.out, "/tavren_tmp");
 }
 
 class Lock : public FailingLock {};
