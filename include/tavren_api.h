@@ -1,6 +1,6 @@
 /*
- * The records that a program shares with the archiving daemon, and the operations that copy, compare and release
- * them.
+ * The client interface to the archiving daemon: the records that a program shares with it, the operations that copy,
+ * compare and release them, and a function for each thing that the daemon can be asked.
  *
  * A record is built by zero-filling it and setting its members; its own storage always belongs to the caller. A copy
  * made here owns its strings, which the matching *_free_contents releases. A settings record is complete when all six
@@ -104,6 +104,139 @@ TAVREN_EXPORT void tavren_config_copy(const tavren_config_t* src, tavren_config_
  * Frees what the settings hold, as tavren_settings_free_contents does; the limits stay. Returns nothing; no errors.
  */
 TAVREN_EXPORT void tavren_config_free_contents(tavren_config_t* config);
+
+/*
+ * A connection with the daemon on this machine, in storage of the caller's: open it, make any number of calls, close it
+ * once. A failed call does not close it. One thread uses a handle at a time; separate handles are independent.
+ */
+typedef struct tavren_api_handle_t {
+  struct __rpc_client* clnt; /* the RPC library's client; NULL when there is no connection */
+  int32_t error;             /* the last failure, 0 when there was none since the opening */
+} tavren_api_handle_t;
+
+/* There is no connection: tavren_api_open failed. */
+#define TAVREN_API_E_CONNECT (-1)
+
+/* The call failed: the daemon is gone, does not answer, or is not understood. */
+#define TAVREN_API_E_RPC (-3)
+
+/*
+ * Each call below takes at most 25 seconds (the first after one that took them all also connects anew) and returns 0 on
+ * success. When it fails it stores TAVREN_API_E_RPC in the handle's error, returns it, and leaves its results
+ * untouched; on a handle without a connection the same with TAVREN_API_E_CONNECT. A daemon that has died is such a
+ * failure and never a SIGPIPE. Texts and records that a call returns belong to the caller: texts are released with
+ * free, records with their *_free_contents. A reply may be as long as the daemon says: memory for it is asked for at
+ * once. Arguments must not be NULL but where it is said.
+ */
+
+/*
+ * Connects the handle with the daemon. Returns 0, or TAVREN_API_E_CONNECT. Another version of the daemon shows at the
+ * first call. A machine whose RPC services accept connections and say nothing can hold this for a minute.
+ */
+TAVREN_EXPORT int tavren_api_open(tavren_api_handle_t* handle);
+
+/* Releases the connection; does nothing when there is none. Returns nothing; no errors. */
+TAVREN_EXPORT void tavren_api_close(tavren_api_handle_t* handle);
+
+/*
+ * Writes what the handle's error means, translated, into buffer (TAVREN_API_TEXT_SIZE bytes; longer text is cut): ask
+ * right after the failure, because the RPC library keeps its reason only until the next call. Its reason for a failed
+ * opening is kept once for the process. Returns buffer.
+ */
+TAVREN_EXPORT char* tavren_api_errmsg(const tavren_api_handle_t* handle, char* buffer);
+
+/* Reads whether archiving is switched on. Returns 0 or an error as above. */
+TAVREN_EXPORT int tavren_api_get_state(tavren_api_handle_t* handle, tavren_state_t* state);
+
+/* Switches archiving on or off. Returns 0 or an error as above. */
+TAVREN_EXPORT int tavren_api_set_state(tavren_api_handle_t* handle, tavren_state_t state);
+
+/* Reads the configuration into config, whose old strings are not freed. Returns 0 or an error as above. */
+TAVREN_EXPORT int tavren_api_get_config(tavren_api_handle_t* handle, tavren_config_t* config);
+
+/*
+ * Sends a configuration (NULL for none; its strings must not be NULL) and a flag, true when not zero, whose meaning is
+ * the daemon's. Returns 0 or an error as above.
+ */
+TAVREN_EXPORT int tavren_api_set_config(tavren_api_handle_t* handle, const tavren_config_t* config, int flag);
+
+/*
+ * Reads the status. Its connection time travels in 32 bits: one after January 2038 arrives as a negative number.
+ * Returns 0 or an error as above.
+ */
+TAVREN_EXPORT int tavren_api_get_status(tavren_api_handle_t* handle, tavren_status_t* status);
+
+/*
+ * Reads the stored errors as one text, NULL when there are none. Returns 0 or an error as above. A daemon that sends
+ * malformed errors is a failed assertion or a C++ exception (see TavrenError::tavren_bytes_to_errors).
+ */
+TAVREN_EXPORT int tavren_api_get_errors(tavren_api_handle_t* handle, char** errors);
+
+/* Makes the daemon's tunables those of this process; what it says wrong is skipped. Returns 0 or an error as above. */
+TAVREN_EXPORT int tavren_api_load_tunables(tavren_api_handle_t* handle);
+
+/* Makes the daemon's remote commands those of this process. Returns 0 or an error as above. */
+TAVREN_EXPORT int tavren_api_load_remote_commands(tavren_api_handle_t* handle);
+
+/* Reads the archive host into buffer (TAVREN_API_TEXT_SIZE bytes; longer text is cut). Returns 0 or an error as above.
+ */
+TAVREN_EXPORT int tavren_api_get_archive_host(tavren_api_handle_t* handle, char* buffer);
+
+/* Reads the archive directory, in the same way. */
+TAVREN_EXPORT int tavren_api_get_archive_directory(tavren_api_handle_t* handle, char* buffer);
+
+/* Asks for a task to be run. Returns 0 or an error as above. */
+TAVREN_EXPORT int tavren_api_run_task(tavren_api_handle_t* handle, const char* task);
+
+/* Asks for the audit file to be archived. Returns 0 or an error as above. */
+TAVREN_EXPORT int tavren_api_request_to_archive_audit_file(tavren_api_handle_t* handle);
+
+/*
+ * Asks about an audit file. Returns the daemon's answer, which is stored in the handle's error as well when it is
+ * negative, or an error as above.
+ */
+TAVREN_EXPORT int tavren_api_audit_file_was_archived(tavren_api_handle_t* handle, const char* file_name);
+
+/*
+ * Asks for the stored data to be cleared. Returns 0, with *message NULL, or why the daemon refused; or an error as
+ * above.
+ */
+TAVREN_EXPORT int tavren_api_clear_stored_data(tavren_api_handle_t* handle, char** message);
+
+/* Asks for a tunable to be set. Returns 0, with *message NULL, or why the daemon refused; or an error as above. */
+TAVREN_EXPORT int tavren_api_set_tunable(tavren_api_handle_t* handle, const char* name, const char* value,
+                                         char** message);
+
+/* Asks for a remote command to be set. Returns 0, with *message NULL, or why the daemon refused; or an error as above.
+ */
+TAVREN_EXPORT int tavren_api_set_remote_command(tavren_api_handle_t* handle, const char* name, const char* text,
+                                                char** message);
+
+/* Asks for an interval to be set. Returns 0, with *message NULL, or why the daemon refused; or an error as above. */
+TAVREN_EXPORT int tavren_api_set_interval(tavren_api_handle_t* handle, const char* name, const char* value,
+                                          char** message);
+
+/* Reads the table of tunables, which may be an empty text. Returns 0 or an error as above. */
+TAVREN_EXPORT int tavren_api_get_tunable_table(tavren_api_handle_t* handle, char** table);
+
+/* Reads the table of remote commands, which may be an empty text. Returns 0 or an error as above. */
+TAVREN_EXPORT int tavren_api_get_remote_command_table(tavren_api_handle_t* handle, char** table);
+
+/* Reads the table of intervals, which may be an empty text. Returns 0 or an error as above. */
+TAVREN_EXPORT int tavren_api_get_interval_table(tavren_api_handle_t* handle, char** table);
+
+/* Reads whether the daemon sleeps: not zero. Returns 0 or an error as above. */
+TAVREN_EXPORT int tavren_api_is_tavrend_sleeping(tavren_api_handle_t* handle, int* sleeping);
+
+/*
+ * The same with a connection of their own, for one call: each returns what its namesake above returns, or
+ * TAVREN_API_E_CONNECT when there is no connection.
+ */
+TAVREN_EXPORT int tavren_get_state(tavren_state_t* state);
+TAVREN_EXPORT int tavren_get_archive_host(char* buffer);
+TAVREN_EXPORT int tavren_get_archive_directory(char* buffer);
+TAVREN_EXPORT int tavren_request_to_archive_audit_file(void);
+TAVREN_EXPORT int tavren_audit_file_was_archived(const char* file_name);
 
 TAVREN_END_C
 

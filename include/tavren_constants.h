@@ -20,6 +20,9 @@
 /* Buffer for the reason that a command-line routine gives for its refusal. */
 #define TAVREN_MESSAGE_SIZE 128
 
+/* Buffer for an error message, host name or directory of the client API. */
+#define TAVREN_API_TEXT_SIZE 256
+
 /* Buffer for a formatted space limit, space used or time. */
 #define TAVREN_FORMAT_SIZE 32
 

@@ -1,0 +1,109 @@
+#include <arpa/inet.h>
+
+#include <initializer_list>
+
+#include "daemon/rpc.h"
+
+/*
+ * How each record of the daemon's protocol travels.
+ */
+namespace {
+
+constexpr u_int no_limit = 0xFFFFFFFF;
+
+template <class Enumeration>
+bool_t xdr_enumeration(XDR* xdrs, Enumeration* object) {
+  enum_t value = *object;
+  if (xdr_enum(xdrs, &value) == FALSE) return FALSE;
+  *object = static_cast<Enumeration>(value);
+  return TRUE;
+}
+
+bool_t xdr_two_strings(XDR* xdrs, char** first, char** second) {
+  return xdr_unbounded_string(xdrs, first) != FALSE && xdr_unbounded_string(xdrs, second) != FALSE ? TRUE : FALSE;
+}
+
+/* Both limits go through the stream's own buffer at once where it has room for them, which is the common case. */
+bool_t xdr_limits(XDR* xdrs, int32_t (&limits)[TAVREN_COMPARTMENTS]) {
+  if (xdrs->x_op != XDR_FREE) {
+    int32_t* const buffer = XDR_INLINE(xdrs, sizeof limits);
+    if (buffer != nullptr) {
+      for (int i = 0; i < TAVREN_COMPARTMENTS; ++i) {
+        if (xdrs->x_op == XDR_ENCODE) {
+          buffer[i] = static_cast<int32_t>(htonl(static_cast<uint32_t>(limits[i])));
+        } else {
+          limits[i] = static_cast<int32_t>(ntohl(static_cast<uint32_t>(buffer[i])));
+        }
+      }
+      return TRUE;
+    }
+  }
+  return xdr_vector(xdrs, reinterpret_cast<char*>(limits), TAVREN_COMPARTMENTS, sizeof limits[0], as_xdrproc(xdr_int));
+}
+
+}  // namespace
+
+bool_t xdr_unbounded_string(XDR* xdrs, char** object) { return xdr_string(xdrs, object, no_limit); }
+
+bool_t xdr_tavren_state_t(XDR* xdrs, tavren_state_t* object) { return xdr_enumeration(xdrs, object); }
+
+bool_t xdr_tavren_connection_status_t(XDR* xdrs, tavren_connection_status_t* object) {
+  return xdr_enumeration(xdrs, object);
+}
+
+bool_t xdr_tavren_compartment_t(XDR* xdrs, tavren_compartment_t* object) { return xdr_enumeration(xdrs, object); }
+
+bool_t xdr_tavren_settings_t(XDR* xdrs, tavren_settings_t* object) {
+  for (char** string :
+       {&object->host, &object->dir, &object->user, &object->password, &object->host_key, &object->fingerprint}) {
+    if (xdr_unbounded_string(xdrs, string) == FALSE) return FALSE;
+  }
+  return TRUE;
+}
+
+bool_t xdr_tavren_config_t(XDR* xdrs, tavren_config_t* object) {
+  return xdr_tavren_settings_t(xdrs, &object->settings) != FALSE ? xdr_limits(xdrs, object->space_limit) : FALSE;
+}
+
+bool_t xdr_tavren_compartment_status_t(XDR* xdrs, tavren_compartment_status_t* object) {
+  for (int32_t* word : {&object->word1, &object->word2, &object->word3}) {
+    if (xdr_int(xdrs, word) == FALSE) return FALSE;
+  }
+  return TRUE;
+}
+
+bool_t xdr_tavren_status_t(XDR* xdrs, tavren_status_t* object) {
+  /* A long in the protocol's terms: four bytes on the wire, whatever its width is here. */
+  long connection_time = object->connection_time;
+  if (xdr_long(xdrs, &connection_time) == FALSE) return FALSE;
+  object->connection_time = static_cast<int32_t>(connection_time);
+  if (xdr_tavren_connection_status_t(xdrs, &object->connection_status) == FALSE) return FALSE;
+  return xdr_vector(xdrs, reinterpret_cast<char*>(object->compartment_status), TAVREN_COMPARTMENTS,
+                    sizeof object->compartment_status[0], as_xdrproc(xdr_tavren_compartment_status_t));
+}
+
+bool_t xdr_tavren_bytes_t(XDR* xdrs, tavren_bytes_t* object) {
+  if (xdr_int(xdrs, &object->code) == FALSE) return FALSE;
+  /* One integer for each byte: deliberately not the packed form, which the daemon does not speak. */
+  return xdr_array(xdrs, &object->data.data_val, &object->data.data_len, no_limit, sizeof(char), as_xdrproc(xdr_char));
+}
+
+bool_t xdr_tavren_rpc_set_config_1_argument(XDR* xdrs, tavren_rpc_set_config_1_argument* object) {
+  if (xdr_pointer(xdrs, reinterpret_cast<char**>(&object->arg1), sizeof *object->arg1,
+                  as_xdrproc(xdr_tavren_config_t)) == FALSE) {
+    return FALSE;
+  }
+  return xdr_bool(xdrs, &object->arg2);
+}
+
+bool_t xdr_tavren_rpc_set_tunable_1_argument(XDR* xdrs, tavren_rpc_set_tunable_1_argument* object) {
+  return xdr_two_strings(xdrs, &object->arg1, &object->arg2);
+}
+
+bool_t xdr_tavren_rpc_set_remote_command_1_argument(XDR* xdrs, tavren_rpc_set_remote_command_1_argument* object) {
+  return xdr_two_strings(xdrs, &object->arg1, &object->arg2);
+}
+
+bool_t xdr_tavren_rpc_set_interval_1_argument(XDR* xdrs, tavren_rpc_set_interval_1_argument* object) {
+  return xdr_two_strings(xdrs, &object->arg1, &object->arg2);
+}
