@@ -4,3 +4,34 @@ tavren_test(records_tests daemon/records_test.cpp)
 if(NOT TAVREN_SANITIZE)
   tavren_test(records_memory_tests daemon/records_memory_test.cpp)
 endif()
+
+# A daemon made from the protocol's description, by the RPC library's generator.
+set(description ${PROJECT_SOURCE_DIR}/docs/tavrend.x)
+set(generated ${CMAKE_CURRENT_BINARY_DIR}/daemon)
+file(MAKE_DIRECTORY ${generated})
+foreach(part h:tavrend.h c:tavrend_xdr.c m:tavrend_svc.c)
+  string(REGEX MATCH "^(.):(.*)$" _ ${part})
+  add_custom_command(OUTPUT ${generated}/${CMAKE_MATCH_2}
+    COMMAND ${CMAKE_COMMAND} -E copy ${description} ${generated}
+    COMMAND ${CMAKE_COMMAND} -E rm -f ${CMAKE_MATCH_2}
+    COMMAND rpcgen -N -M -${CMAKE_MATCH_1} -o ${CMAKE_MATCH_2} tavrend.x
+    DEPENDS ${description} WORKING_DIRECTORY ${generated} VERBATIM)
+  list(APPEND generated_files ${generated}/${CMAKE_MATCH_2})
+endforeach()
+add_executable(daemon_server daemon/server.c ${generated_files})
+target_include_directories(daemon_server PRIVATE ${generated})
+target_link_libraries(daemon_server PRIVATE tirpc)
+set_source_files_properties(${generated}/tavrend_xdr.c ${generated}/tavrend_svc.c PROPERTIES COMPILE_OPTIONS -w)
+# Where the generator trusts in a routine that stops at 9,000 bytes.
+target_compile_definitions(daemon_server PRIVATE xdr_wrapstring=xdr_whole_string)
+
+# daemon_test(NAME SOURCE... [TIMEOUT SECONDS]): a test program that runs on a machine with an rpcbind of its own.
+function(daemon_test name)
+  tavren_test(${name} ${ARGN} MAIN lab/lab_main.cpp)
+  target_link_libraries(${name} PRIVATE tirpc)
+  target_compile_definitions(${name} PRIVATE ARCHIVE_HOST="${CMAKE_CURRENT_SOURCE_DIR}/daemon/daemon-host"
+    SERVER="$<TARGET_FILE:daemon_server>")
+  add_dependencies(${name} daemon_server)
+endfunction()
+
+daemon_test(api_tests daemon/api_test.cpp)
