@@ -35,3 +35,6 @@ function(daemon_test name)
 endfunction()
 
 daemon_test(api_tests daemon/api_test.cpp)
+
+tavren_test(wire_tests daemon/wire_test.cpp)
+target_link_libraries(wire_tests PRIVATE tirpc)

@@ -1,0 +1,256 @@
+#include "daemon/wire.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <string>
+#include <vector>
+
+using wire::text;
+using wire::unit;
+
+namespace {
+
+struct Strings {
+  std::string host = "h", dir = "/d", user = "usr", password = "four", host_key = "ssh-x AA", fingerprint;
+
+  tavren_settings_t record() {
+    return {host.data(), dir.data(), user.data(), password.data(), host_key.data(), fingerprint.data()};
+  }
+  std::string bytes() const {
+    return text(host) + text(dir) + text(user) + text(password) + text(host_key) + text(fingerprint);
+  }
+};
+
+std::string shown(const tavren_settings_t& s) {
+  std::string all;
+  for (const char* field : {s.host, s.dir, s.user, s.password, s.host_key, s.fingerprint})
+    all += field + std::string("|");
+  return all;
+}
+
+constexpr char sample_settings[] = "h|/d|usr|four|ssh-x AA||";
+
+tavren_status_t sample_status() { return {1000, TAVREN_CONNECTION_FAILED, {{1, -2, 3}, {INT32_MAX, INT32_MIN, 6}}}; }
+
+std::string sample_status_bytes() {
+  return unit(1000) + unit(2) + unit(1) + unit(0xFFFFFFFE) + unit(3) + unit(0x7FFFFFFF) + unit(0x80000000) + unit(6);
+}
+
+/* Everything that is shorter than the record is refused, and what was allocated by then can be released. */
+template <class Object>
+void expect_refused_when_cut(bool_t (*filter)(XDR*, Object*), const std::string& bytes) {
+  for (size_t length = 0; length < bytes.size(); ++length) {
+    Object object{};
+    EXPECT_FALSE(wire::decode(filter, bytes.substr(0, length), &object)) << length;
+    wire::release(filter, &object);
+  }
+}
+
+TEST(Wire, AStateIsOneUnit) {
+  EXPECT_EQ(wire::encoded(xdr_tavren_state_t, TAVREN_STATE_ENABLED), unit(1));
+  tavren_state_t state{};
+  EXPECT_TRUE(wire::decode(xdr_tavren_state_t, unit(1), &state));
+  EXPECT_EQ(state, TAVREN_STATE_ENABLED);
+  expect_refused_when_cut(xdr_tavren_state_t, unit(1));
+}
+
+TEST(Wire, AConnectionStatusIsOneUnit) {
+  EXPECT_EQ(wire::encoded(xdr_tavren_connection_status_t, TAVREN_CONNECTION_FAILED), unit(2));
+  tavren_connection_status_t status{};
+  EXPECT_TRUE(wire::decode(xdr_tavren_connection_status_t, unit(2), &status));
+  EXPECT_EQ(status, TAVREN_CONNECTION_FAILED);
+}
+
+TEST(Wire, ACompartmentIsOneUnit) {
+  EXPECT_EQ(wire::encoded(xdr_tavren_compartment_t, TAVREN_COMPARTMENT_1), unit(1));
+  tavren_compartment_t compartment{};
+  EXPECT_TRUE(wire::decode(xdr_tavren_compartment_t, unit(1), &compartment));
+  EXPECT_EQ(compartment, TAVREN_COMPARTMENT_1);
+}
+
+TEST(Wire, SettingsAreSixStrings) {
+  Strings strings;
+  EXPECT_EQ(wire::encoded(xdr_tavren_settings_t, strings.record()), strings.bytes());
+  tavren_settings_t settings{};
+  ASSERT_TRUE(wire::decode(xdr_tavren_settings_t, strings.bytes(), &settings));
+  EXPECT_EQ(shown(settings), sample_settings);
+  wire::release(xdr_tavren_settings_t, &settings);
+  expect_refused_when_cut(xdr_tavren_settings_t, strings.bytes());
+}
+
+TEST(Wire, SettingsWithoutOneOfTheStringsAreNotSent) {
+  Strings strings;
+  for (int i = 0; i < 6; ++i) {
+    tavren_settings_t settings = strings.record();
+    char** const fields[] = {&settings.host,     &settings.dir,      &settings.user,
+                             &settings.password, &settings.host_key, &settings.fingerprint};
+    *fields[i] = nullptr;
+    EXPECT_THROW(wire::encoded(xdr_tavren_settings_t, settings), std::runtime_error) << i;
+  }
+}
+
+TEST(Wire, SettingsMayHoldAMegabyte) {
+  Strings strings;
+  strings.host_key.assign(1 << 20, 'k');
+  EXPECT_EQ(wire::encoded(xdr_tavren_settings_t, strings.record(), 2 << 20), strings.bytes());
+}
+
+TEST(Wire, AConfigurationIsItsSettingsAndTwoLimits) {
+  Strings strings;
+  const std::string bytes = strings.bytes() + unit(0x01020304) + unit(0xFFFFFFFF);
+  EXPECT_EQ(wire::encoded(xdr_tavren_config_t, tavren_config_t{strings.record(), {0x01020304, -1}}), bytes);
+  tavren_config_t config{};
+  ASSERT_TRUE(wire::decode(xdr_tavren_config_t, bytes, &config));
+  EXPECT_EQ(shown(config.settings), sample_settings);
+  EXPECT_EQ(config.space_limit[0], 0x01020304);
+  EXPECT_EQ(config.space_limit[1], -1);
+  wire::release(xdr_tavren_config_t, &config);
+  expect_refused_when_cut(xdr_tavren_config_t, bytes);
+}
+
+/* Strings of all lengths move the limits over every place in the stream's buffer, its end included. */
+TEST(Wire, AConfigurationIsTheSameWhereverTheStreamsBufferEnds) {
+  for (size_t length = 0; length < 250; ++length) {
+    Strings strings;
+    strings.host.assign(length, 'h');
+    const std::string bytes = strings.bytes() + unit(0x01020304) + unit(0x80000000);
+    const tavren_config_t sent{strings.record(), {0x01020304, INT32_MIN}};
+    for (const u_int buffer_size : {100U, 104U, 108U, 112U}) {
+      EXPECT_EQ(wire::encoded_in_records(xdr_tavren_config_t, sent, buffer_size), bytes) << length;
+    }
+    for (const size_t fragment : {1U, 3U, 7U, 100U, 10000U}) {
+      tavren_config_t config{};
+      EXPECT_TRUE(wire::decode_records(xdr_tavren_config_t, bytes, fragment, 13, &config)) << length << " " << fragment;
+      EXPECT_EQ(config.space_limit[0], 0x01020304) << length << " " << fragment;
+      EXPECT_EQ(config.space_limit[1], INT32_MIN) << length << " " << fragment;
+      wire::release(xdr_tavren_config_t, &config);
+    }
+  }
+}
+
+TEST(Wire, ACompartmentStatusIsThreeUnits) {
+  const std::string bytes = unit(1) + unit(0xFFFFFFFE) + unit(0x80000000);
+  EXPECT_EQ(wire::encoded(xdr_tavren_compartment_status_t, tavren_compartment_status_t{1, -2, INT32_MIN}), bytes);
+  tavren_compartment_status_t status{};
+  EXPECT_TRUE(wire::decode(xdr_tavren_compartment_status_t, bytes, &status));
+  EXPECT_EQ(status.word1, 1);
+  EXPECT_EQ(status.word2, -2);
+  EXPECT_EQ(status.word3, INT32_MIN);
+  expect_refused_when_cut(xdr_tavren_compartment_status_t, bytes);
+}
+
+TEST(Wire, AStatusIsThirtyTwoBytes) {
+  EXPECT_EQ(wire::encoded(xdr_tavren_status_t, sample_status()), sample_status_bytes());
+  EXPECT_EQ(sample_status_bytes().size(), 32U);
+  tavren_status_t status{};
+  ASSERT_TRUE(wire::decode(xdr_tavren_status_t, sample_status_bytes(), &status));
+  EXPECT_EQ(status.connection_time, 1000);
+  EXPECT_EQ(status.connection_status, TAVREN_CONNECTION_FAILED);
+  EXPECT_EQ(status.compartment_status[0].word2, -2);
+  EXPECT_EQ(status.compartment_status[1].word1, INT32_MAX);
+  EXPECT_EQ(status.compartment_status[1].word3, 6);
+  expect_refused_when_cut(xdr_tavren_status_t, sample_status_bytes());
+}
+
+TEST(Wire, AStatusIsTheSameInFragments) {
+  EXPECT_EQ(wire::encoded_in_records(xdr_tavren_status_t, sample_status(), 100), sample_status_bytes());
+  for (size_t fragment = 1; fragment < 40; ++fragment) {
+    tavren_status_t status{};
+    EXPECT_TRUE(wire::decode_records(xdr_tavren_status_t, sample_status_bytes(), fragment, 3, &status)) << fragment;
+    EXPECT_EQ(status.compartment_status[1].word2, INT32_MIN) << fragment;
+  }
+}
+
+/* After January 2038 the seconds no longer fit: what a daemon cuts to four bytes arrives as a negative number. */
+TEST(Wire, AConnectionTimeBeyond2038IsNegative) {
+  const std::string rest = sample_status_bytes().substr(4);
+  tavren_status_t status{};
+  ASSERT_TRUE(wire::decode(xdr_tavren_status_t, unit(0x80000000) + rest, &status));
+  EXPECT_EQ(status.connection_time, INT32_MIN);
+  EXPECT_EQ(wire::encoded(xdr_tavren_status_t, status), unit(0x80000000) + rest);
+}
+
+TEST(Wire, BytesAreAUnitEach) {
+  char data[] = {'a', '\0', '\x7f'};
+  const std::string bytes = unit(5) + unit(3) + unit('a') + unit(0) + unit(0x7f);
+  EXPECT_EQ(wire::encoded(xdr_tavren_bytes_t, tavren_bytes_t{5, {3, data}}), bytes);
+  EXPECT_EQ(bytes.size(), 4U + 4U + 3U * 4U);
+  tavren_bytes_t decoded{};
+  ASSERT_TRUE(wire::decode(xdr_tavren_bytes_t, bytes, &decoded));
+  EXPECT_EQ(decoded.code, 5);
+  EXPECT_EQ(std::string(decoded.data.data_val, decoded.data.data_len), std::string(data, sizeof data));
+  wire::release(xdr_tavren_bytes_t, &decoded);
+  expect_refused_when_cut(xdr_tavren_bytes_t, bytes);
+}
+
+/* A byte above 127 is a negative number to most daemons, and may be a positive one to some. */
+TEST(Wire, BytesAbove127AreDecodedInEitherForm) {
+  tavren_bytes_t decoded{};
+  ASSERT_TRUE(wire::decode(xdr_tavren_bytes_t, unit(0) + unit(2) + unit(0xFFFFFF80) + unit(0xFF), &decoded));
+  EXPECT_EQ(std::string(decoded.data.data_val, decoded.data.data_len), "\x80\xff");
+  wire::release(xdr_tavren_bytes_t, &decoded);
+}
+
+TEST(Wire, NoBytesAreTheirNumber) {
+  EXPECT_EQ(wire::encoded(xdr_tavren_bytes_t, tavren_bytes_t{-1, {0, nullptr}}), unit(0xFFFFFFFF) + unit(0));
+  tavren_bytes_t decoded{};
+  EXPECT_TRUE(wire::decode(xdr_tavren_bytes_t, unit(0) + unit(0), &decoded));
+  EXPECT_EQ(decoded.data.data_len, 0U);
+  wire::release(xdr_tavren_bytes_t, &decoded);
+}
+
+TEST(Wire, PackedBytesAreRefused) {
+  tavren_bytes_t decoded{};
+  EXPECT_FALSE(wire::decode(xdr_tavren_bytes_t, unit(0) + text("abcdefgh"), &decoded));
+  wire::release(xdr_tavren_bytes_t, &decoded);
+}
+
+TEST(Wire, NoConfigurationIsEightBytes) {
+  const std::string bytes = unit(0) + unit(1);
+  EXPECT_EQ(wire::encoded(xdr_tavren_rpc_set_config_1_argument, tavren_rpc_set_config_1_argument{nullptr, TRUE}),
+            bytes);
+  tavren_rpc_set_config_1_argument argument{};
+  ASSERT_TRUE(wire::decode(xdr_tavren_rpc_set_config_1_argument, bytes, &argument));
+  EXPECT_EQ(argument.arg1, nullptr);
+  EXPECT_EQ(argument.arg2, TRUE);
+}
+
+TEST(Wire, AConfigurationToBeSetComesBehindAFlag) {
+  Strings strings;
+  tavren_config_t config{strings.record(), {7, 8}};
+  const std::string bytes = unit(1) + strings.bytes() + unit(7) + unit(8) + unit(0);
+  EXPECT_EQ(wire::encoded(xdr_tavren_rpc_set_config_1_argument, tavren_rpc_set_config_1_argument{&config, FALSE}),
+            bytes);
+  tavren_rpc_set_config_1_argument argument{};
+  ASSERT_TRUE(wire::decode(xdr_tavren_rpc_set_config_1_argument, bytes, &argument));
+  EXPECT_EQ(shown(argument.arg1->settings), sample_settings);
+  EXPECT_EQ(argument.arg1->space_limit[1], 8);
+  EXPECT_EQ(argument.arg2, FALSE);
+  wire::release(xdr_tavren_rpc_set_config_1_argument, &argument);
+  expect_refused_when_cut(xdr_tavren_rpc_set_config_1_argument, bytes);
+}
+
+/* The three arguments of a name and a value have the same form. */
+template <class Argument>
+void expect_two_strings(bool_t (*filter)(XDR*, Argument*)) {
+  char name[] = "name", value[] = "a value";
+  const std::string bytes = text(name) + text(value);
+  EXPECT_EQ(wire::encoded(filter, Argument{name, value}), bytes);
+  Argument argument{};
+  ASSERT_TRUE(wire::decode(filter, bytes, &argument));
+  EXPECT_STREQ(argument.arg1, name);
+  EXPECT_STREQ(argument.arg2, value);
+  wire::release(filter, &argument);
+  expect_refused_when_cut(filter, bytes);
+  EXPECT_THROW(wire::encoded(filter, Argument{name, nullptr}), std::runtime_error);
+  EXPECT_THROW(wire::encoded(filter, Argument{nullptr, value}), std::runtime_error);
+  std::string long_value(1 << 20, 'v');
+  EXPECT_EQ(wire::encoded(filter, Argument{name, long_value.data()}, 2 << 20), text(name) + text(long_value));
+}
+
+TEST(Wire, ATunableIsTwoStrings) { expect_two_strings(xdr_tavren_rpc_set_tunable_1_argument); }
+TEST(Wire, ARemoteCommandIsTwoStrings) { expect_two_strings(xdr_tavren_rpc_set_remote_command_1_argument); }
+TEST(Wire, AnIntervalIsTwoStrings) { expect_two_strings(xdr_tavren_rpc_set_interval_1_argument); }
+
+}  // namespace
