@@ -13,6 +13,7 @@
 
 #include "support/files.h"
 #include "tavren_api.h"
+#include "tavren_basic.h"
 
 /* A daemon in a process of its own, registered with a real rpcbind, whose answers a test sets. */
 class DaemonTest : public testing::Test {

@@ -34,7 +34,8 @@ function(daemon_test name)
   add_dependencies(${name} daemon_server)
 endfunction()
 
-daemon_test(api_tests daemon/api_test.cpp)
+daemon_test(api_tests daemon/api_reading_test.cpp daemon/api_requests_test.cpp daemon/api_failures_test.cpp
+  daemon/wrappers_test.cpp TIMEOUT 180)
 
 tavren_test(wire_tests daemon/wire_test.cpp)
 target_link_libraries(wire_tests PRIVATE tirpc)

@@ -1,0 +1,196 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+#include <thread>
+
+#include "daemon/api_calls.h"
+#include "daemon/daemon_fixture.h"
+#include "support/run_in_child.h"
+
+namespace {
+
+constexpr char rpc_failure[] = "Archiving API error: RPC failure: RPC: ";
+
+class ApiCallFailure : public ApiTest, public testing::WithParamInterface<Named<ApiCall>> {
+ protected:
+  /* Makes the call, which must fail and leave its result alone. */
+  void expect_failure() {
+    alignas(16) unsigned char result[512];
+    std::fill(std::begin(result), std::end(result), 0xA5);
+    EXPECT_EQ(GetParam().value.make(&handle, result), TAVREN_API_E_RPC);
+    EXPECT_EQ(handle.error, TAVREN_API_E_RPC);
+    EXPECT_TRUE(std::all_of(std::begin(result), std::end(result), [](unsigned char byte) { return byte == 0xA5; }));
+    EXPECT_EQ(message(handle).find(rpc_failure), 0U) << message(handle);
+  }
+};
+
+TEST_P(ApiCallFailure, OfADaemonThatDiesDuringTheCallIsStoredAndReported) {
+  tell(GetParam().value.procedure, "die");
+  expect_failure();
+}
+
+/* The third call writes to a socket that is known to be dead, which raises SIGPIPE in a program that takes no care. */
+TEST_P(ApiCallFailure, OfADaemonThatIsGoneIsOneEachTime) {
+  stop(SIGKILL);
+  for (int i = 0; i < 5; ++i) expect_failure();
+}
+
+INSTANTIATE_TEST_SUITE_P(, ApiCallFailure, testing::ValuesIn(api_calls), by_name);
+
+class ApiFailure : public ApiTest {
+ protected:
+  int get_state() { return tavren_api_get_state(&handle, &state); }
+
+  tavren_state_t state{};
+};
+
+TEST_F(ApiFailure, StaysStoredAfterACallThatSucceeds) {
+  answer("audit_file_was_archived", "-7");
+  tavren_api_audit_file_was_archived(&handle, "file");
+  EXPECT_EQ(get_state(), 0);
+  EXPECT_EQ(handle.error, -7);
+}
+
+TEST_F(ApiFailure, IsForgottenByAnOpening) {
+  tavren_api_handle_t other{};
+  other.error = -7;
+  EXPECT_EQ(tavren_api_open(&other), 0);
+  EXPECT_EQ(other.error, 0);
+  EXPECT_EQ(message(other), "Internal log archiving API error (error code 0)");
+  tavren_api_close(&other);
+}
+
+TEST_F(ApiFailure, LeavesASigpipeThatWasPending) {
+  sigset_t sigpipe;
+  sigemptyset(&sigpipe);
+  sigaddset(&sigpipe, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &sigpipe, nullptr);
+  raise(SIGPIPE);
+  stop(SIGKILL);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(get_state(), TAVREN_API_E_RPC);
+  sigset_t pending;
+  sigpending(&pending);
+  EXPECT_EQ(sigismember(&pending, SIGPIPE), 1);
+  constexpr timespec at_once{};
+  sigtimedwait(&sigpipe, nullptr, &at_once);
+}
+
+TEST_F(ApiFailure, LeavesNoSigpipeNoMaskAndNoDisposition) {
+  sigset_t sigpipe, before, after, pending;
+  sigemptyset(&sigpipe);
+  sigaddset(&sigpipe, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, nullptr, &before);
+  stop(SIGKILL);
+  for (int i = 0; i < 5; ++i) get_state();
+  pthread_sigmask(SIG_BLOCK, &sigpipe, &after);
+  EXPECT_EQ(sigismember(&before, SIGPIPE), sigismember(&after, SIGPIPE));
+  sigpending(&pending);
+  EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+  struct sigaction disposition {};
+  sigaction(SIGPIPE, nullptr, &disposition);
+  EXPECT_EQ(disposition.sa_handler, SIG_DFL);
+}
+
+/* The library waits for a reply for as long as it must: 25 seconds. */
+TEST_F(ApiFailure, OfADaemonThatDoesNotAnswerIsATimeoutAndTheNextCallWorks) {
+  tell("get_state", "silence");
+  const int64_t start = tavren_get_uptime_ms();
+  EXPECT_EQ(get_state(), TAVREN_API_E_RPC);
+  EXPECT_EQ(message(handle), std::string(rpc_failure) + "Timed out");
+  EXPECT_GE(tavren_get_uptime_ms() - start, 25000);
+  tell("get_state", "");
+  answer("get_state", "1");
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(get_state(), 0) << message(handle);
+    EXPECT_EQ(state, TAVREN_STATE_ENABLED);
+  }
+}
+
+/* The reply to the first call comes while nobody waits for it any more. */
+TEST_F(ApiFailure, OfADaemonThatAnswersTooLateDoesNotMixUpTheAnswers) {
+  answer("get_archive_host", "late");
+  tell("get_archive_host", "sleep 27");
+  char buffer[TAVREN_API_TEXT_SIZE] = "";
+  EXPECT_EQ(tavren_api_get_archive_host(&handle, buffer), TAVREN_API_E_RPC);
+  tell("get_archive_host", "");
+  answer("get_archive_host", "in time");
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(tavren_api_get_archive_host(&handle, buffer), 0) << message(handle);
+    EXPECT_STREQ(buffer, "in time");
+  }
+}
+
+TEST_F(ApiFailure, OfADaemonThatDoesNotAnswerAndGoesIsOneEachTime) {
+  tell("get_state", "silence");
+  EXPECT_EQ(get_state(), TAVREN_API_E_RPC);
+  stop(SIGKILL);
+  EXPECT_EQ(get_state(), TAVREN_API_E_RPC);
+  EXPECT_EQ(get_state(), TAVREN_API_E_RPC);
+  EXPECT_EQ(message(handle), std::string(rpc_failure) + "Timed out");
+}
+
+TEST_F(ApiFailure, OfACallOnAHandleWithoutAConnectionIsItsMissing) {
+  tavren_api_handle_t closed{};
+  closed.error = 0;
+  EXPECT_EQ(tavren_api_get_state(&closed, &state), TAVREN_API_E_CONNECT);
+  EXPECT_EQ(closed.error, TAVREN_API_E_CONNECT);
+  tavren_api_close(&closed);
+}
+
+/* Machines on which the daemon is not what it should be. */
+class ApiOpening : public DaemonTest {
+ protected:
+  tavren_api_handle_t handle{};
+};
+
+TEST_F(ApiOpening, WithoutADaemonFails) {
+  stop(SIGKILL);
+  ASSERT_EQ(system("rpcinfo -d 100171 1"), 0);
+  EXPECT_EQ(tavren_api_open(&handle), TAVREN_API_E_CONNECT);
+  EXPECT_EQ(handle.error, TAVREN_API_E_CONNECT);
+  EXPECT_EQ(handle.clnt, nullptr);
+  EXPECT_EQ(message(handle), "Cannot connect to archiving daemon: RPC: Program not registered");
+  tavren_api_close(&handle);
+}
+
+TEST_F(ApiOpening, OfADaemonThatDiedWithoutAWordFails) {
+  stop(SIGKILL);
+  EXPECT_EQ(tavren_api_open(&handle), TAVREN_API_E_CONNECT);
+  EXPECT_EQ(message(handle).find("Cannot connect to archiving daemon: RPC: "), 0U) << message(handle);
+}
+
+TEST_F(ApiOpening, WithoutRpcServicesFailsAtOnce) {
+  ASSERT_EQ(system("pkill -x rpcbind; while pgrep -x rpcbind >/dev/null; do sleep 0.01; done; rm -f /run/rpcbind.sock"),
+            0);
+  EXPECT_EQ(tavren_api_open(&handle), TAVREN_API_E_CONNECT);
+  EXPECT_EQ(message(handle), "Cannot connect to archiving daemon: RPC: Remote system error - Connection refused");
+}
+
+TEST_F(ApiOpening, OfAnotherVersionSucceedsAndItsFirstCallFails) {
+  stop(SIGKILL);
+  ASSERT_EQ(system("rpcinfo -d 100171 1"), 0);
+  start("100171", "2");
+  EXPECT_EQ(tavren_api_open(&handle), 0);
+  tavren_state_t state{};
+  EXPECT_EQ(tavren_api_get_state(&handle, &state), TAVREN_API_E_RPC);
+  EXPECT_EQ(message(handle),
+            "Archiving API error: RPC failure: RPC: Program/version mismatch; low version = 2, high version = 2");
+  tavren_api_close(&handle);
+}
+
+TEST_F(ApiOpening, AndClosingLeaveNoDescriptor) {
+  const auto count = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator{});
+  };
+  const auto before = count();
+  for (int i = 0; i < 50; ++i) {
+    ASSERT_EQ(tavren_api_open(&handle), 0);
+    tavren_api_close(&handle);
+  }
+  EXPECT_EQ(count(), before);
+}
+
+}  // namespace

@@ -1,0 +1,77 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "daemon/daemon_fixture.h"
+
+namespace {
+
+/* The functions that open a connection for one call. */
+class Wrapper : public DaemonTest {
+ protected:
+  void unregister() {
+    stop(SIGKILL);
+    ASSERT_EQ(system("rpcinfo -d 100171 1"), 0);
+  }
+
+  char buffer[TAVREN_API_TEXT_SIZE] = "untouched";
+  tavren_state_t state{};
+};
+
+TEST_F(Wrapper, ReadsTheState) {
+  answer("get_state", "1");
+  EXPECT_EQ(tavren_get_state(&state), 0);
+  EXPECT_EQ(state, TAVREN_STATE_ENABLED);
+}
+
+TEST_F(Wrapper, ReadsTheArchiveHost) {
+  answer("get_archive_host", "archive.example");
+  EXPECT_EQ(tavren_get_archive_host(buffer), 0);
+  EXPECT_STREQ(buffer, "archive.example");
+}
+
+TEST_F(Wrapper, ReadsTheArchiveDirectory) {
+  answer("get_archive_directory", "/var/archive");
+  EXPECT_EQ(tavren_get_archive_directory(buffer), 0);
+  EXPECT_STREQ(buffer, "/var/archive");
+}
+
+TEST_F(Wrapper, RequestsTheAuditFile) {
+  EXPECT_EQ(tavren_request_to_archive_audit_file(), 0);
+  EXPECT_EQ(requests(), "run_task\nLogTypeTask.audit\n");
+}
+
+TEST_F(Wrapper, AsksAboutAnAuditFile) {
+  for (const int expected : {0, 5, -7}) {
+    answer("audit_file_was_archived", std::to_string(expected));
+    EXPECT_EQ(tavren_audit_file_was_archived("audit.1"), expected);
+  }
+}
+
+TEST_F(Wrapper, WithoutADaemonHasNoConnection) {
+  unregister();
+  EXPECT_EQ(tavren_get_state(&state), TAVREN_API_E_CONNECT);
+  EXPECT_EQ(tavren_get_archive_host(buffer), TAVREN_API_E_CONNECT);
+  EXPECT_EQ(tavren_get_archive_directory(buffer), TAVREN_API_E_CONNECT);
+  EXPECT_EQ(tavren_request_to_archive_audit_file(), TAVREN_API_E_CONNECT);
+  EXPECT_EQ(tavren_audit_file_was_archived("x"), TAVREN_API_E_CONNECT);
+  EXPECT_STREQ(buffer, "untouched");
+}
+
+TEST_F(Wrapper, WhoseDaemonDiesDuringTheCallFails) {
+  tell("get_state", "die");
+  EXPECT_EQ(tavren_get_state(&state), TAVREN_API_E_RPC);
+}
+
+TEST_F(Wrapper, ClosesItsConnection) {
+  const auto count = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator{});
+  };
+  const auto before = count();
+  for (int i = 0; i < 20; ++i) tavren_get_state(&state);
+  tell("get_state", "die");
+  tavren_get_state(&state);
+  EXPECT_EQ(count(), before);
+}
+
+}  // namespace
