@@ -1,5 +1,7 @@
 #include <arpa/inet.h>
 
+#include <stdlib.h>
+
 #include <initializer_list>
 
 #include "daemon/rpc.h"
@@ -84,6 +86,13 @@ bool_t xdr_tavren_status_t(XDR* xdrs, tavren_status_t* object) {
 
 bool_t xdr_tavren_bytes_t(XDR* xdrs, tavren_bytes_t* object) {
   if (xdr_int(xdrs, &object->code) == FALSE) return FALSE;
+  if (xdrs->x_op == XDR_FREE) {
+    /* The RPC library would visit each of the bytes, of which a faulty daemon may have announced four thousand million.
+     */
+    free(object->data.data_val);
+    object->data.data_val = nullptr;
+    return TRUE;
+  }
   /* One integer for each byte: deliberately not the packed form, which the daemon does not speak. */
   return xdr_array(xdrs, &object->data.data_val, &object->data.data_len, no_limit, sizeof(char), as_xdrproc(xdr_char));
 }

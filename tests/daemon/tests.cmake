@@ -35,7 +35,16 @@ function(daemon_test name)
 endfunction()
 
 daemon_test(api_tests daemon/api_reading_test.cpp daemon/api_requests_test.cpp daemon/api_failures_test.cpp
-  daemon/wrappers_test.cpp TIMEOUT 180)
+  daemon/loading_test.cpp daemon/wrappers_test.cpp TIMEOUT 180)
+daemon_test(odd_replies_tests daemon/odd_replies_test.cpp)
+daemon_test(api_threads_tests daemon/api_threads_test.cpp TIMEOUT 300)
+daemon_test(tavren_ctl_tests daemon/tavren_ctl_test.cpp)
+target_compile_definitions(tavren_ctl_tests PRIVATE TAVREN_CTL="$<TARGET_FILE:tavren_ctl>")
+add_dependencies(tavren_ctl_tests tavren_ctl)
 
 tavren_test(wire_tests daemon/wire_test.cpp)
-target_link_libraries(wire_tests PRIVATE tirpc)
+tavren_test(program_number_tests daemon/program_number_test.cpp)
+foreach(name wire_tests program_number_tests)
+  target_link_libraries(${name} PRIVATE tirpc)
+endforeach()
+tavren_test(api_catalogue_tests daemon/api_catalogue_test.cpp)

@@ -1,0 +1,73 @@
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+#include "TavrenHost.h"
+#include "TavrenTunables.h"
+#include "daemon/daemon_fixture.h"
+
+namespace {
+
+class Loading : public ApiTest {
+ protected:
+  std::string tunables_after(const std::string& text) {
+    answer("get_tunables", text);
+    EXPECT_EQ(tavren_api_load_tunables(&handle), 0);
+    std::ostringstream out;
+    TavrenTunables::instance().print_tunables(out);
+    return out.str();
+  }
+
+  std::string commands_after(const std::string& text) {
+    answer("get_remote_commands", text);
+    EXPECT_EQ(tavren_api_load_remote_commands(&handle), 0);
+    std::ostringstream out;
+    TavrenHost::print_cmds(out);
+    return out.str();
+  }
+};
+
+TEST_F(Loading, OfTunablesChangesThoseOfThisProcess) {
+  EXPECT_EQ(tunables_after("log_dir_prefix=a=b\nssh_command_timeout=30\n"),
+            "log_dir_prefix=a=b\nssh_command_timeout=30\n");
+  EXPECT_EQ(TavrenTunables::instance().get_ssh_command_timeout(), 30);
+}
+
+TEST_F(Loading, OfNoTunablesChangesNothing) { EXPECT_EQ(tunables_after(""), ""); }
+
+TEST_F(Loading, OfTunablesSkipsWhatIsWrongAndStopsAtWhatIsNoAssignment) {
+  EXPECT_EQ(tunables_after("unknown=1\nssh_command_timeout=x\nssh_connect_timeout=5\nno assignment\n"
+                           "ssh_shell_start_timeout=6\n"),
+            "ssh_connect_timeout=5\n");
+}
+
+TEST_F(Loading, OfTunablesLeavesALastLineWithoutItsNewline) { EXPECT_EQ(tunables_after("ssh_connect_timeout=5"), ""); }
+
+TEST_F(Loading, OfTunablesMayBeLong) {
+  EXPECT_EQ(tunables_after("log_dir_prefix=" + std::string(1 << 20, 'x') + "\n").size(), (1U << 20) + 16U);
+}
+
+TEST_F(Loading, OfCommandsChangesThoseOfThisProcess) {
+  EXPECT_EQ(commands_after("ls=/bin/ls -1 \nnew=x=y \n"), "ls=/bin/ls -1 \nnew=x=y \n");
+}
+
+TEST_F(Loading, OfCommandsStopsAtWhatIsNoAssignment) {
+  EXPECT_EQ(commands_after("a=b\nno assignment\nc=d\n"), "a=b\n");
+}
+
+TEST_F(Loading, LetsASessionRunWithWhatWasLoaded) {
+  TavrenHost host(false, false);
+  answer("get_tunables", "loopback_login=1\nssh_command_timeout=33\n");
+  answer("get_remote_commands", "cd=true \nls=echo listed by the daemon # \n");
+  EXPECT_EQ(tavren_api_load_tunables(&handle), 0);
+  EXPECT_EQ(tavren_api_load_remote_commands(&handle), 0);
+  char text[] = "x";
+  host.set_settings({text, text, text, text, text, text});
+  host.enable();
+  host.open_connection();
+  EXPECT_NO_THROW(host.run_and_expect_line(TavrenHost::get_cmd("ls"), "listed by the daemon"));
+  host.close_connection();
+}
+
+}  // namespace

@@ -1,0 +1,162 @@
+#include <gtest/gtest.h>
+#include <limits.h>
+#include <netinet/in.h>
+#include <rpc/pmap_clnt.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <functional>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "daemon/api_calls.h"
+#include "daemon/wire.h"
+
+using wire::text;
+using wire::unit;
+
+namespace {
+
+/* A daemon that writes bytes of its own in the place of replies: one connection, one reply to each request. */
+class OddReply : public testing::Test {
+ protected:
+  OddReply() {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (bind(listener, reinterpret_cast<sockaddr*>(&address), length) != 0 || listen(listener, 1) != 0 ||
+        getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+      throw std::runtime_error("no listener");
+    }
+    pmap_unset(TAVREN_RPC_PROG_DEFAULT, TAVREN_RPC_VERS);
+    if (pmap_set(TAVREN_RPC_PROG_DEFAULT, TAVREN_RPC_VERS, IPPROTO_TCP, ntohs(address.sin_port)) == FALSE) {
+      throw std::runtime_error("not registered");
+    }
+  }
+  ~OddReply() override {
+    tavren_api_close(&handle);
+    if (daemon.joinable()) daemon.join();
+    close(listener);
+  }
+
+  /*
+   * Opens the handle to a daemon that answers so many requests with what make_reply makes of their transaction ids, and
+   * then hangs up.
+   */
+  void serve(const std::function<std::string(const std::string&)>& make_reply, int count = INT_MAX) {
+    daemon = std::thread([this, make_reply, count] {
+      const int connection = accept(listener, nullptr, nullptr);
+      std::string xid;
+      for (int i = 0; i < count && !(xid = read_request(connection)).empty(); ++i) {
+        const std::string bytes = make_reply(xid);
+        if (send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL) < 0) break;
+      }
+      close(connection);
+    });
+    ASSERT_EQ(tavren_api_open(&handle), 0);
+  }
+
+  /* A reply of success with these results. */
+  static std::string reply(const std::string& xid, const std::string& results) {
+    const std::string bytes = xid + unit(1) + unit(0) + unit(0) + unit(0) + unit(0) + results;
+    return unit(static_cast<uint32_t>(bytes.size()) | 0x80000000U) + bytes;
+  }
+
+  tavren_api_handle_t handle{};
+
+ private:
+  /* Returns the transaction id of the next request, nothing at the end. */
+  static std::string read_request(int connection) {
+    uint32_t header = 0;
+    if (recv(connection, &header, sizeof header, MSG_WAITALL) != sizeof header) return "";
+    std::string request(ntohl(header) & 0x7FFFFFFF, '\0');
+    if (recv(connection, request.data(), request.size(), MSG_WAITALL) != static_cast<ssize_t>(request.size()))
+      return "";
+    return request.substr(0, 4);
+  }
+
+  int listener = -1;
+  std::thread daemon;
+};
+
+TEST_F(OddReply, ThatIsInOrderIsTaken) {
+  serve([](const std::string& xid) { return reply(xid, text("table")); });
+  char* table = nullptr;
+  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), 0);
+  EXPECT_STREQ(table, "table");
+  free(table);
+}
+
+TEST_F(OddReply, ThatIsCutIsAFailure) {
+  serve([](const std::string& xid) { return reply(xid, text("table")).substr(0, 30); }, 1);
+  char unset = 0;
+  char* table = &unset;
+  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), TAVREN_API_E_RPC);
+  EXPECT_EQ(table, &unset);
+}
+
+TEST_F(OddReply, ThatAnnouncesTwoGigabytesIsAFailure) {
+  serve([](const std::string& xid) { return reply(xid, unit(0x7FFFFFFF) + "abcd"); });
+  char unset = 0;
+  char* table = &unset;
+  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), TAVREN_API_E_RPC);
+  EXPECT_EQ(table, &unset);
+}
+
+TEST_F(OddReply, ThatAnnouncesFourGigabytesOfErrorsIsAFailure) {
+  serve([](const std::string& xid) { return reply(xid, unit(0) + unit(0xFFFFFFFF) + unit('x')); });
+  char unset = 0;
+  char* errors = &unset;
+  EXPECT_EQ(tavren_api_get_errors(&handle, &errors), TAVREN_API_E_RPC);
+  EXPECT_EQ(errors, &unset);
+}
+
+TEST_F(OddReply, ThatEndsInsideAConfigurationReleasesWhatItHad) {
+  serve([](const std::string& xid) { return reply(xid, text("host") + text("dir") + text("user")); });
+  tavren_config_t config{};
+  EXPECT_EQ(tavren_api_get_config(&handle, &config), TAVREN_API_E_RPC);
+  EXPECT_EQ(config.settings.host, nullptr);
+}
+
+TEST_F(OddReply, IsFollowedByTheNextOne) {
+  int requests = 0;
+  serve([&requests](const std::string& xid) {
+    return ++requests == 1 ? reply(xid, unit(0x7FFFFFFF) + "abcd") : reply(xid, text("table"));
+  });
+  char* table = nullptr;
+  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), TAVREN_API_E_RPC);
+  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), 0);
+  EXPECT_STREQ(table, "table");
+  free(table);
+}
+
+TEST_F(OddReply, ToAnotherRequestIsPassedOver) {
+  serve([](const std::string& xid) { return reply("oooo", text("other")) + reply(xid, text("table")); });
+  char* table = nullptr;
+  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), 0);
+  EXPECT_STREQ(table, "table");
+  free(table);
+}
+
+/* Noise behind a sound beginning, so that it comes to the decoders. */
+class RandomReply : public OddReply, public testing::WithParamInterface<Named<ApiCall>> {};
+
+TEST_P(RandomReply, IsAResultOrAFailureAndNoMore) {
+  std::mt19937 random(1);
+  std::string noise(4096, '\0');
+  for (char& byte : noise) byte = static_cast<char>(random());
+  serve([&](const std::string& xid) { return reply(xid, noise); }, 1);
+  alignas(16) unsigned char result[512] = {};
+  const int first = GetParam().value.make(&handle, result);
+  EXPECT_EQ(handle.error, first < 0 ? first : 0);
+  EXPECT_EQ(GetParam().value.make(&handle, result), TAVREN_API_E_RPC);
+}
+
+INSTANTIATE_TEST_SUITE_P(, RandomReply, testing::ValuesIn(api_calls), by_name);
+
+}  // namespace

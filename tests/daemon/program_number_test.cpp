@@ -1,0 +1,135 @@
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <string>
+
+#include "support/files.h"
+#include "support/run_in_child.h"
+#include "support/temporary_directory.h"
+#include "tavren_rpc.h"
+
+/*
+ * This program creates the library's RPC clients itself, and creates none: what it looks at is where they were to be
+ * connected.
+ */
+namespace {
+
+std::string asked; /* for what, one line for each client */
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) CLIENT* clnt_create(const char* host, rpcprog_t program,
+                                                                      rpcvers_t version, const char* netid) {
+  asked += std::string(host) + " " + std::to_string(program) + " " + std::to_string(version) + " " + netid + "\n";
+  return nullptr;
+}
+
+namespace {
+
+class ProgramNumber : public testing::Test {
+ protected:
+  ProgramNumber() { std::filesystem::create_directory(home.path("tavren_tmp")); }
+
+  void name_number(const std::string& content) const { write_file(home.path("tavren_tmp/tavrend_rpc_num"), content); }
+  void set_home() const { setenv("TAVREN_HOME", home.path().c_str(), 1); }
+
+  static std::string open() {
+    tavren_api_handle_t handle{};
+    EXPECT_EQ(tavren_api_open(&handle), TAVREN_API_E_CONNECT);
+    const std::string result = asked;
+    asked.clear();
+    return result;
+  }
+
+  /* Returns what action shows in a process that has opened no connection so far. */
+  static std::string fresh(const std::function<std::string()>& action) {
+    return run_in_child([&] { fputs(action().c_str(), stdout); }).out;
+  }
+
+  /* Returns what a first opening asks for, with TAVREN_HOME set and that content of the file. */
+  std::string number_of(const std::string& content) const {
+    name_number(content);
+    return fresh([&] {
+      set_home();
+      return open();
+    });
+  }
+
+  const std::string usual = "localhost 100171 1 tcp\n";
+  TemporaryDirectory home;
+};
+
+TEST_F(ProgramNumber, IsTheUsualOneWithoutAHome) {
+  name_number("100172\n");
+  EXPECT_EQ(fresh([] {
+              unsetenv("TAVREN_HOME");
+              return open();
+            }),
+            usual);
+}
+
+TEST_F(ProgramNumber, IsThatOfTheFileWithAHome) {
+  EXPECT_EQ(number_of("100200\n"), "localhost 100200 1 tcp\n");
+  EXPECT_EQ(number_of("0x1874c\n"), "localhost 100172 1 tcp\n");
+  EXPECT_EQ(number_of("0303514\n"), "localhost 100172 1 tcp\n");
+  EXPECT_EQ(number_of("100200  \n"), "localhost 100200 1 tcp\n");
+  EXPECT_EQ(number_of("100200"), "localhost 100200 1 tcp\n");
+  EXPECT_EQ(number_of("100200\n100201\n"), "localhost 100200 1 tcp\n");
+}
+
+TEST_F(ProgramNumber, IsNotCheckedForItsRange) { EXPECT_EQ(number_of("7\n"), "localhost 7 1 tcp\n"); }
+
+TEST_F(ProgramNumber, IsTheUsualOneWhenTheFileHasNone) {
+  EXPECT_EQ(number_of("100200x\n"), usual);
+  EXPECT_EQ(number_of(""), usual);
+  EXPECT_EQ(number_of("\n"), usual);
+  EXPECT_EQ(number_of("one\n"), usual);
+}
+
+TEST_F(ProgramNumber, IsTheUsualOneWithoutAFile) {
+  EXPECT_EQ(fresh([&] {
+              set_home();
+              return open();
+            }),
+            usual);
+}
+
+TEST_F(ProgramNumber, IsReadFromTheFirst63Characters) {
+  EXPECT_EQ(number_of(std::string(58, '0') + "77777777777\n"), "localhost 32767 1 tcp\n");
+}
+
+TEST_F(ProgramNumber, IsReadAtEachOpening) {
+  name_number("100200\n");
+  EXPECT_EQ(fresh([&] {
+              set_home();
+              const std::string first = open();
+              name_number("100201\n");
+              return first + open();
+            }),
+            "localhost 100200 1 tcp\nlocalhost 100201 1 tcp\n");
+}
+
+TEST_F(ProgramNumber, StaysTheUsualOneWhenTheHomeComesAfterTheFirstOpening) {
+  name_number("100200\n");
+  EXPECT_EQ(fresh([&] {
+              unsetenv("TAVREN_HOME");
+              const std::string first = open();
+              set_home();
+              return first + open();
+            }),
+            usual + usual);
+}
+
+TEST_F(ProgramNumber, IsStillReadWhenTheHomeGoesAfterTheFirstOpening) {
+  name_number("100200\n");
+  EXPECT_EQ(fresh([&] {
+              set_home();
+              open();
+              unsetenv("TAVREN_HOME");
+              return open();
+            }),
+            "localhost 100200 1 tcp\n");
+}
+
+}  // namespace

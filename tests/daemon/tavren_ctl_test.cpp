@@ -1,0 +1,129 @@
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <sstream>
+#include <string>
+
+#include "TavrenError.h"
+#include "daemon/daemon_fixture.h"
+
+namespace {
+
+/* The example program, as a person or a script would run it. */
+class TavrenCtl : public DaemonTest {
+ protected:
+  /* Runs it. Returns its exit status. */
+  static int ctl(const std::string& arguments) {
+    const int status = system((TAVREN_CTL " " + arguments + " >$LAB/out 2>$LAB/err").c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  static std::string out() { return read_file(std::string(getenv("LAB")) + "/out"); }
+  static std::string err() { return read_file(std::string(getenv("LAB")) + "/err"); }
+};
+
+TEST_F(TavrenCtl, ShowsAndSetsTheState) {
+  answer("get_state", "1");
+  EXPECT_EQ(ctl("state"), 0);
+  EXPECT_EQ(out(), "Enabled\n");
+  EXPECT_EQ(ctl("disable"), 0);
+  EXPECT_EQ(ctl("enable"), 0);
+  EXPECT_EQ(requests(), "get_state\nset_state\n0\nset_state\n1\n");
+}
+
+TEST_F(TavrenCtl, ShowsTheConfigurationWithoutThePassword) {
+  answer("get_config", "h\n/d\nu\nsecret\nssh-x AA\nSHA256:x\n1000\n-1\n");
+  EXPECT_EQ(ctl("config"), 0);
+  EXPECT_EQ(out(),
+            "Target:       u@h:/d\nPassword:     set\nHost key:     SHA256:x\nSpace limit 0: 1000 MB\n"
+            "Space limit 1: Unlimited\n");
+}
+
+TEST_F(TavrenCtl, ShowsTheStatus) {
+  answer("get_status", "0\n1\n1\n2\n3\n4\n5\n6\n");
+  EXPECT_EQ(ctl("status"), 0);
+  EXPECT_EQ(out(), "Connection:    OK\nSince:         None\nCompartment 0: 1 2 3\nCompartment 1: 4 5 6\n");
+}
+
+TEST_F(TavrenCtl, ShowsStoredErrors) {
+  std::ostringstream stored;
+  stored << 1 << '\0';
+  const TavrenError error(TAVREN_E_CONNECT_TIMEOUT, "archive.example", "");
+  error.serialize(stored);
+  answer("get_errors", stored.str());
+  EXPECT_EQ(ctl("errors"), 0);
+  EXPECT_NE(out().find("\n  - Timeout occurred while connecting to archive.example\n"), std::string::npos) << out();
+}
+
+TEST_F(TavrenCtl, SaysThatThereAreNoErrors) {
+  answer("get_errors", std::string("0\0", 2));
+  EXPECT_EQ(ctl("errors"), 0);
+  EXPECT_EQ(out(), "No errors\n");
+}
+
+TEST_F(TavrenCtl, ShowsTheTables) {
+  answer("get_tunable_table", "tunables\n");
+  answer("get_remote_command_table", "commands\n");
+  answer("get_interval_table", "intervals\n");
+  for (const char* table : {"tunables", "commands", "intervals"}) {
+    EXPECT_EQ(ctl(table), 0);
+    EXPECT_EQ(out(), std::string(table) + "\n");
+  }
+}
+
+TEST_F(TavrenCtl, MakesRequests) {
+  EXPECT_EQ(ctl("set-tunable n v"), 0);
+  EXPECT_EQ(ctl("set-command n 't t'"), 0);
+  EXPECT_EQ(ctl("set-interval n v"), 0);
+  EXPECT_EQ(ctl("clear"), 0);
+  EXPECT_EQ(ctl("run task"), 0);
+  EXPECT_EQ(ctl("audit"), 0);
+  EXPECT_EQ(requests(),
+            "set_tunable\nn\nv\nset_remote_command\nn\nt t\nset_interval\nn\nv\nclear_stored_data\nrun_task\ntask\n"
+            "run_task\nLogTypeTask.audit\n");
+}
+
+TEST_F(TavrenCtl, ShowsARefusalAndSaysSoInItsStatus) {
+  answer("set_tunable", "Unknown tunable: \"n\".");
+  EXPECT_EQ(ctl("set-tunable n v"), 1);
+  EXPECT_EQ(err(), "tavren_ctl: Unknown tunable: \"n\".\n");
+}
+
+TEST_F(TavrenCtl, ShowsWhereLogsGoAndWhetherTheDaemonSleeps) {
+  answer("get_archive_host", "archive.example");
+  answer("get_archive_directory", "/var/archive");
+  answer("is_tavrend_sleeping", "1");
+  EXPECT_EQ(ctl("host"), 0);
+  EXPECT_EQ(out(), "archive.example\n");
+  EXPECT_EQ(ctl("directory"), 0);
+  EXPECT_EQ(out(), "/var/archive\n");
+  EXPECT_EQ(ctl("sleeping"), 0);
+  EXPECT_EQ(out(), "Sleeping\n");
+}
+
+TEST_F(TavrenCtl, ShowsWhatBecameOfAnAuditFile) {
+  answer("audit_file_was_archived", "1");
+  EXPECT_EQ(ctl("archived audit.1"), 0);
+  EXPECT_EQ(out(), "1\n");
+  answer("audit_file_was_archived", "-7");
+  EXPECT_EQ(ctl("archived audit.1"), 2);
+  EXPECT_EQ(err(), "tavren_ctl: Internal log archiving API error (error code -7)\n");
+}
+
+TEST_F(TavrenCtl, SaysThatThereIsNoDaemon) {
+  stop(SIGKILL);
+  ASSERT_EQ(system("rpcinfo -d 100171 1"), 0);
+  EXPECT_EQ(ctl("state"), 2);
+  EXPECT_EQ(err(), "tavren_ctl: Cannot connect to archiving daemon: RPC: Program not registered\n");
+}
+
+TEST_F(TavrenCtl, ExplainsItsUsage) {
+  for (const char* arguments : {"", "nonsense", "state x", "run", "set-tunable n"}) {
+    EXPECT_EQ(ctl(arguments), 2) << arguments;
+    EXPECT_EQ(err().find("Usage: tavren_ctl COMMAND"), 0U) << arguments;
+  }
+  EXPECT_EQ(ctl("--help"), 0);
+  EXPECT_EQ(out().find("Usage: tavren_ctl COMMAND"), 0U);
+}
+
+}  // namespace
