@@ -25,30 +25,32 @@ constexpr char audit_task[] = "LogTypeTask.audit";
 
 /*
  * Keeps a SIGPIPE from the calling thread while the RPC library writes to a daemon that may have died: the host program
- * need not expect one. One that was pending before stays so.
+ * need not expect one. Where it is blocked anyway nothing is done, so that one that was pending stays so.
  */
 class WithoutSigpipe {
  public:
   WithoutSigpipe() {
-    sigset_t pending;
-    sigpending(&pending);
-    was_pending = sigismember(&pending, SIGPIPE) == 1;
     sigemptyset(&sigpipe);
     sigaddset(&sigpipe, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &sigpipe, &old_mask);
+    was_blocked = sigismember(&old_mask, SIGPIPE) == 1;
   }
   ~WithoutSigpipe() {
-    constexpr timespec at_once{};
-    if (!was_pending) sigtimedwait(&sigpipe, nullptr, &at_once);
-    pthread_sigmask(SIG_SETMASK, &old_mask, nullptr);
+    if (!was_blocked) pthread_sigmask(SIG_SETMASK, &old_mask, nullptr);
   }
   WithoutSigpipe(const WithoutSigpipe&) = delete;
   WithoutSigpipe& operator=(const WithoutSigpipe&) = delete;
 
+  /* Takes away the signal that a write may have raised. */
+  void discard() const {
+    constexpr timespec at_once{};
+    if (!was_blocked) sigtimedwait(&sigpipe, nullptr, &at_once);
+  }
+
  private:
   sigset_t sigpipe;
   sigset_t old_mask;
-  bool was_pending;
+  bool was_blocked;
 };
 
 /* What a reply brought, released at the end also when only a part of it could be decoded. */
@@ -70,8 +72,12 @@ struct TextReply : Reply<char*> {
   TextReply() : Reply(xdr_unbounded_string) {}
 };
 
-CLIENT* connect() {
-  return clnt_create(daemon_host, static_cast<rpcprog_t>(tavren_rpc_program_number()), TAVREN_RPC_VERS, daemon_netid);
+/* Returns a client of the daemon, NULL when there is no connection. */
+CLIENT* connect(const WithoutSigpipe& guard) {
+  CLIENT* client =
+      clnt_create(daemon_host, static_cast<rpcprog_t>(tavren_rpc_program_number()), TAVREN_RPC_VERS, daemon_netid);
+  guard.discard();
+  return client;
 }
 
 /*
@@ -79,11 +85,11 @@ CLIENT* connect() {
  * take the next one for the rest of it, and each call after that would run out of time as well. So such a client is
  * replaced before it is used again. Returns false, the old client in its place, when there is no connection.
  */
-bool renew_after_timeout(tavren_api_handle_t* handle) {
+bool renew_after_timeout(tavren_api_handle_t* handle, const WithoutSigpipe& guard) {
   rpc_err last{};
   clnt_geterr(handle->clnt, &last);
   if (last.re_status != RPC_TIMEDOUT) return true;
-  CLIENT* fresh = connect();
+  CLIENT* fresh = connect(guard);
   if (fresh == nullptr) return false;
   clnt_destroy(handle->clnt);
   handle->clnt = fresh;
@@ -95,7 +101,8 @@ template <class Step>
 int call(tavren_api_handle_t* handle, Step step) {
   if (handle->clnt == nullptr) return handle->error = TAVREN_API_E_CONNECT;
   const WithoutSigpipe guard;
-  if (renew_after_timeout(handle) && step(handle->clnt) == RPC_SUCCESS) return 0;
+  if (renew_after_timeout(handle, guard) && step(handle->clnt) == RPC_SUCCESS) return 0;
+  guard.discard();
   return handle->error = TAVREN_API_E_RPC;
 }
 
@@ -144,7 +151,7 @@ char* argument(const char* text) { return const_cast<char*>(text); }
 int tavren_api_open(tavren_api_handle_t* handle) {
   handle->error = 0;
   const WithoutSigpipe guard;
-  handle->clnt = connect();
+  handle->clnt = connect(guard);
   if (handle->clnt == nullptr) handle->error = TAVREN_API_E_CONNECT;
   return handle->error;
 }
