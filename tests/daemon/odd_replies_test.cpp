@@ -40,6 +40,7 @@ class OddReply : public testing::Test {
   }
   ~OddReply() override {
     tavren_api_close(&handle);
+    shutdown(listener, SHUT_RDWR); /* nobody may have come */
     if (daemon.joinable()) daemon.join();
     close(listener);
   }
