@@ -179,7 +179,7 @@ char* tavren_api_errmsg(const tavren_api_handle_t* handle, char* buffer) {
 int tavren_api_get_state(tavren_api_handle_t* handle, tavren_state_t* state) {
   tavren_state_t answer{};
   const int result = call(handle, [&](CLIENT* client) { return tavren_rpc_get_state_1(&answer, client); });
-  if (result == 0) *state = answer;
+  if (result == 0) memcpy(state, &answer, sizeof answer); /* which may be none of the enumeration's values */
   return result;
 }
 

@@ -1,6 +1,7 @@
 #include <arpa/inet.h>
 
 #include <stdlib.h>
+#include <string.h>
 
 #include <initializer_list>
 
@@ -13,11 +14,14 @@ namespace {
 
 constexpr u_int no_limit = 0xFFFFFFFF;
 
+/* As bytes, because a daemon may send a value that the enumeration does not have, and then none must be made of it. */
 template <class Enumeration>
 bool_t xdr_enumeration(XDR* xdrs, Enumeration* object) {
-  enum_t value = *object;
+  static_assert(sizeof(Enumeration) == sizeof(enum_t), "an enumeration is one unit");
+  enum_t value = 0;
+  memcpy(&value, object, sizeof value);
   if (xdr_enum(xdrs, &value) == FALSE) return FALSE;
-  *object = static_cast<Enumeration>(value);
+  memcpy(object, &value, sizeof value);
   return TRUE;
 }
 
