@@ -53,7 +53,7 @@ TAVREN_EXPORT int tavren_hp_continue_send_file(tavren_hp_t* handle, const char* 
 
 /*
  * Ends the file once all its bytes are sent and waits for the far side's word that it arrived. Returns 0 with
- * *message NULL, or -1 with the reason in *message.
+ * *message NULL, or -1 with the reason in *message; any other exception leaves *message untouched.
  */
 TAVREN_EXPORT int tavren_hp_end_send_file(tavren_hp_t* handle, char** message);
 
@@ -71,7 +71,8 @@ TAVREN_EXPORT int tavren_hp_continue_send_stream(tavren_hp_t* handle, const char
                                                  char** message);
 
 /*
- * Ends the stream, and the session's child with it. Returns 0 with *message NULL, or -1 with the reason in *message.
+ * Ends the stream, and the session's child with it. Returns 0 with *message NULL, or -1 with the reason in *message;
+ * any other exception leaves *message untouched.
  */
 TAVREN_EXPORT int tavren_hp_end_send_stream(tavren_hp_t* handle, char** message);
 

@@ -1,3 +1,4 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,6 +23,21 @@ std::string all_bytes() {
   }
   return bytes;
 }
+
+std::string wiped; /* the texts that were, as they were before */
+
+}  // namespace
+
+/* Stands before the C library's, for the shared library too. */
+extern "C" __attribute__((visibility("default"))) void explicit_bzero(void* bytes, size_t size) noexcept {
+  /* The compiler knows that the real one does not read. */
+  const volatile char* text = static_cast<const volatile char*>(bytes);
+  for (size_t i = 0; i < size; ++i) wiped += text[i];
+  wiped += '|';
+  reinterpret_cast<void (*)(void*, size_t)>(dlsym(RTLD_NEXT, "explicit_bzero"))(bytes, size);
+}
+
+namespace {
 
 class PasswordBytes : public LoginTest, public testing::WithParamInterface<Password> {};
 class PasswordSecrecy : public LoginTest {};
@@ -49,6 +65,11 @@ TEST_F(PasswordSecrecy, ItIsTypedInOnePiece) {
   open(dialogue.login());
   const std::vector<std::string> writes = recorded_system::take_writes();
   EXPECT_EQ(std::count(writes.begin(), writes.end(), settings.password + "\n"), 1);
+}
+
+TEST_F(PasswordSecrecy, ItsTypedCopyIsWiped) {
+  open(dialogue.login());
+  EXPECT_EQ(wiped, settings.password + "\n|");
 }
 
 TEST_F(PasswordSecrecy, ItIsInNoArgument) {

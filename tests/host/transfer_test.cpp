@@ -171,7 +171,7 @@ TEST_F(Transfer, OfADescriptorFindsTheSizeOut) {
 TEST_F(Transfer, FindingTheSizeOutStartsAtTheFront) {
   const OpenFile file(local.path("file"), "content");
   lseek(file, 3, SEEK_SET);
-  host.send_file(file, "log", "file", -1, 0644);
+  host.send_file(file, "log", "file", -2, 0644);
   EXPECT_EQ(received("file"), "content");
 }
 
