@@ -17,7 +17,7 @@ extern "C" const char* __tsan_default_options() { return "ignore_noninstrumented
 namespace {
 
 constexpr int threads = 10;
-constexpr int calls_of_each = 1000;
+constexpr int calls_of_each = 10000;
 
 class ApiThreads : public DaemonTest {};
 
