@@ -4,7 +4,6 @@
 #include <time.h>
 
 #include <list>
-#include <memory>
 #include <sstream>
 
 #include "TavrenError.h"
@@ -66,6 +65,23 @@ class Reply {
 
  private:
   bool_t (*filter)(XDR*, Record*);
+};
+
+/* Errors as they are parsed; those that nobody has dropped go at the end, also when the text turns out malformed. */
+struct StoredErrors {
+  StoredErrors() = default;
+  ~StoredErrors() {
+    while (!errors.empty()) drop_first();
+  }
+  StoredErrors(const StoredErrors&) = delete;
+  StoredErrors& operator=(const StoredErrors&) = delete;
+
+  void drop_first() {
+    delete errors.front();
+    errors.pop_front();
+  }
+
+  std::list<TavrenError*> errors;
 };
 
 struct TextReply : Reply<char*> {
@@ -191,8 +207,6 @@ int tavren_api_get_config(tavren_api_handle_t* handle, tavren_config_t* config) 
   Reply<tavren_config_t> reply(xdr_tavren_config_t);
   const int result = call(handle, [&](CLIENT* client) { return tavren_rpc_get_config_1(&reply.record, client); });
   if (result == 0) tavren_config_copy(&reply.record, config);
-  char* password = reply.record.settings.password;
-  if (password != nullptr && result == 0) explicit_bzero(password, strlen(password));
   return result;
 }
 
@@ -210,22 +224,17 @@ int tavren_api_get_status(tavren_api_handle_t* handle, tavren_status_t* status) 
 }
 
 int tavren_api_get_errors(tavren_api_handle_t* handle, char** errors) {
-  std::list<std::unique_ptr<TavrenError>> owned;
+  StoredErrors stored;
   {
     Reply<tavren_bytes_t> reply(xdr_tavren_bytes_t);
     const int result = call(handle, [&](CLIENT* client) { return tavren_rpc_get_errors_1(&reply.record, client); });
     if (result != 0) return result;
-    std::list<TavrenError*> parsed;
-    TavrenError::tavren_bytes_to_errors(reply.record, parsed);
-    for (TavrenError* error : parsed) owned.emplace_back(error);
+    TavrenError::tavren_bytes_to_errors(reply.record, stored.errors);
   }
   *errors = nullptr;
-  if (owned.empty()) return 0;
+  if (stored.errors.empty()) return 0;
   std::ostringstream text;
-  for (std::unique_ptr<TavrenError>& error : owned) {
-    error->print(text);
-    error.reset();
-  }
+  for (; !stored.errors.empty(); stored.drop_first()) stored.errors.front()->print(text);
   *errors = tavren_strdup(text.str().c_str());
   return 0;
 }

@@ -39,6 +39,14 @@ clnt_stat get_text(CLIENT* client, rpcproc_t procedure, char** result) {
   return get(client, procedure, xdr_unbounded_string, result);
 }
 
+/* Asks for a setting to be changed. The answer is a text. */
+template <class Argument>
+clnt_stat change(CLIENT* client, rpcproc_t procedure, bool_t (*filter)(XDR*, Argument*), char* name, char* value,
+                 char** result) {
+  Argument argument = {name, value};
+  return call(client, procedure, filter, &argument, xdr_unbounded_string, result);
+}
+
 }  // namespace
 
 int tavren_rpc_program_number() {
@@ -111,9 +119,7 @@ clnt_stat tavren_rpc_clear_stored_data_1(char** result, CLIENT* client) {
 }
 
 clnt_stat tavren_rpc_set_tunable_1(char* name, char* value, char** result, CLIENT* client) {
-  tavren_rpc_set_tunable_1_argument argument = {name, value};
-  return call(client, TAVREN_RPC_SET_TUNABLE, xdr_tavren_rpc_set_tunable_1_argument, &argument, xdr_unbounded_string,
-              result);
+  return change(client, TAVREN_RPC_SET_TUNABLE, xdr_tavren_rpc_set_tunable_1_argument, name, value, result);
 }
 
 clnt_stat tavren_rpc_get_tunable_table_1(char** result, CLIENT* client) {
@@ -121,9 +127,8 @@ clnt_stat tavren_rpc_get_tunable_table_1(char** result, CLIENT* client) {
 }
 
 clnt_stat tavren_rpc_set_remote_command_1(char* name, char* text, char** result, CLIENT* client) {
-  tavren_rpc_set_remote_command_1_argument argument = {name, text};
-  return call(client, TAVREN_RPC_SET_REMOTE_COMMAND, xdr_tavren_rpc_set_remote_command_1_argument, &argument,
-              xdr_unbounded_string, result);
+  return change(client, TAVREN_RPC_SET_REMOTE_COMMAND, xdr_tavren_rpc_set_remote_command_1_argument, name, text,
+                result);
 }
 
 clnt_stat tavren_rpc_get_remote_command_table_1(char** result, CLIENT* client) {
@@ -131,9 +136,7 @@ clnt_stat tavren_rpc_get_remote_command_table_1(char** result, CLIENT* client) {
 }
 
 clnt_stat tavren_rpc_set_interval_1(char* name, char* value, char** result, CLIENT* client) {
-  tavren_rpc_set_interval_1_argument argument = {name, value};
-  return call(client, TAVREN_RPC_SET_INTERVAL, xdr_tavren_rpc_set_interval_1_argument, &argument, xdr_unbounded_string,
-              result);
+  return change(client, TAVREN_RPC_SET_INTERVAL, xdr_tavren_rpc_set_interval_1_argument, name, value, result);
 }
 
 clnt_stat tavren_rpc_get_interval_table_1(char** result, CLIENT* client) {

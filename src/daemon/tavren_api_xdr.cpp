@@ -64,6 +64,10 @@ bool_t xdr_tavren_connection_status_t(XDR* xdrs, tavren_connection_status_t* obj
 bool_t xdr_tavren_compartment_t(XDR* xdrs, tavren_compartment_t* object) { return xdr_enumeration(xdrs, object); }
 
 bool_t xdr_tavren_settings_t(XDR* xdrs, tavren_settings_t* object) {
+  /* A password is wiped before its memory is given back, also that of a record of which only a part came. */
+  if (xdrs->x_op == XDR_FREE && object->password != nullptr) {
+    explicit_bzero(object->password, strlen(object->password));
+  }
   for (char** string :
        {&object->host, &object->dir, &object->user, &object->password, &object->host_key, &object->fingerprint}) {
     if (xdr_unbounded_string(xdrs, string) == FALSE) return FALSE;

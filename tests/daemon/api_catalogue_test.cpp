@@ -18,7 +18,7 @@ msgid "Internal log archiving API error (error code %d)"
 msgstr "Innerer Fehler %d"
 )po";
 
-/* The messages of the client API in another language. There is a connection, but nobody has made a call on it. */
+/* The messages of the client API in another language. */
 class ApiCatalogue : public CatalogueTest {
  protected:
   ApiCatalogue() : CatalogueTest(translation) {}
@@ -36,6 +36,39 @@ class ApiCatalogue : public CatalogueTest {
 
 TEST_F(ApiCatalogue, TranslatesAMissingConnection) {
   EXPECT_EQ(message(TAVREN_API_E_CONNECT).find("Kein Dienst: RPC: "), 0U);
+}
+
+/* The RPC services' own program plays a daemon of another version. */
+TEST_F(ApiCatalogue, TranslatesAFailedCall) {
+  std::filesystem::create_directory(directory.path("tavren_tmp"));
+  write_file(directory.path("tavren_tmp/tavrend_rpc_num"), "100000\n");
+  const std::string message_of_call = translated([&] {
+    setenv("TAVREN_HOME", directory.path().c_str(), 1);
+    tavren_api_handle_t handle{};
+    char buffer[TAVREN_API_TEXT_SIZE];
+    tavren_state_t state{};
+    tavren_api_open(&handle);
+    tavren_api_get_state(&handle, &state);
+    return std::string(tavren_api_errmsg(&handle, buffer));
+  });
+  EXPECT_EQ(message_of_call.find("Aufruf gescheitert: RPC: "), 0U) << message_of_call;
+}
+
+/* As many bytes as the header says, whatever the length of the words. */
+class LongApiCatalogue : public CatalogueTest {
+ protected:
+  LongApiCatalogue()
+      : CatalogueTest("msgid \"Internal log archiving API error (error code %d)\"\nmsgstr \"" + std::string(300, 'x') +
+                      "%d\"\n") {}
+};
+
+TEST_F(LongApiCatalogue, IsCutTo255Bytes) {
+  EXPECT_EQ(translated([] {
+              tavren_api_handle_t handle{};
+              char buffer[TAVREN_API_TEXT_SIZE];
+              return std::string(tavren_api_errmsg(&handle, buffer));
+            }),
+            std::string(255, 'x'));
 }
 
 TEST_F(ApiCatalogue, TranslatesAnInternalError) {

@@ -168,6 +168,17 @@ TEST_F(ApiReading, OfMalformedErrorsIsAFailedAssertion) {
   });
 }
 
+/* The first error is parsed by then; the address sanitizer would find it if it stayed. */
+TEST_F(ApiReading, OfErrorsThatEndEarlyIsAnException) {
+  std::string stored = serialised({TavrenError(TAVREN_E_OUTPUT, "x", "")});
+  stored.front() = '2';
+  answer("get_errors", stored);
+  char unset = 0;
+  char* text = &unset;
+  EXPECT_THROW(tavren_api_get_errors(&handle, &text), std::ios_base::failure);
+  EXPECT_EQ(text, &unset);
+}
+
 TEST_F(ApiReading, OfErrorsWithoutTheirNumberIsAnException) {
   answer("get_errors", "");
   char unset = 0;

@@ -1,5 +1,6 @@
 #include "daemon/wire.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -8,6 +9,21 @@
 
 using wire::text;
 using wire::unit;
+
+namespace {
+
+std::string wiped; /* the texts that were, as they were before */
+
+}  // namespace
+
+/* Stands before the C library's, for the shared library too. */
+extern "C" __attribute__((visibility("default"))) void explicit_bzero(void* bytes, size_t size) noexcept {
+  /* The compiler knows that the real one does not read. */
+  const volatile char* text_of_it = static_cast<const volatile char*>(bytes);
+  for (size_t i = 0; i < size; ++i) wiped += text_of_it[i];
+  wiped += '|';
+  reinterpret_cast<void (*)(void*, size_t)>(dlsym(RTLD_NEXT, "explicit_bzero"))(bytes, size);
+}
 
 namespace {
 
@@ -88,6 +104,25 @@ TEST(Wire, SettingsWithoutOneOfTheStringsAreNotSent) {
     *fields[i] = nullptr;
     EXPECT_THROW(wire::encoded(xdr_tavren_settings_t, settings), std::runtime_error) << i;
   }
+}
+
+TEST(Wire, SettingsHaveTheirPasswordWipedBeforeItIsReleased) {
+  Strings strings;
+  tavren_settings_t settings{};
+  ASSERT_TRUE(wire::decode(xdr_tavren_settings_t, strings.bytes(), &settings));
+  wiped.clear();
+  wire::release(xdr_tavren_settings_t, &settings);
+  EXPECT_EQ(wiped, "four|");
+}
+
+TEST(Wire, SettingsThatEndBehindTheirPasswordHaveItWiped) {
+  Strings strings;
+  const std::string bytes = text(strings.host) + text(strings.dir) + text(strings.user) + text(strings.password);
+  tavren_settings_t settings{};
+  EXPECT_FALSE(wire::decode(xdr_tavren_settings_t, bytes, &settings));
+  wiped.clear();
+  wire::release(xdr_tavren_settings_t, &settings);
+  EXPECT_EQ(wiped, "four|");
 }
 
 TEST(Wire, SettingsMayHoldAMegabyte) {
