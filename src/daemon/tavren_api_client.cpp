@@ -2,6 +2,7 @@
 #include <stdio.h>
 #include <string.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <list>
 #include <sstream>
@@ -40,10 +41,12 @@ class WithoutSigpipe {
   WithoutSigpipe(const WithoutSigpipe&) = delete;
   WithoutSigpipe& operator=(const WithoutSigpipe&) = delete;
 
-  /* Takes away the signal that a write may have raised. */
+  /* Takes away the signal that a write may have raised. One that another process has sent meanwhile comes through. */
   void discard() const {
     constexpr timespec at_once{};
-    if (!was_blocked) sigtimedwait(&sigpipe, nullptr, &at_once);
+    siginfo_t info;
+    if (was_blocked || sigtimedwait(&sigpipe, &info, &at_once) != SIGPIPE) return;
+    if (info.si_pid != getpid()) kill(getpid(), SIGPIPE);
   }
 
  private:

@@ -94,6 +94,30 @@ TEST_F(ApiFailure, LeavesNoSigpipeNoMaskAndNoDisposition) {
   EXPECT_EQ(disposition.sa_handler, SIG_DFL);
 }
 
+volatile sig_atomic_t sigpipes = 0;
+void count_sigpipe(int) { sigpipes = sigpipes + 1; }
+
+/* While the daemon dies in the call, so that the call fails and looks after a SIGPIPE of its own. */
+TEST_F(ApiFailure, LeavesASigpipeThatAnotherProcessSends) {
+  struct sigaction counting {
+  }, previous{};
+  counting.sa_handler = count_sigpipe;
+  sigaction(SIGPIPE, &counting, &previous);
+  tell("get_state", "sleep 1");
+  std::thread killer([this] {
+    sigset_t sigpipe;
+    sigemptyset(&sigpipe);
+    sigaddset(&sigpipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &sigpipe, nullptr);
+    system("sleep 0.3; kill -PIPE $PPID");
+    stop(SIGKILL);
+  });
+  EXPECT_EQ(get_state(), TAVREN_API_E_RPC);
+  killer.join();
+  EXPECT_EQ(sigpipes, 1);
+  sigaction(SIGPIPE, &previous, nullptr);
+}
+
 /* The library waits for a reply for as long as it must: 25 seconds. */
 TEST_F(ApiFailure, OfADaemonThatDoesNotAnswerIsATimeoutAndTheNextCallWorks) {
   tell("get_state", "silence");
