@@ -101,6 +101,35 @@ TEST_F(OddReply, ThatIsCutIsAFailure) {
   EXPECT_EQ(table, &unset);
 }
 
+TEST_F(OddReply, WithoutASoundHeaderIsPassedOver) {
+  std::mt19937 random(1);
+  serve([&](const std::string& xid) {
+    std::string noise(400, '\0');
+    for (char& byte : noise) byte = static_cast<char>(random());
+    return unit(400U | 0x80000000U) + noise + reply(xid, text("table"));
+  });
+  char* table = nullptr;
+  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), 0);
+  EXPECT_STREQ(table, "table");
+  free(table);
+}
+
+/* The random bytes are the record's length, too. */
+TEST_F(OddReply, OfNothingButNoiseIsAFailure) {
+  std::mt19937 random(1);
+  serve(
+      [&](const std::string&) {
+        std::string noise(4096, '\0');
+        for (char& byte : noise) byte = static_cast<char>(random());
+        return noise;
+      },
+      1);
+  char unset = 0;
+  char* table = &unset;
+  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), TAVREN_API_E_RPC);
+  EXPECT_EQ(table, &unset);
+}
+
 TEST_F(OddReply, ThatAnnouncesTwoGigabytesIsAFailure) {
   serve([](const std::string& xid) { return reply(xid, unit(0x7FFFFFFF) + "abcd"); });
   char unset = 0;
