@@ -1,20 +1,22 @@
 /*
  * A session with the archive host, and the host's key, for C programs.
  *
- * A handle stands for one login: tavren_hp_create connects and changes to the archive directory, to which the file
- * names below are relative; tavren_hp_destroy releases the handle. The secure shell child is deliberately not
- * stopped then: it ends with the process, or with tavren_hp_kill_ssh before the destruction. The program's private
- * temporary directory (tavren_setup_tmp_dir) must exist when a host key is configured.
+ * A handle stands for one login. tavren_hp_new makes it, tavren_hp_open connects and changes to the archive directory,
+ * to which the file names below are relative, tavren_hp_close ends the connection with all that belongs to it, and
+ * tavren_hp_destroy releases the handle. Close before you destroy: destroying alone deliberately leaves the secure
+ * shell child and its descriptors behind. tavren_hp_create, which makes and connects in one, leaves them behind also
+ * when it fails, so a program that tries again for years would run out of descriptors: new programs use the former.
+ * The program's private temporary directory (tavren_setup_tmp_dir) must exist when a host key is configured.
  *
  * A transfer is one start, any number of continues and one end. After a failed one probing and removing are failed
  * assertions; another start is not refused, but what the far shell would make of it is unknown. After a stream the
- * child is gone. Destroy the handle in both cases and create another. A file name that is refused, because there is a
- * newline behind its last slash, is no failed transfer: the session is as it was. Streams take such names.
+ * child is gone. Close in both cases, and open again. A file name that is refused, because there is a newline behind
+ * its last slash, is no failed transfer: the session is as it was. Streams take such names.
  *
  * Functions with a message pointer set it to a text that the caller owns and releases with free when they fail for a
- * reason that has one. A TavrenTimeout or TavrenOperationCancelled is not converted: it passes to the caller as a C++
- * exception, as anything else but the kinds named below does. A handle is used by one thread at a time, except that
- * any thread may call tavren_hp_kill_ssh.
+ * reason that has one. Making, opening and closing throw nothing. From the others a TavrenTimeout or
+ * TavrenOperationCancelled is not converted: it passes to the caller as a C++ exception, as anything else but the kinds
+ * named below does. A handle is used by one thread at a time, except that any thread may call tavren_hp_kill_ssh.
  */
 #ifndef TAVREN_HOST_UTIL_H
 #define TAVREN_HOST_UTIL_H
@@ -29,13 +31,38 @@ TAVREN_BEGIN_C
 typedef struct tavren_hp_t tavren_hp_t;
 
 /*
- * Logs in with a complete settings record, which is copied (a NULL string in it is a failed assertion). Returns the
- * handle with *message NULL; NULL with the reason in *message, or with *message NULL when memory ran out. A failed
- * create deliberately keeps the memory and the child of the attempt.
+ * Makes a handle with a complete settings record, which is copied (a NULL string in it is a failed assertion), and does
+ * not connect. Returns the handle with *message NULL, or NULL, nothing left behind, with the reason in *message, which
+ * is NULL when there was no memory even for that.
+ */
+TAVREN_EXPORT tavren_hp_t* tavren_hp_new(const tavren_settings_t* settings, char** message);
+
+/*
+ * Logs in; a handle that is connected stays as it is. Returns 0 with *message NULL, or -1 with the reason in *message
+ * as above: the child is stopped then, which can take 2 seconds, and nothing of the attempt is left behind. It may be
+ * tried again at any time.
+ */
+TAVREN_EXPORT int tavren_hp_open(tavren_hp_t* handle, char** message);
+
+/*
+ * Ends the connection, whatever became of it: stops its child (SIGTERM, after 2 seconds SIGKILL) and releases its
+ * memory and descriptors. Does nothing when there is none. The handle may be opened again. Returns nothing; no errors.
+ * No other thread may be in tavren_hp_kill_ssh meanwhile.
+ */
+TAVREN_EXPORT void tavren_hp_close(tavren_hp_t* handle);
+
+/*
+ * tavren_hp_new and tavren_hp_open in one, for programs that connect once. Logs in with a complete settings record,
+ * which is copied (a NULL string in it is a failed assertion). Returns the handle with *message NULL; NULL with the
+ * reason in *message, or with *message NULL when memory ran out. A failed create deliberately keeps the memory and the
+ * child of the attempt.
  */
 TAVREN_EXPORT tavren_hp_t* tavren_hp_create(const tavren_settings_t* settings, char** message);
 
-/* Releases the session's objects and the handle, which must not be NULL. Returns nothing. */
+/*
+ * Releases the session's objects and the handle, which must not be NULL; what is connected keeps running, so close
+ * first. Returns nothing; no errors.
+ */
 TAVREN_EXPORT void tavren_hp_destroy(tavren_hp_t* handle);
 
 /*

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "TavrenError.h"
+#include "TavrenExceptions.h"
 #include "TavrenHost.h"
 #include "core/messages.h"
 
@@ -37,7 +38,63 @@ int report_failure(char** message, Step step) {
   }
 }
 
+/* Returns text in the form of an error's only line. */
+char* message_of(const char* text) { return tavren_strdup((std::string("  - ") + text + "\n").c_str()); }
+
+/* Returns what the exception that is being handled says; any but TavrenError says little by itself. */
+char* message_of_current_exception() {
+  try {
+    throw;
+  } catch (const TavrenError& error) {
+    return message_of(error);
+  } catch (const TavrenTimeout&) {
+    return message_of(translate("The archive host does not answer"));
+  } catch (const TavrenOperationCancelled&) {
+    return message_of(translate("The operation was cancelled"));
+  } catch (const std::bad_alloc&) {
+    return message_of(translate("Out of memory"));
+  } catch (const std::exception& error) {
+    return message_of(error.what());
+  }
+}
+
+/* Runs step; whatever it throws becomes -1 and a message, or none when there is no memory for one either. */
+template <class Step>
+int report_everything(char** message, Step step) {
+  *message = nullptr;
+  try {
+    try {
+      step();
+      return 0;
+    } catch (...) {
+      *message = message_of_current_exception();
+    }
+  } catch (const std::bad_alloc&) {
+  }
+  return -1;
+}
+
 }  // namespace
+
+tavren_hp_t* tavren_hp_new(const tavren_settings_t* settings, char** message) {
+  tavren_hp_t* handle = nullptr;
+  report_everything(message, [&] {
+    auto host = std::make_unique<TavrenHost>(false, false);
+    host->set_settings(*settings);
+    host->enable();
+    handle = new tavren_hp_t{host.get()};
+    host.release();
+  });
+  return handle;
+}
+
+int tavren_hp_open(tavren_hp_t* handle, char** message) {
+  const int result = report_everything(message, [&] { handle->host->open_connection(); });
+  if (result != 0) handle->host->close_connection();
+  return result;
+}
+
+void tavren_hp_close(tavren_hp_t* handle) { handle->host->close_connection(); }
 
 tavren_hp_t* tavren_hp_create(const tavren_settings_t* settings, char** message) {
   tavren_hp_t* handle = nullptr;
