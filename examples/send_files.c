@@ -122,47 +122,53 @@ static int open_file(const char* path, struct stat* status) {
   return -1;
 }
 
-static tavren_hp_t* open_session(const tavren_settings_t* settings) {
+/* Connects, unless there is a connection. Returns 0, or -1 after a message. */
+static int open_session(tavren_hp_t* session) {
   char* message = NULL;
-  tavren_hp_t* session = tavren_hp_create(settings, &message);
-  if (session == NULL) {
+  const int result = tavren_hp_open(session, &message);
+  if (result != 0) {
     report("login", message);
   }
-  return session;
+  return result;
 }
 
-/* The library leaves the secure shell client running; this program has no further use for it. */
-static void close_session(tavren_hp_t* session) {
-  if (session != NULL) {
-    tavren_hp_kill_ssh(session);
-    tavren_hp_destroy(session);
+/* Sends the file path. Returns 0, or -1 after a message. */
+static int send_file(tavren_hp_t* session, const char* path) {
+  struct stat status;
+  const int fd = open_file(path, &status);
+  if (fd == -1) {
+    return -1;
   }
+  struct progress progress = {base_name(path), 0, (uint32_t)status.st_size, tavren_get_uptime_ms(), -1};
+  int result = open_session(session);
+  if (result == 0) {
+    result = send_open_file(session, fd, &status, &progress);
+    if (result != 0) {
+      tavren_hp_close(session); /* in the middle of a transfer: the next file begins with another login */
+    }
+  }
+  close(fd);
+  return result;
 }
 
 int send_files(const tavren_settings_t* settings, char** files) {
-  int status = 0;
-  tavren_hp_t* session = open_session(settings);
+  char* message = NULL;
+  tavren_hp_t* session = tavren_hp_new(settings, &message);
   if (session == NULL) {
+    report("making a session", message);
     return 1;
   }
-  for (; *files != NULL; ++files) {
-    struct stat file;
-    const int fd = open_file(*files, &file);
-    if (fd == -1) {
-      status = 1;
-      continue;
+  int status = 0;
+  if (open_session(session) != 0) {
+    status = 1;
+  } else {
+    for (; *files != NULL; ++files) {
+      if (send_file(session, *files) != 0) {
+        status = 1;
+      }
     }
-    struct progress progress = {base_name(*files), 0, (uint32_t)file.st_size, tavren_get_uptime_ms(), -1};
-    if (session == NULL) {
-      session = open_session(settings);
-    }
-    if (session == NULL || send_open_file(session, fd, &file, &progress) != 0) {
-      status = 1;
-      close_session(session);
-      session = NULL;
-    }
-    close(fd);
   }
-  close_session(session);
+  tavren_hp_close(session);
+  tavren_hp_destroy(session);
   return status;
 }
