@@ -199,7 +199,7 @@ TEST_F(Transfer, OfADescriptorThatReadsInOddPiecesArrivesWhole) {
   /* Each read returns what one write wrote. */
   ASSERT_EQ(pipe2(ends, O_DIRECT | O_CLOEXEC), 0);
   size_t written = 0;
-  for (const size_t size : {1000, 1, 2048, 1951}) {
+  for (const size_t size : std::vector<size_t>{1000, 1, 2048, 1951}) {
     ASSERT_EQ(write(ends[1], data.data() + written, size), static_cast<ssize_t>(size));
     written += size;
   }
