@@ -1,0 +1,76 @@
+/*
+ * Errors: read from any text, where they must read the same when written again, and made from any arguments, whose
+ * NUL bytes are escaped as they have always been.
+ */
+#include <vector>
+
+#include "fuzz/serialised.h"
+
+namespace {
+
+void read(const std::string& text) {
+  std::istringstream in(text);
+  try {
+    const TavrenError error(in);
+    serialised::check_round_trip(error);
+  } catch (const FailedAssertion& failed) {
+    MUST(serialised::is_stated(failed));
+  }
+}
+
+/* A NUL byte and as many bytes behind it as stand before it become a backslash and a zero. */
+std::string escaped(const std::string& argument) {
+  std::string done;
+  std::string rest = argument;
+  for (size_t p = 0; (p = rest.find('\0')) != std::string::npos;) {
+    done += rest.substr(0, p) + "\\0";
+    const size_t span = done.size() - 2 + 1;
+    rest = span < rest.size() - p ? rest.substr(p + span) : "";
+  }
+  return done + rest;
+}
+
+std::vector<std::string> arguments_of(const std::string& arg1, const std::string& arg2) {
+  if (!arg2.empty()) return {escaped(arg1), escaped(arg2)};
+  if (!arg1.empty()) return {escaped(arg1)};
+  return {};
+}
+
+void build(Input input) {
+  TavrenError error;
+  MUST(error.get_ecode() == TAVREN_E_NONE);
+  std::list<std::pair<int, std::vector<std::string>>> expected;
+  while (!input.is_empty() && expected.size() < 30) {
+    const bool first = input.flag();
+    const int code = static_cast<int8_t>(input.byte());
+    const std::string arg1 = input.text();
+    const std::string arg2 = input.text();
+    if (first) {
+      error.add_first_line(static_cast<tavren_error_code_t>(code), arg1, arg2);
+      expected.emplace_front(code, arguments_of(arg1, arg2));
+    } else {
+      error.add_line(static_cast<tavren_error_code_t>(code), arg1, arg2);
+      expected.emplace_back(code, arguments_of(arg1, arg2));
+    }
+  }
+  MUST(error.lines.size() == expected.size());
+  auto line = error.lines.begin();
+  for (const auto& [code, arguments] : expected) {
+    MUST((*line)->code == code);
+    MUST(arguments == std::vector<std::string>((*line)->args, (*line)->args + (*line)->num_args));
+    ++line;
+  }
+  serialised::check_round_trip(error);
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  Input input(data, size);
+  if (input.flag()) {
+    build(input);
+  } else {
+    read(input.rest());
+  }
+  return 0;
+}

@@ -1,0 +1,54 @@
+/*
+ * The main function of the targets where there is no fuzzer: runs every input of the corpora that it is given.
+ */
+#include <stdio.h>
+
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "fuzz/fuzz.h"
+
+namespace {
+
+std::string content_of(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  MUST(file.good());
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+void replay(const std::string& path) {
+  const std::string content = content_of(path);
+  /* In memory of exactly that size, for the address sanitizer. */
+  const auto bytes = std::make_unique<uint8_t[]>(content.size());
+  std::copy(content.begin(), content.end(), bytes.get());
+  LLVMFuzzerTestOneInput(bytes.get(), content.size());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::set<std::string> paths;
+  for (int i = 1; i < argc; ++i) {
+    if (!std::filesystem::is_directory(argv[i]))
+      paths.insert(argv[i]);
+    else {
+      for (const auto& entry : std::filesystem::directory_iterator(argv[i])) paths.insert(entry.path());
+    }
+  }
+  if (paths.empty()) {
+    fprintf(stderr, "There is nothing to replay.\n");
+    return 1;
+  }
+  for (const std::string& path : paths) {
+    /* Said before, so that the last one said is the one that ends the process. */
+    fprintf(stderr, "%s\n", path.c_str());
+    replay(path);
+  }
+  fprintf(stderr, "%zu inputs\n", paths.size());
+  return 0;
+}

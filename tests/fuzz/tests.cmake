@@ -1,0 +1,26 @@
+# Fuzz targets. In the preset "fuzz" they are fuzzers, which scripts/fuzz runs; everywhere else, where there may be no
+# fuzzer, the same targets replay what has been found worth keeping. There the test is the replay, too.
+add_custom_target(fuzzers)
+
+# fuzz_target(NAME SOURCE...): the target in fuzz/NAME_fuzz.cpp, with its corpus in fuzz/corpus/NAME.
+function(fuzz_target name)
+  set(program ${name}_fuzz)
+  set(corpus ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/corpus/${name})
+  add_executable(${program} fuzz/${program}.cpp fuzz/assertions.cpp ${ARGN})
+  target_include_directories(${program} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
+  target_link_libraries(${program} PRIVATE tavren)
+  add_dependencies(fuzzers ${program})
+  set(replay ${program} ${corpus})
+  if(TAVREN_SANITIZE MATCHES "fuzzer")
+    target_link_options(${program} PRIVATE -fsanitize=fuzzer)
+    list(APPEND replay -runs=0)
+  else()
+    target_sources(${program} PRIVATE fuzz/replay_main.cpp)
+  endif()
+  add_test(NAME Fuzz.${name}_ReplaysItsCorpus COMMAND ${replay})
+  set_tests_properties(Fuzz.${name}_ReplaysItsCorpus PROPERTIES TIMEOUT 120 ENVIRONMENT "${test_environment}")
+endfunction()
+
+foreach(name command_table disk_usage error_buffer error_object fields numbers target tunables_text)
+  fuzz_target(${name})
+endforeach()
