@@ -23,8 +23,10 @@ int handler_calls = 0;
 /* Takes every byte of memory that the process could still get. */
 void exhaust_memory() {
   limit_memory(0);
+  void* volatile taken = nullptr; /* a compiler may leave out an allocation that nobody looks at */
   for (size_t size = large_size; size > 0; size /= 2) {
-    while (malloc(size) != nullptr) continue;
+    do taken = malloc(size);
+    while (taken != nullptr);
   }
 }
 
