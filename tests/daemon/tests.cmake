@@ -25,12 +25,14 @@ set_source_files_properties(${generated}/tavrend_xdr.c ${generated}/tavrend_svc.
 # Where the generator trusts in a routine that stops at 9,000 bytes.
 target_compile_definitions(daemon_server PRIVATE xdr_wrapstring=xdr_whole_string)
 
+program_of(daemon_server daemon_server)
+
 # daemon_test(NAME SOURCE... [TIMEOUT SECONDS]): a test program that runs on a machine with an rpcbind of its own.
 function(daemon_test name)
   tavren_test(${name} ${ARGN} MAIN lab/lab_main.cpp)
   target_link_libraries(${name} PRIVATE tirpc)
   target_compile_definitions(${name} PRIVATE ARCHIVE_HOST="${CMAKE_CURRENT_SOURCE_DIR}/daemon/daemon-host"
-    SERVER="$<TARGET_FILE:daemon_server>")
+    SERVER="${daemon_server}")
   add_dependencies(${name} daemon_server)
 endfunction()
 
@@ -39,16 +41,20 @@ endfunction()
 string(APPEND test_environment :fast_unwind_on_malloc=0)
 
 daemon_test(api_tests daemon/api_reading_test.cpp daemon/api_requests_test.cpp daemon/api_failures_test.cpp
-  daemon/loading_test.cpp daemon/wrappers_test.cpp TIMEOUT 180)
-daemon_test(odd_replies_tests daemon/odd_replies_test.cpp)
+  daemon/loading_test.cpp daemon/stubs_test.cpp daemon/wrappers_test.cpp TIMEOUT 180)
+daemon_test(usual_number_tests daemon/usual_number_test.cpp)
+daemon_test(odd_replies_tests daemon/odd_replies_test.cpp TIMEOUT 180)
 daemon_test(api_threads_tests daemon/api_threads_test.cpp TIMEOUT 300)
 daemon_test(api_catalogue_tests daemon/api_catalogue_test.cpp)
 daemon_test(tavren_ctl_tests daemon/tavren_ctl_test.cpp)
-target_compile_definitions(tavren_ctl_tests PRIVATE TAVREN_CTL="$<TARGET_FILE:tavren_ctl>")
+program_of(tavren_ctl tavren_ctl)
+target_compile_definitions(tavren_ctl_tests PRIVATE TAVREN_CTL="${tavren_ctl}")
 add_dependencies(tavren_ctl_tests tavren_ctl)
 
-tavren_test(wire_tests daemon/wire_test.cpp)
+tavren_test(wire_tests daemon/wire_test.cpp daemon/wire_streams_test.cpp)
+tavren_test(own_filters_tests daemon/own_filters_test.cpp)
 tavren_test(program_number_tests daemon/program_number_test.cpp)
-foreach(name wire_tests program_number_tests)
+tavren_test(api_process_tests daemon/api_process_state_test.cpp)
+foreach(name wire_tests own_filters_tests program_number_tests api_process_tests)
   target_link_libraries(${name} PRIVATE tirpc)
 endforeach()

@@ -14,12 +14,15 @@ int main(int argc, char** argv) {
   const bool lists_only =
       std::any_of(argv, argv + argc, [](const char* a) { return std::string_view(a) == "--gtest_list_tests"; });
   if (getenv("LAB") == nullptr && !lists_only) {
-    std::vector<char*> command = {const_cast<char*>(ARCHIVE_HOST), const_cast<char*>("/proc/self/exe")};
     char self[4096];
     const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
     if (length == -1) return 1;
     self[length] = '\0';
-    command[1] = self;
+    std::vector<char*> command = {const_cast<char*>(ARCHIVE_HOST)};
+#ifdef EMULATOR
+    command.push_back(const_cast<char*>(EMULATOR));
+#endif
+    command.push_back(self);
     command.insert(command.end(), argv + 1, argv + argc + 1);
     execv(ARCHIVE_HOST, command.data());
     perror(ARCHIVE_HOST);

@@ -9,18 +9,20 @@ tavren_test(lab_stream_tests lab/streams_test.cpp LAB TIMEOUT 900)
 
 tavren_test(lab_check_tests lab/host_check_test.cpp LAB)
 
+program_of(tavren_send tavren_send)
+
 # Which chassis the example program runs on is said with the stand-in's tool.
 if(TARGET hodra-put)
   tavren_test(lab_example_tests lab/tavren_send_test.cpp lab/tavren_send_checks_test.cpp LAB TIMEOUT 120)
   target_compile_definitions(lab_example_tests PRIVATE
-    TAVREN_SEND="$<TARGET_FILE:tavren_send>" HODRA_PUT="$<TARGET_FILE:hodra-put>")
+    TAVREN_SEND="${tavren_send}" HODRA_PUT="${hodra_put}")
   add_dependencies(lab_example_tests tavren_send hodra-put)
 endif()
 
 # What these look at is the library as it is shipped, not what a sanitizer makes of it.
 if(NOT TAVREN_SANITIZE)
   tavren_test(lab_memory_tests lab/memory_test.cpp LAB TIMEOUT 600)
-  target_compile_definitions(lab_memory_tests PRIVATE TAVREN_SEND="$<TARGET_FILE:tavren_send>")
+  target_compile_definitions(lab_memory_tests PRIVATE TAVREN_SEND="${tavren_send}")
   add_dependencies(lab_memory_tests tavren_send)
   tavren_test(lab_cost_tests lab/chunk_cost_test.cpp LAB)
   if(NOT CMAKE_CROSSCOMPILING)

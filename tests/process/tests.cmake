@@ -5,7 +5,8 @@ target_compile_options(process_counterpart PRIVATE -fno-sanitize=all)
 target_link_options(process_counterpart PRIVATE -fno-sanitize=all)
 
 add_library(process_support STATIC process/children.cpp process/observe.cpp)
-target_compile_definitions(process_support PRIVATE COUNTERPART="$<TARGET_FILE:process_counterpart>")
+program_of(counterpart process_counterpart)
+target_compile_definitions(process_support PRIVATE COUNTERPART="${counterpart}")
 target_link_libraries(process_support PUBLIC test_support)
 add_dependencies(process_support process_counterpart)
 
