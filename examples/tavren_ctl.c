@@ -8,7 +8,7 @@
 #include <string.h>
 #include <tavren.h>
 
-enum { EXIT_DONE = 0, EXIT_REFUSED = 1, EXIT_NO_DAEMON_OR_USAGE = 2 };
+enum { EXIT_DONE = 0, EXIT_REFUSED = 1, EXIT_NO_DAEMON_OR_USAGE = 2 }; /* the last also when nobody takes the output */
 
 static const char usage[] =
     "Usage: tavren_ctl COMMAND [ARGUMENT...]\n"
@@ -143,11 +143,12 @@ static int archive_audit_file(tavren_api_handle_t* daemon, char** arguments) {
 
 static int show_archived(tavren_api_handle_t* daemon, char** arguments) {
   const int answer = tavren_api_audit_file_was_archived(daemon, arguments[0]);
-  if (answer < 0) {
-    return report(daemon, answer);
+  if (answer >= 0) {
+    printf("%d\n", answer);
+    return EXIT_DONE;
   }
-  printf("%d\n", answer);
-  return EXIT_DONE;
+  report(daemon, answer);
+  return answer == TAVREN_API_E_RPC || answer == TAVREN_API_E_CONNECT ? EXIT_NO_DAEMON_OR_USAGE : EXIT_REFUSED;
 }
 
 static int show_host(tavren_api_handle_t* daemon, char** arguments) {
@@ -267,7 +268,11 @@ int main(int argc, char** argv) {
   if (tavren_api_open(&daemon) != 0) {
     return report(&daemon, daemon.error);
   }
-  const int status = command->run(&daemon, argv + 2);
+  int status = command->run(&daemon, argv + 2);
   tavren_api_close(&daemon);
+  if (fflush(stdout) != 0) {
+    perror("tavren_ctl: cannot write the output");
+    status = EXIT_NO_DAEMON_OR_USAGE;
+  }
   return status;
 }

@@ -121,12 +121,13 @@ typedef struct tavren_api_handle_t {
 #define TAVREN_API_E_RPC (-3)
 
 /*
- * Each call below takes at most 25 seconds (the first after one that took them all also connects anew) and returns 0 on
- * success. When it fails it stores TAVREN_API_E_RPC in the handle's error, returns it, and leaves its results
- * untouched; on a handle without a connection the same with TAVREN_API_E_CONNECT. A daemon that has died is such a
- * failure and never a SIGPIPE. Texts and records that a call returns belong to the caller: texts are released with
- * free, records with their *_free_contents. A reply may be as long as the daemon says: memory for it is asked for at
- * once. Arguments must not be NULL but where it is said.
+ * Each call below gives up after 25 seconds in which the daemon says nothing, or takes nothing of a long request; the
+ * first call after that connects anew. (A daemon that dribbles its answer can hold a call for longer: the RPC library
+ * waits for each piece anew.) It returns 0 on success. When it fails it stores TAVREN_API_E_RPC in the handle's error,
+ * returns it, and leaves its results untouched; on a handle without a connection the same with TAVREN_API_E_CONNECT. A
+ * daemon that has died is such a failure and never a SIGPIPE. Texts and records that a call returns belong to the
+ * caller: texts are released with free, records with their *_free_contents. A reply may be as long as the daemon says:
+ * memory for it is asked for at once. Arguments must not be NULL but where it is said.
  */
 
 /*
@@ -140,8 +141,8 @@ TAVREN_EXPORT void tavren_api_close(tavren_api_handle_t* handle);
 
 /*
  * Writes what the handle's error means, translated, into buffer (TAVREN_API_TEXT_SIZE bytes; longer text is cut): ask
- * right after the failure, because the RPC library keeps its reason only until the next call. Its reason for a failed
- * opening is kept once for the process. Returns buffer.
+ * right after the failure and in the same thread, because the RPC library keeps its reason only until the next call,
+ * and that for a failed opening once for each thread. Returns buffer.
  */
 TAVREN_EXPORT char* tavren_api_errmsg(const tavren_api_handle_t* handle, char* buffer);
 
@@ -175,7 +176,7 @@ TAVREN_EXPORT int tavren_api_get_errors(tavren_api_handle_t* handle, char** erro
 /* Makes the daemon's tunables those of this process; what it says wrong is skipped. Returns 0 or an error as above. */
 TAVREN_EXPORT int tavren_api_load_tunables(tavren_api_handle_t* handle);
 
-/* Makes the daemon's remote commands those of this process. Returns 0 or an error as above. */
+/* Makes the daemon's remote commands those of this process; others keep their texts. Returns 0 or an error as above. */
 TAVREN_EXPORT int tavren_api_load_remote_commands(tavren_api_handle_t* handle);
 
 /* Reads the archive host into buffer (TAVREN_API_TEXT_SIZE bytes; longer text is cut). Returns 0 or an error as above.

@@ -5,10 +5,10 @@
  * libtirpc), so tavren.h does not include it.
  *
  * A stub makes one call over client, which one thread at a time may use, and returns the call's status unchanged:
- * RPC_SUCCESS, or why there is no result; after at most 25 seconds RPC_TIMEDOUT. Pointers in *result must be NULL
- * before the call; what the reply allocates there, also when the call fails, is released with xdr_free and the result's
- * filter. result of a procedure that has none is not used. A NULL string cannot be sent (RPC_CANTENCODEARGS). Nothing
- * here throws.
+ * RPC_SUCCESS, or why there is no result; RPC_TIMEDOUT after 25 seconds in which nothing came. Pointers in *result must
+ * be NULL before the call; what the reply allocates there, also when the call fails, is released with xdr_free and the
+ * result's filter. result of a procedure that has none is not used. A NULL string cannot be sent (RPC_CANTENCODEARGS).
+ * Nothing here throws.
  */
 #ifndef TAVREN_RPC_H
 #define TAVREN_RPC_H

@@ -1,6 +1,9 @@
+#include <errno.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -9,6 +12,7 @@
 
 #include "TavrenError.h"
 #include "TavrenHost.h"
+#include "TavrenMutex.h"
 #include "TavrenTunables.h"
 #include "core/messages.h"
 #include "daemon/rpc.h"
@@ -23,9 +27,12 @@ constexpr char daemon_host[] = "localhost";
 constexpr char daemon_netid[] = "tcp";
 constexpr char audit_task[] = "LogTypeTask.audit";
 
+/* The RPC library puts its messages together in one place for all threads. */
+TavrenMutex& message_mutex = *new TavrenMutex; /* never destroyed: a thread may ask while another one exits */
+
 /*
  * Keeps a SIGPIPE from the calling thread while the RPC library writes to a daemon that may have died: the host program
- * need not expect one. Where it is blocked anyway nothing is done, so that one that was pending stays so.
+ * need not expect one. One that is pending already stays so.
  */
 class WithoutSigpipe {
  public:
@@ -34,6 +41,7 @@ class WithoutSigpipe {
     sigaddset(&sigpipe, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &sigpipe, &old_mask);
     was_blocked = sigismember(&old_mask, SIGPIPE) == 1;
+    was_pending = was_blocked && is_pending();
   }
   ~WithoutSigpipe() {
     if (!was_blocked) pthread_sigmask(SIG_SETMASK, &old_mask, nullptr);
@@ -45,29 +53,31 @@ class WithoutSigpipe {
   void discard() const {
     constexpr timespec at_once{};
     siginfo_t info;
-    if (was_blocked || sigtimedwait(&sigpipe, &info, &at_once) != SIGPIPE) return;
+    if (was_pending || sigtimedwait(&sigpipe, &info, &at_once) != SIGPIPE) return;
     if (info.si_pid != getpid()) kill(getpid(), SIGPIPE);
   }
 
  private:
+  static bool is_pending() {
+    sigset_t pending;
+    return sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
+  }
+
   sigset_t sigpipe;
   sigset_t old_mask;
   bool was_blocked;
+  bool was_pending;
 };
 
 /* What a reply brought, released at the end also when only a part of it could be decoded. */
 template <class Record>
-class Reply {
- public:
-  explicit Reply(bool_t (*record_filter)(XDR*, Record*)) : filter(record_filter) {}
-  ~Reply() { xdr_free(as_xdrproc(filter), &record); }
+struct Reply {
+  Reply() = default;
+  ~Reply() { xdr_free(filter_of<Record>(), &record); }
   Reply(const Reply&) = delete;
   Reply& operator=(const Reply&) = delete;
 
   Record record{};
-
- private:
-  bool_t (*filter)(XDR*, Record*);
 };
 
 /* Errors as they are parsed; those that nobody has dropped go at the end, also when the text turns out malformed. */
@@ -87,27 +97,40 @@ struct StoredErrors {
   std::list<TavrenError*> errors;
 };
 
-struct TextReply : Reply<char*> {
-  TextReply() : Reply(xdr_unbounded_string) {}
-};
+/*
+ * The RPC library's socket would pass to every child that the host program starts, and keep the connection for it. And
+ * its time limit holds for what it reads alone: a daemon that takes nothing would stop a long request for ever. It
+ * tries to write the rest of such a request about four times, which together come to the limit of a call.
+ */
+void prepare_socket(CLIENT* client) {
+  constexpr timeval write_timeout{6, 0};
+  int fd = -1;
+  if (clnt_control(client, CLGET_FD, reinterpret_cast<char*>(&fd)) == FALSE) return;
+  fcntl(fd, F_SETFD, FD_CLOEXEC);
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &write_timeout, sizeof write_timeout);
+}
 
 /* Returns a client of the daemon, NULL when there is no connection. */
 CLIENT* connect(const WithoutSigpipe& guard) {
   CLIENT* client =
       clnt_create(daemon_host, static_cast<rpcprog_t>(tavren_rpc_program_number()), TAVREN_RPC_VERS, daemon_netid);
   guard.discard();
+  if (client != nullptr) prepare_socket(client);
   return client;
 }
 
 /*
  * A call that ran out of time leaves the stream in the middle of a reply that may never come: the RPC library would
- * take the next one for the rest of it, and each call after that would run out of time as well. So such a client is
+ * take the next one for the rest of it, and each call after that would run out of time as well; the same with a request
+ * that was not taken whole. So such a client is
  * replaced before it is used again. Returns false, the old client in its place, when there is no connection.
  */
 bool renew_after_timeout(tavren_api_handle_t* handle, const WithoutSigpipe& guard) {
   rpc_err last{};
   clnt_geterr(handle->clnt, &last);
-  if (last.re_status != RPC_TIMEDOUT) return true;
+  const bool ran_out_of_time =
+      last.re_status == RPC_TIMEDOUT || (last.re_status == RPC_CANTSEND && last.re_errno == EAGAIN);
+  if (!ran_out_of_time) return true;
   CLIENT* fresh = connect(guard);
   if (fresh == nullptr) return false;
   clnt_destroy(handle->clnt);
@@ -128,7 +151,7 @@ int call(tavren_api_handle_t* handle, Step step) {
 /* Makes one call whose result is a text, and hands that to use. */
 template <class Step, class Use>
 int call_for_text(tavren_api_handle_t* handle, Step step, Use use) {
-  TextReply reply;
+  Reply<char*> reply;
   const int result = call(handle, [&](CLIENT* client) { return step(&reply.record, client); });
   if (result == 0) use(reply.record);
   return result;
@@ -180,6 +203,7 @@ void tavren_api_close(tavren_api_handle_t* handle) {
 }
 
 char* tavren_api_errmsg(const tavren_api_handle_t* handle, char* buffer) {
+  const TavrenAutoLock lock(message_mutex);
   switch (handle->error) {
     case TAVREN_API_E_RPC:
       snprintf(buffer, TAVREN_API_TEXT_SIZE, "%s",
@@ -207,7 +231,7 @@ int tavren_api_set_state(tavren_api_handle_t* handle, tavren_state_t state) {
 }
 
 int tavren_api_get_config(tavren_api_handle_t* handle, tavren_config_t* config) {
-  Reply<tavren_config_t> reply(xdr_tavren_config_t);
+  Reply<tavren_config_t> reply;
   const int result = call(handle, [&](CLIENT* client) { return tavren_rpc_get_config_1(&reply.record, client); });
   if (result == 0) tavren_config_copy(&reply.record, config);
   return result;
@@ -229,7 +253,7 @@ int tavren_api_get_status(tavren_api_handle_t* handle, tavren_status_t* status) 
 int tavren_api_get_errors(tavren_api_handle_t* handle, char** errors) {
   StoredErrors stored;
   {
-    Reply<tavren_bytes_t> reply(xdr_tavren_bytes_t);
+    Reply<tavren_bytes_t> reply;
     const int result = call(handle, [&](CLIENT* client) { return tavren_rpc_get_errors_1(&reply.record, client); });
     if (result != 0) return result;
     TavrenError::tavren_bytes_to_errors(reply.record, stored.errors);
@@ -248,7 +272,12 @@ int tavren_api_load_tunables(tavren_api_handle_t* handle) {
 }
 
 int tavren_api_load_remote_commands(tavren_api_handle_t* handle) {
-  return call_for_text(handle, tavren_rpc_get_remote_commands_1, [](const char* text) { TavrenHost::set_cmds(text); });
+  return call_for_text(handle, tavren_rpc_get_remote_commands_1, [](const char* text) {
+    /* The first host object fills an empty table. After the loading it would find names, and add none that is missing.
+     */
+    const TavrenHost fills_the_table(false, false);
+    TavrenHost::set_cmds(text);
+  });
 }
 
 int tavren_api_get_archive_host(tavren_api_handle_t* handle, char* buffer) {

@@ -13,38 +13,22 @@ constexpr struct timeval call_timeout { 25, 0 };
 
 constexpr int number_size = 64; /* bytes of the line that names another program number */
 
-/* An argument or a result that a procedure does not have. */
-struct Nothing {
-} nothing;
-bool_t xdr_nothing(XDR*, Nothing*) { return TRUE; }
+Nothing nothing;
 
 template <class Argument, class Result>
-clnt_stat call(CLIENT* client, rpcproc_t procedure, bool_t (*argument_filter)(XDR*, Argument*), Argument* argument,
-               bool_t (*result_filter)(XDR*, Result*), Result* result) {
-  return clnt_call(client, procedure, as_xdrproc(argument_filter), reinterpret_cast<char*>(argument),
-                   as_xdrproc(result_filter), reinterpret_cast<char*>(result), call_timeout);
+clnt_stat call(CLIENT* client, rpcproc_t procedure, Argument* argument, Result* result) {
+  return clnt_call(client, procedure, filter_of<Argument>(), reinterpret_cast<char*>(argument), filter_of<Result>(),
+                   reinterpret_cast<char*>(result), call_timeout);
 }
 
 template <class Result>
-clnt_stat get(CLIENT* client, rpcproc_t procedure, bool_t (*filter)(XDR*, Result*), Result* result) {
-  return call(client, procedure, xdr_nothing, &nothing, filter, result);
+clnt_stat get(CLIENT* client, rpcproc_t procedure, Result* result) {
+  return call(client, procedure, &nothing, result);
 }
 
 template <class Argument>
-clnt_stat set(CLIENT* client, rpcproc_t procedure, bool_t (*filter)(XDR*, Argument*), Argument* argument) {
-  return call(client, procedure, filter, argument, xdr_nothing, &nothing);
-}
-
-clnt_stat get_text(CLIENT* client, rpcproc_t procedure, char** result) {
-  return get(client, procedure, xdr_unbounded_string, result);
-}
-
-/* Asks for a setting to be changed. The answer is a text. */
-template <class Argument>
-clnt_stat change(CLIENT* client, rpcproc_t procedure, bool_t (*filter)(XDR*, Argument*), char* name, char* value,
-                 char** result) {
-  Argument argument = {name, value};
-  return call(client, procedure, filter, &argument, xdr_unbounded_string, result);
+clnt_stat set(CLIENT* client, rpcproc_t procedure, Argument* argument) {
+  return call(client, procedure, argument, &nothing);
 }
 
 }  // namespace
@@ -63,86 +47,86 @@ int tavren_rpc_program_number() {
   return number;
 }
 
-clnt_stat tavren_rpc_null_1(void*, CLIENT* client) { return set(client, TAVREN_RPC_NULL, xdr_nothing, &nothing); }
+clnt_stat tavren_rpc_null_1(void*, CLIENT* client) { return set(client, TAVREN_RPC_NULL, &nothing); }
 
 clnt_stat tavren_rpc_get_state_1(tavren_state_t* result, CLIENT* client) {
-  return get(client, TAVREN_RPC_GET_STATE, xdr_tavren_state_t, result);
+  return get(client, TAVREN_RPC_GET_STATE, result);
 }
 
 clnt_stat tavren_rpc_set_state_1(tavren_state_t state, void*, CLIENT* client) {
-  return set(client, TAVREN_RPC_SET_STATE, xdr_tavren_state_t, &state);
+  return set(client, TAVREN_RPC_SET_STATE, &state);
 }
 
 clnt_stat tavren_rpc_get_config_1(tavren_config_t* result, CLIENT* client) {
-  return get(client, TAVREN_RPC_GET_CONFIG, xdr_tavren_config_t, result);
+  return get(client, TAVREN_RPC_GET_CONFIG, result);
 }
 
 clnt_stat tavren_rpc_set_config_1(tavren_config_t* config, bool_t flag, void*, CLIENT* client) {
   tavren_rpc_set_config_1_argument argument = {config, flag};
-  return set(client, TAVREN_RPC_SET_CONFIG, xdr_tavren_rpc_set_config_1_argument, &argument);
+  return set(client, TAVREN_RPC_SET_CONFIG, &argument);
 }
 
 clnt_stat tavren_rpc_get_status_1(tavren_status_t* result, CLIENT* client) {
-  return get(client, TAVREN_RPC_GET_STATUS, xdr_tavren_status_t, result);
+  return get(client, TAVREN_RPC_GET_STATUS, result);
 }
 
 clnt_stat tavren_rpc_get_errors_1(tavren_bytes_t* result, CLIENT* client) {
-  return get(client, TAVREN_RPC_GET_ERRORS, xdr_tavren_bytes_t, result);
+  return get(client, TAVREN_RPC_GET_ERRORS, result);
 }
 
 clnt_stat tavren_rpc_get_tunables_1(char** result, CLIENT* client) {
-  return get_text(client, TAVREN_RPC_GET_TUNABLES, result);
+  return get(client, TAVREN_RPC_GET_TUNABLES, result);
 }
 
 clnt_stat tavren_rpc_get_remote_commands_1(char** result, CLIENT* client) {
-  return get_text(client, TAVREN_RPC_GET_REMOTE_COMMANDS, result);
+  return get(client, TAVREN_RPC_GET_REMOTE_COMMANDS, result);
 }
 
 clnt_stat tavren_rpc_get_archive_host_1(char** result, CLIENT* client) {
-  return get_text(client, TAVREN_RPC_GET_ARCHIVE_HOST, result);
+  return get(client, TAVREN_RPC_GET_ARCHIVE_HOST, result);
 }
 
 clnt_stat tavren_rpc_get_archive_directory_1(char** result, CLIENT* client) {
-  return get_text(client, TAVREN_RPC_GET_ARCHIVE_DIRECTORY, result);
+  return get(client, TAVREN_RPC_GET_ARCHIVE_DIRECTORY, result);
 }
 
-clnt_stat tavren_rpc_run_task_1(char* task, void*, CLIENT* client) {
-  return set(client, TAVREN_RPC_RUN_TASK, xdr_unbounded_string, &task);
-}
+clnt_stat tavren_rpc_run_task_1(char* task, void*, CLIENT* client) { return set(client, TAVREN_RPC_RUN_TASK, &task); }
 
 clnt_stat tavren_rpc_audit_file_was_archived_1(char* file_name, int* result, CLIENT* client) {
-  return call(client, TAVREN_RPC_AUDIT_FILE_WAS_ARCHIVED, xdr_unbounded_string, &file_name, xdr_int, result);
+  return call(client, TAVREN_RPC_AUDIT_FILE_WAS_ARCHIVED, &file_name, result);
 }
 
 clnt_stat tavren_rpc_clear_stored_data_1(char** result, CLIENT* client) {
-  return get_text(client, TAVREN_RPC_CLEAR_STORED_DATA, result);
+  return get(client, TAVREN_RPC_CLEAR_STORED_DATA, result);
 }
 
 clnt_stat tavren_rpc_set_tunable_1(char* name, char* value, char** result, CLIENT* client) {
-  return change(client, TAVREN_RPC_SET_TUNABLE, xdr_tavren_rpc_set_tunable_1_argument, name, value, result);
+  tavren_rpc_set_tunable_1_argument argument = {name, value};
+  return call(client, TAVREN_RPC_SET_TUNABLE, &argument, result);
 }
 
 clnt_stat tavren_rpc_get_tunable_table_1(char** result, CLIENT* client) {
-  return get_text(client, TAVREN_RPC_GET_TUNABLE_TABLE, result);
+  return get(client, TAVREN_RPC_GET_TUNABLE_TABLE, result);
 }
 
 clnt_stat tavren_rpc_set_remote_command_1(char* name, char* text, char** result, CLIENT* client) {
-  return change(client, TAVREN_RPC_SET_REMOTE_COMMAND, xdr_tavren_rpc_set_remote_command_1_argument, name, text,
-                result);
+  tavren_rpc_set_remote_command_1_argument argument = {name, text};
+  return call(client, TAVREN_RPC_SET_REMOTE_COMMAND, &argument, result);
 }
 
 clnt_stat tavren_rpc_get_remote_command_table_1(char** result, CLIENT* client) {
-  return get_text(client, TAVREN_RPC_GET_REMOTE_COMMAND_TABLE, result);
+  return get(client, TAVREN_RPC_GET_REMOTE_COMMAND_TABLE, result);
 }
 
 clnt_stat tavren_rpc_set_interval_1(char* name, char* value, char** result, CLIENT* client) {
-  return change(client, TAVREN_RPC_SET_INTERVAL, xdr_tavren_rpc_set_interval_1_argument, name, value, result);
+  tavren_rpc_set_interval_1_argument argument = {name, value};
+  return call(client, TAVREN_RPC_SET_INTERVAL, &argument, result);
 }
 
 clnt_stat tavren_rpc_get_interval_table_1(char** result, CLIENT* client) {
-  return get_text(client, TAVREN_RPC_GET_INTERVAL_TABLE, result);
+  return get(client, TAVREN_RPC_GET_INTERVAL_TABLE, result);
 }
 
 clnt_stat tavren_rpc_is_tavrend_sleeping_1(int* result, CLIENT* client) {
-  return get(client, TAVREN_RPC_IS_TAVREND_SLEEPING, xdr_int, result);
+  return get(client, TAVREN_RPC_IS_TAVREND_SLEEPING, result);
 }

@@ -1,4 +1,6 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <rpc/rpc.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -76,6 +78,23 @@ TEST_F(ApiFailure, LeavesASigpipeThatWasPending) {
   EXPECT_EQ(sigismember(&pending, SIGPIPE), 1);
   constexpr timespec at_once{};
   sigtimedwait(&sigpipe, nullptr, &at_once);
+}
+
+TEST_F(ApiFailure, LeavesNoSigpipeWhereItIsBlocked) {
+  sigset_t sigpipe, pending;
+  sigemptyset(&sigpipe);
+  sigaddset(&sigpipe, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &sigpipe, nullptr);
+  stop(SIGKILL);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(get_state(), TAVREN_API_E_RPC);
+  sigpending(&pending);
+  EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+}
+
+TEST_F(ApiFailure, OfADaemonThatDiesDuringTheCallIsItsHangingUp) {
+  tell("get_state", "die");
+  EXPECT_EQ(get_state(), TAVREN_API_E_RPC);
+  EXPECT_EQ(message(handle), std::string(rpc_failure) + "Unable to receive; errno = Connection reset by peer");
 }
 
 TEST_F(ApiFailure, LeavesNoSigpipeNoMaskAndNoDisposition) {
@@ -202,6 +221,14 @@ TEST_F(ApiOpening, OfAnotherVersionSucceedsAndItsFirstCallFails) {
   EXPECT_EQ(tavren_api_get_state(&handle, &state), TAVREN_API_E_RPC);
   EXPECT_EQ(message(handle),
             "Archiving API error: RPC failure: RPC: Program/version mismatch; low version = 2, high version = 2");
+  tavren_api_close(&handle);
+}
+
+TEST_F(ApiOpening, MakesASocketThatNoChildInherits) {
+  ASSERT_EQ(tavren_api_open(&handle), 0);
+  int fd = -1;
+  ASSERT_TRUE(clnt_control(handle.clnt, CLGET_FD, reinterpret_cast<char*>(&fd)));
+  EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
   tavren_api_close(&handle);
 }
 

@@ -29,7 +29,7 @@ TEST_F(ApiRequest, SetsNoConfigurationAndAnyTrueFlag) {
   EXPECT_EQ(requests(), "set_config\nno config\n1\n");
 }
 
-/* What the RPC library cannot put on the wire never reaches the daemon, and the handle goes on. */
+/* The RPC library sends what it could encode. The daemon cannot read that, and the handle goes on. */
 TEST_F(ApiRequest, WithAStringThatIsMissingFails) {
   const tavren_config_t config{};
   EXPECT_EQ(tavren_api_set_config(&handle, &config, 0), TAVREN_API_E_RPC);

@@ -3,6 +3,7 @@
 #include <netinet/in.h>
 #include <rpc/pmap_clnt.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -47,16 +48,18 @@ class OddReply : public testing::Test {
 
   /*
    * Opens the handle to a daemon that answers so many requests with what make_reply makes of their transaction ids, and
-   * then hangs up.
+   * then hangs up, or stays without looking at more.
    */
-  void serve(const std::function<std::string(const std::string&)>& make_reply, int count = INT_MAX) {
-    daemon = std::thread([this, make_reply, count] {
+  void serve(const std::function<std::string(const std::string&)>& make_reply, int count = INT_MAX,
+             bool stays = false) {
+    daemon = std::thread([this, make_reply, count, stays] {
       const int connection = accept(listener, nullptr, nullptr);
       std::string xid;
       for (int i = 0; i < count && !(xid = read_request(connection)).empty(); ++i) {
         const std::string bytes = make_reply(xid);
         if (send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL) < 0) break;
       }
+      if (stays) accept(listener, nullptr, nullptr); /* nobody comes: until the end of the test */
       close(connection);
     });
     ASSERT_EQ(tavren_api_open(&handle), 0);
@@ -66,6 +69,21 @@ class OddReply : public testing::Test {
   static std::string reply(const std::string& xid, const std::string& results) {
     const std::string bytes = xid + unit(1) + unit(0) + unit(0) + unit(0) + unit(0) + results;
     return unit(static_cast<uint32_t>(bytes.size()) | 0x80000000U) + bytes;
+  }
+
+  /* Asks for a table, which must fail, say so everywhere and leave its result alone. Returns the RPC library's reason.
+   */
+  std::string fail_to_get_a_table() {
+    char unset = 0;
+    char* table = &unset;
+    EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), TAVREN_API_E_RPC);
+    EXPECT_EQ(handle.error, TAVREN_API_E_RPC);
+    EXPECT_EQ(table, &unset);
+    char message[TAVREN_API_TEXT_SIZE];
+    const std::string text = tavren_api_errmsg(&handle, message);
+    const std::string introduction = "Archiving API error: RPC failure: RPC: ";
+    EXPECT_EQ(text.substr(0, introduction.size()), introduction);
+    return text.substr(std::min(introduction.size(), text.size()));
   }
 
   tavren_api_handle_t handle{};
@@ -95,10 +113,31 @@ TEST_F(OddReply, ThatIsInOrderIsTaken) {
 
 TEST_F(OddReply, ThatIsCutIsAFailure) {
   serve([](const std::string& xid) { return reply(xid, text("table")).substr(0, 30); }, 1);
-  char unset = 0;
-  char* table = &unset;
-  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), TAVREN_API_E_RPC);
-  EXPECT_EQ(table, &unset);
+  EXPECT_EQ(fail_to_get_a_table(), "Unable to receive; errno = Connection reset by peer");
+}
+
+TEST_F(OddReply, ThatIsCutInAStatusLeavesTheResultAlone) {
+  serve([](const std::string& xid) { return reply(xid, unit(1) + unit(1) + unit(2) + unit(3)); });
+  tavren_status_t status{-1, TAVREN_CONNECTION_FAILED, {{-1, -1, -1}, {-1, -1, -1}}};
+  EXPECT_EQ(tavren_api_get_status(&handle, &status), TAVREN_API_E_RPC);
+  EXPECT_EQ(status.connection_time, -1);
+  EXPECT_EQ(status.connection_status, TAVREN_CONNECTION_FAILED);
+  EXPECT_EQ(status.compartment_status[0].word1, -1);
+}
+
+/* Nothing more comes, and nobody hangs up: that takes the library's 25 seconds. */
+TEST_F(OddReply, ThatStopsInItsMiddleIsATimeout) {
+  serve([](const std::string& xid) { return reply(xid, text("table")).substr(0, 30); });
+  EXPECT_EQ(fail_to_get_a_table(), "Timed out");
+}
+
+/* A request that does not fit into the sockets' buffers is not sent for ever. */
+TEST_F(OddReply, ThatNeverComesBecauseTheRequestIsNotReadIsAFailure) {
+  serve([](const std::string&) { return ""; }, 0, true);
+  EXPECT_EQ(tavren_api_run_task(&handle, std::string(16 << 20, 't').c_str()), TAVREN_API_E_RPC);
+  char message[TAVREN_API_TEXT_SIZE];
+  EXPECT_STREQ(tavren_api_errmsg(&handle, message),
+               "Archiving API error: RPC failure: RPC: Unable to send; errno = Resource temporarily unavailable");
 }
 
 TEST_F(OddReply, WithoutASoundHeaderIsPassedOver) {
@@ -124,18 +163,18 @@ TEST_F(OddReply, OfNothingButNoiseIsAFailure) {
         return noise;
       },
       1);
-  char unset = 0;
-  char* table = &unset;
-  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), TAVREN_API_E_RPC);
-  EXPECT_EQ(table, &unset);
+  fail_to_get_a_table();
 }
 
-TEST_F(OddReply, ThatAnnouncesTwoGigabytesIsAFailure) {
+/* The memory is asked for, and not touched before something comes to fill it. */
+TEST_F(OddReply, ThatAnnouncesTwoGigabytesIsAFailureWithoutSoMuchMemory) {
   serve([](const std::string& xid) { return reply(xid, unit(0x7FFFFFFF) + "abcd"); });
-  char unset = 0;
-  char* table = &unset;
-  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), TAVREN_API_E_RPC);
-  EXPECT_EQ(table, &unset);
+  EXPECT_EQ(fail_to_get_a_table(), "Can't decode result");
+#if !defined __SANITIZE_ADDRESS__ && !defined __SANITIZE_THREAD__ /* which keep memory of their own */
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  EXPECT_LT(usage.ru_maxrss, 64 * 1024); /* KiB */
+#endif
 }
 
 TEST_F(OddReply, ThatAnnouncesFourGigabytesOfErrorsIsAFailure) {

@@ -78,7 +78,11 @@ TEST_F(ProgramNumber, IsThatOfTheFileWithAHome) {
   EXPECT_EQ(number_of("100200\n100201\n"), "localhost 100200 1 tcp\n");
 }
 
-TEST_F(ProgramNumber, IsNotCheckedForItsRange) { EXPECT_EQ(number_of("7\n"), "localhost 7 1 tcp\n"); }
+TEST_F(ProgramNumber, IsNotCheckedForItsRange) {
+  EXPECT_EQ(number_of("0\n"), "localhost 0 1 tcp\n");
+  EXPECT_EQ(number_of("-1\n"), "localhost 4294967295 1 tcp\n");
+  EXPECT_EQ(number_of("2147483647\n"), "localhost 2147483647 1 tcp\n");
+}
 
 TEST_F(ProgramNumber, IsTheUsualOneWhenTheFileHasNone) {
   EXPECT_EQ(number_of("100200x\n"), usual);

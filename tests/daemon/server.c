@@ -19,6 +19,24 @@
 
 #include "tavrend.h"
 
+/* What the generator made of the description, beside the numbers as everybody else knows them. */
+_Static_assert(TAVREND == 100171 && TAVREND_1 == 1, "program and version");
+_Static_assert(TAVREN_STATE_DISABLED == 0 && TAVREN_STATE_ENABLED == 1, "states");
+_Static_assert(TAVREN_CONNECTION_NONE == 0 && TAVREN_CONNECTION_OK == 1 && TAVREN_CONNECTION_FAILED == 2, "connection");
+_Static_assert(TAVREN_COMPARTMENT_0 == 0 && TAVREN_COMPARTMENT_1 == 1, "compartments");
+_Static_assert(TAVREN_RPC_NULL == 0 && TAVREN_RPC_GET_STATE == 1 && TAVREN_RPC_SET_STATE == 2 &&
+                   TAVREN_RPC_GET_CONFIG == 3 && TAVREN_RPC_SET_CONFIG == 4 && TAVREN_RPC_GET_STATUS == 5 &&
+                   TAVREN_RPC_GET_ERRORS == 6 && TAVREN_RPC_GET_TUNABLES == 7 && TAVREN_RPC_GET_REMOTE_COMMANDS == 8,
+               "first group of procedures");
+_Static_assert(TAVREN_RPC_GET_ARCHIVE_HOST == 21 && TAVREN_RPC_GET_ARCHIVE_DIRECTORY == 22 &&
+                   TAVREN_RPC_RUN_TASK == 23 && TAVREN_RPC_AUDIT_FILE_WAS_ARCHIVED == 24,
+               "second group of procedures");
+_Static_assert(TAVREN_RPC_CLEAR_STORED_DATA == 41 && TAVREN_RPC_SET_TUNABLE == 42 &&
+                   TAVREN_RPC_GET_TUNABLE_TABLE == 43 && TAVREN_RPC_SET_REMOTE_COMMAND == 44 &&
+                   TAVREN_RPC_GET_REMOTE_COMMAND_TABLE == 45 && TAVREN_RPC_SET_INTERVAL == 46 &&
+                   TAVREN_RPC_GET_INTERVAL_TABLE == 47 && TAVREN_RPC_IS_TAVREND_SLEEPING == 48,
+               "third group of procedures");
+
 void tavrend_1(struct svc_req* request, SVCXPRT* transport);
 bool_t xdr_whole_string(XDR* xdrs, char** string);
 

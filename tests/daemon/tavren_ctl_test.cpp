@@ -4,6 +4,7 @@
 
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "TavrenError.h"
 #include "daemon/daemon_fixture.h"
@@ -84,9 +85,27 @@ TEST_F(TavrenCtl, MakesRequests) {
 }
 
 TEST_F(TavrenCtl, ShowsARefusalAndSaysSoInItsStatus) {
-  answer("set_tunable", "Unknown tunable: \"n\".");
-  EXPECT_EQ(ctl("set-tunable n v"), 1);
-  EXPECT_EQ(err(), "tavren_ctl: Unknown tunable: \"n\".\n");
+  const std::pair<const char*, const char*> requests[] = {{"set_tunable", "set-tunable n v"},
+                                                          {"set_remote_command", "set-command n t"},
+                                                          {"set_interval", "set-interval n v"},
+                                                          {"clear_stored_data", "clear"}};
+  for (const auto& [procedure, arguments] : requests) {
+    answer(procedure, std::string("No ") + procedure + ".");
+    EXPECT_EQ(ctl(arguments), 1) << arguments;
+    EXPECT_EQ(err(), std::string("tavren_ctl: No ") + procedure + ".\n");
+  }
+}
+
+TEST_F(TavrenCtl, SaysThatTheDaemonDiedAtTheRequest) {
+  tell("get_state", "die");
+  EXPECT_EQ(ctl("state"), 2);
+  EXPECT_EQ(err().find("tavren_ctl: Archiving API error: RPC failure: RPC: "), 0U) << err();
+}
+
+TEST_F(TavrenCtl, SaysThatNobodyTakesItsOutput) {
+  const int status = system(TAVREN_CTL " state >/dev/full 2>$LAB/err");
+  EXPECT_EQ(WEXITSTATUS(status), 2);
+  EXPECT_EQ(err(), "tavren_ctl: cannot write the output: No space left on device\n");
 }
 
 TEST_F(TavrenCtl, ShowsWhereLogsGoAndWhetherTheDaemonSleeps) {
@@ -99,6 +118,9 @@ TEST_F(TavrenCtl, ShowsWhereLogsGoAndWhetherTheDaemonSleeps) {
   EXPECT_EQ(out(), "/var/archive\n");
   EXPECT_EQ(ctl("sleeping"), 0);
   EXPECT_EQ(out(), "Sleeping\n");
+  answer("is_tavrend_sleeping", "0");
+  EXPECT_EQ(ctl("sleeping"), 0);
+  EXPECT_EQ(out(), "Awake\n");
 }
 
 TEST_F(TavrenCtl, ShowsWhatBecameOfAnAuditFile) {
@@ -106,7 +128,7 @@ TEST_F(TavrenCtl, ShowsWhatBecameOfAnAuditFile) {
   EXPECT_EQ(ctl("archived audit.1"), 0);
   EXPECT_EQ(out(), "1\n");
   answer("audit_file_was_archived", "-7");
-  EXPECT_EQ(ctl("archived audit.1"), 2);
+  EXPECT_EQ(ctl("archived audit.1"), 1);
   EXPECT_EQ(err(), "tavren_ctl: Internal log archiving API error (error code -7)\n");
 }
 

@@ -207,8 +207,8 @@ TEST(Wire, AConnectionTimeBeyond2038IsNegative) {
 }
 
 TEST(Wire, BytesAreAUnitEach) {
-  char data[] = {'a', '\0', '\x7f'};
-  const std::string bytes = unit(5) + unit(3) + unit('a') + unit(0) + unit(0x7f);
+  char data[] = {'a', '\0', '\x80'};
+  const std::string bytes = unit(5) + unit(3) + unit('a') + unit(0) + unit(0xFFFFFF80);
   EXPECT_EQ(wire::encoded(xdr_tavren_bytes_t, tavren_bytes_t{5, {3, data}}), bytes);
   EXPECT_EQ(bytes.size(), 4U + 4U + 3U * 4U);
   tavren_bytes_t decoded{};

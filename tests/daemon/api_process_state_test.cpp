@@ -1,0 +1,59 @@
+#include <gtest/gtest.h>
+#include <rpc/rpc.h>
+#include <signal.h>
+
+#include <string>
+#include <thread>
+
+#include "tavren_api.h"
+
+/*
+ * What the client API shares with the rest of the process: signals, and the RPC library's place for its messages. This
+ * program creates the library's RPC clients itself, and creates none.
+ */
+namespace {
+
+thread_local clnt_stat reason = RPC_PROGNOTREGISTERED;
+
+}  // namespace
+
+/* Fails as the real one does when those whom it asks hang up. */
+extern "C" __attribute__((visibility("default"))) CLIENT* clnt_create(const char*, rpcprog_t, rpcvers_t, const char*) {
+  raise(SIGPIPE);
+  rpc_createerr.cf_stat = reason;
+  return nullptr;
+}
+
+namespace {
+
+TEST(ApiOpeningInAProcess, LeavesNoSigpipe) {
+  tavren_api_handle_t handle{};
+  EXPECT_EQ(tavren_api_open(&handle), TAVREN_API_E_CONNECT);
+  sigset_t pending;
+  sigpending(&pending);
+  EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+}
+
+/* Opens and asks for the message, which must always be that of this thread. Returns how often it was not. */
+int mix_ups(clnt_stat status, const std::string& expected) {
+  reason = status;
+  tavren_api_handle_t handle{};
+  tavren_api_open(&handle);
+  int count = 0;
+  for (int i = 0; i < 100000; ++i) {
+    char message[TAVREN_API_TEXT_SIZE];
+    if (tavren_api_errmsg(&handle, message) != expected) ++count;
+  }
+  return count;
+}
+
+TEST(ApiMessages, AreThoseOfTheirThread) {
+  int others = -1;
+  std::thread other(
+      [&others] { others = mix_ups(RPC_UNKNOWNHOST, "Cannot connect to archiving daemon: RPC: Unknown host"); });
+  EXPECT_EQ(mix_ups(RPC_PROGNOTREGISTERED, "Cannot connect to archiving daemon: RPC: Program not registered"), 0);
+  other.join();
+  EXPECT_EQ(others, 0);
+}
+
+}  // namespace

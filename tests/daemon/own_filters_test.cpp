@@ -1,0 +1,49 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "daemon/wire.h"
+
+/*
+ * A program that brings filters with the library's names, as one does that links what a generator made of the
+ * protocol's description: the library's own must not be replaced by them.
+ */
+namespace {
+
+int own_filter_calls = 0;
+xdrproc_t result_filter = nullptr;
+
+clnt_stat note_filters(CLIENT*, rpcproc_t, xdrproc_t, void*, xdrproc_t results, void*, struct timeval) {
+  result_filter = results;
+  return RPC_SUCCESS;
+}
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) bool_t xdr_tavren_settings_t(XDR*, tavren_settings_t*) {
+  ++own_filter_calls;
+  return FALSE;
+}
+
+TEST(OwnFilters, AreNotUsedInsideTheLibrarysRecords) {
+  char text[] = "x";
+  const tavren_config_t config = {{text, text, text, text, text, text}, {1, 2}};
+  EXPECT_EQ(wire::encoded(xdr_tavren_config_t, config).size(), 6U * 8U + 8U);
+  EXPECT_EQ(own_filter_calls, 0);
+}
+
+namespace {
+
+TEST(OwnFilters, AreNotUsedInTheLibrarysCalls) {
+  CLIENT::clnt_ops operations{};
+  operations.cl_call = note_filters;
+  CLIENT client{};
+  client.cl_ops = &operations;
+  tavren_config_t config{};
+  EXPECT_EQ(tavren_rpc_get_config_1(&config, &client), RPC_SUCCESS);
+  ASSERT_NE(result_filter, nullptr);
+  xdr_free(result_filter, &config);
+  EXPECT_EQ(own_filter_calls, 0);
+}
+
+}  // namespace

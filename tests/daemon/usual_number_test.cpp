@@ -1,0 +1,57 @@
+#include <gtest/gtest.h>
+#include <rpc/rpc.h>
+#include <sched.h>
+#include <stdlib.h>
+#include <sys/mount.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "support/files.h"
+#include "support/temporary_directory.h"
+#include "tavren_api.h"
+
+/* As in the other tests of the program number, no client is created: what counts is which one was asked for. */
+namespace {
+
+rpcprog_t asked = 0;
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) CLIENT* clnt_create(const char*, rpcprog_t program, rpcvers_t,
+                                                                      const char*) {
+  asked = program;
+  return nullptr;
+}
+
+namespace {
+
+/* A machine with a number file in the place where one without TAVREN_HOME would look. */
+class UsualNumber : public testing::Test {
+ protected:
+  UsualNumber() {
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("tmpfs", "/tmp", "tmpfs", 0, nullptr) != 0) {
+      throw std::runtime_error("no /tmp of our own");
+    }
+    write_file("/tmp/tavrend_rpc_num", "100172\n");
+    unsetenv("TAVREN_HOME");
+  }
+
+  static rpcprog_t open() {
+    tavren_api_handle_t handle{};
+    tavren_api_open(&handle);
+    return asked;
+  }
+};
+
+TEST_F(UsualNumber, IsUsedWithoutAHomeWhateverTheFileHolds) { EXPECT_EQ(open(), 100171U); }
+
+TEST_F(UsualNumber, StaysWhenTheHomeComesAfterTheFirstOpening) {
+  open();
+  const TemporaryDirectory home;
+  setenv("TAVREN_HOME", home.path().c_str(), 1);
+  EXPECT_EQ(open(), 100171U);
+}
+
+}  // namespace

@@ -1,0 +1,103 @@
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <string>
+
+#include "daemon/wire.h"
+
+using wire::text;
+using wire::unit;
+
+/*
+ * Each record through record streams whose fragments and reads end anywhere, so that every way of moving a unit is
+ * taken.
+ */
+namespace {
+
+std::string settings(const std::string& key) {
+  return text("h") + text("/d") + text("usr") + text("four") + text(key) + text("");
+}
+
+/* Decodes the bytes in fragments of many lengths and encodes what came of them again. */
+template <class Object>
+void expect_same_in_fragments(bool_t (*filter)(XDR*, Object*), const std::string& bytes) {
+  for (const size_t fragment : {1U, 3U, 5U, 9U, 11U, 129U}) {
+    for (const size_t piece : {1U, 13U, 1000U}) {
+      Object object{};
+      EXPECT_TRUE(wire::decode_records(filter, bytes, fragment, piece, &object)) << fragment << " " << piece;
+      for (const u_int buffer_size : {100U, 104U, 108U}) {
+        EXPECT_EQ(wire::encoded_in_records(filter, object, buffer_size), bytes) << fragment << " " << piece;
+      }
+      wire::release(filter, &object);
+    }
+  }
+}
+
+TEST(WireStreams, CarryEnumerations) {
+  expect_same_in_fragments(xdr_tavren_state_t, unit(1));
+  expect_same_in_fragments(xdr_tavren_connection_status_t, unit(2));
+  expect_same_in_fragments(xdr_tavren_compartment_t, unit(1));
+}
+
+TEST(WireStreams, CarrySettings) {
+  for (size_t length = 0; length < 110; ++length) {
+    expect_same_in_fragments(xdr_tavren_settings_t, settings(std::string(length, 'k')));
+  }
+}
+
+TEST(WireStreams, CarryAConfiguration) {
+  for (size_t length = 0; length < 110; ++length) {
+    expect_same_in_fragments(xdr_tavren_config_t,
+                             settings(std::string(length, 'k')) + unit(0x01020304) + unit(0xFFFFFFFF));
+  }
+}
+
+TEST(WireStreams, CarryAStatus) {
+  const std::string compartment = unit(1) + unit(0xFFFFFFFE) + unit(0x80000000);
+  expect_same_in_fragments(xdr_tavren_compartment_status_t, compartment);
+  expect_same_in_fragments(xdr_tavren_status_t, unit(0x80000000) + unit(2) + compartment + compartment);
+}
+
+TEST(WireStreams, CarryBytes) {
+  std::string bytes = unit(7) + unit(60);
+  for (unsigned i = 0; i < 60; ++i) bytes += unit(i % 2 == 0 ? i : 0xFFFFFF80 + i);
+  expect_same_in_fragments(xdr_tavren_bytes_t, bytes);
+}
+
+TEST(WireStreams, CarryAConfigurationToBeSet) {
+  expect_same_in_fragments(xdr_tavren_rpc_set_config_1_argument, unit(0) + unit(1));
+  expect_same_in_fragments(xdr_tavren_rpc_set_config_1_argument,
+                           unit(1) + settings("key") + unit(7) + unit(8) + unit(0));
+}
+
+TEST(WireStreams, CarryANameAndAValue) {
+  const std::string bytes = text("name") + text("a value");
+  expect_same_in_fragments(xdr_tavren_rpc_set_tunable_1_argument, bytes);
+  expect_same_in_fragments(xdr_tavren_rpc_set_remote_command_1_argument, bytes);
+  expect_same_in_fragments(xdr_tavren_rpc_set_interval_1_argument, bytes);
+}
+
+TEST(WireStreams, CarryAMegabyte) {
+  const std::string megabyte(1 << 20, 'm');
+  tavren_config_t config{};
+  EXPECT_TRUE(
+      wire::decode_records(xdr_tavren_config_t, settings(megabyte) + unit(1) + unit(2), 10000, SIZE_MAX, &config));
+  EXPECT_EQ(config.settings.host_key, megabyte);
+  wire::release(xdr_tavren_config_t, &config);
+  tavren_rpc_set_tunable_1_argument setting{};
+  EXPECT_TRUE(wire::decode_records(xdr_tavren_rpc_set_tunable_1_argument, text("name") + text(megabyte), 10000,
+                                   SIZE_MAX, &setting));
+  EXPECT_EQ(setting.arg2, megabyte);
+  wire::release(xdr_tavren_rpc_set_tunable_1_argument, &setting);
+}
+
+/* A daemon may have more states than this library knows. */
+TEST(WireStreams, CarryValuesThatAnEnumerationDoesNotHave) {
+  for (const std::string& bytes : {unit(77), unit(0xFFFFFFFF)}) {
+    expect_same_in_fragments(xdr_tavren_state_t, bytes);
+    expect_same_in_fragments(xdr_tavren_connection_status_t, bytes);
+    expect_same_in_fragments(xdr_tavren_compartment_t, bytes);
+  }
+}
+
+}  // namespace
