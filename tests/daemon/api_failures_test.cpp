@@ -152,6 +152,14 @@ TEST_F(ApiFailure, OfADaemonThatDoesNotAnswerIsATimeoutAndTheNextCallWorks) {
   }
 }
 
+/* A request that was not taken whole has left the stream in its middle. */
+TEST_F(ApiFailure, OfADaemonThatDoesNotTakeTheRequestIsOneAndTheNextCallWorks) {
+  kill(server, SIGSTOP);
+  EXPECT_EQ(tavren_api_run_task(&handle, std::string(16 << 20, 't').c_str()), TAVREN_API_E_RPC);
+  kill(server, SIGCONT);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(get_state(), 0) << message(handle);
+}
+
 /* The reply to the first call comes while nobody waits for it any more. */
 TEST_F(ApiFailure, OfADaemonThatAnswersTooLateDoesNotMixUpTheAnswers) {
   answer("get_archive_host", "late");
