@@ -4,6 +4,7 @@
  */
 #include <vector>
 
+#include "fuzz/escaped.h"
 #include "fuzz/serialised.h"
 
 namespace {
@@ -16,24 +17,6 @@ void read(const std::string& text) {
   } catch (const FailedAssertion& failed) {
     MUST(serialised::is_stated(failed));
   }
-}
-
-/* A NUL byte and as many bytes behind it as stand before it become a backslash and a zero. */
-std::string escaped(const std::string& argument) {
-  std::string done;
-  std::string rest = argument;
-  for (size_t p = 0; (p = rest.find('\0')) != std::string::npos;) {
-    done += rest.substr(0, p) + "\\0";
-    const size_t span = done.size() - 2 + 1;
-    rest = span < rest.size() - p ? rest.substr(p + span) : "";
-  }
-  return done + rest;
-}
-
-std::vector<std::string> arguments_of(const std::string& arg1, const std::string& arg2) {
-  if (!arg2.empty()) return {escaped(arg1), escaped(arg2)};
-  if (!arg1.empty()) return {escaped(arg1)};
-  return {};
 }
 
 void build(Input input) {

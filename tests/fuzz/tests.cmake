@@ -24,3 +24,8 @@ endfunction()
 foreach(name command_table disk_usage error_buffer error_object fields numbers target tunables_text)
   fuzz_target(${name})
 endforeach()
+
+# What plays a child stands in the C library's place, in the targets that need one.
+foreach(name child_output framed_output login_dialogue sink_answers)
+  fuzz_target(${name} fuzz/played_child.cpp)
+endforeach()

@@ -1,0 +1,334 @@
+#ifndef TESTS_FUZZ_PLAIN_HOST_H
+#define TESTS_FUZZ_PLAIN_HOST_H
+
+#include <stdio.h>
+
+#include <map>
+
+#include "fuzz/number_model.h"
+#include "fuzz/plain_child.h"
+#include "fuzz/plain_error.h"
+
+/* A failed assertion that is expected. */
+struct PlainAssertion {
+  std::string expression;
+};
+
+/*
+ * What TavrenHost must make of a played far side, told straight from its contract. It throws PlainError,
+ * PlainAssertion and PlainChild::Timeout where the session throws a TavrenError, fails an assertion and throws a
+ * TavrenTimeout.
+ */
+class PlainHost {
+ public:
+  using Lines = std::list<std::string>;
+
+  struct Settings {
+    std::string host, dir, user, password, host_key;
+    std::vector<std::string> spellings; /* of the host in the password prompt */
+  };
+
+  PlainHost(const played_child::Play& play, int seconds) : child(play), timeout(seconds) {}
+
+  const PlainChild& its_child() const { return child; }
+  void close() { child.stop(2); }
+
+  void open(const Settings& settings, bool configure_shell) {
+    try {
+      as_error("/usr/bin/ssh", [&] {
+        ask_for_password(settings);
+        wait_for_shell(settings);
+      });
+    } catch (PlainError& error) {
+      error.lines.push_front({4, settings.host, ""});
+      throw;
+    }
+    run_and_check("cd " + quoted(settings.dir));
+    if (configure_shell) run_line("umask 022; set +f", nullptr);
+  }
+
+  void run_line(const std::string& command, std::string* output) {
+    const long deadline = child.after(timeout);
+    within_time(17, command, [&] {
+      child.send(command + "\n", timeout);
+      if (output != nullptr) child.read_line(*output, deadline, {});
+    });
+  }
+
+  void run_command(const std::string& command, int& status, Lines& lines, int seconds) {
+    if (!running.empty()) throw PlainAssertion{"running_command.size() == 0"};
+    const long deadline = child.after(seconds);
+    within_time(17, command, [&] {
+      child.send("echo " + quoted(marker_of(command)) + "; " + command + "\necho '** EXIT CODE: '$?\n", seconds);
+      wait_for_line(marker_of(command), deadline);
+      try {
+        child.expect("** EXIT CODE: ", lines, deadline);
+      } catch (const PlainChild::Excessive&) {
+        throw PlainError(16, command);
+      }
+    });
+    const std::string text = lines.back().substr(14);
+    lines.pop_back();
+    const std::optional<int> number = number_model::number(text);
+    if (!number) throw PlainError(11, text);
+    status = *number;
+  }
+
+  void run_and_check(const std::string& command, Lines& lines) {
+    int status = 0;
+    run_command(command, status, lines, timeout);
+    if (status == 0) return;
+    PlainError error(14, command, std::to_string(status));
+    for (int i = 0; i < 5 && !lines.empty(); ++i) {
+      error.add(15, lines.front());
+      lines.pop_front();
+    }
+    throw error;
+  }
+
+  void run_and_check(const std::string& command) {
+    Lines ignored;
+    run_and_check(command, ignored);
+  }
+
+  void run_and_expect_line(const std::string& command, const std::string& expected) {
+    Lines lines;
+    run_and_check(command, lines);
+    if (lines == Lines{expected}) return;
+    throw PlainError(10, command, std::to_string(lines.size())).add_all(15, lines).add(3, expected);
+  }
+
+  bool get_dir_sizes(const std::string& pattern, std::map<std::string, int>& sizes, int seconds) {
+    int status = 0;
+    Lines lines;
+    const std::string command = "/usr/bin/du -sk " + pattern;
+    run_command(command, status, lines, seconds);
+    if (status == 127) throw PlainError(14, command, "127").add_all(15, lines);
+    bool found = false;
+    for (const std::string& line : lines) {
+      const size_t tab = line.find('\t');
+      const std::optional<int> size =
+          tab == std::string::npos ? std::nullopt : number_model::number(line.substr(0, tab));
+      if (!size) continue;
+      const std::string name = line.substr(tab + 1);
+      const bool has_ending = name.size() >= 2 && name.substr(name.size() - 2) == "/.";
+      sizes[has_ending ? name.substr(0, name.size() - 2) : name] = *size;
+      found = true;
+    }
+    return found;
+  }
+
+  bool remove_first_file(const std::string& dir) {
+    Lines lines;
+    run_and_check("/bin/ls -1 " + dir + " 2>/dev/null | /usr/bin/head -n 1 ", lines);
+    if (lines.empty()) return false;
+    run_and_check("/bin/rm -f " + path_of(dir + "/" + lines.front()));
+    return true;
+  }
+
+  void try_to_create_file(const std::string& path) {
+    run_and_expect_line("echo file-is-writable >" + path_of(path) + " && echo OK", "OK");
+    run_and_expect_line("/bin/cat " + path_of(path), "file-is-writable");
+    run_line("/bin/rm -f " + path_of(path), nullptr);
+  }
+
+  void start_file(const std::string& path, uint32_t size, unsigned int mode) {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    if (name.find('\n') != std::string::npos) throw PlainError(2, path);
+    running = "scp -q -t " + path_of(path);
+    char header[40];
+    snprintf(header, sizeof header, "C%04o %u ", mode, size);
+    within_time(17, running + " (0)", [&] {
+      start("; echo; echo '_TAV/REN_' END\n");
+      hear_sink();
+      child.send(header + name + "\n", timeout);
+      hear_sink();
+    });
+  }
+
+  void go_on(const std::string& data) {
+    if (running.empty()) throw PlainAssertion{"running_command.size() != 0"};
+    child.send(data, timeout);
+    std::string line;
+    if (child.read_line_if_available(line)) throw PlainError(10, running, "1").add(15, line).add(3);
+  }
+
+  void end_file() {
+    if (running.empty()) throw PlainAssertion{"running_command.size() != 0"};
+    const long deadline = child.after(timeout);
+    within_time(17, running + " (1)", [&] {
+      child.send(std::string("\0E\n", 3), timeout);
+      hear_sink();
+      hear_sink();
+      wait_for_line("_TAV/REN_ END", deadline);
+    });
+    running.clear();
+  }
+
+  void send_data(const std::string& data, const std::string& path, unsigned int mode) {
+    start_file(path, static_cast<uint32_t>(data.size()), mode);
+    for (size_t p = 0; p < data.size(); p += 2048) go_on(data.substr(p, 2048));
+    end_file();
+  }
+
+  void start_stream(const std::string& path) {
+    running = "/bin/cat >" + quoted(path);
+    within_time(17, running + " (0)", [&] { start(" || /bin/cat >/dev/null\n"); });
+  }
+
+  void end_stream() {
+    if (running.empty()) throw PlainAssertion{"running_command.size() != 0"};
+    const long deadline = child.after(timeout);
+    std::string line;
+    within_time(17, running + " (1)", [&] {
+      child.send_eof(timeout);
+      try {
+        child.read_line(line, deadline, {});
+      } catch (const PlainChild::Exited&) {
+        throw Done();
+      }
+      throw PlainError(10, running, "1").add(15, line).add(3);
+    });
+  }
+
+  /* Puts the child's failures as the session reports them. */
+  template <class Action>
+  static void as_error(const std::string& program, Action action) {
+    try {
+      action();
+    } catch (const Done&) {
+    } catch (const PlainChild::Exited& exited) {
+      throw PlainError(13, program).add_all(12, exited.last_lines);
+    } catch (const PlainChild::Excessive& excessive) {
+      throw PlainError(25, program, std::to_string(excessive.bytes));
+    } catch (const PlainChild::NoChild&) {
+      throw PlainAssertion{"to_child != -1 && child_pid != -1"};
+    }
+  }
+
+  static std::string quoted(const std::string& text) {
+    std::string result = "'";
+    for (const char c : text) result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return result + "'";
+  }
+  static std::string path_of(const std::string& path) { return quoted((path.substr(0, 1) == "-" ? "./" : "") + path); }
+
+  /* The line that a shell makes of the command's marker: no echo changes it. */
+  static std::string marker_of(const std::string& command) {
+    std::string marker = "** RUNNING " + command;
+    const size_t last = marker.find_last_not_of('\r');
+    for (size_t i = 0; i < marker.size(); ++i) {
+      if (marker[i] == '\\' || marker[i] == '\n' || i > last) marker[i] = '?';
+    }
+    return marker;
+  }
+
+ private:
+  struct Done {};
+
+  template <class Action>
+  void within_time(int code, const std::string& what, Action action) {
+    try {
+      as_error("/usr/bin/ssh", action);
+    } catch (const PlainChild::Timeout&) {
+      throw PlainError(code, what);
+    }
+  }
+
+  void read_line(std::string& line, long deadline, const std::vector<std::string>& prompts, bool& is_prompt) {
+    if (child.is_past(deadline)) throw PlainChild::Timeout();
+    is_prompt = child.read_line(line, deadline, prompts);
+  }
+
+  void wait_for_line(const std::string& expected, long deadline) {
+    std::string line;
+    bool ignored = false;
+    do {
+      read_line(line, deadline, {}, ignored);
+    } while (line != expected);
+  }
+
+  void ask_for_password(const Settings& settings) {
+    const long deadline = child.after(connect_timeout);
+    std::vector<std::string> prompts;
+    for (const std::string& spelling : settings.spellings) prompts.push_back(settings.user + "@" + spelling);
+    const std::vector<std::string> question = {"Are you sure you want to continue connecting"};
+    within_time(21, settings.host, [&] {
+      std::string line;
+      for (bool is_prompt = false;;) {
+        read_line(line, deadline, settings.host_key.empty() ? question : prompts, is_prompt);
+        if (is_prompt) break;
+        if (!settings.host_key.empty() && refuses_key(line)) throw PlainError(7, settings.host).add(8);
+      }
+      if (settings.host_key.empty()) child.send("yes\n", 5);
+      child.read_until(prompts, deadline);
+      child.send(settings.password + "\n", connect_timeout);
+    });
+  }
+
+  static bool refuses_key(const std::string& line) {
+    const auto has = [&line](const char* text) { return line.find(text) != std::string::npos; };
+    const std::string content = line.substr(std::min(line.find_first_not_of('\r'), line.size()));
+    const auto begins = [&content](const char* text) { return content.find(text) == 0; };
+    return has("REMOTE HOST IDENTIFICATION HAS CHANGED") || has("Host key verification failed.") ||
+           begins("The authenticity of ") || begins("Add correct host key in ");
+  }
+
+  void wait_for_shell(const Settings& settings) {
+    const long deadline = child.after(shell_start_timeout);
+    try {
+      std::string line;
+      bool ignored = false;
+      do {
+        read_line(line, deadline, {}, ignored);
+        if (line.find("Permission denied, please try again") != std::string::npos) throw PlainError(23);
+      } while (line.find("SHELL STARTED.") == std::string::npos);
+    } catch (const PlainChild::Timeout&) {
+      throw PlainError(20, settings.host).add_all(12, child.recent_lines());
+    }
+  }
+
+  void start(const std::string& what_follows) {
+    const long deadline = child.after(timeout);
+    child.send("echo '_TAV/REN_' BEGIN; " + running + what_follows, timeout);
+    wait_for_line("_TAV/REN_ BEGIN", deadline);
+  }
+
+  /* The far side's answer: a zero byte, or another one and why. */
+  void hear_sink() {
+    const long deadline = child.after(timeout);
+    const int byte = child.read_byte(deadline);
+    if (byte == 0) return;
+    std::string message;
+    if_possible([&] { child.read_line(message, deadline, {}); });
+    if (byte >= 0x20 && byte < 0x7F) message = static_cast<char>(byte) + message;
+    if (byte == 1) {
+      if_possible([&] {
+        child.send("E\n", 5);
+        child.read_byte(deadline);
+      });
+    }
+    throw PlainError(14, running, std::to_string(byte)).add(15, message);
+  }
+
+  template <class Action>
+  static void if_possible(Action action) {
+    try {
+      action();
+    } catch (const PlainChild::Timeout&) {
+    } catch (const PlainChild::Exited&) {
+    } catch (const PlainChild::Excessive&) {
+    }
+  }
+
+ public:
+  int connect_timeout = 120;
+  int shell_start_timeout = 120;
+
+ private:
+  PlainChild child;
+  int timeout;
+  std::string running; /* the command of the transfer in progress */
+};
+
+#endif

@@ -1,0 +1,165 @@
+#ifndef TESTS_FUZZ_PLAYED_SESSION_H
+#define TESTS_FUZZ_PLAYED_SESSION_H
+
+#include <list>
+#include <string>
+#include <vector>
+
+#include "TavrenError.h"
+#include "TavrenExceptions.h"
+#include "TavrenHost.h"
+#include "TavrenTunables.h"
+#include "fuzz/plain_host.h"
+#include "fuzz/played_input.h"
+
+/* How an operation of a session ended, and what it handed out. */
+struct SessionOutcome {
+  std::string ending = "returned";
+  std::list<std::string> words; /* of an error */
+  std::list<std::string> results;
+
+  bool operator==(const SessionOutcome& other) const {
+    return ending == other.ending && words == other.words && results == other.results;
+  }
+  void print(const char* title) const {
+    fprintf(stderr, "%s: %s\n", title, ending.c_str());
+    for (const std::string& text : words) fprintf(stderr, "  %s\n", text.c_str());
+    for (const std::string& text : results) fprintf(stderr, "  result: %s\n", text.c_str());
+  }
+};
+
+/* A session whose secure shell client is a played child, beside the plain host, which must come to the same. */
+class PlayedSession {
+ public:
+  using Results = std::list<std::string>;
+
+  PlayedSession(const played_child::Play& play, const PlainHost::Settings& session_settings, int seconds,
+                bool configure_shell)
+      : settings(session_settings), host(configure_shell, false), plain(play, seconds) {
+    TavrenHost::reset_cmd_map();
+    set_tunable("ssh_command_timeout", seconds);
+    played_child::begin(play);
+    std::string fingerprint;
+    tavren_settings_t record = {settings.host.data(),     settings.dir.data(),      settings.user.data(),
+                                settings.password.data(), settings.host_key.data(), fingerprint.data()};
+    host.set_settings(record);
+    host.enable();
+    configured = configure_shell;
+  }
+  PlayedSession(const PlayedSession&) = delete;
+  PlayedSession& operator=(const PlayedSession&) = delete;
+
+  ~PlayedSession() {
+    host.close_connection();
+    MUST(played_child::is_gone());
+    plain.close();
+    MUST(played_child::uptime_ms() == plain.its_child().now_ms());
+  }
+
+  /* Sets how long logging in may take, for the whole of it and for the shell that follows. */
+  void set_login_timeouts(int connect, int shell_start) {
+    set_tunable("ssh_connect_timeout", plain.connect_timeout = connect);
+    set_tunable("ssh_shell_start_timeout", plain.shell_start_timeout = shell_start);
+  }
+
+  SessionOutcome open() {
+    return perform([](TavrenHost& session, Results&) { session.open_connection(); },
+                   [this](PlainHost& session, Results&) { session.open(settings, configured); });
+  }
+
+  /*
+   * Performs action on the session and plain_action on the plain host, each of which takes a list for what it hands
+   * out, and checks that they come to the same, have written the same and have taken the same time. Returns the
+   * outcome.
+   */
+  template <class Action, class PlainAction>
+  SessionOutcome perform(Action action, PlainAction plain_action) {
+    const SessionOutcome outcome = outcome_of(action);
+    const SessionOutcome expected = expected_of(plain_action);
+    if (!(outcome == expected)) {
+      outcome.print("outcome");
+      expected.print("expected");
+    }
+    MUST(outcome == expected);
+    MUST(played_child::heard() == plain.its_child().heard());
+    MUST(played_child::uptime_ms() == plain.its_child().now_ms());
+    return outcome;
+  }
+
+ private:
+  static void set_tunable(const std::string& name, int value) {
+    std::string refusal;
+    TavrenTunables::instance().set_tunable(name, std::to_string(value), refusal);
+    MUST(refusal.empty());
+  }
+
+  template <class Action>
+  SessionOutcome outcome_of(Action action) {
+    SessionOutcome outcome;
+    try {
+      action(host, outcome.results);
+    } catch (const TavrenError& error) {
+      outcome.ending = "error";
+      outcome.words = words_of(error);
+    } catch (const TavrenTimeout&) {
+      outcome.ending = "timeout";
+    } catch (const FailedAssertion& failed) {
+      outcome.ending = failed.expression;
+      /* A send and an end of file say in different words that there is no child. */
+      if (failed.is_one_of({"child_pid != -1 && master_fd != -1"}))
+        outcome.ending = "to_child != -1 && child_pid != -1";
+    }
+    return outcome;
+  }
+
+  template <class Action>
+  SessionOutcome expected_of(Action action) {
+    SessionOutcome outcome;
+    try {
+      PlainHost::as_error("/usr/bin/ssh", [&] { action(plain, outcome.results); });
+    } catch (const PlainError& error) {
+      outcome.ending = "error";
+      outcome.words = words_of(error);
+    } catch (const PlainChild::Timeout&) {
+      outcome.ending = "timeout";
+    } catch (const PlainAssertion& assertion) {
+      outcome.ending = assertion.expression;
+    }
+    return outcome;
+  }
+
+  PlainHost::Settings settings;
+  TavrenHost host;
+  PlainHost plain;
+  bool configured = false;
+};
+
+/* A host to log in to without a known key. */
+inline PlainHost::Settings usual_settings() {
+  return {"archive.example", "/archive", "archiver", "a secret", "", {"archive.example"}};
+}
+
+/* What the far side says until a session with the usual settings is open. */
+inline std::string usual_login() {
+  return "Are you sure you want to continue connecting (yes/no)? \n\rarchiver@archive.example's password: \n"
+         "SHELL STARTED.\n** RUNNING cd '/archive'\n** EXIT CODE: 0\n";
+}
+
+/* Returns text with each byte that is a token, counted down from 0xFB, replaced by what it stands for. */
+inline std::string expanded(const std::string& text, const std::vector<std::string>& tokens) {
+  std::string result;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<uint8_t>(text[i]);
+    const size_t token = 0xFBU - c;
+    if (c <= 0xFB && token < tokens.size()) {
+      result += tokens[token];
+    } else {
+      result += text[i];
+      /* What stands behind these is a count or stands for itself. */
+      if ((c == 0xFC || c == 0xFD || c == 0xFF) && i + 1 < text.size()) result += text[++i];
+    }
+  }
+  return result;
+}
+
+#endif

@@ -1,0 +1,92 @@
+/* Whatever the far side answers to files and streams: the steps end as the plain host's do, and in the same time. */
+#include "fuzz/played_session.h"
+
+namespace {
+
+using Results = PlayedSession::Results;
+
+struct Step {
+  int kind;
+  uint32_t size;
+  std::string text; /* path or data */
+};
+
+std::vector<Step> steps_from(Input& input) {
+  std::vector<Step> steps;
+  for (int count = 1 + input.byte() % 8; count > 0; --count) {
+    const int kind = input.byte() % 8;
+    const uint32_t size = kind == 0 || kind == 6 ? input.byte() * 257U : 0;
+    steps.push_back({kind, size, kind == 2 || kind == 5 ? "" : input.text()});
+  }
+  return steps;
+}
+
+constexpr unsigned int mode = 0644;
+
+std::string data_of(const Step& step) { return std::string(step.size, 'd'); }
+
+void perform(TavrenHost& host, const Step& step, Results&) {
+  const auto length = static_cast<unsigned int>(step.text.size());
+  switch (step.kind) {
+    case 0:
+      return host.start_send_file(step.text, step.size, mode);
+    case 1:
+      return host.continue_send_file(step.text.data(), length);
+    case 2:
+      return host.end_send_file();
+    case 3:
+      return host.start_send_stream(step.text);
+    case 4:
+      return host.continue_send_stream(step.text.data(), length);
+    case 5:
+      return host.end_send_stream();
+    case 6:
+      return host.send_data(data_of(step).data(), static_cast<int>(step.size), step.text, mode);
+    default:
+      return host.remove_file(step.text);
+  }
+}
+
+void perform(PlainHost& host, const Step& step, Results&) {
+  switch (step.kind) {
+    case 0:
+      return host.start_file(step.text, step.size, mode);
+    case 1:
+    case 4:
+      return host.go_on(step.text);
+    case 2:
+      return host.end_file();
+    case 3:
+      return host.start_stream(step.text);
+    case 5:
+      return host.end_stream();
+    case 6:
+      return host.send_data(data_of(step), step.text, mode);
+    default:
+      return host.run_and_check("/bin/rm -f " + PlainHost::path_of(step.text));
+  }
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  Input input(data, size);
+  played_child::Play play = behaviour_from(input);
+  if (play.ends_at != played_child::never) ++play.ends_at; /* not while it logs in */
+  const std::vector<int> takes = {30000, 30000, 30000};    /* the three lines of the login */
+  play.takes.insert(play.takes.begin(), takes.begin(), takes.end());
+  const int seconds = input.byte() % 16;
+  const std::vector<Step> steps = steps_from(input);
+
+  play.pieces =
+      played_child::pieces_of(expanded(input.rest(), {"_TAV/REN_ BEGIN\n", "\n_TAV/REN_ END\n", std::string(4, '\0')}));
+  play.pieces.insert(play.pieces.begin(), {played_child::at_once, usual_login()});
+
+  PlayedSession session(play, usual_settings(), seconds, false);
+  MUST(session.open().ending == "returned");
+  for (const Step& step : steps) {
+    session.perform([&](TavrenHost& host, Results& results) { perform(host, step, results); },
+                    [&](PlainHost& host, Results& results) { perform(host, step, results); });
+  }
+  return 0;
+}
