@@ -21,7 +21,8 @@ function(fuzz_target name)
   set_tests_properties(Fuzz.${name}_ReplaysItsCorpus PROPERTIES TIMEOUT 120 ENVIRONMENT "${test_environment}")
 endfunction()
 
-foreach(name command_table disk_usage error_buffer error_object fields numbers target tunables_text)
+foreach(name command_table disk_usage error_buffer error_object fields numbers quoting target
+  tunables_text)
   fuzz_target(${name})
 endforeach()
 
@@ -29,3 +30,6 @@ endforeach()
 foreach(name child_output framed_output login_dialogue sink_answers)
   fuzz_target(${name} fuzz/played_child.cpp)
 endforeach()
+
+fuzz_target(xdr)
+target_link_libraries(xdr_fuzz PRIVATE tirpc)
