@@ -1,4 +1,5 @@
 #include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -44,8 +45,36 @@ struct Files {
   char error[path_size + sizeof "_error"]; /* made when the key generator fails */
 };
 
+/*
+ * Standard streams for the shell in a host program that has closed its own: a shell's pipelines fail when their pipes
+ * land there.
+ */
+class StandardStreams {
+ public:
+  StandardStreams() {
+    while (count < 3) {
+      const int fd = open("/dev/null", O_RDWR);
+      if (fd < 0 || fd > STDERR_FILENO) {
+        if (fd >= 0) close(fd);
+        break;
+      }
+      opened[count++] = fd;
+    }
+  }
+  ~StandardStreams() {
+    while (count > 0) close(opened[--count]);
+  }
+  StandardStreams(const StandardStreams&) = delete;
+  StandardStreams& operator=(const StandardStreams&) = delete;
+
+ private:
+  int opened[3] = {};
+  int count = 0;
+};
+
 /* Runs command in the shell. Returns whether it succeeded, as far as this process can know. */
 bool run(const char* command) {
+  const StandardStreams for_the_shell;
   const int status = system(command);
   /* In a program that ignores or collects its children nobody can tell; what the command has written will. */
   return status == 0 || (status == -1 && errno == ECHILD);

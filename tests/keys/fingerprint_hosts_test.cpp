@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 #include <stdio.h>
+#include <unistd.h>
 
 #include <ostream>
 #include <string>
 
 #include "keys/fingerprint_fixture.h"
 #include "process/hosts.h"
+#include "support/process_state.h"
 #include "support/run_in_child.h"
 
 void PrintTo(const Host& host, std::ostream* out) { *out << host.name; }
@@ -34,6 +36,25 @@ TEST_P(FingerprintInAHost, OfAGoodKeyIsTheKeyGenerators) {
 TEST_P(FingerprintInAHost, OfABadKeyIsInvalid) {
   EXPECT_EQ(fingerprint_there("not a key"), "The specified public host key is invalid or incomplete.");
   EXPECT_EQ(files_left(), "");
+}
+
+class FingerprintInAHostWithoutStreams : public FingerprintTest {};
+
+/* A descriptor that the host lacks may be any of the three, or all of them. */
+TEST_F(FingerprintInAHostWithoutStreams, OfAGoodKeyIsTheKeyGeneratorsAndLeavesNoDescriptor) {
+  const std::string key = make_key("-t ed25519");
+  for (unsigned missing = 1; missing < 8; ++missing) {
+    run_in_child([&] {
+      for (int fd = 0; fd < 3; ++fd) {
+        if ((missing >> fd & 1) != 0) close(fd);
+      }
+      const auto before = count_open_descriptors();
+      const std::string result = fingerprint(key);
+      const auto after = count_open_descriptors();
+      write_file(lab::value("LAB") + "/result", result + (after == before ? "" : " and descriptors left"));
+    });
+    EXPECT_EQ(read_file(lab::value("LAB") + "/result"), listed_fingerprint()) << missing;
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Hosts, FingerprintInAHost, testing::ValuesIn(hosts_that_reap),
