@@ -1,0 +1,149 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <memory>
+
+#include "TavrenKeyDownloader.h"
+#include "faults/runner.h"
+#include "lab/lab.h"
+#include "tavren_host_util.h"
+#include "tavren_share.h"
+
+/*
+ * Sessions with a real archive host in which every call of the C library fails in turn.
+ */
+namespace {
+
+class Faults : public LabTest {
+ protected:
+  Faults() {
+    settings = lab::settings();
+    settings.host_key = lab::value("LAB_HOST_KEY");
+  }
+
+  void make_host() {
+    own = std::make_unique<TavrenHost>(false, false);
+    own->set_settings(settings.record());
+    own->enable();
+  }
+
+  void connect() {
+    make_host();
+    own->open_connection();
+  }
+
+  void close() {
+    if (own != nullptr) own->close_connection();
+    own.reset();
+  }
+
+  /* Tries what is done with an open connection. */
+  void try_with_a_connection(const std::function<void(TavrenHost&)>& action) {
+    try_all_faults({[this] { connect(); }, [&] { return outcome_of([&] { action(*own); }); }, [this] { close(); }});
+  }
+
+  Settings settings;
+  std::unique_ptr<TavrenHost> own;
+
+ private:
+  const ScopedTunable connect_timeout{"ssh_connect_timeout", 4};
+  const ScopedTunable start_timeout{"ssh_shell_start_timeout", 4};
+  const ScopedTunable command_timeout{"ssh_command_timeout", 4};
+};
+
+void send_file(TavrenHost& host) {
+  const std::string content(5000, 'x');
+  host.start_send_file("file", 10000, 0644);
+  host.continue_send_file(content.data(), 5000);
+  host.continue_send_file(content.data(), 5000);
+  host.end_send_file();
+}
+
+void send_stream(TavrenHost& host) {
+  const std::string content(5000, 'x');
+  host.start_send_stream("stream");
+  host.continue_send_stream(content.data(), 5000);
+  host.end_send_stream();
+}
+
+TEST_F(Faults, InALoginWithAKey) {
+  try_all_faults({[this] { make_host(); }, [this] { return outcome_of([this] { own->open_connection(); }); },
+                  [this] { close(); }});
+}
+
+TEST_F(Faults, InALoginWithoutAKey) {
+  settings.host_key.clear();
+  try_all_faults({[this] { make_host(); }, [this] { return outcome_of([this] { own->open_connection(); }); },
+                  [this] { close(); }});
+}
+
+TEST_F(Faults, InACommand) {
+  try_with_a_connection([](TavrenHost& host) { host.run_and_expect_line("echo works", "works"); });
+}
+
+TEST_F(Faults, InAFile) { try_with_a_connection(send_file); }
+
+TEST_F(Faults, InAStream) { try_with_a_connection(send_stream); }
+
+TEST_F(Faults, InTheTestOfTheHost) {
+  try_with_a_connection([](TavrenHost& host) { host.test_host(); });
+}
+
+TEST_F(Faults, InTheEndOfASession) {
+  try_with_a_connection([](TavrenHost& host) { host.close_connection(); });
+}
+
+TEST_F(Faults, InTheFetchingOfAKey) {
+  try_all_faults({[] {},
+                  [] {
+                    return outcome_of([] {
+                      std::string key;
+                      TavrenKeyDownloader(lab::value("LAB_HOST")).download_host_key(key);
+                    });
+                  },
+                  [] {}});
+}
+
+TEST_F(Faults, InAFingerprint) {
+  const std::string key = lab::value("LAB_HOST_KEY");
+  try_all_faults({[] {},
+                  [&key] {
+                    char fingerprint[TAVREN_FINGERPRINT_SIZE];
+                    char error[TAVREN_MESSAGE_SIZE];
+                    return outcome_of(tavren_host_key_fingerprint(key.c_str(), fingerprint, error), nullptr);
+                  },
+                  [] {}},
+                 /* where the key file cannot be written it may stay, half-written */
+                 "(fputs|fclose|malloc) fails: failure, leaving host_key");
+}
+
+TEST_F(Faults, InThePrivateDirectory) {
+  tavren_cleanup_tmp_dir();
+  try_all_faults({[] {},
+                  [] {
+                    char message[TAVREN_MESSAGE_SIZE];
+                    const int result = tavren_setup_tmp_dir("faults", message);
+                    tavren_cleanup_tmp_dir();
+                    return outcome_of(result, nullptr);
+                  },
+                  [] {}},
+                 /* a second instance has nothing to do but end */
+                 "lockf64 is taken: failure, leaving a descriptor");
+}
+
+TEST_F(Faults, InAHandlesLife) {
+  const tavren_settings_t record = settings.record();
+  try_all_faults({[] {},
+                  [&record] {
+                    char* message = nullptr;
+                    tavren_hp_t* handle = tavren_hp_new(&record, &message);
+                    if (handle == nullptr) return outcome_of(-1, message);
+                    const int result = tavren_hp_open(handle, &message);
+                    tavren_hp_close(handle);
+                    tavren_hp_destroy(handle);
+                    return outcome_of(result, message);
+                  },
+                  [] {}});
+}
+
+}  // namespace
