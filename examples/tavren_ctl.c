@@ -270,8 +270,8 @@ int main(int argc, char** argv) {
   }
   int status = command->run(&daemon, argv + 2);
   tavren_api_close(&daemon);
-  if (fflush(stdout) != 0) {
-    perror("tavren_ctl: cannot write the output");
+  if (fflush(stdout) != 0 || ferror(stdout) != 0) {
+    fputs("tavren_ctl: cannot write the output\n", stderr);
     status = EXIT_NO_DAEMON_OR_USAGE;
   }
   return status;

@@ -89,7 +89,7 @@ TAVREN_EXPORT bool_t xdr_tavren_rpc_set_remote_command_1_argument(XDR* xdrs,
                                                                   tavren_rpc_set_remote_command_1_argument* object);
 TAVREN_EXPORT bool_t xdr_tavren_rpc_set_interval_1_argument(XDR* xdrs, tavren_rpc_set_interval_1_argument* object);
 
-/* Client stubs; see above. A string result is released with xdr_free and xdr_wrapstring. */
+/* Client stubs; see above. A string result is released with free. */
 TAVREN_EXPORT enum clnt_stat tavren_rpc_null_1(void* result, CLIENT* client);
 TAVREN_EXPORT enum clnt_stat tavren_rpc_get_state_1(tavren_state_t* result, CLIENT* client);
 TAVREN_EXPORT enum clnt_stat tavren_rpc_set_state_1(tavren_state_t state, void* result, CLIENT* client);

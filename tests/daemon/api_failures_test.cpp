@@ -10,6 +10,7 @@
 
 #include "daemon/api_calls.h"
 #include "daemon/daemon_fixture.h"
+#include "support/process_state.h"
 #include "support/run_in_child.h"
 
 namespace {
@@ -97,22 +98,6 @@ TEST_F(ApiFailure, OfADaemonThatDiesDuringTheCallIsItsHangingUp) {
   EXPECT_EQ(message(handle), std::string(rpc_failure) + "Unable to receive; errno = Connection reset by peer");
 }
 
-TEST_F(ApiFailure, LeavesNoSigpipeNoMaskAndNoDisposition) {
-  sigset_t sigpipe, before, after, pending;
-  sigemptyset(&sigpipe);
-  sigaddset(&sigpipe, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, nullptr, &before);
-  stop(SIGKILL);
-  for (int i = 0; i < 5; ++i) get_state();
-  pthread_sigmask(SIG_BLOCK, &sigpipe, &after);
-  EXPECT_EQ(sigismember(&before, SIGPIPE), sigismember(&after, SIGPIPE));
-  sigpending(&pending);
-  EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
-  struct sigaction disposition {};
-  sigaction(SIGPIPE, nullptr, &disposition);
-  EXPECT_EQ(disposition.sa_handler, SIG_DFL);
-}
-
 volatile sig_atomic_t sigpipes = 0;
 void count_sigpipe(int) { sigpipes = sigpipes + 1; }
 
@@ -140,6 +125,7 @@ TEST_F(ApiFailure, LeavesASigpipeThatAnotherProcessSends) {
 /* The library waits for a reply for as long as it must: 25 seconds. */
 TEST_F(ApiFailure, OfADaemonThatDoesNotAnswerIsATimeoutAndTheNextCallWorks) {
   tell("get_state", "silence");
+  const auto descriptors = count_open_descriptors();
   const int64_t start = tavren_get_uptime_ms();
   EXPECT_EQ(get_state(), TAVREN_API_E_RPC);
   EXPECT_EQ(message(handle), std::string(rpc_failure) + "Timed out");
@@ -150,6 +136,7 @@ TEST_F(ApiFailure, OfADaemonThatDoesNotAnswerIsATimeoutAndTheNextCallWorks) {
     EXPECT_EQ(get_state(), 0) << message(handle);
     EXPECT_EQ(state, TAVREN_STATE_ENABLED);
   }
+  EXPECT_EQ(count_open_descriptors(), descriptors);
 }
 
 /* A request that was not taken whole has left the stream in its middle. */
@@ -232,6 +219,26 @@ TEST_F(ApiOpening, OfAnotherVersionSucceedsAndItsFirstCallFails) {
   tavren_api_close(&handle);
 }
 
+TEST_F(ApiOpening, AndFailingCallsLeaveNoSigpipeNoMaskAndNoDisposition) {
+  sigset_t sigpipe, before, after, pending;
+  sigemptyset(&sigpipe);
+  sigaddset(&sigpipe, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, nullptr, &before);
+  EXPECT_EQ(sigismember(&before, SIGPIPE), 0);
+  tavren_state_t state{};
+  ASSERT_EQ(tavren_api_open(&handle), 0);
+  stop(SIGKILL);
+  for (int i = 0; i < 5; ++i) tavren_api_get_state(&handle, &state);
+  pthread_sigmask(SIG_BLOCK, &sigpipe, &after);
+  EXPECT_EQ(sigismember(&after, SIGPIPE), 0);
+  sigpending(&pending);
+  EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+  struct sigaction disposition {};
+  sigaction(SIGPIPE, nullptr, &disposition);
+  EXPECT_EQ(disposition.sa_handler, SIG_DFL);
+  tavren_api_close(&handle);
+}
+
 TEST_F(ApiOpening, MakesASocketThatNoChildInherits) {
   ASSERT_EQ(tavren_api_open(&handle), 0);
   int fd = -1;
@@ -241,15 +248,12 @@ TEST_F(ApiOpening, MakesASocketThatNoChildInherits) {
 }
 
 TEST_F(ApiOpening, AndClosingLeaveNoDescriptor) {
-  const auto count = [] {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator{});
-  };
-  const auto before = count();
+  const auto before = count_open_descriptors();
   for (int i = 0; i < 50; ++i) {
     ASSERT_EQ(tavren_api_open(&handle), 0);
     tavren_api_close(&handle);
   }
-  EXPECT_EQ(count(), before);
+  EXPECT_EQ(count_open_descriptors(), before);
 }
 
 }  // namespace

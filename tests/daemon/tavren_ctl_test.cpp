@@ -103,9 +103,12 @@ TEST_F(TavrenCtl, SaysThatTheDaemonDiedAtTheRequest) {
 }
 
 TEST_F(TavrenCtl, SaysThatNobodyTakesItsOutput) {
-  const int status = system(TAVREN_CTL " state >/dev/full 2>$LAB/err");
-  EXPECT_EQ(WEXITSTATUS(status), 2);
-  EXPECT_EQ(err(), "tavren_ctl: cannot write the output: No space left on device\n");
+  answer("get_tunable_table", std::string(1 << 16, 't'));
+  for (const char* command : {"state", "tunables"}) {
+    const int status = system((TAVREN_CTL " " + std::string(command) + " >/dev/full 2>$LAB/err").c_str());
+    EXPECT_EQ(WEXITSTATUS(status), 2) << command;
+    EXPECT_EQ(err(), "tavren_ctl: cannot write the output\n");
+  }
 }
 
 TEST_F(TavrenCtl, ShowsWhereLogsGoAndWhetherTheDaemonSleeps) {

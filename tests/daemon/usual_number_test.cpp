@@ -15,6 +15,7 @@
 namespace {
 
 rpcprog_t asked = 0;
+std::string made; /* the directory that was made last */
 
 }  // namespace
 
@@ -22,6 +23,12 @@ extern "C" __attribute__((visibility("default"))) CLIENT* clnt_create(const char
                                                                       const char*) {
   asked = program;
   return nullptr;
+}
+
+/* A directory in the real root would stay there. */
+extern "C" __attribute__((visibility("default"))) int mkdir(const char* path, mode_t) noexcept {
+  made = path;
+  return 0;
 }
 
 namespace {
@@ -52,6 +59,13 @@ TEST_F(UsualNumber, StaysWhenTheHomeComesAfterTheFirstOpening) {
   const TemporaryDirectory home;
   setenv("TAVREN_HOME", home.path().c_str(), 1);
   EXPECT_EQ(open(), 100171U);
+}
+
+/* It is a home like any other, and the number is looked for there. */
+TEST_F(UsualNumber, IsNotForAnEmptyHome) {
+  setenv("TAVREN_HOME", "", 1);
+  open();
+  EXPECT_EQ(made, "/tavren_tmp");
 }
 
 }  // namespace

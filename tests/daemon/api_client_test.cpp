@@ -1,0 +1,124 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "daemon/api_calls.h"
+#include "daemon/wire.h"
+
+using wire::text;
+using wire::unit;
+
+/*
+ * The client API over a client that is played: what it is asked to send, for how long, and what becomes of it.
+ */
+namespace {
+
+/* A call as the RPC library would get it. */
+struct Call {
+  rpcproc_t procedure;
+  std::string arguments;
+  std::string timeout;
+};
+
+std::vector<Call> calls;
+int destroyed = 0;
+std::string reply; /* what results are decoded from */
+
+clnt_stat note_call(CLIENT*, rpcproc_t procedure, xdrproc_t filter, void* arguments, xdrproc_t result_filter,
+                    void* result, struct timeval timeout) {
+  std::string bytes(1000, '\0');
+  XDR xdrs;
+  xdrmem_create(&xdrs, bytes.data(), static_cast<u_int>(bytes.size()), XDR_ENCODE);
+  if (filter(&xdrs, arguments) == FALSE) return RPC_CANTENCODEARGS;
+  bytes.resize(xdr_getpos(&xdrs));
+  calls.push_back({procedure, bytes, std::to_string(timeout.tv_sec) + " s " + std::to_string(timeout.tv_usec) + " us"});
+  xdrmem_create(&xdrs, reply.data(), static_cast<u_int>(reply.size()), XDR_DECODE);
+  return result_filter(&xdrs, result) != FALSE ? RPC_SUCCESS : RPC_CANTDECODERES;
+}
+
+void note_destruction(CLIENT*) { ++destroyed; }
+void report_success(CLIENT*, rpc_err* error) { error->re_status = RPC_SUCCESS; }
+
+class ApiClient : public testing::Test {
+ protected:
+  ApiClient() {
+    operations.cl_call = note_call;
+    operations.cl_destroy = note_destruction;
+    operations.cl_geterr = report_success;
+    client.cl_ops = &operations;
+    handle.clnt = &client;
+    /* Any result can be read from as many zeros. */
+    reply.assign(1000, '\0');
+  }
+
+  CLIENT::clnt_ops operations{};
+  CLIENT client{};
+  tavren_api_handle_t handle{};
+};
+
+TEST_F(ApiClient, IsDestroyedByClosingAndStaysInTheHandle) {
+  tavren_api_close(&handle);
+  EXPECT_EQ(destroyed, 1);
+  EXPECT_EQ(handle.clnt, &client);
+}
+
+TEST_F(ApiClient, LeavesTheStringsThatWereInAConfiguration) {
+  char mine[] = "not on the heap";
+  tavren_config_t config{{mine, mine, mine, mine, mine, mine}, {1, 2}};
+  reply = text("h") + text("d") + text("u") + text("p") + text("k") + text("f") + unit(3) + unit(4);
+  EXPECT_EQ(tavren_api_get_config(&handle, &config), 0);
+  EXPECT_STREQ(config.settings.host, "h");
+  EXPECT_STREQ(mine, "not on the heap");
+  tavren_config_free_contents(&config);
+}
+
+/* The requests of api_calls, in its order: the procedure's number and its arguments, which may be none. */
+const std::vector<std::pair<rpcproc_t, std::string>>& requests() {
+  static const std::vector<std::pair<rpcproc_t, std::string>> all = {
+      {1, ""},
+      {2, unit(1)},
+      {3, ""},
+      {4, unit(0) + unit(1)},
+      {5, ""},
+      {6, ""},
+      {7, ""},
+      {8, ""},
+      {21, ""},
+      {22, ""},
+      {23, text("task")},
+      {23, text("LogTypeTask.audit")},
+      {24, text("file")},
+      {41, ""},
+      {42, text("name") + text("value")},
+      {44, text("name") + text("text")},
+      {46, text("name") + text("value")},
+      {43, ""},
+      {45, ""},
+      {47, ""},
+      {48, ""},
+  };
+  return all;
+}
+
+class ApiRequestBytes : public ApiClient, public testing::WithParamInterface<size_t> {};
+
+TEST_P(ApiRequestBytes, AreTheProceduresNumberAndArgumentsWithinTheTimeout) {
+  alignas(16) unsigned char result[512] = {};
+  calls.clear();
+  if (api_calls[GetParam()].value.procedure == "get_errors") reply = unit(0) + unit(2) + unit('0') + unit(0);
+  EXPECT_EQ(api_calls[GetParam()].value.make(&handle, result), 0);
+  ASSERT_EQ(calls.size(), 1U);
+  EXPECT_EQ(calls[0].procedure, requests()[GetParam()].first);
+  EXPECT_EQ(calls[0].arguments, requests()[GetParam()].second);
+  EXPECT_EQ(calls[0].timeout, "25 s 0 us");
+  if (api_calls[GetParam()].value.procedure == "get_config") tavren_config_free_contents(as<tavren_config_t>(result));
+  if (api_calls[GetParam()].value.procedure.find("table") != std::string::npos) free(*as<char*>(result));
+}
+
+INSTANTIATE_TEST_SUITE_P(, ApiRequestBytes, testing::Range(size_t{0}, std::size(api_calls)),
+                         [](const auto& test) { return std::string(api_calls[test.param].name); });
+
+TEST_F(ApiClient, HasARequestForEachCall) { EXPECT_EQ(requests().size(), std::size(api_calls)); }
+
+}  // namespace
