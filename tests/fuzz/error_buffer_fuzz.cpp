@@ -34,9 +34,12 @@ std::string buffer_of(const Errors& errors) {
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text = Input(data, size).rest();
+  std::vector<SerialisedModel::Error> expected;
+  const bool malformed = serialised::is_malformed([&] { SerialisedModel(text).errors(expected); });
   Errors errors;
   try {
     parse(text, errors);
+    MUST(!malformed);
     Errors again;
     parse(buffer_of(errors), again);
     MUST(errors.list.size() == again.list.size());
@@ -44,11 +47,17 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       serialised::check_same(**i, **j);
     }
   } catch (const FailedAssertion& failed) {
-    MUST(serialised::is_stated(failed));
+    MUST(malformed && serialised::is_stated(failed));
   } catch (const std::ios_base::failure&) {
     /* The stated outcome for a buffer that is too short. */
+    MUST(malformed);
   }
   /* Also those before the place where the text went wrong. */
-  for (const TavrenError* error : errors.list) serialised::check_round_trip(*error);
+  MUST(errors.list.size() == expected.size());
+  size_t i = 0;
+  for (const TavrenError* error : errors.list) {
+    serialised::check_says(*error, expected[i++]);
+    serialised::check_round_trip(*error);
+  }
   return 0;
 }

@@ -13,9 +13,11 @@ void read(const std::string& text) {
   std::istringstream in(text);
   try {
     const TavrenError error(in);
+    serialised::check_says(error, SerialisedModel(text).error());
     serialised::check_round_trip(error);
   } catch (const FailedAssertion& failed) {
     MUST(serialised::is_stated(failed));
+    MUST(serialised::is_malformed([&text] { SerialisedModel(text).error(); }));
   }
 }
 

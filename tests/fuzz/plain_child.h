@@ -46,7 +46,7 @@ class PlainChild {
   bool is_past(long deadline) const { return now / 1000 > deadline; }
 
   int read_byte(long deadline) {
-    if (unread().empty()) arrive(deadline);
+    if (taken == arrived.size()) arrive(deadline);
     return static_cast<uint8_t>(arrived[taken++]);
   }
 
@@ -129,7 +129,6 @@ class PlainChild {
     size_t pieces_read; /* with it */
   };
 
-  std::string unread() const { return arrived.substr(taken); }
   bool has_closed() const { return arrival == arrivals.size() && play.end != played_child::End::nothing_more; }
   bool has_ended() const {
     const size_t read = arrival == 0 ? 0 : arrivals[arrival - 1].pieces_read;

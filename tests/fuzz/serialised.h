@@ -7,6 +7,7 @@
 
 #include "TavrenError.h"
 #include "fuzz/fuzz.h"
+#include "fuzz/serialised_model.h"
 
 /* What the targets for errors check of each error that they have been given. */
 namespace serialised {
@@ -22,6 +23,29 @@ inline std::string form_of(const TavrenError& error) {
   out.imbue(std::locale::classic());
   error.serialize(out);
   return out.str();
+}
+
+/* Whether reading as the model does finds a text malformed. */
+template <class Read>
+bool is_malformed(Read read) {
+  try {
+    read();
+    return false;
+  } catch (const SerialisedModel::Malformed&) {
+    return true;
+  }
+}
+
+/* The error says what the model has read. */
+inline void check_says(const TavrenError& error, const SerialisedModel::Error& expected) {
+  MUST(error.time == expected.time);
+  MUST(error.lines.size() == expected.lines.size());
+  auto line = error.lines.begin();
+  for (const auto& [code, arguments] : expected.lines) {
+    MUST((*line)->code == code);
+    MUST(arguments == std::vector<std::string>((*line)->args, (*line)->args + (*line)->num_args));
+    ++line;
+  }
 }
 
 inline void check_same(const TavrenError& a, const TavrenError& b) {
