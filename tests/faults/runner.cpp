@@ -17,11 +17,10 @@
 #include <set>
 #include <stdexcept>
 
-#include "TavrenError.h"
-#include "TavrenExceptions.h"
 #include "faults/faults.h"
 #include "support/files.h"
 #include "support/process_state.h"
+#include "tavren_malloc.h"
 #include "tavren_share.h"
 
 namespace {
@@ -46,6 +45,7 @@ std::string files_left() {
 
 /* Runs in a process of its own. Returns the outcome with what was left behind. */
 std::string run_there(const Scenario& scenario, const faults::Fault* fault, long call) {
+  tavren_setup_new_handler();
   const auto descriptors = count_open_descriptors();
   scenario.prepare();
   faults::arm(fault, call);
@@ -145,21 +145,6 @@ std::set<long> calls_to_fail(long count) {
 }
 
 }  // namespace
-
-std::string outcome_of(const std::function<void()>& action) {
-  try {
-    action();
-    return "success";
-  } catch (const TavrenError& error) {
-    return "error " + std::to_string(error.get_ecode());
-  } catch (const TavrenTimeout&) {
-    return "time-out";
-  } catch (const std::bad_alloc&) {
-    return "no memory";
-  } catch (const std::exception& error) {
-    return std::string("exception: ") + error.what();
-  }
-}
 
 std::string outcome_of(int result, char* message) {
   free(message);

@@ -1,8 +1,13 @@
 #ifndef TESTS_FAULTS_RUNNER_H
 #define TESTS_FAULTS_RUNNER_H
 
+#include <exception>
 #include <functional>
+#include <new>
 #include <string>
+
+#include "TavrenError.h"
+#include "TavrenExceptions.h"
 
 /* What is tried with every call failing in turn. Each try is a process of its own. */
 struct Scenario {
@@ -12,7 +17,21 @@ struct Scenario {
 };
 
 /* Returns "success", or what action throws in the words of the reports. */
-std::string outcome_of(const std::function<void()>& action);
+template <class Action>
+std::string outcome_of(Action action) {
+  try {
+    action();
+    return "success";
+  } catch (const TavrenError& error) {
+    return "error " + std::to_string(error.get_ecode());
+  } catch (const TavrenTimeout&) {
+    return "time-out";
+  } catch (const std::bad_alloc&) {
+    return "no memory";
+  } catch (const std::exception& error) {
+    return std::string("exception: ") + error.what();
+  }
+}
 
 /* Returns the outcome of a C function that returned result, and frees its message. */
 std::string outcome_of(int result, char* message);
