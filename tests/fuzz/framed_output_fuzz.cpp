@@ -116,7 +116,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
   played_child::Play play = behaviour_from(input);
   if (play.ends_at != played_child::never) ++play.ends_at; /* not while it logs in */
-  play.takes.clear();
+  take_the_login(play);
   const int seconds = input.byte() % 16;
   const std::vector<Command> commands = commands_from(input);
 

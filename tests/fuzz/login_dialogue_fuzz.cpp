@@ -3,23 +3,11 @@
  * the time allowed; and the password is typed once at the most, and is in no error.
  */
 #include "fuzz/played_session.h"
-#include "support/temporary_directory.h"
-#include "tavren_share.h"
+#include "fuzz/private_directory.h"
 
 namespace {
 
 using Results = PlayedSession::Results;
-
-/* Where the known-hosts file goes. */
-void set_up_private_directory() {
-  static const TemporaryDirectory home;
-  static const bool ready = [] {
-    setenv("TAVREN_HOME", home.path().c_str(), 1);
-    char message[TAVREN_MESSAGE_SIZE] = "";
-    return tavren_setup_tmp_dir("fuzz", message) == 0;
-  }();
-  MUST(ready);
-}
 
 constexpr char password[] = "not in any error";
 

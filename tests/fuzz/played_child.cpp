@@ -211,6 +211,7 @@ STANDS_BEFORE_THE_C_LIBRARY int forkpty(int* master, char*, const termios*, cons
   MUST(child.master_fd != -1);
   child.state = State::running;
   end_at_its_time();
+  if (child.play.at_start) child.play.at_start();
   return child_pid;
 }
 

@@ -4,6 +4,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -34,9 +35,10 @@ constexpr size_t never = SIZE_MAX;
 struct Play {
   std::vector<Piece> pieces;
   End end = End::input_output_error;
-  size_t ends_at = never;    /* the child has ended once so many pieces are read: its last words remain */
-  bool obeys_sigterm = true; /* and ends then */
-  std::vector<int> takes;    /* bytes that each write gets rid of; 0 or less: none for so many tenths of a second */
+  size_t ends_at = never;         /* the child has ended once so many pieces are read: its last words remain */
+  bool obeys_sigterm = true;      /* and ends then */
+  std::function<void()> at_start; /* called when the child is started, none by default */
+  std::vector<int> takes; /* bytes that each write gets rid of; 0 or less: none for so many tenths of a second */
 };
 
 /* Lets play be what the next child does. The child before must be gone. The clock begins anew. */

@@ -73,8 +73,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
   played_child::Play play = behaviour_from(input);
   if (play.ends_at != played_child::never) ++play.ends_at; /* not while it logs in */
-  const std::vector<int> takes = {30000, 30000, 30000};    /* the three lines of the login */
-  play.takes.insert(play.takes.begin(), takes.begin(), takes.end());
+  take_the_login(play);
   const int seconds = input.byte() % 16;
   const std::vector<Step> steps = steps_from(input);
 

@@ -27,7 +27,7 @@ foreach(name command_table disk_usage error_buffer error_object fields numbers q
 endforeach()
 
 # What plays a child stands in the C library's place, in the targets that need one.
-foreach(name child_output framed_output login_dialogue sink_answers)
+foreach(name child_output framed_output key_download login_dialogue sink_answers)
   fuzz_target(${name} fuzz/played_child.cpp)
 endforeach()
 
