@@ -51,7 +51,8 @@ void check_base_name(const std::string& path) {
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
-  const int separator = input.byte() | (input.byte() - 128) * 256;
+  const int low_bits = input.byte();
+  const int separator = low_bits | (input.byte() - 128) * 256;
   const int width = input.byte() - 16;
   const std::string text = input.rest();
   check_fields(up_to_nul(text), separator);

@@ -109,7 +109,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int timeout = input.byte() % 32 - 2;
   const uint8_t file = input.byte();
   std::optional<std::string> content;
-  if (file % 8 != 0) content = input.text() + std::string(file % 8 == 1 ? input.byte() * 16U + file / 8 : 0, 'k');
+  if (file % 8 != 0) content = input.text();
+  if (file % 8 == 1) *content += std::string(input.byte() * 16U + file / 8, 'k');
   play.pieces = played_child::pieces_of(
       expanded(input.rest(), {"Are you sure you want to continue connecting", "tavren_anonymous@host's password: "}));
   play.at_start = leave(content);
