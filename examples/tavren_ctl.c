@@ -253,11 +253,20 @@ static const struct command* find_command(const char* name, int argument_count) 
   return NULL;
 }
 
+/* Returns the exit status, which is status unless the output was lost. */
+static int end(int status) {
+  if (fflush(stdout) == 0 && ferror(stdout) == 0) {
+    return status;
+  }
+  fputs("tavren_ctl: cannot write the output\n", stderr);
+  return EXIT_NO_DAEMON_OR_USAGE;
+}
+
 int main(int argc, char** argv) {
   tavren_api_handle_t daemon;
   if (argc == 2 && strcmp(argv[1], "--help") == 0) {
     fputs(usage, stdout);
-    return EXIT_DONE;
+    return end(EXIT_DONE);
   }
   const struct command* command = argc >= 2 ? find_command(argv[1], argc - 2) : NULL;
   if (command == NULL) {
@@ -268,11 +277,7 @@ int main(int argc, char** argv) {
   if (tavren_api_open(&daemon) != 0) {
     return report(&daemon, daemon.error);
   }
-  int status = command->run(&daemon, argv + 2);
+  const int status = command->run(&daemon, argv + 2);
   tavren_api_close(&daemon);
-  if (fflush(stdout) != 0 || ferror(stdout) != 0) {
-    fputs("tavren_ctl: cannot write the output\n", stderr);
-    status = EXIT_NO_DAEMON_OR_USAGE;
-  }
-  return status;
+  return end(status);
 }

@@ -128,9 +128,9 @@ CLIENT* connect(const WithoutSigpipe& guard) {
 bool renew_after_timeout(tavren_api_handle_t* handle, const WithoutSigpipe& guard) {
   rpc_err last{};
   clnt_geterr(handle->clnt, &last);
-  const bool ran_out_of_time =
-      last.re_status == RPC_TIMEDOUT || (last.re_status == RPC_CANTSEND && last.re_errno == EAGAIN);
-  if (!ran_out_of_time) return true;
+  /* A write with a time limit also ends when the process is stopped and goes on. */
+  const bool not_taken_whole = last.re_status == RPC_CANTSEND && (last.re_errno == EAGAIN || last.re_errno == EINTR);
+  if (last.re_status != RPC_TIMEDOUT && !not_taken_whole) return true;
   CLIENT* fresh = connect(guard);
   if (fresh == nullptr) return false;
   clnt_destroy(handle->clnt);

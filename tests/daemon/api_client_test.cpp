@@ -73,6 +73,24 @@ TEST_F(ApiClient, LeavesTheStringsThatWereInAConfiguration) {
   tavren_config_free_contents(&config);
 }
 
+TEST_F(ApiClient, TakesTextsForTexts) {
+  char buffer[TAVREN_API_TEXT_SIZE];
+  reply = text("a%sb%n");
+  EXPECT_EQ(tavren_api_get_archive_host(&handle, buffer), 0);
+  EXPECT_STREQ(buffer, "a%sb%n");
+  EXPECT_EQ(tavren_api_get_archive_directory(&handle, buffer), 0);
+  EXPECT_STREQ(buffer, "a%sb%n");
+}
+
+TEST_F(ApiClient, HasItsMessagesInTheCallersBuffer) {
+  for (const int error : {0, TAVREN_API_E_CONNECT, TAVREN_API_E_RPC, -7}) {
+    char buffer[TAVREN_API_TEXT_SIZE] = "untouched";
+    handle.error = error;
+    EXPECT_EQ(tavren_api_errmsg(&handle, buffer), buffer) << error;
+    EXPECT_STRNE(buffer, "untouched") << error;
+  }
+}
+
 /* The requests of api_calls, in its order: the procedure's number and its arguments, which may be none. */
 const std::vector<std::pair<rpcproc_t, std::string>>& requests() {
   static const std::vector<std::pair<rpcproc_t, std::string>> all = {

@@ -130,6 +130,7 @@ TEST_F(ApiFailure, OfADaemonThatDoesNotAnswerIsATimeoutAndTheNextCallWorks) {
   EXPECT_EQ(get_state(), TAVREN_API_E_RPC);
   EXPECT_EQ(message(handle), std::string(rpc_failure) + "Timed out");
   EXPECT_GE(tavren_get_uptime_ms() - start, 25000);
+  EXPECT_EQ(requests(), "get_state\n");
   tell("get_state", "");
   answer("get_state", "1");
   for (int i = 0; i < 3; ++i) {
@@ -143,6 +144,16 @@ TEST_F(ApiFailure, OfADaemonThatDoesNotAnswerIsATimeoutAndTheNextCallWorks) {
 TEST_F(ApiFailure, OfADaemonThatDoesNotTakeTheRequestIsOneAndTheNextCallWorks) {
   kill(server, SIGSTOP);
   EXPECT_EQ(tavren_api_run_task(&handle, std::string(16 << 20, 't').c_str()), TAVREN_API_E_RPC);
+  kill(server, SIGCONT);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(get_state(), 0) << message(handle);
+}
+
+/* A write with a time limit does not go on after that by itself. */
+TEST_F(ApiFailure, OfAProcessThatWasStoppedInALongRequestIsOneAndTheNextCallWorks) {
+  kill(server, SIGSTOP);
+  std::thread stopper([] { system("sleep 1; kill -STOP $PPID; sleep 0.2; kill -CONT $PPID"); });
+  EXPECT_EQ(tavren_api_run_task(&handle, std::string(16 << 20, 't').c_str()), TAVREN_API_E_RPC);
+  stopper.join();
   kill(server, SIGCONT);
   for (int i = 0; i < 3; ++i) EXPECT_EQ(get_state(), 0) << message(handle);
 }
@@ -185,6 +196,7 @@ class ApiOpening : public DaemonTest {
 };
 
 TEST_F(ApiOpening, WithoutADaemonFails) {
+  handle.clnt = reinterpret_cast<struct __rpc_client*>(this); /* of an earlier opening */
   stop(SIGKILL);
   ASSERT_EQ(system("rpcinfo -d 100171 1"), 0);
   EXPECT_EQ(tavren_api_open(&handle), TAVREN_API_E_CONNECT);

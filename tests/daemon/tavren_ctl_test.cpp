@@ -104,7 +104,7 @@ TEST_F(TavrenCtl, SaysThatTheDaemonDiedAtTheRequest) {
 
 TEST_F(TavrenCtl, SaysThatNobodyTakesItsOutput) {
   answer("get_tunable_table", std::string(1 << 16, 't'));
-  for (const char* command : {"state", "tunables"}) {
+  for (const char* command : {"state", "tunables", "--help"}) {
     const int status = system((TAVREN_CTL " " + std::string(command) + " >/dev/full 2>$LAB/err").c_str());
     EXPECT_EQ(WEXITSTATUS(status), 2) << command;
     EXPECT_EQ(err(), "tavren_ctl: cannot write the output\n");

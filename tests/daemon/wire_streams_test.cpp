@@ -100,4 +100,68 @@ TEST(WireStreams, CarryValuesThatAnEnumerationDoesNotHave) {
   }
 }
 
+TEST(WireStreams, CarryTwoMebibytesOfErrors) {
+  constexpr unsigned count = 2 << 20;
+  std::string bytes = unit(0) + unit(count);
+  bytes.append(std::string(count * 4, '\0'));
+  tavren_bytes_t errors{};
+  EXPECT_TRUE(wire::decode_records(xdr_tavren_bytes_t, bytes, 1 << 16, SIZE_MAX, &errors));
+  EXPECT_EQ(errors.data.data_len, count);
+  wire::release(xdr_tavren_bytes_t, &errors);
+}
+
+/* A stream in memory that counts who asks for a place in its own buffer. */
+class InlineStream : public testing::Test {
+ protected:
+  explicit InlineStream(std::string content = std::string(1000, '\0')) : bytes(std::move(content)) {}
+
+  void begin(xdr_op operation) {
+    xdrmem_create(&xdrs, bytes.data(), static_cast<u_int>(bytes.size()), operation);
+    real = xdrs.x_ops;
+    counting = *real;
+    counting.x_inline = count;
+    xdrs.x_ops = &counting;
+    asked = 0;
+  }
+
+  static int32_t* count(XDR* stream, u_int size) {
+    if (size == 8) ++asked;
+    return real->x_inline(stream, size);
+  }
+
+  std::string bytes;
+  XDR xdrs{};
+
+  static int asked;
+
+ private:
+  static const XDR::xdr_ops* real;
+  XDR::xdr_ops counting{};
+};
+
+int InlineStream::asked = 0;
+const XDR::xdr_ops* InlineStream::real = nullptr;
+
+TEST_F(InlineStream, TakesBothLimitsAtOnce) {
+  char text_of_it[] = "x";
+  tavren_config_t config = {{text_of_it, text_of_it, text_of_it, text_of_it, text_of_it, text_of_it}, {1, 2}};
+  begin(XDR_ENCODE);
+  EXPECT_TRUE(xdr_tavren_config_t(&xdrs, &config));
+  EXPECT_EQ(asked, 1);
+  begin(XDR_DECODE);
+  tavren_config_t decoded{};
+  EXPECT_TRUE(xdr_tavren_config_t(&xdrs, &decoded));
+  EXPECT_EQ(asked, 1);
+  EXPECT_EQ(decoded.space_limit[1], 2);
+  wire::release(xdr_tavren_config_t, &decoded);
+}
+
+TEST_F(InlineStream, GetsNothingBehindAMemberThatFails) {
+  char text_of_it[] = "x";
+  tavren_settings_t settings = {nullptr, text_of_it, text_of_it, text_of_it, text_of_it, text_of_it};
+  begin(XDR_ENCODE);
+  EXPECT_FALSE(xdr_tavren_settings_t(&xdrs, &settings));
+  EXPECT_EQ(xdr_getpos(&xdrs), 0U);
+}
+
 }  // namespace
