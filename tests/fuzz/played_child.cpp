@@ -164,45 +164,6 @@ size_t bytes_read() { return child.bytes_read; }
 int64_t uptime_ms() { return clock_ms; }
 bool is_gone() { return child.state == State::none && child.master_fd == -1; }
 
-std::vector<Piece> pieces_of(const std::string& text) {
-  constexpr size_t longest = 150000; /* beyond the limit of one read operation */
-  std::vector<Piece> pieces;
-  Piece piece;
-  size_t total = 0;
-  /* Pauses in a row are one. */
-  const auto end_piece = [&](int next_pause) {
-    if (piece.bytes.empty()) {
-      if (next_pause != at_once) piece.pause_ms = std::max(piece.pause_ms, 0) + next_pause;
-    } else {
-      pieces.push_back(piece);
-      piece = Piece{next_pause, ""};
-    }
-  };
-  for (size_t i = 0; i < text.size() && total < longest; ++i) {
-    const auto c = static_cast<uint8_t>(text[i]);
-    const int argument = i + 1 < text.size() ? static_cast<uint8_t>(text[i + 1]) : 0;
-    if (c >= 0xFC && c != 0xFE) ++i;
-    if (c == 0xFC) {
-      const Piece repeated = piece;
-      for (int n = 1; n < argument && total < longest; ++n) {
-        end_piece(at_once);
-        piece.bytes = repeated.bytes;
-        total += repeated.bytes.size();
-      }
-      end_piece(at_once);
-    } else if (c == 0xFD) {
-      end_piece(argument * 100);
-    } else if (c == 0xFE) {
-      end_piece(at_once);
-    } else {
-      piece.bytes += c == 0xFF ? static_cast<char>(argument) : text[i];
-      ++total;
-    }
-  }
-  end_piece(at_once);
-  return pieces;
-}
-
 }  // namespace played_child
 
 STANDS_BEFORE_THE_C_LIBRARY int forkpty(int* master, char*, const termios*, const winsize*) {

@@ -57,13 +57,6 @@ constexpr int64_t first_uptime_ms = 1000000;
 /* Whether there is no child: none was started, or it was ended and reaped. */
 bool is_gone();
 
-/*
- * Returns the pieces that text stands for. Its bytes are what the child says, but for these, which end a piece: 0xFC
- * with a count (the piece so many times), 0xFD with tenths of a second (the next piece is waited for so long), 0xFE;
- * and 0xFF, behind which any byte stands for itself.
- */
-std::vector<Piece> pieces_of(const std::string& text);
-
 }  // namespace played_child
 
 #endif
