@@ -1,9 +1,9 @@
 # Real clients, servers and key generators, and some in their places: all of it beside a private archive host, whose
 # file system can be changed.
 tavren_test(key_download_tests keys/key_download_test.cpp keys/key_download_dialogue_test.cpp
-  process/faults.cpp support/scripted_client.cpp LAB TIMEOUT 180)
-tavren_test(key_download_time_tests keys/key_download_time_test.cpp support/recorded_system.cpp
-  support/scripted_client.cpp LAB)
+  process/faults.cpp $<TARGET_OBJECTS:scripted_client> LAB TIMEOUT 180)
+tavren_test(key_download_time_tests keys/key_download_time_test.cpp $<TARGET_OBJECTS:recorded_system>
+  $<TARGET_OBJECTS:scripted_client> LAB)
 tavren_test(fingerprint_tests keys/fingerprint_test.cpp keys/fingerprint_failures_test.cpp keys/fingerprint_hosts_test.cpp
   process/hosts.cpp LAB)
 tavren_test(fingerprint_catalogue_tests keys/fingerprint_catalogue_test.cpp LAB)

@@ -12,8 +12,8 @@ endif()
 
 # These define the operations of the configuration database themselves.
 tavren_test(platform_identity_tests util/platform_identity_test.cpp)
-tavren_test(test_host_tests util/test_host_test.cpp support/chassis.cpp support/failing_memory.cpp
-  support/recorded_system.cpp support/scripted_client.cpp)
+tavren_test(test_host_tests util/test_host_test.cpp support/chassis.cpp $<TARGET_OBJECTS:failing_memory>
+  $<TARGET_OBJECTS:recorded_system> $<TARGET_OBJECTS:scripted_client>)
 foreach(name platform_identity_tests test_host_tests)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/platform/hodra)
 endforeach()
