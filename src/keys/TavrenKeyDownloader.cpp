@@ -19,20 +19,25 @@ constexpr char user[] = "tavren_anonymous@"; /* deliberately nobody: the downloa
 constexpr int yes_send_timeout = 5;          /* seconds */
 constexpr int stop_grace_time = 2;           /* seconds */
 
+struct Close {
+  void operator()(FILE* file) const { fclose(file); }
+};
+struct Free {
+  void operator()(char* text) const { free(text); }
+};
+
 /* Reads the first line of path, with its newline. */
 std::string read_first_line(const char* path) {
-  FILE* file = fopen(path, "re");
+  const std::unique_ptr<FILE, Close> file(fopen(path, "re"));
   if (file == nullptr) throw TavrenError(TAVREN_E_FILE_OPEN, path, tavren_int_to_string(errno));
-  char* text = nullptr;
+  char* buffer = nullptr;
   size_t size = 0;
   errno = 0; /* an end of file is no error of the system's */
-  const ssize_t length = getline(&text, &size, file);
+  const ssize_t length = getline(&buffer, &size, file.get());
   const int error = errno;
-  std::string line(length > 0 ? text : "", length > 0 ? static_cast<size_t>(length) : 0);
-  free(text);
-  fclose(file);
+  const std::unique_ptr<char, Free> text(buffer);
   if (length <= 0) throw TavrenError(TAVREN_E_FILE_READ, path, tavren_int_to_string(error));
-  return line;
+  return std::string(buffer, static_cast<size_t>(length));
 }
 
 }  // namespace

@@ -4,6 +4,8 @@ tavren_test(key_download_tests keys/key_download_test.cpp keys/key_download_dial
   process/faults.cpp $<TARGET_OBJECTS:scripted_client> LAB TIMEOUT 180)
 tavren_test(key_download_time_tests keys/key_download_time_test.cpp $<TARGET_OBJECTS:recorded_system>
   $<TARGET_OBJECTS:scripted_client> LAB)
+tavren_test(key_download_memory_tests keys/key_download_memory_test.cpp $<TARGET_OBJECTS:failing_memory>
+  $<TARGET_OBJECTS:scripted_client> LAB)
 tavren_test(fingerprint_tests keys/fingerprint_test.cpp keys/fingerprint_failures_test.cpp keys/fingerprint_hosts_test.cpp
   process/hosts.cpp LAB)
 tavren_test(fingerprint_catalogue_tests keys/fingerprint_catalogue_test.cpp LAB)
