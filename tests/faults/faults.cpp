@@ -104,6 +104,7 @@ FAILS(int, "setsockopt", faulty_setsockopt, -1, (int fd, int level, int name, co
       (fd, level, name, value, size))
 FAILS(int, "sigtimedwait", faulty_sigtimedwait, -1, (const sigset_t* set, siginfo_t* info, const timespec* time),
       (set, info, time))
+FAILS(char*, "strdup", faulty_strdup, nullptr, (const char* text), (text))
 FAILS(int, "system", faulty_system, -1, (const char* command), (command))
 FAILS(int, "tcgetattr", faulty_tcgetattr, -1, (int fd, termios* settings), (fd, settings))
 FAILS(int, "tcsetattr", faulty_tcsetattr, -1, (int fd, int when, const termios* settings), (fd, when, settings))
@@ -263,6 +264,7 @@ const std::vector<Fault> all = {
     {"setsockopt", "fails", EINVAL},
     {"sigtimedwait", "fails", EAGAIN},
     {"socket", "fails", EMFILE},
+    {"strdup", "fails", ENOMEM},
     {"system", "fails", EAGAIN},
     {"tcgetattr", "fails", EIO},
     {"tcsetattr", "fails", EIO},

@@ -41,8 +41,8 @@ std::string outcome_of(int result, char* message);
  * came of it: function, way of failing, runs, outcomes. Fails the test when a run does not end in time, ends in
  * anything but success, an error, a time-out, or the end of the process for lack of memory or by a stated assertion, or
  * leaves a descriptor, a child or a file behind. also is a regular expression of what this scenario may come to
- * besides: function, way of failing, outcome.
+ * besides: function, way of failing, outcome. The function spared does not fail.
  */
-void try_all_faults(const Scenario& scenario, const std::string& also = "");
+void try_all_faults(const Scenario& scenario, const std::string& also = "", const std::string& spared = "");
 
 #endif
