@@ -1,6 +1,6 @@
 # Every call that can fail, failing in turn; scripts/faults runs all of them. Not with a sanitizer, which brings an
 # allocator of its own, nor where the C library's functions have other names.
-if(NOT TAVREN_SANITIZE AND NOT CMAKE_CROSSCOMPILING)
+if(TAVREN_SLOW_TESTS AND NOT TAVREN_SANITIZE AND NOT CMAKE_CROSSCOMPILING)
   tavren_test(fault_tests faults/sessions_test.cpp faults/faults.cpp faults/runner.cpp LAB TIMEOUT 7200)
   daemon_test(fault_api_tests faults/api_test.cpp faults/faults.cpp faults/runner.cpp TIMEOUT 7200)
   foreach(name fault_tests fault_api_tests)
