@@ -91,9 +91,10 @@ class NetworkCut : public LabTest, public testing::WithParamInterface<std::tuple
     host.set_settings(settings.record());
     host.enable();
     if (step().needs_session) host.open_connection();
+    if (after == 0) lab::run(cut().begin);
     std::thread cutter([this, after, length] {
       std::this_thread::sleep_for(std::chrono::milliseconds(after));
-      lab::run(cut().begin);
+      if (after != 0) lab::run(cut().begin);
       if (length == 0) return;
       std::this_thread::sleep_for(std::chrono::milliseconds(length));
       lab::run(cut().end);

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <functional>
 #include <future>
@@ -7,6 +8,7 @@
 #include "TavrenExceptions.h"
 #include "host/measured_time.h"
 #include "host/transfer_fixture.h"
+#include "support/process_state.h"
 #include "support/run_in_child.h"
 
 /*
@@ -35,14 +37,27 @@ class TransferTime : public TransferTest, protected MeasuredTime {
     EXPECT_EQ(passed(), seconds);
   }
 
-  /* Runs action while seconds of uptime pass once the far side has come to pause. */
+  /* Runs action while seconds of uptime pass once the far side has come to pause and the action waits for it. */
   void run_with_pause(int seconds, const std::function<void()>& action) {
     sink->make_fifo("pausing");
-    auto running = std::async(std::launch::async, action);
+    std::promise<pid_t> thread;
+    auto running = std::async(std::launch::async, [&] {
+      thread.set_value(gettid());
+      action();
+    });
     wait_at(sink->path("pausing"));
+    wait_until_it_stays_asleep(thread.get_future().get());
     recorded_system::pass_uptime(seconds);
     release(sink->path("go"));
     running.get();
+  }
+
+  /* What the far side wrote before its pause may still be on its way through the terminal. */
+  static void wait_until_it_stays_asleep(pid_t thread) {
+    for (int looks = 0; looks < 20; ++looks) {
+      usleep(1000);
+      if (state_of(thread) != 'S') looks = 0;
+    }
   }
 
   const std::string fall_silent = ": >$dir/silence; exec sleep 100\n";
