@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <future>
 #include <list>
@@ -6,6 +7,7 @@
 
 #include "host/measured_time.h"
 #include "support/host_session.h"
+#include "support/process_state.h"
 #include "support/scripted_client.h"
 
 /*
@@ -72,10 +74,13 @@ TEST_F(CommandTime, ALineOfOutputDoesNotProlongTheTime) {
   const ScriptedClient meeting("");
   const std::string pausing = meeting.make_fifo("pausing");
   start_measuring();
+  std::promise<pid_t> thread;
   auto command = std::async(std::launch::async, [&] {
+    thread.set_value(gettid());
     run("echo >" + pausing + "; read x <" + meeting.path("go") + "; echo line; " + fall_silent);
   });
   wait_at(pausing);
+  wait_until_it_stays_asleep(thread.get_future().get());
   recorded_system::pass_uptime(4);
   release(meeting.path("go"));
   command.get();

@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <future>
 #include <string>
 
 #include "host/login_fixture.h"
 #include "host/measured_time.h"
+#include "support/process_state.h"
 
 /*
  * How long each step of a login waits for its client.
@@ -29,8 +31,13 @@ class LoginTime : public LoginTest, protected MeasuredTime {
     client->make_fifo("pausing");
     enable();
     start_measuring(client->path("silence"));
-    auto error = std::async(std::launch::async, [this] { return error_body([this] { host.open_connection(); }); });
+    std::promise<pid_t> thread;
+    auto error = std::async(std::launch::async, [this, &thread] {
+      thread.set_value(gettid());
+      return error_body([this] { host.open_connection(); });
+    });
     wait_at(client->path("pausing"));
+    wait_until_it_stays_asleep(thread.get_future().get());
     recorded_system::pass_uptime(seconds);
     release(client->path("go"));
     return error.get();

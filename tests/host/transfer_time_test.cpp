@@ -52,14 +52,6 @@ class TransferTime : public TransferTest, protected MeasuredTime {
     running.get();
   }
 
-  /* What the far side wrote before its pause may still be on its way through the terminal. */
-  static void wait_until_it_stays_asleep(pid_t thread) {
-    for (int looks = 0; looks < 20; ++looks) {
-      usleep(1000);
-      if (state_of(thread) != 'S') looks = 0;
-    }
-  }
-
   const std::string fall_silent = ": >$dir/silence; exec sleep 100\n";
   const std::string pause = "echo >$dir/pausing; read -r go <$dir/go\n";
   const std::string wait_forever = "exec sleep 100\n";

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/types.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -23,6 +24,17 @@ inline char state_of(pid_t id) {
 inline bool is_alive(pid_t pid) {
   const char state = state_of(pid);
   return state != '\0' && state != 'Z' && state != 'X';
+}
+
+/*
+ * Waits until a thread sleeps and goes on sleeping: what was written for it before may still be on its way through a
+ * terminal.
+ */
+inline void wait_until_it_stays_asleep(pid_t thread) {
+  for (int looks = 0; looks < 20; ++looks) {
+    usleep(1000);
+    if (state_of(thread) != 'S') looks = 0;
+  }
 }
 
 /*
