@@ -88,6 +88,7 @@ Result run_once(const Scenario& scenario, const faults::Fault* fault, long call)
   const int said = mkstemp(said_file);
   int ends[2];
   if (said == -1 || pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("cannot start a run");
+  std::cout << std::flush; /* or what is not written yet would be written by each of them */
   const pid_t pid = fork();
   if (pid == 0) {
     dup2(said, STDERR_FILENO);

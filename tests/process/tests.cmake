@@ -33,5 +33,5 @@ process_test(process_fault_tests process/start_fault_test.cpp process/io_fault_t
 # A string whose length does not fit into 32 bits.
 if(CMAKE_SIZEOF_VOID_P EQUAL 8)
   process_test(process_huge_string_tests process/huge_string_test.cpp process/faults.cpp)
-  set_target_properties(process_huge_string_tests PROPERTIES CXX_STANDARD 23)
+  set_target_properties(process_huge_string_tests PROPERTIES CXX_STANDARD 23 DISABLE_PRECOMPILE_HEADERS ON)
 endif()
