@@ -254,8 +254,8 @@ void TavrenError::tavren_bytes_to_errors(tavren_bytes_t& bytes, std::list<Tavren
   TAVREN_ASSERT("TavrenError", in.eof());
 }
 
+// cppcheck-suppress passedByValue
 // NOLINTNEXTLINE(performance-unnecessary-value-param): part of the interface as it has always been
-/* cppcheck-suppress passedByValue; it is part of the exported name */
 void tavren_throw_syscall_error(std::string call, int error) {
   if (error == -1) error = errno;
   throw TavrenError(TAVREN_E_SYSCALL, call, tavren_int_to_string(error));

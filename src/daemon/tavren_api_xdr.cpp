@@ -56,7 +56,7 @@ bool_t xdr_object(XDR* xdrs, int* object) { return xdr_int(xdrs, object); }
 
 /* The RPC library's xdr_char would send a byte above 127 as a positive number where char has no sign. */
 bool_t xdr_object(XDR* xdrs, signed char* object) {
-  int value = *object;
+  int value = *object;  // NOLINT(bugprone-signed-char-misuse): its sign travels with it
   if (xdr_int(xdrs, &value) == FALSE) return FALSE;
   *object = static_cast<signed char>(value);
   return TRUE;

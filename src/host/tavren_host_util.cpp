@@ -82,8 +82,8 @@ tavren_hp_t* tavren_hp_new(const tavren_settings_t* settings, char** message) {
     auto host = std::make_unique<TavrenHost>(false, false);
     host->set_settings(*settings);
     host->enable();
-    handle = new tavren_hp_t{host.get()};
-    host.release();
+    handle = new tavren_hp_t;
+    handle->host = host.release();
   });
   return handle;
 }
