@@ -28,11 +28,11 @@ inline std::string text(const std::string& s) {
 
 /* Returns what filter makes of object in a stream in memory with room for that many bytes. */
 template <class Object>
-std::string encoded(bool_t (*filter)(XDR*, Object*), Object object, size_t room = 1 << 16) {
+std::string encoded(bool_t (*filter)(XDR*, Object*), const Object& object, size_t room = 1 << 16) {
   std::string bytes(room, 'x');
   XDR xdrs;
   xdrmem_create(&xdrs, bytes.data(), static_cast<u_int>(room), XDR_ENCODE);
-  if (filter(&xdrs, &object) == FALSE) throw std::runtime_error("not encoded");
+  if (filter(&xdrs, const_cast<Object*>(&object)) == FALSE) throw std::runtime_error("not encoded");
   bytes.resize(xdr_getpos(&xdrs));
   xdr_destroy(&xdrs);
   return bytes;
@@ -107,12 +107,12 @@ inline std::string with_headers(const std::string& bytes, size_t length) {
 
 /* The same as encoded, through a record stream with a buffer of that size. */
 template <class Object>
-std::string encoded_in_records(bool_t (*filter)(XDR*, Object*), Object object, u_int buffer_size) {
+std::string encoded_in_records(bool_t (*filter)(XDR*, Object*), const Object& object, u_int buffer_size) {
   Pipe pipe;
   XDR xdrs;
   xdrrec_create(&xdrs, buffer_size, buffer_size, &pipe, read_from, write_to);
   xdrs.x_op = XDR_ENCODE;
-  const bool done = filter(&xdrs, &object) != FALSE && xdrrec_endofrecord(&xdrs, TRUE) != FALSE;
+  const bool done = filter(&xdrs, const_cast<Object*>(&object)) != FALSE && xdrrec_endofrecord(&xdrs, TRUE) != FALSE;
   xdr_destroy(&xdrs);
   if (!done) throw std::runtime_error("not encoded");
   return without_headers(pipe.bytes);
