@@ -42,7 +42,8 @@ void say(Results& results, const std::map<std::string, int>& sizes) {
   for (const auto& [name, size] : sizes) results.push_back(std::to_string(size) + " " + name);
 }
 
-void perform(TavrenHost& host, const Command& command, Results& results) {
+template <class Host>
+void perform(Host& host, const Command& command, Results& results) {
   int status = -12345;
   std::string line;
   std::map<std::string, int> sizes;
@@ -76,60 +77,17 @@ void perform(TavrenHost& host, const Command& command, Results& results) {
   }
 }
 
-void perform(PlainHost& host, const Command& command, Results& results) {
-  int status = -12345;
-  std::string line;
-  std::map<std::string, int> sizes;
-  switch (command.kind) {
-    case 0:
-      host.run_line(command.text, &line);
-      results.push_back(line);
-      break;
-    case 1:
-      host.run_command(command.text, status, results, command.seconds);
-      results.push_back(std::to_string(status));
-      break;
-    case 2:
-      host.run_and_check(command.text, results);
-      break;
-    case 3:
-      host.run_and_expect_line(command.text, command.expected);
-      break;
-    case 4:
-      results.push_back(host.get_dir_sizes(command.text, sizes, 120) ? "some" : "none");
-      say(results, sizes);
-      break;
-    case 5:
-      results.push_back(host.remove_first_file(command.text) ? "removed" : "none");
-      break;
-    case 6:
-      host.try_to_create_file(command.text);
-      break;
-    default:
-      host.run_and_check(remote_command(command));
-  }
-}
-
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
-  played_child::Play play = behaviour_from(input);
-  if (play.ends_at != played_child::never) ++play.ends_at; /* not while it logs in */
-  take_the_login(play);
+  played_child::Play play = behaviour_after_login(input);
   const int seconds = input.byte() % 16;
   const std::vector<Command> commands = commands_from(input);
 
   std::vector<std::string> tokens = {"\n** EXIT CODE: "};
   for (const Command& command : commands) tokens.push_back(PlainHost::marker_of(remote_command(command)) + "\n");
-  play.pieces = played_child::pieces_of(expanded(input.rest(), tokens));
-  play.pieces.insert(play.pieces.begin(), {played_child::at_once, usual_login()});
-
-  PlayedSession session(play, usual_settings(), seconds, false);
-  MUST(session.open().ending == "returned");
-  for (const Command& command : commands) {
-    session.perform([&](TavrenHost& host, Results& results) { perform(host, command, results); },
-                    [&](PlainHost& host, Results& results) { perform(host, command, results); });
-  }
+  perform_after_login(play, expanded(input.rest(), tokens), seconds, commands,
+                      [](auto& host, const Command& command, Results& results) { perform(host, command, results); });
   return 0;
 }

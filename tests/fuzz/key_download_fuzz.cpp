@@ -38,7 +38,7 @@ std::string plain_download(PlainChild& child, int timeout, const std::optional<s
       if (child.is_past(deadline)) throw PlainChild::Timeout();
     } while (!child.read_line(line, deadline, {"Are you sure you want to continue connecting"}));
     child.send("yes\n", 5);
-    child.read_until({"tavren_anonymous@"}, deadline);
+    child.read_until_line_starts_with({"tavren_anonymous@"}, deadline);
   });
   return key_in(content);
 }

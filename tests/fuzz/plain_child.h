@@ -73,7 +73,7 @@ class PlainChild {
     } while (line.find(text) == std::string::npos);
   }
 
-  void read_until(const std::vector<std::string>& prompts, long deadline) {
+  void read_until_line_starts_with(const std::vector<std::string>& prompts, long deadline) {
     begin_read();
     std::string line;
     while (!next_line(line, deadline, prompts)) {
@@ -201,7 +201,7 @@ class PlainChild {
 
   [[noreturn]] void fail_with_last_output(long deadline) {
     try {
-      read_until({}, deadline);
+      read_until_line_starts_with({}, deadline);
     } catch (const Timeout&) {
     } catch (const Excessive&) {
     }

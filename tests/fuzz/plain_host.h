@@ -33,11 +33,12 @@ class PlainHost : public PlainShell {
       error.lines.push_front({4, settings.host, ""});
       throw;
     }
-    run_and_check("cd " + quoted(settings.dir));
+    run_and_check_ecode("cd " + quoted(settings.dir));
     if (configure_shell) run_line("umask 022; set +f", nullptr);
   }
 
-  bool get_dir_sizes(const std::string& pattern, std::map<std::string, int>& sizes, int seconds) {
+  bool get_dir_sizes(const std::string& pattern, std::map<std::string, int>& sizes) {
+    constexpr int seconds = 120; /* a tunable of its own, as it is by default */
     int status = 0;
     Lines lines;
     const std::string command = "/usr/bin/du -sk " + pattern;
@@ -59,11 +60,13 @@ class PlainHost : public PlainShell {
 
   bool remove_first_file(const std::string& dir) {
     Lines lines;
-    run_and_check("/bin/ls -1 " + dir + " 2>/dev/null | /usr/bin/head -n 1 ", lines);
+    run_and_check_ecode("/bin/ls -1 " + dir + " 2>/dev/null | /usr/bin/head -n 1 ", lines);
     if (lines.empty()) return false;
-    run_and_check("/bin/rm -f " + path_of(dir + "/" + lines.front()));
+    remove_file(dir + "/" + lines.front());
     return true;
   }
+
+  void remove_file(const std::string& path) { run_and_check_ecode("/bin/rm -f " + path_of(path)); }
 
   void try_to_create_file(const std::string& path) {
     run_and_expect_line("echo file-is-writable >" + path_of(path) + " && echo OK", "OK");
@@ -144,7 +147,7 @@ class PlainHost : public PlainShell {
         if (!settings.host_key.empty() && refuses_key(line)) throw PlainError(7, settings.host).add(8);
       }
       if (settings.host_key.empty()) child.send("yes\n", 5);
-      child.read_until(prompts, deadline);
+      child.read_until_line_starts_with(prompts, deadline);
       child.send(settings.password + "\n", connect_timeout);
     });
   }

@@ -51,7 +51,7 @@ class PlainShell {
     status = *number;
   }
 
-  void run_and_check(const std::string& command, Lines& lines) {
+  void run_and_check_ecode(const std::string& command, Lines& lines) {
     int status = 0;
     run_command(command, status, lines, timeout);
     if (status == 0) return;
@@ -63,14 +63,14 @@ class PlainShell {
     throw error;
   }
 
-  void run_and_check(const std::string& command) {
+  void run_and_check_ecode(const std::string& command) {
     Lines ignored;
-    run_and_check(command, ignored);
+    run_and_check_ecode(command, ignored);
   }
 
   void run_and_expect_line(const std::string& command, const std::string& expected) {
     Lines lines;
-    run_and_check(command, lines);
+    run_and_check_ecode(command, lines);
     if (lines == Lines{expected}) return;
     throw PlainError(10, command, std::to_string(lines.size())).add_all(15, lines).add(3, expected);
   }

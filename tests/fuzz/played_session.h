@@ -145,10 +145,30 @@ inline std::string usual_login() {
          "SHELL STARTED.\n** RUNNING cd '/archive'\n** EXIT CODE: 0\n";
 }
 
-/* Lets the child take what is written to it in that time at once. */
-inline void take_the_login(played_child::Play& play) {
-  const std::vector<int> lines(3, 30000); /* the answer, the password, the change of directory */
+/* Takes from input how the child behaves, but not before the login: until then it takes everything at once. */
+inline played_child::Play behaviour_after_login(Input& input) {
+  played_child::Play play = behaviour_from(input);
+  if (play.ends_at != played_child::never) ++play.ends_at; /* the login is a piece */
+  const std::vector<int> lines(3, 30000);                  /* the answer, the password, the change of directory */
   play.takes.insert(play.takes.begin(), lines.begin(), lines.end());
+  return play;
+}
+
+/*
+ * Opens a session with the usual settings, behind whose login the child says what is said, and performs each of the
+ * operations, with so many seconds for a command, on it and on the plain host.
+ */
+template <class Operation, class Perform>
+void perform_after_login(played_child::Play& play, const std::string& said, int seconds,
+                         const std::vector<Operation>& operations, Perform perform) {
+  play.pieces = played_child::pieces_of(said);
+  play.pieces.insert(play.pieces.begin(), {played_child::at_once, usual_login()});
+  PlayedSession session(play, usual_settings(), seconds, false);
+  MUST(session.open().ending == "returned");
+  for (const Operation& operation : operations) {
+    const auto action = [&](auto& host, PlayedSession::Results& results) { perform(host, operation, results); };
+    session.perform(action, action);
+  }
 }
 
 /* Returns text with each byte that is a token, counted down from 0xFB, replaced by what it stands for. */

@@ -102,7 +102,7 @@ void perform(PlainHost& host, const Step& step, Results&) {
     case 8:
       return send_file(host, step);
     default:
-      return host.run_and_check("/bin/rm -f " + PlainHost::path_of(step.text));
+      return host.remove_file(step.text);
   }
 }
 
@@ -110,21 +110,11 @@ void perform(PlainHost& host, const Step& step, Results&) {
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
-  played_child::Play play = behaviour_from(input);
-  if (play.ends_at != played_child::never) ++play.ends_at; /* not while it logs in */
-  take_the_login(play);
+  played_child::Play play = behaviour_after_login(input);
   const int seconds = input.byte() % 16;
   const std::vector<Step> steps = steps_from(input);
-
-  play.pieces =
-      played_child::pieces_of(expanded(input.rest(), {"_TAV/REN_ BEGIN\n", "\n_TAV/REN_ END\n", std::string(4, '\0')}));
-  play.pieces.insert(play.pieces.begin(), {played_child::at_once, usual_login()});
-
-  PlayedSession session(play, usual_settings(), seconds, false);
-  MUST(session.open().ending == "returned");
-  for (const Step& step : steps) {
-    session.perform([&](TavrenHost& host, Results& results) { perform(host, step, results); },
-                    [&](PlainHost& host, Results& results) { perform(host, step, results); });
-  }
+  const std::string said = expanded(input.rest(), {"_TAV/REN_ BEGIN\n", "\n_TAV/REN_ END\n", std::string(4, '\0')});
+  perform_after_login(play, said, seconds, steps,
+                      [](auto& host, const Step& step, Results& results) { perform(host, step, results); });
   return 0;
 }
