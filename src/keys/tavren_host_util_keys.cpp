@@ -52,24 +52,23 @@ struct Files {
 class StandardStreams {
  public:
   StandardStreams() {
-    while (count < 3) {
-      const int fd = open("/dev/null", O_RDWR);
-      if (fd < 0 || fd > STDERR_FILENO) {
-        if (fd >= 0) close(fd);
-        break;
-      }
-      opened[count++] = fd;
+    int fd;
+    while ((fd = open("/dev/null", O_RDWR | O_CLOEXEC)) >= 0 && fd <= STDERR_FILENO) {
+      fcntl(fd, F_SETFD, 0);
+      opened[fd] = true;
     }
+    if (fd >= 0) close(fd);
   }
   ~StandardStreams() {
-    while (count > 0) close(opened[--count]);
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+      if (opened[fd]) close(fd);
+    }
   }
   StandardStreams(const StandardStreams&) = delete;
   StandardStreams& operator=(const StandardStreams&) = delete;
 
  private:
-  int opened[3] = {};
-  int count = 0;
+  bool opened[STDERR_FILENO + 1] = {};
 };
 
 /* Runs command in the shell. Returns whether it succeeded, as far as this process can know. */
