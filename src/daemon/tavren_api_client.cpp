@@ -122,10 +122,10 @@ CLIENT* connect(const WithoutSigpipe& guard) {
 /*
  * A call that ran out of time leaves the stream in the middle of a reply that may never come: the RPC library would
  * take the next one for the rest of it, and each call after that would run out of time as well; the same with a request
- * that was not taken whole. So such a client is
- * replaced before it is used again. Returns false, the old client in its place, when there is no connection.
+ * that was not taken whole. So such a client is replaced before it is used again. Returns false, the old client in its
+ * place, when there is no connection.
  */
-bool renew_after_timeout(tavren_api_handle_t* handle, const WithoutSigpipe& guard) {
+bool renew_if_out_of_step(tavren_api_handle_t* handle, const WithoutSigpipe& guard) {
   rpc_err last{};
   clnt_geterr(handle->clnt, &last);
   /* A write with a time limit also ends when the process is stopped and goes on. */
@@ -143,7 +143,7 @@ template <class Step>
 int call(tavren_api_handle_t* handle, Step step) {
   if (handle->clnt == nullptr) return handle->error = TAVREN_API_E_CONNECT;
   const WithoutSigpipe guard;
-  if (renew_after_timeout(handle, guard) && step(handle->clnt) == RPC_SUCCESS) return 0;
+  if (renew_if_out_of_step(handle, guard) && step(handle->clnt) == RPC_SUCCESS) return 0;
   guard.discard();
   return handle->error = TAVREN_API_E_RPC;
 }
