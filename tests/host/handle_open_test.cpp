@@ -10,6 +10,7 @@
 #include "host/handle_fixture.h"
 #include "support/failing_memory.h"
 #include "support/process_state.h"
+#include "support/run_in_child.h"
 
 /*
  * The handle that a program can open and close for years.
@@ -188,6 +189,15 @@ TEST_F(HandleOpening, WithoutMemoryForAHandleReturnsNullWithoutAMessage) {
   }
   EXPECT_NE(handle, nullptr);
   EXPECT_EQ(failures, 9); /* the host, six strings and the handle can be missing */
+}
+
+TEST_F(HandleOpening, WithoutAKeyFieldIsAFailedAssertionOfTheHandlesMaking) {
+  tavren_settings_t record = settings.record();
+  record.host_key = nullptr;
+  expect_assertion("tavren_api",
+                   "src->host != NULL && src->dir != NULL && src->user != NULL && src->password != NULL && "
+                   "src->host_key != NULL && src->fingerprint != NULL",
+                   [&] { tavren_hp_new(&record, &message); });
 }
 
 class HandleClosing : public HandleOpening {};
