@@ -1,8 +1,6 @@
 #include "faults/runner.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
@@ -12,20 +10,20 @@
 #include <filesystem>
 #include <iostream>
 #include <map>
-#include <new>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 
 #include "faults/faults.h"
-#include "support/files.h"
 #include "support/process_state.h"
+#include "support/run_in_child.h"
 #include "tavren_malloc.h"
 #include "tavren_share.h"
 
 namespace {
 
-constexpr int limit_ms = 60000; /* for a run: far more than all its time-outs together */
+constexpr unsigned int limit = 60; /* seconds for a run: far more than all its time-outs together */
 
 struct Result {
   std::string outcome;
@@ -59,68 +57,32 @@ std::string run_there(const Scenario& scenario, const faults::Fault* fault, long
 }
 
 /* How a process ended that did not come to its report. */
-std::string end_of(int status, const std::string& said) {
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 2 && said.find("FATAL ERROR: Ran out of heap memory.") != said.npos) {
+std::string end_of(const Outcome& end) {
+  if (end.exited_with(2) && end.err.find("FATAL ERROR: Ran out of heap memory.") != std::string::npos) {
     return "end for lack of memory";
   }
-  if (WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) {
-    std::smatch assertion;
-    if (std::regex_search(said, assertion, std::regex("assertion failed: [^\n]*"))) return assertion.str();
+  std::smatch assertion;
+  if (end.killed_by(SIGABRT) && std::regex_search(end.err, assertion, std::regex("assertion failed: [^\n]*"))) {
+    return assertion.str();
   }
-  return "crash: status " + std::to_string(status) + ", " + said.substr(0, 300);
-}
-
-/* Reads what a process reports, within the limit. */
-std::string read_report(int fd, bool& in_time) {
-  std::string report;
-  char bytes[4096];
-  for (;;) {
-    pollfd entry{fd, POLLIN, 0};
-    in_time = poll(&entry, 1, limit_ms) == 1;
-    const ssize_t n = in_time ? read(fd, bytes, sizeof bytes) : 0;
-    if (n <= 0) return report;
-    report.append(bytes, static_cast<size_t>(n));
-  }
+  return "crash: status " + std::to_string(end.wait_status) + ", " + end.err.substr(0, 300);
 }
 
 Result run_once(const Scenario& scenario, const faults::Fault* fault, long call) {
-  char said_file[] = "/tmp/tavren-test.XXXXXX";
-  const int said = mkstemp(said_file);
-  int ends[2];
-  if (said == -1 || pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("cannot start a run");
-  std::cout << std::flush; /* or what is not written yet would be written by each of them */
-  const pid_t pid = fork();
-  if (pid == 0) {
-    dup2(said, STDERR_FILENO);
-    close(said);
-    close(ends[0]);
-    const std::string outcome = run_there(scenario, fault, call);
-    std::string report = outcome + "\n" + (faults::was_injected() ? "1" : "0") + "\n";
-    for (const faults::Fault& each : faults::all) report += std::to_string(faults::calls_of(each.function)) + "\n";
-    if (write(ends[1], report.data(), report.size()) == -1) _exit(9);
-    _exit(0);
-  }
-  close(said);
-  close(ends[1]);
-  bool in_time = false;
-  std::istringstream report(read_report(ends[0], in_time));
-  close(ends[0]);
-  if (!in_time) kill(pid, SIGKILL);
-  int status = 0;
-  waitpid(pid, &status, 0);
+  const Outcome end = run_in_child([&] {
+    alarm(limit);
+    std::cout << run_there(scenario, fault, call) << "\n" << faults::was_injected() << "\n";
+    for (const faults::Fault& each : faults::all) std::cout << faults::calls_of(each.function) << "\n";
+    std::cout.flush();
+  });
+  if (end.killed_by(SIGALRM)) return {"hang", true, {}};
+  if (!end.exited_with(0)) return {end_of(end), true, {}};
+  std::istringstream report(end.out);
   Result result;
-  std::string line;
-  if (!in_time) {
-    result = {"hang", true, {}};
-  } else if (status != 0 || !std::getline(report, result.outcome)) {
-    result = {end_of(status, read_file(said_file)), true, {}};
-  } else {
-    result.injected = std::getline(report, line) && line == "1";
-    for (const faults::Fault& each : faults::all) {
-      if (std::getline(report, line)) result.calls[each.function] = std::stol(line);
-    }
-  }
-  unlink(said_file);
+  std::getline(report, result.outcome);
+  report >> result.injected;
+  for (const faults::Fault& each : faults::all) report >> result.calls[each.function];
+  if (report.fail()) throw std::runtime_error("a run without a report: " + end.out);
   return result;
 }
 
