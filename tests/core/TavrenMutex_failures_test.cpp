@@ -1,7 +1,4 @@
-/*
- * The functions defined here stand before the C library's, for the shared library too: a mutex that fails.
- */
-#include <dlfcn.h>
+/* A mutex that fails. */
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
@@ -14,10 +11,9 @@
 
 #include "TavrenMutex.h"
 #include "TavrenTunables.h"
+#include "support/real_function.h"
 #include "support/run_in_child.h"
 #include "tavren_assert.h"
-
-#define STANDS_BEFORE_THE_C_LIBRARY extern "C" __attribute__((visibility("default")))
 
 namespace {
 
@@ -34,29 +30,28 @@ const void* watched = nullptr;
 template <class... Arguments>
 int real_unless_failing(const char* name, Arguments... arguments) {
   if (strcmp(failing, name) == 0) return EINVAL;
-  using Function = int(Arguments...);
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name))(arguments...);
+  return real<int(Arguments...)>(name)(arguments...);
 }
 
 }  // namespace
 
-STANDS_BEFORE_THE_C_LIBRARY int pthread_mutex_init(pthread_mutex_t* mutex,
-                                                   const pthread_mutexattr_t* attributes) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int pthread_mutex_init(pthread_mutex_t* mutex,
+                                                  const pthread_mutexattr_t* attributes) noexcept {
   initialised = mutex;
   attributes_given = attributes;
   return real_unless_failing("pthread_mutex_init", mutex, attributes);
 }
 
-STANDS_BEFORE_THE_C_LIBRARY int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
   if (mutex == watched) dprintf(STDOUT_FILENO, "destroyed");
   return real_unless_failing("pthread_mutex_destroy", mutex);
 }
 
-STANDS_BEFORE_THE_C_LIBRARY int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
   return real_unless_failing("pthread_mutex_lock", mutex);
 }
 
-STANDS_BEFORE_THE_C_LIBRARY int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
   return real_unless_failing("pthread_mutex_unlock", mutex);
 }
 

@@ -1,4 +1,3 @@
-#include <dlfcn.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
@@ -9,6 +8,7 @@
 
 #include "core/catalogue_fixture.h"
 #include "core/error_lines.h"
+#include "support/real_function.h"
 #include "support/run_in_child.h"
 #include "tavren.h"
 
@@ -18,12 +18,9 @@ bool lock_fails = false; /* set in children only */
 
 }  // namespace
 
-/*
- * Stands before the C library's, for the shared library too. The headers give it the name that programs with 64-bit
- * file offsets call.
- */
-extern "C" __attribute__((visibility("default"))) int lockf(int fd, int command, off_t size) {
-  if (!lock_fails) return reinterpret_cast<int (*)(int, int, off_t)>(dlsym(RTLD_NEXT, "lockf64"))(fd, command, size);
+/* The headers give it the name that programs with 64-bit file offsets call. */
+STANDS_BEFORE_THE_REAL_ONE int lockf(int fd, int command, off_t size) {
+  if (!lock_fails) return real<int(int, int, off_t)>("lockf64")(fd, command, size);
   errno = ENOLCK;
   return -1;
 }

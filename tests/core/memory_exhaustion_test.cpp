@@ -6,9 +6,9 @@
 
 #include <new>
 
-#include "core/private_tmp.h"
 #include "support/files.h"
 #include "support/memory_limit.h"
+#include "support/private_tmp.h"
 #include "support/run_in_child.h"
 #include "tavren_assert.h"
 #include "tavren_cmem.h"

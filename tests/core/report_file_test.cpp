@@ -6,8 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "core/private_tmp.h"
 #include "support/files.h"
+#include "support/private_tmp.h"
 #include "support/run_in_child.h"
 #include "tavren_assert.h"
 

@@ -1,13 +1,14 @@
 #include <gtest/gtest.h>
 #include <rpc/rpc.h>
-#include <sched.h>
 #include <stdlib.h>
-#include <sys/mount.h>
+#include <sys/stat.h>
 
 #include <stdexcept>
 #include <string>
 
 #include "support/files.h"
+#include "support/private_tmp.h"
+#include "support/real_function.h"
 #include "support/temporary_directory.h"
 #include "tavren_api.h"
 
@@ -19,14 +20,13 @@ std::string made; /* the directory that was made last */
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) CLIENT* clnt_create(const char*, rpcprog_t program, rpcvers_t,
-                                                                      const char*) {
+STANDS_BEFORE_THE_REAL_ONE CLIENT* clnt_create(const char*, rpcprog_t program, rpcvers_t, const char*) {
   asked = program;
   return nullptr;
 }
 
 /* A directory in the real root would stay there. */
-extern "C" __attribute__((visibility("default"))) int mkdir(const char* path, mode_t) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int mkdir(const char* path, mode_t) noexcept {
   made = path;
   return 0;
 }
@@ -37,10 +37,7 @@ namespace {
 class UsualNumber : public testing::Test {
  protected:
   UsualNumber() {
-    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount("tmpfs", "/tmp", "tmpfs", 0, nullptr) != 0) {
-      throw std::runtime_error("no /tmp of our own");
-    }
+    if (!enter_private_tmp()) throw std::runtime_error("no /tmp of our own");
     write_file("/tmp/tavrend_rpc_num", "100172\n");
     unsetenv("TAVREN_HOME");
   }

@@ -1,5 +1,5 @@
-#ifndef TESTS_CORE_PRIVATE_TMP_H
-#define TESTS_CORE_PRIVATE_TMP_H
+#ifndef TESTS_SUPPORT_PRIVATE_TMP_H
+#define TESTS_SUPPORT_PRIVATE_TMP_H
 
 #include <gtest/gtest.h>
 #include <sched.h>
