@@ -7,7 +7,7 @@ if(TAVREN_SLOW_TESTS AND NOT TAVREN_SANITIZE AND NOT CMAKE_CROSSCOMPILING)
     target_link_libraries(${name} PRIVATE tirpc hodra ${CMAKE_DL_LIBS})
   endforeach()
   add_test(NAME Faults.CoverEveryCallOfTheLibrary
-    COMMAND ${CMAKE_CURRENT_LIST_DIR}/cover_test ${CMAKE_NM} $<TARGET_FILE:tavren>
+    COMMAND ${CMAKE_CURRENT_LIST_DIR}/compare-calls ${CMAKE_NM} $<TARGET_FILE:tavren>
       ${CMAKE_CURRENT_LIST_DIR}/faults.cpp ${CMAKE_CURRENT_LIST_DIR}/harmless_calls.txt)
   set_tests_properties(Faults.CoverEveryCallOfTheLibrary PROPERTIES TIMEOUT 60)
 endif()
