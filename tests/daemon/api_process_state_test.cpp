@@ -5,6 +5,7 @@
 #include <string>
 #include <thread>
 
+#include "support/real_function.h"
 #include "tavren_api.h"
 
 /*
@@ -18,7 +19,7 @@ thread_local clnt_stat reason = RPC_PROGNOTREGISTERED;
 }  // namespace
 
 /* Fails as the real one does when those whom it asks hang up. */
-extern "C" __attribute__((visibility("default"))) CLIENT* clnt_create(const char*, rpcprog_t, rpcvers_t, const char*) {
+STANDS_BEFORE_THE_REAL_ONE CLIENT* clnt_create(const char*, rpcprog_t, rpcvers_t, const char*) {
   raise(SIGPIPE);
   rpc_createerr.cf_stat = reason;
   return nullptr;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "support/files.h"
+#include "support/real_function.h"
 #include "support/run_in_child.h"
 #include "support/temporary_directory.h"
 #include "tavren_rpc.h"
@@ -19,8 +20,8 @@ std::string asked; /* for what, one line for each client */
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) CLIENT* clnt_create(const char* host, rpcprog_t program,
-                                                                      rpcvers_t version, const char* netid) {
+STANDS_BEFORE_THE_REAL_ONE CLIENT* clnt_create(const char* host, rpcprog_t program, rpcvers_t version,
+                                               const char* netid) {
   asked += std::string(host) + " " + std::to_string(program) + " " + std::to_string(version) + " " + netid + "\n";
   return nullptr;
 }

@@ -1,4 +1,3 @@
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <stddef.h>
 #include <stdlib.h>
@@ -9,31 +8,20 @@
 #include <string>
 #include <type_traits>
 
+#include "support/real_function.h"
 #include "support/run_in_child.h"
+#include "support/wiped_texts.h"
 #include "tavren_api.h"
 
 namespace {
-
-/* The texts that were wiped since the last look, as they were before. */
-std::string wiped;
 
 bool memory_is_out = false; /* for copies of strings; set in children only */
 
 }  // namespace
 
-/* These stand before the C library's, for the shared library too. */
-extern "C" __attribute__((visibility("default"))) char* strdup(const char* text) noexcept {
+STANDS_BEFORE_THE_REAL_ONE char* strdup(const char* text) noexcept {
   if (memory_is_out) return nullptr;
-  return reinterpret_cast<char* (*)(const char*)>(dlsym(RTLD_NEXT, "strdup"))(text);
-}
-
-extern "C" __attribute__((visibility("default"))) void explicit_bzero(void* bytes, size_t size) noexcept {
-  /* Volatile, because the compiler knows that nobody reads what this function is given. */
-  const volatile char* const text = static_cast<const volatile char*>(bytes);
-  for (size_t i = 0; i < size; ++i) wiped += text[i];
-  wiped += ';';
-  auto* const real = reinterpret_cast<void (*)(void*, size_t)>(dlsym(RTLD_NEXT, "explicit_bzero"));
-  real(bytes, size);
+  return real<char*(const char*)>("strdup")(text);
 }
 
 namespace {
@@ -165,9 +153,9 @@ TEST_F(FreedSettings, MayBeFilledAgain) {
 }
 
 TEST_F(FreedSettings, HadTheirPasswordWiped) {
-  wiped.clear();
+  wiped_texts.clear();
   tavren_settings_free_contents(&settings);
-  EXPECT_EQ(wiped, "p w;");
+  EXPECT_EQ(wiped_texts, "p w|");
 }
 
 TEST_F(FreedSettings, MayHaveBeenIncomplete) {

@@ -1,4 +1,4 @@
-tavren_test(records_tests daemon/records_test.cpp)
+tavren_test(records_tests daemon/records_test.cpp $<TARGET_OBJECTS:wiped_texts>)
 
 # A sanitizer needs memory of its own.
 if(NOT TAVREN_SANITIZE)
@@ -51,7 +51,7 @@ program_of(tavren_ctl tavren_ctl)
 target_compile_definitions(tavren_ctl_tests PRIVATE TAVREN_CTL="${tavren_ctl}")
 add_dependencies(tavren_ctl_tests tavren_ctl)
 
-tavren_test(wire_tests daemon/wire_test.cpp daemon/wire_streams_test.cpp)
+tavren_test(wire_tests daemon/wire_test.cpp daemon/wire_streams_test.cpp $<TARGET_OBJECTS:wiped_texts>)
 tavren_test(own_filters_tests daemon/own_filters_test.cpp)
 tavren_test(program_number_tests daemon/program_number_test.cpp)
 tavren_test(api_process_tests daemon/api_process_state_test.cpp)

@@ -1,29 +1,15 @@
 #include "daemon/wire.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <string>
 #include <vector>
 
+#include "support/wiped_texts.h"
+
 using wire::text;
 using wire::unit;
-
-namespace {
-
-std::string wiped; /* the texts that were, as they were before */
-
-}  // namespace
-
-/* Stands before the C library's, for the shared library too. */
-extern "C" __attribute__((visibility("default"))) void explicit_bzero(void* bytes, size_t size) noexcept {
-  /* The compiler knows that the real one does not read. */
-  const volatile char* text_of_it = static_cast<const volatile char*>(bytes);
-  for (size_t i = 0; i < size; ++i) wiped += text_of_it[i];
-  wiped += '|';
-  reinterpret_cast<void (*)(void*, size_t)>(dlsym(RTLD_NEXT, "explicit_bzero"))(bytes, size);
-}
 
 namespace {
 
@@ -110,9 +96,9 @@ TEST(Wire, SettingsHaveTheirPasswordWipedBeforeItIsReleased) {
   Strings strings;
   tavren_settings_t settings{};
   ASSERT_TRUE(wire::decode(xdr_tavren_settings_t, strings.bytes(), &settings));
-  wiped.clear();
+  wiped_texts.clear();
   wire::release(xdr_tavren_settings_t, &settings);
-  EXPECT_EQ(wiped, "four|");
+  EXPECT_EQ(wiped_texts, "four|");
 }
 
 TEST(Wire, SettingsThatEndBehindTheirPasswordHaveItWiped) {
@@ -120,9 +106,9 @@ TEST(Wire, SettingsThatEndBehindTheirPasswordHaveItWiped) {
   const std::string bytes = text(strings.host) + text(strings.dir) + text(strings.user) + text(strings.password);
   tavren_settings_t settings{};
   EXPECT_FALSE(wire::decode(xdr_tavren_settings_t, bytes, &settings));
-  wiped.clear();
+  wiped_texts.clear();
   wire::release(xdr_tavren_settings_t, &settings);
-  EXPECT_EQ(wiped, "four|");
+  EXPECT_EQ(wiped_texts, "four|");
 }
 
 TEST(Wire, SettingsMayHoldAMegabyte) {

@@ -14,6 +14,7 @@
 #include "TavrenKeyDownloader.h"
 #include "endurance/endurance.h"
 #include "support/files.h"
+#include "support/real_function.h"
 
 /*
  * Host programs that do as they please: what the library does in them is the same.
@@ -25,8 +26,8 @@ std::atomic<int> leaps{0};
 
 }  // namespace
 
-/* Stands before the C library's: the time of day leaps by two hours to and fro, each time that anybody looks. */
-extern "C" __attribute__((visibility("default"))) time_t time(time_t* result) noexcept {
+/* The time of day leaps by two hours to and fro, each time that anybody looks. */
+STANDS_BEFORE_THE_REAL_ONE time_t time(time_t* result) noexcept {
   constexpr time_t two_hours = 7200;
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);

@@ -4,7 +4,6 @@
 #include "faults/faults.h"
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -23,6 +22,8 @@
 #include <unistd.h>
 
 #include <new>
+
+#include "support/real_function.h"
 
 extern "C" void* __libc_malloc(size_t);
 extern "C" void* __libc_calloc(size_t, size_t);
@@ -58,11 +59,6 @@ const faults::Fault* meet(const char* function) {
 }
 
 bool is_short(const faults::Fault* fault) { return strcmp(fault->how, "is short") == 0; }
-
-template <class Function>
-Function* real(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 }  // namespace
 

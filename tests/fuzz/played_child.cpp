@@ -1,9 +1,5 @@
-/*
- * The functions defined here stand before the C library's, for the shared library too.
- */
 #include "fuzz/played_child.h"
 
-#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -20,8 +16,7 @@
 #include <algorithm>
 
 #include "fuzz/fuzz.h"
-
-#define STANDS_BEFORE_THE_C_LIBRARY extern "C" __attribute__((visibility("default")))
+#include "support/real_function.h"
 
 namespace {
 
@@ -46,11 +41,6 @@ struct Child {
 };
 Child& child = *new Child;
 int64_t clock_ms = -1; /* -1: the real one */
-
-template <class Function>
-Function* real(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 int fail(int error) {
   errno = error;
@@ -166,7 +156,7 @@ bool is_gone() { return child.state == State::none && child.master_fd == -1; }
 
 }  // namespace played_child
 
-STANDS_BEFORE_THE_C_LIBRARY int forkpty(int* master, char*, const termios*, const winsize*) {
+STANDS_BEFORE_THE_REAL_ONE int forkpty(int* master, char*, const termios*, const winsize*) {
   MUST(child.state == State::none && child.master_fd == -1);
   child.master_fd = *master = fcntl(terminal(), F_DUPFD_CLOEXEC, 3);
   MUST(child.master_fd != -1);
@@ -176,23 +166,23 @@ STANDS_BEFORE_THE_C_LIBRARY int forkpty(int* master, char*, const termios*, cons
   return child_pid;
 }
 
-STANDS_BEFORE_THE_C_LIBRARY int close(int fd) {
+STANDS_BEFORE_THE_REAL_ONE int close(int fd) {
   static auto* const real_close = real<int(int)>("close");
   if (is_master(fd)) child.master_fd = -1;
   return real_close(fd);
 }
 
-STANDS_BEFORE_THE_C_LIBRARY ssize_t read(int fd, void* buffer, size_t size) {
+STANDS_BEFORE_THE_REAL_ONE ssize_t read(int fd, void* buffer, size_t size) {
   static auto* const real_read = real<ssize_t(int, void*, size_t)>("read");
   return is_master(fd) ? read_from_child(buffer, size) : real_read(fd, buffer, size);
 }
 
-STANDS_BEFORE_THE_C_LIBRARY ssize_t write(int fd, const void* data, size_t size) {
+STANDS_BEFORE_THE_REAL_ONE ssize_t write(int fd, const void* data, size_t size) {
   static auto* const real_write = real<ssize_t(int, const void*, size_t)>("write");
   return is_master(fd) ? write_to_child(static_cast<const char*>(data), size) : real_write(fd, data, size);
 }
 
-STANDS_BEFORE_THE_C_LIBRARY int poll(pollfd* entries, nfds_t count, int timeout) {
+STANDS_BEFORE_THE_REAL_ONE int poll(pollfd* entries, nfds_t count, int timeout) {
   static auto* const real_poll = real<int(pollfd*, nfds_t, int)>("poll");
   if (clock_ms == -1 || timeout <= 0) return real_poll(entries, count, timeout);
   pollfd* const terminal_entry =
@@ -211,14 +201,14 @@ STANDS_BEFORE_THE_C_LIBRARY int poll(pollfd* entries, nfds_t count, int timeout)
   return terminal_entry->revents == 0 ? 0 : 1;
 }
 
-STANDS_BEFORE_THE_C_LIBRARY int nanosleep(const timespec* time, timespec* rest) {
+STANDS_BEFORE_THE_REAL_ONE int nanosleep(const timespec* time, timespec* rest) {
   static auto* const real_nanosleep = real<int(const timespec*, timespec*)>("nanosleep");
   if (clock_ms == -1) return real_nanosleep(time, rest);
   clock_ms += static_cast<int64_t>(time->tv_sec) * 1000 + time->tv_nsec / 1000000;
   return 0;
 }
 
-STANDS_BEFORE_THE_C_LIBRARY int clock_gettime(clockid_t clock, timespec* now) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int clock_gettime(clockid_t clock, timespec* now) noexcept {
   static auto* const real_clock_gettime = real<int(clockid_t, timespec*)>("clock_gettime");
   if (clock_ms == -1 || clock != CLOCK_MONOTONIC) return real_clock_gettime(clock, now);
   now->tv_sec = static_cast<time_t>(clock_ms / 1000);
@@ -226,7 +216,7 @@ STANDS_BEFORE_THE_C_LIBRARY int clock_gettime(clockid_t clock, timespec* now) no
   return 0;
 }
 
-STANDS_BEFORE_THE_C_LIBRARY int kill(pid_t pid, int number) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int kill(pid_t pid, int number) noexcept {
   static auto* const real_kill = real<int(pid_t, int)>("kill");
   if (pid != child_pid) return real_kill(pid, number);
   if (child.state == State::none) return fail(ESRCH);
@@ -234,7 +224,7 @@ STANDS_BEFORE_THE_C_LIBRARY int kill(pid_t pid, int number) noexcept {
   return 0;
 }
 
-STANDS_BEFORE_THE_C_LIBRARY pid_t waitpid(pid_t pid, int* status, int options) {
+STANDS_BEFORE_THE_REAL_ONE pid_t waitpid(pid_t pid, int* status, int options) {
   static auto* const real_waitpid = real<pid_t(pid_t, int*, int)>("waitpid");
   if (pid != child_pid) return real_waitpid(pid, status, options);
   if (child.state == State::none) return fail(ECHILD);
@@ -246,7 +236,7 @@ STANDS_BEFORE_THE_C_LIBRARY pid_t waitpid(pid_t pid, int* status, int options) {
   return pid;
 }
 
-STANDS_BEFORE_THE_C_LIBRARY int waitid(idtype_t type, id_t id, siginfo_t* info, int options) {
+STANDS_BEFORE_THE_REAL_ONE int waitid(idtype_t type, id_t id, siginfo_t* info, int options) {
   static auto* const real_waitid = real<int(idtype_t, id_t, siginfo_t*, int)>("waitid");
   if (type != P_PID || id != static_cast<id_t>(child_pid)) return real_waitid(type, id, info, options);
   if (child.state == State::none) return fail(ECHILD);
@@ -257,7 +247,7 @@ STANDS_BEFORE_THE_C_LIBRARY int waitid(idtype_t type, id_t id, siginfo_t* info, 
 }
 
 /* The headers give this function the name that programs with 64-bit file offsets call. */
-STANDS_BEFORE_THE_C_LIBRARY int open(const char* path, int flags, ...) {
+STANDS_BEFORE_THE_REAL_ONE int open(const char* path, int flags, ...) {
   if (strcmp(path, "/dev/console") == 0) return fail(ENXIO);
   static auto* const real_open = real<int(const char*, int, ...)>("open64");
   va_list arguments;

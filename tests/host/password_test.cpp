@@ -1,4 +1,3 @@
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,6 +8,7 @@
 #include "support/files.h"
 #include "support/named.h"
 #include "support/recorded_system.h"
+#include "support/wiped_texts.h"
 #include "tavren_assert.h"
 #include "tavren_basic.h"
 
@@ -23,21 +23,6 @@ std::string all_bytes() {
   }
   return bytes;
 }
-
-std::string wiped; /* the texts that were, as they were before */
-
-}  // namespace
-
-/* Stands before the C library's, for the shared library too. */
-extern "C" __attribute__((visibility("default"))) void explicit_bzero(void* bytes, size_t size) noexcept {
-  /* The compiler knows that the real one does not read. */
-  const volatile char* text = static_cast<const volatile char*>(bytes);
-  for (size_t i = 0; i < size; ++i) wiped += text[i];
-  wiped += '|';
-  reinterpret_cast<void (*)(void*, size_t)>(dlsym(RTLD_NEXT, "explicit_bzero"))(bytes, size);
-}
-
-namespace {
 
 class PasswordBytes : public LoginTest, public testing::WithParamInterface<Password> {};
 class PasswordSecrecy : public LoginTest {};
@@ -69,7 +54,7 @@ TEST_F(PasswordSecrecy, ItIsTypedInOnePiece) {
 
 TEST_F(PasswordSecrecy, ItsTypedCopyIsWiped) {
   open(dialogue.login());
-  EXPECT_EQ(wiped, settings.password + "\n|");
+  EXPECT_EQ(wiped_texts, settings.password + "\n|");
 }
 
 TEST_F(PasswordSecrecy, ItIsInNoArgument) {

@@ -6,7 +6,7 @@ tavren_test(host_object_tests host/connection_lock_test.cpp host/console_warning
   ${host_support})
 tavren_test(host_login_tests host/known_hosts_test.cpp host/login_banner_test.cpp host/login_command_test.cpp
   host/login_dialogue_test.cpp host/login_failure_test.cpp host/login_time_test.cpp host/password_test.cpp
-  ${host_support} TIMEOUT 180)
+  $<TARGET_OBJECTS:wiped_texts> ${host_support} TIMEOUT 180)
 tavren_test(host_command_tests host/checked_command_test.cpp host/command_time_test.cpp host/remote_command_test.cpp
   host/shell_quoting_test.cpp ${host_support})
 tavren_test(host_transfer_tests host/file_operations_test.cpp host/sink_test.cpp host/transfer_name_test.cpp

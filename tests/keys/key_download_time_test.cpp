@@ -1,4 +1,3 @@
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 
@@ -6,6 +5,7 @@
 
 #include "TavrenExceptions.h"
 #include "keys/key_dialogue_fixture.h"
+#include "support/real_function.h"
 #include "support/recorded_system.h"
 #include "tavren_basic.h"
 
@@ -25,8 +25,8 @@ int stopped_at = 0; /* seconds of uptime */
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) int kill(pid_t pid, int number) noexcept {
-  static auto* const real_kill = reinterpret_cast<int (*)(pid_t, int)>(dlsym(RTLD_NEXT, "kill"));
+STANDS_BEFORE_THE_REAL_ONE int kill(pid_t pid, int number) noexcept {
+  static auto* const real_kill = real<int(pid_t, int)>("kill");
   if (number == SIGTERM) stopped_at = tavren_get_uptime();
   return real_kill(pid, number);
 }

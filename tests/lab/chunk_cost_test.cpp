@@ -1,4 +1,3 @@
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -6,6 +5,7 @@
 #include <atomic>
 
 #include "lab/lab.h"
+#include "support/real_function.h"
 
 /*
  * Counts what the process does while a file is sent. The definitions take the place of the C library's and the C++
@@ -21,11 +21,6 @@ std::atomic<int> writes{0};
 
 void count(std::atomic<int>& counter) {
   if (counting.load(std::memory_order_relaxed)) ++counter;
-}
-
-template <class Function>
-Function* next(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 }  // namespace
@@ -52,21 +47,21 @@ void* realloc(void* block, size_t size) {
 }
 
 void* __cxa_allocate_exception(size_t size) noexcept {
-  static auto* const real = next<void*(size_t)>("__cxa_allocate_exception");
+  static auto* const allocate = real<void*(size_t)>("__cxa_allocate_exception");
   count(exceptions);
-  return real(size);
+  return allocate(size);
 }
 
 ssize_t read(int fd, void* buffer, size_t size) {
-  static auto* const real = next<ssize_t(int, void*, size_t)>("read");
+  static auto* const real_read = real<ssize_t(int, void*, size_t)>("read");
   count(reads);
-  return real(fd, buffer, size);
+  return real_read(fd, buffer, size);
 }
 
 ssize_t write(int fd, const void* data, size_t size) {
-  static auto* const real = next<ssize_t(int, const void*, size_t)>("write");
+  static auto* const real_write = real<ssize_t(int, const void*, size_t)>("write");
   count(writes);
-  return real(fd, data, size);
+  return real_write(fd, data, size);
 }
 }
 

@@ -1,6 +1,5 @@
 #include "process/faults.h"
 
-#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -15,18 +14,12 @@
 
 #include <stdexcept>
 
-#define EXPORTED extern "C" __attribute__((visibility("default")))
+#include "support/real_function.h"
 
 namespace {
 
 Faulty* active = nullptr;
 LateFork* late_fork = nullptr;
-
-/* The function of that name that ours stands in front of. */
-template <typename Function>
-Function* real(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 /* Returns what a call that fails on demand returns. */
 int failure() { return errno == 0 ? 0 : -1; }
@@ -114,12 +107,13 @@ void come_late(pid_t pid) {
   }
 }
 
-EXPORTED int pipe2(int* ends, int flags) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int pipe2(int* ends, int flags) noexcept {
   static const auto next = real<int(int*, int)>("pipe2");
   return strikes("pipe2", 0) ? failure() : next(ends, flags);
 }
 
-EXPORTED pid_t forkpty(int* master, char* name, const termios* settings, const winsize* size) noexcept {
+STANDS_BEFORE_THE_REAL_ONE pid_t forkpty(int* master, char* name, const termios* settings,
+                                         const winsize* size) noexcept {
   static const auto next = real<pid_t(int*, char*, const termios*, const winsize*)>("forkpty");
   if (strikes("forkpty", 0)) return failure();
   const pid_t pid = next(master, name, settings, size);
@@ -127,54 +121,54 @@ EXPORTED pid_t forkpty(int* master, char* name, const termios* settings, const w
   return pid;
 }
 
-EXPORTED int tcgetattr(int fd, termios* settings) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int tcgetattr(int fd, termios* settings) noexcept {
   static const auto next = real<int(int, termios*)>("tcgetattr");
   return strikes("tcgetattr", 0) ? failure() : next(fd, settings);
 }
 
-EXPORTED int tcsetattr(int fd, int when, const termios* settings) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int tcsetattr(int fd, int when, const termios* settings) noexcept {
   static const auto next = real<int(int, int, const termios*)>("tcsetattr");
   return strikes("tcsetattr", when) ? failure() : next(fd, when, settings);
 }
 
-EXPORTED int poll(pollfd* entries, nfds_t count, int timeout) {
+STANDS_BEFORE_THE_REAL_ONE int poll(pollfd* entries, nfds_t count, int timeout) {
   static const auto next = real<int(pollfd*, nfds_t, int)>("poll");
   return strikes("poll", timeout) ? failure() : next(entries, count, timeout);
 }
 
-EXPORTED ssize_t read(int fd, void* buffer, size_t size) {
+STANDS_BEFORE_THE_REAL_ONE ssize_t read(int fd, void* buffer, size_t size) {
   static const auto next = real<ssize_t(int, void*, size_t)>("read");
   return strikes("read", static_cast<long>(size)) ? failure() : next(fd, buffer, size);
 }
 
-EXPORTED ssize_t write(int fd, const void* data, size_t size) {
+STANDS_BEFORE_THE_REAL_ONE ssize_t write(int fd, const void* data, size_t size) {
   static const auto next = real<ssize_t(int, const void*, size_t)>("write");
   return strikes("write", static_cast<long>(size)) ? failure() : next(fd, data, size);
 }
 
-EXPORTED int dup2(int from, int to) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int dup2(int from, int to) noexcept {
   static const auto next = real<int(int, int)>("dup2");
   return strikes("dup2", 0) ? failure() : next(from, to);
 }
 
-EXPORTED int kill(pid_t pid, int number) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int kill(pid_t pid, int number) noexcept {
   static const auto next = real<int(pid_t, int)>("kill");
   return strikes("kill", number) ? failure() : next(pid, number);
 }
 
-EXPORTED pid_t waitpid(pid_t pid, int* status, int options) {
+STANDS_BEFORE_THE_REAL_ONE pid_t waitpid(pid_t pid, int* status, int options) {
   static const auto next = real<pid_t(pid_t, int*, int)>("waitpid");
   return strikes("waitpid", options) ? failure() : next(pid, status, options);
 }
 
-EXPORTED int nanosleep(const timespec* time, timespec* rest) {
+STANDS_BEFORE_THE_REAL_ONE int nanosleep(const timespec* time, timespec* rest) {
   static const auto next = real<int(const timespec*, timespec*)>("nanosleep");
   const long milliseconds = static_cast<long>(time->tv_sec) * 1000 + time->tv_nsec / 1000000;
   return strikes("nanosleep", milliseconds) ? failure() : next(time, rest);
 }
 
 /* With large files, fcntl is fcntl64 to the linker. */
-EXPORTED int fcntl(int fd, int command, ...) {
+STANDS_BEFORE_THE_REAL_ONE int fcntl(int fd, int command, ...) {
   static const auto next = real<int(int, int, ...)>("fcntl64");
   va_list arguments;
   va_start(arguments, command);
@@ -183,7 +177,7 @@ EXPORTED int fcntl(int fd, int command, ...) {
   return strikes(name_of_command(command), 0) ? failure() : next(fd, command, argument);
 }
 
-EXPORTED int ioctl(int fd, unsigned long request, ...) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int ioctl(int fd, unsigned long request, ...) noexcept {
   static const auto next = real<int(int, unsigned long, ...)>("ioctl");
   va_list arguments;
   va_start(arguments, request);

@@ -1,9 +1,5 @@
-/*
- * The functions defined here stand before the C library's, for the shared library too.
- */
 #include "support/recorded_system.h"
 
-#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <libintl.h>
@@ -20,7 +16,7 @@
 #include <mutex>
 #include <stdexcept>
 
-#define STANDS_BEFORE_THE_C_LIBRARY extern "C" __attribute__((visibility("default")))
+#include "support/real_function.h"
 
 namespace {
 
@@ -51,11 +47,6 @@ int console_end(size_t which) {
 
 /* Before main, so that who counts descriptors need not know about these. */
 [[maybe_unused]] const int end_of_the_test = console_end(0);
-
-template <class Function>
-Function* real(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 timespec sum(timespec time, int64_t milliseconds) {
   const int64_t nanoseconds = time.tv_nsec + milliseconds % 1000 * 1000000;
@@ -162,7 +153,7 @@ void translate(const std::string& text, const std::string& translation) {
 
 }  // namespace recorded_system
 
-STANDS_BEFORE_THE_C_LIBRARY void syslog(int priority, const char* format, ...) {
+STANDS_BEFORE_THE_REAL_ONE void syslog(int priority, const char* format, ...) {
   char text[1024];
   va_list arguments;
   va_start(arguments, format);
@@ -172,7 +163,7 @@ STANDS_BEFORE_THE_C_LIBRARY void syslog(int priority, const char* format, ...) {
   log_entries.push_back({priority, text});
 }
 
-STANDS_BEFORE_THE_C_LIBRARY time_t time(time_t* result) noexcept {
+STANDS_BEFORE_THE_REAL_ONE time_t time(time_t* result) noexcept {
   static auto* const real_time = real<time_t(time_t*)>("time");
   const time_t stopped = stopped_time;
   const time_t now = stopped == -1 ? real_time(nullptr) : stopped;
@@ -180,7 +171,7 @@ STANDS_BEFORE_THE_C_LIBRARY time_t time(time_t* result) noexcept {
   return now;
 }
 
-STANDS_BEFORE_THE_C_LIBRARY int clock_gettime(clockid_t clock, timespec* now) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int clock_gettime(clockid_t clock, timespec* now) noexcept {
   static auto* const real_clock_gettime = real<int(clockid_t, timespec*)>("clock_gettime");
   const int result = real_clock_gettime(clock, now);
   if (clock != CLOCK_MONOTONIC) return result;
@@ -189,7 +180,7 @@ STANDS_BEFORE_THE_C_LIBRARY int clock_gettime(clockid_t clock, timespec* now) no
   return result;
 }
 
-STANDS_BEFORE_THE_C_LIBRARY int poll(pollfd* entries, nfds_t count, int timeout) {
+STANDS_BEFORE_THE_REAL_ONE int poll(pollfd* entries, nfds_t count, int timeout) {
   static auto* const real_poll = real<int(pollfd*, nfds_t, int)>("poll");
   if (!uptime_stands || timeout <= 0) return real_poll(entries, count, timeout);
   /* What was written before the silence may still be on its way through the terminal. */
@@ -206,7 +197,7 @@ STANDS_BEFORE_THE_C_LIBRARY int poll(pollfd* entries, nfds_t count, int timeout)
   return 0;
 }
 
-STANDS_BEFORE_THE_C_LIBRARY int nanosleep(const timespec* time, timespec* rest) {
+STANDS_BEFORE_THE_REAL_ONE int nanosleep(const timespec* time, timespec* rest) {
   static auto* const real_nanosleep = real<int(const timespec*, timespec*)>("nanosleep");
   if (!uptime_stands) return real_nanosleep(time, rest);
   uptime_lead_ms += static_cast<int64_t>(time->tv_sec) * 1000 + time->tv_nsec / 1000000;
@@ -214,7 +205,7 @@ STANDS_BEFORE_THE_C_LIBRARY int nanosleep(const timespec* time, timespec* rest) 
 }
 
 /* The headers give this function the name that programs with 64-bit file offsets call. */
-STANDS_BEFORE_THE_C_LIBRARY int open(const char* path, int flags, ...) {
+STANDS_BEFORE_THE_REAL_ONE int open(const char* path, int flags, ...) {
   if (strcmp(path, "/dev/console") == 0) {
     last_console_flags = flags;
     if (has_console) return fcntl(console_end(1), F_DUPFD_CLOEXEC, 0);
@@ -229,13 +220,13 @@ STANDS_BEFORE_THE_C_LIBRARY int open(const char* path, int flags, ...) {
   return real_open(path, flags, mode);
 }
 
-STANDS_BEFORE_THE_C_LIBRARY char* dgettext(const char* domain, const char* text) noexcept {
+STANDS_BEFORE_THE_REAL_ONE char* dgettext(const char* domain, const char* text) noexcept {
   const std::lock_guard<std::mutex> lock(mutex);
   const bool known = !translated_text.empty() && strcmp(domain, "tavren") == 0 && translated_text == text;
   return const_cast<char*>(known ? its_translation.c_str() : text);
 }
 
-STANDS_BEFORE_THE_C_LIBRARY ssize_t write(int fd, const void* data, size_t length) {
+STANDS_BEFORE_THE_REAL_ONE ssize_t write(int fd, const void* data, size_t length) {
   static auto* const real_write = real<ssize_t(int, const void*, size_t)>("write");
   refusing = is_refused(data, length);
   if (refusing) {

@@ -1,4 +1,3 @@
-#include <dlfcn.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -16,6 +15,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "support/real_function.h"
 #include "tavren_share.h"
 
 namespace {
@@ -24,10 +24,9 @@ int interruptions = 0; /* of the next calls of tcsetattr */
 
 }  // namespace
 
-/* Stands before the C library's, for the shared library too. */
-extern "C" __attribute__((visibility("default"))) int tcsetattr(int fd, int actions, const termios* settings) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int tcsetattr(int fd, int actions, const termios* settings) noexcept {
   if (interruptions == 0) {
-    return reinterpret_cast<int (*)(int, int, const termios*)>(dlsym(RTLD_NEXT, "tcsetattr"))(fd, actions, settings);
+    return real<int(int, int, const termios*)>("tcsetattr")(fd, actions, settings);
   }
   --interruptions;
   errno = EINTR;

@@ -1,7 +1,4 @@
-/*
- * The functions defined here stand before the C library's, for the shared library too: a machine whose calls fail.
- */
-#include <dlfcn.h>
+/* A machine whose calls fail. */
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
@@ -16,12 +13,11 @@
 #include <utility>
 
 #include "support/files.h"
+#include "support/real_function.h"
 #include "support/run_in_child.h"
 #include "support/temporary_directory.h"
 #include "tavren_basic.h"
 #include "tavren_share.h"
-
-#define STANDS_BEFORE_THE_C_LIBRARY extern "C" __attribute__((visibility("default")))
 
 namespace {
 
@@ -40,43 +36,38 @@ void (*at_rmdir)() = nullptr;
 
 bool fails(const char* name) { return strcmp(failing, name) == 0; }
 
-template <class Result, class... Arguments>
-Result call_real(const char* name, Arguments... arguments) {
-  return reinterpret_cast<Result (*)(Arguments...)>(dlsym(RTLD_NEXT, name))(arguments...);
-}
-
 }  // namespace
 
-STANDS_BEFORE_THE_C_LIBRARY int clock_gettime(clockid_t clock, timespec* now) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int clock_gettime(clockid_t clock, timespec* now) noexcept {
   if (fails("clock_gettime")) return -1;
-  if (shown == nullptr || clock != CLOCK_MONOTONIC) return call_real<int>("clock_gettime", clock, now);
+  if (shown == nullptr || clock != CLOCK_MONOTONIC) return real<int(clockid_t, timespec*)>("clock_gettime")(clock, now);
   *now = *shown;
   return 0;
 }
 
-STANDS_BEFORE_THE_C_LIBRARY int fclose(FILE* file) {
-  const int result = call_real<int>("fclose", file);
+STANDS_BEFORE_THE_REAL_ONE int fclose(FILE* file) {
+  const int result = real<int(FILE*)>("fclose")(file);
   if (!fails("fclose")) return result;
   errno = EIO;
   return EOF;
 }
 
-STANDS_BEFORE_THE_C_LIBRARY int isatty(int fd) noexcept { return fails("isatty") ? 1 : call_real<int>("isatty", fd); }
+STANDS_BEFORE_THE_REAL_ONE int isatty(int fd) noexcept { return fails("isatty") ? 1 : real<int(int)>("isatty")(fd); }
 
-STANDS_BEFORE_THE_C_LIBRARY int mkdir(const char* path, mode_t mode) noexcept {
-  return fails("mkdir") ? -1 : call_real<int>("mkdir", path, mode);
+STANDS_BEFORE_THE_REAL_ONE int mkdir(const char* path, mode_t mode) noexcept {
+  return fails("mkdir") ? -1 : real<int(const char*, mode_t)>("mkdir")(path, mode);
 }
 
-STANDS_BEFORE_THE_C_LIBRARY int rmdir(const char* path) noexcept {
+STANDS_BEFORE_THE_REAL_ONE int rmdir(const char* path) noexcept {
   if (at_rmdir != nullptr) at_rmdir();
-  return call_real<int>("rmdir", path);
+  return real<int(const char*)>("rmdir")(path);
 }
 
 /* The headers give this function the name that programs with 64-bit file offsets call. */
-STANDS_BEFORE_THE_C_LIBRARY int lockf(int fd, int command, off_t size) {
+STANDS_BEFORE_THE_REAL_ONE int lockf(int fd, int command, off_t size) {
   lock_command = command;
   lock_size = size;
-  if (!fails("lockf")) return call_real<int>("lockf64", fd, command, size);
+  if (!fails("lockf")) return real<int(int, int, off_t)>("lockf64")(fd, command, size);
   errno = ENOLCK;
   return -1;
 }
