@@ -18,7 +18,7 @@
 #include <stdexcept>
 
 #include "process/children.h"
-#include "support/files.h"
+#include "support/process_state.h"
 
 std::set<int> open_descriptors(pid_t pid) {
   const std::string path = "/proc/" + std::to_string(pid) + "/fd";
@@ -69,12 +69,7 @@ bool wait_until_exited(pid_t pid) {
 }
 
 bool wait_until_asleep(pid_t tid) {
-  /* "4711 (name) S ..."; the name may hold anything, so the last bracket counts. */
-  const std::string path = "/proc/self/task/" + std::to_string(tid) + "/stat";
-  return wait_until([&path] {
-    const std::string stat = read_file(path);
-    return stat.compare(stat.rfind(')'), 4, ") S ") == 0;
-  });
+  return wait_until([tid] { return state_of(tid) == 'S'; });
 }
 
 double cpu_seconds() {
