@@ -114,6 +114,8 @@ std::string outcome_of(int result, char* message) {
   return result == 0 ? "success" : "failure";
 }
 
+std::string outcome_of_run(const Scenario& scenario) { return run_once(scenario, nullptr, 0).outcome; }
+
 void try_all_faults(const Scenario& scenario, const std::string& also, const std::string& spared) {
   const std::regex allowed(also.empty() ? stated : stated + ("|" + also));
   const Result without = run_once(scenario, nullptr, 0);

@@ -36,6 +36,9 @@ std::string outcome_of(Action action) {
 /* Returns the outcome of a C function that returned result, and frees its message. */
 std::string outcome_of(int result, char* message);
 
+/* Returns what the scenario comes to when no fault is injected. */
+std::string outcome_of_run(const Scenario& scenario);
+
 /*
  * Runs the scenario with each fault at each call, or at a few of them unless TAVREN_FAULTS is "full", and prints what
  * came of it: function, way of failing, runs, outcomes. Fails the test when a run does not end in time, ends in

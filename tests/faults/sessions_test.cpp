@@ -1,11 +1,19 @@
-#include <gtest/gtest.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <linux/net.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <memory>
+#include <regex>
 
 #include "TavrenKeyDownloader.h"
+#include "faults/refusal.h"
 #include "faults/runner.h"
 #include "lab/lab.h"
+#include "support/named.h"
 #include "tavren_host_util.h"
 #include "tavren_share.h"
 
@@ -21,8 +29,8 @@ class Faults : public LabTest {
     settings.host_key = lab::value("LAB_HOST_KEY");
   }
 
-  void make_host() {
-    own = std::make_unique<TavrenHost>(false, false);
+  void make_host(bool logs = false) {
+    own = std::make_unique<TavrenHost>(false, logs);
     own->set_settings(settings.record());
     own->enable();
   }
@@ -145,5 +153,46 @@ TEST_F(Faults, InAHandlesLife) {
                   },
                   [] {}});
 }
+
+/* What the C library does for forkpty, on both of its sides. */
+class FaultsInsideForkpty : public Faults, public testing::WithParamInterface<Named<Refusal>> {};
+
+TEST_P(FaultsInsideForkpty, AreAnErrorOfTheLogin) {
+  const std::string outcome =
+      outcome_of_run({[this] { make_host(), refuse_for_good(GetParam().value); },
+                      [this] { return outcome_of([this] { own->open_connection(); }); }, [this] { close(); }});
+  EXPECT_TRUE(std::regex_match(outcome, std::regex("error [0-9]+"))) << outcome;
+}
+
+INSTANTIATE_TEST_SUITE_P(, FaultsInsideForkpty,
+                         testing::Values(Named<Refusal>{"Terminal", {SYS_openat, 2, O_RDWR, EMFILE}},
+                                         Named<Refusal>{"Unlocking", {SYS_ioctl, 1, TIOCSPTLCK, EIO}},
+                                         Named<Refusal>{"Fork", {SYS_clone, 0, any_value, EAGAIN}},
+                                         Named<Refusal>{"Session", {SYS_setsid, 0, any_value, EPERM}},
+                                         Named<Refusal>{"ControllingTerminal", {SYS_ioctl, 1, TIOCSCTTY, EPERM}}),
+                         by_name);
+
+/* Who cannot write the system log still learns what was to be written there. */
+class FaultsInsideSyslog : public Faults, public testing::WithParamInterface<Named<Refusal>> {};
+
+TEST_P(FaultsInsideSyslog, LeaveTheErrorOfTheLoginAsItIs) {
+  const auto prepare = [this] {
+    make_host(true);
+    std::string refusal;
+    TavrenHost::set_cmd("ssh", "/bin/false", refusal);
+    refuse_for_good(GetParam().value);
+  };
+  const std::string outcome =
+      outcome_of_run({prepare, [this] { return outcome_of([this] { own->open_connection(); }); }, [this] { close(); }});
+  EXPECT_EQ(outcome, "error 4");
+  EXPECT_THAT(lab::system_log(), testing::Not(testing::HasSubstr("failed to connect")));
+}
+
+INSTANTIATE_TEST_SUITE_P(, FaultsInsideSyslog,
+                         testing::Values(Named<Refusal>{"Socket", refused_socket_call(SYS_socket, SYS_SOCKET, EMFILE)},
+                                         Named<Refusal>{"Connection",
+                                                        refused_socket_call(SYS_connect, SYS_CONNECT, ENOENT)},
+                                         Named<Refusal>{"Sending", refused_socket_call(SYS_sendto, SYS_SEND, ENOBUFS)}),
+                         by_name);
 
 }  // namespace
