@@ -4,7 +4,6 @@
 #include <benchmark/benchmark.h>
 #include <stdarg.h>
 
-#include "ratio_reporter.h"
 #include "tavren_api.h"
 #include "tavren_rpc.h"
 
@@ -40,8 +39,8 @@ void bare_get_state(benchmark::State& state) {
   }
 }
 
-BENCHMARK(api_get_state);
-BENCHMARK(bare_get_state);
+BENCHMARK(api_get_state)->Name("api/library");
+BENCHMARK(bare_get_state)->Name("api/clnt_call");
 
 }  // namespace
 
@@ -52,9 +51,7 @@ int main(int argc, char** argv) {
     fprintf(stderr, "%s\n", tavren_api_errmsg(&handle, message));
     return 1;
   }
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  reporter.print_ratio("api_get_state", "bare_get_state");
+  benchmark::RunSpecifiedBenchmarks();
   tavren_api_close(&handle);
   return 0;
 }

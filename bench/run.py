@@ -1,0 +1,254 @@
+#!/usr/bin/python3
+"""Runs the benchmarks that scripts/bench has built, line by line, and prints one table of medians and ratios.
+
+   bench/run.py BUILD [--write-docs] [LINE...]
+
+What is compared runs in turn, in an order made at random, beside a private host that lives as long as the line.
+Everything goes into BUILD/bench.json too; --write-docs puts the table and a picture into docs."""
+
+import json
+import os
+import platform
+import re
+import statistics
+import subprocess
+import sys
+import time
+from dataclasses import dataclass, field
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+LAB = [f"{ROOT}/tests/lab/archive-host"]
+MIB = 1 << 20
+DATA = 256 * MIB  # what a line of transfer_bench sends
+FAR_TOO_LONG = 900  # seconds
+
+
+@dataclass
+class Line:
+    """One line of the table: one program's benchmarks LINE/library and LINE/BESIDE."""
+    name: str
+    program: str
+    what: str
+    beside: str = ""
+    beside_what: str = ""
+    unit: str = "ms"  # of the table: a time, or MB/s
+    at_least: float = 0
+    at_most: float = 0
+    at_most_more: float = 0  # than what it is compared with, in the line's unit
+    repetitions: int = 9
+    options: list = field(default_factory=list)
+
+
+def sessions(count):
+    return Line(f"sessions_{count}", "transfer_bench", f"{count} session{'s' if count > 1 else ''} at once", "bare",
+                "bare loops, as many", "MB/s", at_least=0.95, repetitions=7)
+
+
+LINES = [
+    Line("file", "transfer_bench", "file of 256 MiB, 2,048-byte pieces", "bare", "bare loop", "MB/s", at_least=0.95),
+    Line("copy", "transfer_bench", "the same with its login", "scp", "sshpass scp -O", "MB/s", repetitions=7),
+    Line("stream", "transfer_bench", "stream of 256 MiB", "bare", "bare loop", "MB/s", at_least=0.95),
+    Line("large_pieces", "transfer_bench", "file in 64 KiB pieces", "bare", "bare loop", "MB/s", at_least=0.95),
+    sessions(1), sessions(2), sessions(4), sessions(8), sessions(16),
+    Line("command", "session_bench", "framed command, one line", "bare", "bare write and read", "us", at_most=1.10,
+         repetitions=20),
+    Line("output", "session_bench", "1,000 lines of 80 bytes", "bare", "bare reader", "us", at_most=1.15,
+         repetitions=20),
+    Line("login", "session_bench", "login until the shell answers", "sshpass", "sshpass ssh true", at_most=1.00,
+         repetitions=25),
+    Line("key", "session_bench", "host key fetched", "ssh-keyscan", "ssh-keyscan", repetitions=15),
+    Line("api", "api_bench", "tavren_api_get_state", "clnt_call", "bare clnt_call", "us", at_most=1.02, repetitions=40,
+         options=["--benchmark_min_time=0.05"]),
+    Line("error", "error_bench", "error of 25 lines, there and back", unit="us", repetitions=9),
+    Line("start_c", "start_bench", "start of a program that links it", "without", "C program without", "ms",
+         at_most_more=3, repetitions=15, options=["--benchmark_min_time=0.1"]),
+    Line("start_cpp", "start_bench", "start of a program that links it", "without", "C++ program without", "ms",
+         at_most_more=3, repetitions=15, options=["--benchmark_min_time=0.1"]),
+]
+
+# Sizes of one_file, with how often each is sent; a bare loop has no memory of its own to look at in the largest.
+SIZES = [(MIB >> 4, 5), (MIB >> 2, 5), (MIB, 5), (4 * MIB, 5), (16 * MIB, 5), (64 * MIB, 3), (256 * MIB, 3),
+         (1024 * MIB, 1), (4096 * MIB - 1, 1)]
+
+# Where stripped libraries are measured: target, build directory, the prefix of its tools, what it may have in bytes.
+TARGETS = [("amd64", "release", "", 0), ("armhf", "release-armhf", "arm-linux-gnueabihf-", 200 * 1024),
+           ("i386", "release-i686", "i686-linux-gnu-", 0), ("s390x", "release-s390x", "s390x-linux-gnu-", 0)]
+
+SECONDS = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
+
+
+def command(line, build):
+    program = f"{build}/bench/{line.program}"
+    if line.program == "api_bench":
+        return [f"{ROOT}/tests/daemon/daemon-host", f"{ROOT}/bench/beside-daemon", f"{build}/tests/daemon_server", program]
+    return LAB + [program]
+
+
+def run(words):
+    """Returns what a program prints; its failure ends everything."""
+    return subprocess.run(words, check=True, stdout=subprocess.PIPE, text=True, timeout=FAR_TOO_LONG).stdout
+
+
+def times(line, build):
+    """Runs a line's benchmarks and returns the seconds of each repetition: side -> list."""
+    output = f"{build}/bench/{line.name}.json"
+    run(command(line, build) + [f"--benchmark_filter=^{line.name}/", f"--benchmark_repetitions={line.repetitions}",
+                                "--benchmark_enable_random_interleaving=true", f"--benchmark_out={output}",
+                                "--benchmark_out_format=json"] + line.options)
+    sides = {}
+    with open(output) as file:
+        for result in json.load(file)["benchmarks"]:
+            if result["run_type"] != "iteration":
+                continue
+            if result.get("error_occurred"):
+                sys.exit(f"{result['name']}: {result['error_message']}")
+            side = result["name"].split("/")[1]
+            sides.setdefault(side, []).append(result["real_time"] * SECONDS[result["time_unit"]])
+    return sides
+
+
+def verdict(line, library, beside, ratio):
+    if line.at_least:
+        return f">= {line.at_least:.2f}", ratio >= line.at_least
+    if line.at_most:
+        return f"<= {line.at_most:.2f}", ratio <= line.at_most
+    if line.at_most_more:
+        return f"{line.at_most_more:g} {line.unit} more", library - beside <= line.at_most_more
+    return "", None
+
+
+def measure(line, build):
+    def in_unit(seconds):
+        return DATA / seconds / 1e6 if line.unit == "MB/s" else seconds / SECONDS[line.unit]
+
+    sides = {side: [in_unit(t) for t in values] for side, values in times(line, build).items()}
+    library = statistics.median(sides["library"])
+    row = {"line": line.name, "what": line.what, "unit": line.unit, "median": library, "samples": sides["library"]}
+    if line.beside:
+        beside = statistics.median(sides[line.beside])
+        row.update(beside=line.beside_what, beside_median=beside, beside_samples=sides[line.beside],
+                   ratio=library / beside)
+        row["goal"], row["reached"] = verdict(line, library, beside, row["ratio"])
+    return [row]
+
+
+def measure_sizes(build):
+    """Sends files of growing size; returns the row of peak memory, with all sizes in it."""
+    table = []
+    for size, repetitions in SIZES:
+        results = {"library": [], "bare": []}
+        for _ in range(repetitions):
+            for side, values in results.items():
+                seconds, kib = run(LAB + [f"{build}/bench/one_file", side, str(size)]).split()
+                values.append((size / float(seconds) / 1e6, int(kib)))
+        entry = {"bytes": size}
+        for side, values in results.items():
+            entry[side] = {"MB/s": statistics.median(v[0] for v in values), "KiB": statistics.median(v[1] for v in values)}
+        table.append(entry)
+    peak = {entry["bytes"]: entry["library"]["KiB"] for entry in table}
+    small, large = peak[MIB], peak[4096 * MIB - 1]
+    return [{"line": "memory", "what": "peak memory, file of 4 GiB", "unit": "KiB", "median": large,
+             "beside": "file of 1 MiB", "beside_median": small, "ratio": large / small, "goal": "256 KiB more",
+             "reached": abs(large - small) <= 256, "sizes": table}]
+
+
+def measure_libraries(_build):
+    """Strips the library of every target that scripts/bench could build, and returns its size."""
+    rows = []
+    for target, directory, tools, limit in TARGETS:
+        library = f"{ROOT}/build/{directory}/src/libtavren.so"
+        if not os.path.exists(library):
+            continue
+        stripped = f"{ROOT}/build/{directory}/libtavren.stripped"
+        run([f"{tools}strip", "-o", stripped, library])
+        size = os.path.getsize(stripped)
+        row = {"line": "size", "what": f"stripped library, {target}", "unit": "KiB", "median": size / 1024}
+        if limit:
+            row.update(goal=f"< {limit // 1024} KiB", reached=size < limit)
+        rows.append(row)
+    return rows
+
+
+def number(value, unit):
+    return f"{value:,.0f} {unit}" if value >= 100 or unit == "KiB" else f"{value:,.3g} {unit}"
+
+
+HEADINGS = ["line", "what", "library", "beside", "", "ratio", "to reach", ""]
+
+
+def cells(row):
+    beside = row.get("beside", "")
+    return [row["line"], row["what"], number(row["median"], row["unit"]), beside,
+            number(row["beside_median"], row["unit"]) if beside else "", f"{row['ratio']:.3f}" if beside else "",
+            row.get("goal", ""), {True: "reached", False: "NOT REACHED"}.get(row.get("reached"), "")]
+
+
+def text_table(rows):
+    table = [HEADINGS] + [cells(row) for row in rows]
+    widths = [max(len(line[i]) for line in table) for i in range(len(HEADINGS))]
+    right = {2, 4, 5}
+    return "\n".join("  ".join(c.rjust(w) if i in right else c.ljust(w) for i, (c, w) in enumerate(zip(line, widths))).rstrip()
+                     for line in table)
+
+
+def machine():
+    with open("/proc/cpuinfo") as file:
+        model = re.search(r"model name\s*: (.*)", file.read()).group(1)
+    with open("/proc/meminfo") as file:
+        memory = int(re.search(r"MemTotal:\s*(\d+)", file.read()).group(1)) / MIB
+    client = subprocess.run(["/usr/bin/ssh", "-V"], stderr=subprocess.PIPE, text=True, check=True).stderr.split(",")[0]
+    return f"{model}, {os.cpu_count()} processors, {memory:.0f} GiB, Linux {platform.release()}, {client}"
+
+
+def load():
+    return ", ".join(f"{value:.1f}" for value in os.getloadavg())
+
+
+def write_docs(report):
+    """Replaces what stands between the two marks in docs/performance.md, and draws the picture beside it."""
+    path = f"{ROOT}/docs/performance.md"
+    with open(path) as file:
+        text = file.read()
+    lines = ["| " + " | ".join(HEADINGS) + " |", "|" + "---|" * len(HEADINGS)]
+    lines += ["| " + " | ".join(cells(row)) + " |" for row in report["rows"]]
+    made = (f"{report['machine']}; {report['date']}, {report['seconds']:.0f} seconds; load averages before: "
+            f"{report['load_before']}, after: {report['load_after']} (what is measured is part of that).\n\n" +
+            "\n".join(lines) + "\n")
+    text = re.sub(r"(<!-- made by scripts/bench --write-docs -->\n).*?(<!-- end -->)", lambda m: m[1] + made + m[2], text,
+                  flags=re.S)
+    with open(path, "w") as file:
+        file.write(text)
+    sizes = next(row["sizes"] for row in report["rows"] if row["line"] == "memory")
+    data = "".join(f"{e['bytes'] / MIB} {e['library']['MB/s']} {e['bare']['MB/s']} {e['library']['KiB'] / 1024}\n" for e in sizes)
+    subprocess.run(["gnuplot", "-e", f"output='{ROOT}/docs/performance.svg'", f"{ROOT}/bench/sizes.gnuplot"], input=data,
+                   text=True, check=True)
+
+
+def main():
+    build, arguments = os.path.abspath(sys.argv[1]), sys.argv[2:]
+    docs = "--write-docs" in arguments
+    wanted = [argument for argument in arguments if argument != "--write-docs"]
+    steps = [(line.name, lambda build, line=line: measure(line, build)) for line in LINES]
+    steps += [("memory", measure_sizes), ("size", measure_libraries)]
+    unknown = set(wanted) - {name for name, _ in steps}
+    if unknown or (docs and wanted):
+        sys.exit("lines: " + " ".join(name for name, _ in steps) + "\n--write-docs wants all of them")
+
+    report = {"machine": machine(), "date": time.strftime("%Y-%m-%d %H:%M"), "load_before": load(), "rows": []}
+    start = time.monotonic()
+    for name, step in steps:
+        if wanted and name not in wanted:
+            continue
+        print(f"{time.monotonic() - start:4.0f} s: {name}", file=sys.stderr, flush=True)
+        report["rows"] += step(build)
+    report.update(load_after=load(), seconds=time.monotonic() - start)
+    with open(f"{build}/bench.json", "w") as file:
+        json.dump(report, file, indent=1)
+    print(f"{report['machine']}\nload before {report['load_before']}, after {report['load_after']}; "
+          f"{report['seconds']:.0f} seconds\n\n{text_table(report['rows'])}")
+    if docs:
+        write_docs(report)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,258 @@
+/*
+ * What goes through a session beside what the same client takes from a bare loop: files, streams, larger pieces, and
+ * several sessions at once. Whatever has arrived is compared with what was sent, outside of the time that counts.
+ */
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "sessions.h"
+#include "tavren_host_util.h"
+
+namespace {
+
+constexpr size_t data_size = size_t{256} << 20;
+constexpr size_t small_piece = 2048;
+constexpr size_t large_piece = 65536;
+
+const std::vector<char>& data() {
+  static const std::vector<char> bytes = [] {
+    std::vector<char> random(data_size);
+    std::mt19937_64 generator;
+    for (size_t i = 0; i < data_size; i += 8) {
+      const uint64_t number = generator();
+      memcpy(&random[i], &number, 8);
+    }
+    return random;
+  }();
+  return bytes;
+}
+
+/* Takes the file path away. Throws unless it holds the first size bytes of data. */
+void check_and_remove(const std::string& path, size_t size) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat status {};
+  if (fd == -1 || fstat(fd, &status) == -1 || status.st_size != static_cast<off_t>(size)) {
+    throw std::runtime_error(path + " has not arrived whole");
+  }
+  void* const arrived = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
+  const bool same = arrived != MAP_FAILED && memcmp(arrived, data().data(), size) == 0;
+  if (arrived != MAP_FAILED) munmap(arrived, size);
+  close(fd);
+  unlink(path.c_str());
+  if (!same) throw std::runtime_error(path + " is not what was sent");
+}
+
+/* Measures action as one iteration. */
+template <class Action>
+void time(benchmark::State& state, Action action) {
+  const auto start = std::chrono::steady_clock::now();
+  action();
+  state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+}
+
+void send_file(TavrenHost& session, const std::string& path, size_t size) {
+  session.send_data(data().data(), static_cast<int>(size), path, 0644);
+}
+
+void send_file(BareSession& session, const std::string& path, size_t size, size_t piece = small_piece) {
+  session.start_file(path, size);
+  session.write_pieces(data().data(), size, piece);
+  session.end_file();
+}
+
+std::vector<LibrarySession> library_sessions;
+std::vector<std::unique_ptr<BareSession>> bare_sessions;
+
+/* Returns a connected session, made on first use together with those before it, which serve all repetitions. */
+template <class Session>
+Session& session(size_t number);
+
+template <>
+TavrenHost& session(size_t number) {
+  while (library_sessions.size() <= number) library_sessions.push_back(connected_session());
+  return *library_sessions[number];
+}
+
+template <>
+BareSession& session(size_t number) {
+  while (bare_sessions.size() <= number) bare_sessions.push_back(std::make_unique<BareSession>());
+  return *bare_sessions[number];
+}
+
+/* File in small pieces. */
+
+template <class Session>
+void send_small_pieces(benchmark::State& state) {
+  Session& open = session<Session>(0);
+  for (auto _ : state) {
+    time(state, [&] { send_file(open, archived("file"), data_size); });
+    check_and_remove(archived("file"), data_size);
+  }
+}
+
+/* The same, login included, beside the stock copy program. */
+
+void copy_library(benchmark::State& state) {
+  for (auto _ : state) {
+    time(state, [] {
+      const LibrarySession session = connected_session();
+      send_file(*session, archived("file"), data_size);
+    });
+    check_and_remove(archived("file"), data_size);
+  }
+}
+
+void copy_scp(benchmark::State& state) {
+  const std::string source = from_environment("LAB") + "/data";
+  FILE* const file = fopen(source.c_str(), "we");
+  if (file == nullptr || fwrite(data().data(), 1, data_size, file) != data_size || fclose(file) != 0) {
+    throw std::runtime_error("cannot write " + source);
+  }
+  const std::vector<std::string>& client = client_command();
+  const std::string target = from_environment("LAB_USER") + "@" + from_environment("LAB_HOST") + ":" + archived("file");
+  std::vector<std::string> command = {"/usr/bin/sshpass", "-p", from_environment("LAB_PASSWORD"),
+                                      "/usr/bin/scp",     "-O", "-q"};
+  for (const std::string& word : client) {
+    if (word.rfind("-o", 0) == 0) command.push_back(word);
+  }
+  command.insert(command.end(), {source, target});
+  for (auto _ : state) {
+    time(state, [&] { run_program(command); });
+    check_and_remove(archived("file"), data_size);
+  }
+  unlink(source.c_str());
+}
+
+/* File through the C interface, in large pieces. */
+
+void check(int result, char* message) {
+  if (result != 0) throw std::runtime_error(message != nullptr ? message : "out of memory");
+}
+
+tavren_hp_t* open_handle() {
+  tavren_settings_t settings{};
+  new_session()->get_settings(settings);
+  char* message = nullptr;
+  tavren_hp_t* const handle = tavren_hp_new(&settings, &message);
+  tavren_settings_free_contents(&settings);
+  check(handle == nullptr ? -1 : tavren_hp_open(handle, &message), message);
+  return handle;
+}
+
+void large_pieces_library(benchmark::State& state) {
+  tavren_hp_t* const handle = open_handle();
+  char* message = nullptr;
+  for (auto _ : state) {
+    time(state, [&] {
+      check(tavren_hp_start_send_file(handle, archived("file").c_str(), data_size, 0644, &message), message);
+      for (size_t i = 0; i < data_size; i += large_piece) {
+        check(tavren_hp_continue_send_file(handle, &data()[i], large_piece, &message), message);
+      }
+      check(tavren_hp_end_send_file(handle, &message), message);
+    });
+    check_and_remove(archived("file"), data_size);
+  }
+  tavren_hp_close(handle);
+  tavren_hp_destroy(handle);
+}
+
+void large_pieces_bare(benchmark::State& state) {
+  BareSession& open = session<BareSession>(0);
+  for (auto _ : state) {
+    time(state, [&] { send_file(open, archived("file"), data_size, large_piece); });
+    check_and_remove(archived("file"), data_size);
+  }
+}
+
+/* Stream: each ends its session. */
+
+void stream_library(benchmark::State& state) {
+  for (auto _ : state) {
+    const LibrarySession session = connected_session();
+    time(state, [&] {
+      session->start_send_stream(archived("file"));
+      for (size_t i = 0; i < data_size; i += small_piece) session->continue_send_stream(&data()[i], small_piece);
+      session->end_send_stream();
+    });
+    check_and_remove(archived("file"), data_size);
+  }
+}
+
+void stream_bare(benchmark::State& state) {
+  for (auto _ : state) {
+    BareSession session;
+    time(state, [&] {
+      session.start_stream(archived("file"));
+      session.write_pieces(data().data(), data_size, small_piece);
+      session.end_of_file();
+    });
+    check_and_remove(archived("file"), data_size);
+  }
+}
+
+/* Sessions at once, each with a thread: together they send as much as one alone. */
+
+template <class Session>
+void send_at_once(benchmark::State& state, size_t count) {
+  const size_t size = data_size / count;
+  const auto path = [](size_t number) { return archived("file" + std::to_string(number)); };
+  session<Session>(count - 1);
+  for (auto _ : state) {
+    time(state, [&] {
+      std::vector<std::thread> threads;
+      for (size_t i = 0; i < count; ++i)
+        threads.emplace_back([&, i] { send_file(session<Session>(i), path(i), size); });
+      for (std::thread& thread : threads) thread.join();
+    });
+    for (size_t i = 0; i < count; ++i) check_and_remove(path(i), size);
+  }
+}
+
+/* Named LINE/SIDE: scripts/bench runs a line at a time. */
+template <class Function>
+void add(const std::string& name, Function function) {
+  benchmark::RegisterBenchmark(name.c_str(), function)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+}
+
+void add_all() {
+  add("file/library", send_small_pieces<TavrenHost>);
+  add("file/bare", send_small_pieces<BareSession>);
+  add("copy/library", copy_library);
+  add("copy/scp", copy_scp);
+  add("large_pieces/library", large_pieces_library);
+  add("large_pieces/bare", large_pieces_bare);
+  add("stream/library", stream_library);
+  add("stream/bare", stream_bare);
+  for (const size_t count : {1, 2, 4, 8, 16}) {
+    const std::string line = "sessions_" + std::to_string(count);
+    add(line + "/library", [count](benchmark::State& state) { send_at_once<TavrenHost>(state, count); });
+    add(line + "/bare", [count](benchmark::State& state) { send_at_once<BareSession>(state, count); });
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  const ArchiveHost host("transfer_bench");
+  data();
+  client_command();
+  add_all();
+  benchmark::RunSpecifiedBenchmarks();
+  library_sessions.clear();
+  bare_sessions.clear();
+  return 0;
+}
