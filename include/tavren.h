@@ -13,6 +13,7 @@
 #include "tavren_malloc.h"
 #include "tavren_share.h"
 #include "tavren_test_host.h"
+#include "tavren_version.h"
 
 #ifdef __cplusplus
 #include "TavrenError.h"
