@@ -3,6 +3,7 @@
  *
  * An example of a C program over libtavren's client interface.
  */
+#include <locale.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -264,6 +265,7 @@ static int end(int status) {
 
 int main(int argc, char** argv) {
   tavren_api_handle_t daemon;
+  setlocale(LC_ALL, ""); /* the library speaks the language that its program has chosen */
   if (argc == 2 && strcmp(argv[1], "--help") == 0) {
     fputs(usage, stdout);
     return end(EXIT_DONE);

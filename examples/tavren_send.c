@@ -6,6 +6,7 @@
  */
 #include <errno.h>
 #include <getopt.h>
+#include <locale.h>
 #include <signal.h>
 #include <stdbool.h>
 #include <stdio.h>
@@ -214,6 +215,7 @@ int main(int argc, char** argv) {
   struct request request = {.password_fd = -1};
   tavren_settings_t settings = {.password = password, .host_key = host_key, .fingerprint = no_fingerprint};
 
+  setlocale(LC_ALL, "");            /* the library speaks the language that its program has chosen */
   setvbuf(stdout, NULL, _IOLBF, 0); /* so that what is shown and what is complained of come in order */
   tavren_set_program_name(argv[0]);
   if (!parse_arguments(argc, argv, &request)) {
