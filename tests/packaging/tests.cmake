@@ -1,0 +1,13 @@
+# What is installed where. The stand-in for the platform's database is expected; sanitizers and emulators have search
+# paths of their own.
+if(TARGET hodra-put AND NOT TAVREN_SANITIZE AND NOT CMAKE_CROSSCOMPILING)
+  add_test(NAME Install.PutsEveryFileWhereItBelongs
+    COMMAND ${CMAKE_CURRENT_LIST_DIR}/compare-installed ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR} ${CMAKE_COMMAND}
+      ${CMAKE_BUILD_TYPE} ${CMAKE_INSTALL_LIBDIR} ${PROJECT_VERSION})
+  set_tests_properties(Install.PutsEveryFileWhereItBelongs PROPERTIES TIMEOUT 120)
+endif()
+
+add_test(NAME Version.IsTheSameEverywhere
+  COMMAND ${CMAKE_CURRENT_LIST_DIR}/compare-versions ${PROJECT_SOURCE_DIR} ${PROJECT_VERSION} $<TARGET_FILE:tavren>
+    ${PROJECT_BINARY_DIR}/packaging/tavren.pc ${CMAKE_C_COMPILER})
+set_tests_properties(Version.IsTheSameEverywhere PROPERTIES TIMEOUT 60)
