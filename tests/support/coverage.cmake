@@ -1,0 +1,13 @@
+# Included by the preset "coverage": the library counts its lines, also in processes that end without exit.
+function(count_lines)
+  target_compile_options(tavren PRIVATE --coverage -fprofile-update=atomic)
+  target_link_options(tavren PRIVATE --coverage)
+  foreach(target tavren test_support)
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/coverage.cpp)
+  endforeach()
+  foreach(name _exit abort execve)
+    target_link_options(tavren PRIVATE -Wl,--wrap=${name})
+    target_link_options(test_support INTERFACE -Wl,--wrap=${name},--undefined=__wrap_${name})
+  endforeach()
+endfunction()
+cmake_language(DEFER CALL count_lines)
