@@ -11,10 +11,18 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 
-# The foreign C library is not where the kernel looks for its loader, so programs name it themselves. DT_RPATH, because
-# the loader must find libstdc++ and the RPC library's own needs for libtavren too; where a library has a DT_RUNPATH of
-# its own, it would not look there.
-set(rpath "-Wl,--disable-new-dtags \
--Wl,-rpath,/usr/${compiler_prefix}/lib:${sysroot}/lib/${library_directory}:${sysroot}/usr/lib/${library_directory}")
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,--dynamic-linker=/usr/${compiler_prefix}/lib/${loader} ${rpath}")
-set(CMAKE_SHARED_LINKER_FLAGS_INIT "${rpath}")
+set(directories /usr/${compiler_prefix}/lib ${sysroot}/lib/${library_directory} ${sysroot}/usr/lib/${library_directory})
+if(DEFINED BUILD_TESTING AND NOT BUILD_TESTING)
+  # Built to be copied to such a machine: nothing may lead back to this one.
+  list(TRANSFORM directories PREPEND "-Wl,-rpath-link,")
+  list(JOIN directories " " flags)
+  set(CMAKE_EXE_LINKER_FLAGS_INIT "${flags}")
+else()
+  # Built to be tested here. The foreign C library is not where the kernel looks for its loader, so programs name it
+  # themselves. DT_RPATH, because the loader must find libstdc++ and the RPC library's own needs for libtavren too; where
+  # a library has a DT_RUNPATH of its own, it would not look there.
+  list(JOIN directories ":" rpath)
+  set(flags "-Wl,--disable-new-dtags -Wl,-rpath,${rpath}")
+  set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,--dynamic-linker=/usr/${compiler_prefix}/lib/${loader} ${flags}")
+endif()
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "${flags}")

@@ -11,3 +11,11 @@ add_test(NAME Version.IsTheSameEverywhere
   COMMAND ${CMAKE_CURRENT_LIST_DIR}/compare-versions ${PROJECT_SOURCE_DIR} ${PROJECT_VERSION} $<TARGET_FILE:tavren>
     ${PROJECT_BINARY_DIR}/packaging/tavren.pc ${CMAKE_C_COMPILER})
 set_tests_properties(Version.IsTheSameEverywhere PROPERTIES TIMEOUT 60)
+
+if(CMAKE_CROSSCOMPILING)
+  list(JOIN directories ":" library_directories) # of the toolchain file
+  add_test(NAME CrossBuild.CanBeCopiedToItsMachine
+    COMMAND ${CMAKE_CURRENT_LIST_DIR}/cross-build ${PROJECT_SOURCE_DIR} ${CMAKE_COMMAND} ${CMAKE_TOOLCHAIN_FILE}
+      /usr/${compiler_prefix}/lib/${loader} ${library_directories} ${CMAKE_CROSSCOMPILING_EMULATOR})
+  set_tests_properties(CrossBuild.CanBeCopiedToItsMachine PROPERTIES TIMEOUT 600)
+endif()
