@@ -66,9 +66,9 @@ LINES = [
          at_most_more=3, repetitions=15, options=["--benchmark_min_time=0.1"]),
 ]
 
-# Sizes of one_file, with how often each is sent; a bare loop has no memory of its own to look at in the largest.
-SIZES = [(MIB >> 4, 5), (MIB >> 2, 5), (MIB, 5), (4 * MIB, 5), (16 * MIB, 5), (64 * MIB, 3), (256 * MIB, 3),
-         (1024 * MIB, 1), (4096 * MIB - 1, 1)]
+# Sizes of one_file, with how often each side sends it. The largest is there for its memory, not beside anything.
+SIZES = [(MIB >> 4, 5, 5), (MIB >> 2, 5, 5), (MIB, 5, 5), (4 * MIB, 5, 5), (16 * MIB, 5, 5), (64 * MIB, 3, 3),
+         (256 * MIB, 3, 3), (1024 * MIB, 1, 1), (4096 * MIB - 1, 1, 0)]
 
 # Where stripped libraries are measured: target, build directory, the prefix of its tools, what it may have in bytes.
 TARGETS = [("amd64", "release", "", 0), ("armhf", "release-armhf", "arm-linux-gnueabihf-", 200 * 1024),
@@ -134,16 +134,21 @@ def measure(line, build):
 
 def measure_sizes(build):
     """Sends files of growing size; returns the row of peak memory, with all sizes in it."""
+    def send(side, size):
+        seconds, kib = run(LAB + [f"{build}/bench/one_file", side, str(size)]).split()
+        return {"MB/s": size / float(seconds) / 1e6, "KiB": int(kib)}
+
     table = []
-    for size, repetitions in SIZES:
-        results = {"library": [], "bare": []}
-        for _ in range(repetitions):
-            for side, values in results.items():
-                seconds, kib = run(LAB + [f"{build}/bench/one_file", side, str(size)]).split()
-                values.append((size / float(seconds) / 1e6, int(kib)))
+    for size, *repetitions in SIZES:
+        sides = list(zip(["library", "bare"], repetitions))
+        results = {side: [] for side, _ in sides}
+        for turn in range(max(repetitions)):
+            for side in (side for side, times in sides if turn < times):
+                results[side].append(send(side, size))
         entry = {"bytes": size}
         for side, values in results.items():
-            entry[side] = {"MB/s": statistics.median(v[0] for v in values), "KiB": statistics.median(v[1] for v in values)}
+            if values:
+                entry[side] = {unit: statistics.median(value[unit] for value in values) for unit in values[0]}
         table.append(entry)
     peak = {entry["bytes"]: entry["library"]["KiB"] for entry in table}
     small, large = peak[MIB], peak[4096 * MIB - 1]
@@ -204,7 +209,7 @@ def load():
     return ", ".join(f"{value:.1f}" for value in os.getloadavg())
 
 
-def write_docs(report):
+def write_docs(report, build):
     """Replaces what stands between the two marks in docs/performance.md, and draws the picture beside it."""
     path = f"{ROOT}/docs/performance.md"
     with open(path) as file:
@@ -219,9 +224,12 @@ def write_docs(report):
     with open(path, "w") as file:
         file.write(text)
     sizes = next(row["sizes"] for row in report["rows"] if row["line"] == "memory")
-    data = "".join(f"{e['bytes'] / MIB} {e['library']['MB/s']} {e['bare']['MB/s']} {e['library']['KiB'] / 1024}\n" for e in sizes)
-    subprocess.run(["gnuplot", "-e", f"output='{ROOT}/docs/performance.svg'", f"{ROOT}/bench/sizes.gnuplot"], input=data,
-                   text=True, check=True)
+    data = "".join(f"{e['bytes'] / MIB} {e['library']['MB/s']} {e.get('bare', {}).get('MB/s', '?')} "
+                   f"{e['library']['KiB'] / 1024}\n" for e in sizes)
+    with open(f"{build}/bench/sizes", "w") as file:
+        file.write(data)
+    run(["gnuplot", "-e", f"output='{ROOT}/docs/performance.svg'; sizes='{build}/bench/sizes'",
+         f"{ROOT}/bench/sizes.gnuplot"])
 
 
 def main():
@@ -241,13 +249,13 @@ def main():
             continue
         print(f"{time.monotonic() - start:4.0f} s: {name}", file=sys.stderr, flush=True)
         report["rows"] += step(build)
-    report.update(load_after=load(), seconds=time.monotonic() - start)
-    with open(f"{build}/bench.json", "w") as file:
-        json.dump(report, file, indent=1)
+        report.update(load_after=load(), seconds=time.monotonic() - start)
+        with open(f"{build}/bench.json", "w") as file:
+            json.dump(report, file, indent=1)
     print(f"{report['machine']}\nload before {report['load_before']}, after {report['load_after']}; "
           f"{report['seconds']:.0f} seconds\n\n{text_table(report['rows'])}")
     if docs:
-        write_docs(report)
+        write_docs(report, build)
 
 
 if __name__ == "__main__":

@@ -1,10 +1,8 @@
-# Draws throughput and memory against the size of a file. The standard input has for each size: MiB, MB/s of a session and
-# of the bare loop, MiB of peak memory.
+# Draws throughput and memory against the size of a file, into the file output. The file sizes has a line for each: MiB,
+# MB/s of a session and of the bare loop, MiB of peak memory.
 set terminal svg size 800,420 font 'sans-serif,13' background 'white'
 set output output
-set table $sizes
-plot '-' using 1:2:3:4 with table
-unset table
+set datafile missing '?'
 set logscale x 4
 set format x '%g'
 set xlabel 'size of the file, MiB'
@@ -16,6 +14,6 @@ set ytics nomirror
 set y2tics
 set key bottom right
 set grid
-plot $sizes using 1:2 with linespoints linewidth 2 title 'session, MB/s', \
-     $sizes using 1:3 with linespoints linewidth 2 dashtype 2 title 'bare loop, MB/s', \
-     $sizes using 1:4 axes x1y2 with linespoints linewidth 2 title 'session, memory'
+plot sizes using 1:2 with linespoints linewidth 2 title 'session, MB/s', \
+     sizes using 1:3 with linespoints linewidth 2 dashtype 2 title 'bare loop, MB/s', \
+     sizes using 1:4 axes x1y2 with linespoints linewidth 2 title 'session, memory'
