@@ -10,6 +10,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <list>
 #include <stdexcept>
 #include <string>
 

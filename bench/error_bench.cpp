@@ -3,8 +3,6 @@
  */
 #include <benchmark/benchmark.h>
 
-#include <sstream>
-
 #include "long_error.h"
 
 namespace {

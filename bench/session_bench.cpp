@@ -3,13 +3,15 @@
  */
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <fstream>
+#include <list>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
-#include "TavrenTunables.h"
 #include "sessions.h"
 #include "tavren_host_util.h"
+#include "time_iteration.h"
 
 namespace {
 
@@ -17,20 +19,12 @@ constexpr int timeout = 60; /* seconds */
 constexpr int lines = 1000;
 constexpr size_t line_size = 80; /* bytes, with the newline */
 
-/* Measures action as one iteration. */
-template <class Action>
-void time(benchmark::State& state, Action action) {
-  const auto start = std::chrono::steady_clock::now();
-  action();
-  state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-}
-
 /* Logging in, the end of the session not counted, beside a program that logs in and runs the shortest command. */
 
 void login_library(benchmark::State& state) {
   for (auto _ : state) {
     const LibrarySession session = new_session();
-    time(state, [&] { session->open_connection(); });
+    time_iteration(state, [&] { session->open_connection(); });
   }
 }
 
@@ -38,7 +32,7 @@ void login_sshpass(benchmark::State& state) {
   std::vector<std::string> command = {"/usr/bin/sshpass", "-p", from_environment("LAB_PASSWORD")};
   command.insert(command.end(), client_command().begin(), client_command().end());
   command.back() = "true"; /* in the place of the session's shell */
-  for (auto _ : state) time(state, [&] { run_program(command); });
+  for (auto _ : state) time_iteration(state, [&] { run_program(command); });
 }
 
 /* Fetching the host's key. */
@@ -48,14 +42,15 @@ void key_library(benchmark::State& state) {
     char key[TAVREN_HOST_KEY_SIZE];
     char* error = nullptr;
     int result = 0;
-    time(state, [&] { result = tavren_download_host_key(from_environment("LAB_HOST").c_str(), key, &error); });
+    time_iteration(state,
+                   [&] { result = tavren_download_host_key(from_environment("LAB_HOST").c_str(), key, &error); });
     if (result != 0 || key != from_environment("LAB_HOST_KEY")) throw std::runtime_error("not the host's key");
   }
 }
 
 void key_keyscan(benchmark::State& state) {
   for (auto _ : state) {
-    time(state, [] { run_program({"/usr/bin/ssh-keyscan", "-t", "ed25519", from_environment("LAB_HOST")}); });
+    time_iteration(state, [] { run_program({"/usr/bin/ssh-keyscan", "-t", "ed25519", from_environment("LAB_HOST")}); });
   }
 }
 

@@ -4,13 +4,11 @@
  */
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -20,6 +18,7 @@
 
 #include "sessions.h"
 #include "tavren_host_util.h"
+#include "time_iteration.h"
 
 namespace {
 
@@ -53,14 +52,6 @@ void check_and_remove(const std::string& path, size_t size) {
   close(fd);
   unlink(path.c_str());
   if (!same) throw std::runtime_error(path + " is not what was sent");
-}
-
-/* Measures action as one iteration. */
-template <class Action>
-void time(benchmark::State& state, Action action) {
-  const auto start = std::chrono::steady_clock::now();
-  action();
-  state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
 }
 
 void send_file(TavrenHost& session, const std::string& path, size_t size) {
@@ -98,7 +89,7 @@ template <class Session>
 void send_small_pieces(benchmark::State& state) {
   Session& open = session<Session>(0);
   for (auto _ : state) {
-    time(state, [&] { send_file(open, archived("file"), data_size); });
+    time_iteration(state, [&] { send_file(open, archived("file"), data_size); });
     check_and_remove(archived("file"), data_size);
   }
 }
@@ -107,7 +98,7 @@ void send_small_pieces(benchmark::State& state) {
 
 void copy_library(benchmark::State& state) {
   for (auto _ : state) {
-    time(state, [] {
+    time_iteration(state, [] {
       const LibrarySession session = connected_session();
       send_file(*session, archived("file"), data_size);
     });
@@ -130,7 +121,7 @@ void copy_scp(benchmark::State& state) {
   }
   command.insert(command.end(), {source, target});
   for (auto _ : state) {
-    time(state, [&] { run_program(command); });
+    time_iteration(state, [&] { run_program(command); });
     check_and_remove(archived("file"), data_size);
   }
   unlink(source.c_str());
@@ -156,7 +147,7 @@ void large_pieces_library(benchmark::State& state) {
   tavren_hp_t* const handle = open_handle();
   char* message = nullptr;
   for (auto _ : state) {
-    time(state, [&] {
+    time_iteration(state, [&] {
       check(tavren_hp_start_send_file(handle, archived("file").c_str(), data_size, 0644, &message), message);
       for (size_t i = 0; i < data_size; i += large_piece) {
         check(tavren_hp_continue_send_file(handle, &data()[i], large_piece, &message), message);
@@ -172,7 +163,7 @@ void large_pieces_library(benchmark::State& state) {
 void large_pieces_bare(benchmark::State& state) {
   BareSession& open = session<BareSession>(0);
   for (auto _ : state) {
-    time(state, [&] { send_file(open, archived("file"), data_size, large_piece); });
+    time_iteration(state, [&] { send_file(open, archived("file"), data_size, large_piece); });
     check_and_remove(archived("file"), data_size);
   }
 }
@@ -182,7 +173,7 @@ void large_pieces_bare(benchmark::State& state) {
 void stream_library(benchmark::State& state) {
   for (auto _ : state) {
     const LibrarySession session = connected_session();
-    time(state, [&] {
+    time_iteration(state, [&] {
       session->start_send_stream(archived("file"));
       for (size_t i = 0; i < data_size; i += small_piece) session->continue_send_stream(&data()[i], small_piece);
       session->end_send_stream();
@@ -194,7 +185,7 @@ void stream_library(benchmark::State& state) {
 void stream_bare(benchmark::State& state) {
   for (auto _ : state) {
     BareSession session;
-    time(state, [&] {
+    time_iteration(state, [&] {
       session.start_stream(archived("file"));
       session.write_pieces(data().data(), data_size, small_piece);
       session.end_of_file();
@@ -211,7 +202,7 @@ void send_at_once(benchmark::State& state, size_t count) {
   const auto path = [](size_t number) { return archived("file" + std::to_string(number)); };
   session<Session>(count - 1);
   for (auto _ : state) {
-    time(state, [&] {
+    time_iteration(state, [&] {
       std::vector<std::thread> threads;
       for (size_t i = 0; i < count; ++i)
         threads.emplace_back([&, i] { send_file(session<Session>(i), path(i), size); });
