@@ -9,6 +9,7 @@ Everything goes into BUILD/bench.json too; --write-docs puts the table and a pic
 import json
 import os
 import platform
+import random
 import re
 import statistics
 import subprocess
@@ -74,6 +75,7 @@ SIZES = [(MIB >> 4, 5, 5), (MIB >> 2, 5, 5), (MIB, 5, 5), (4 * MIB, 5, 5), (16 *
 TARGETS = [("amd64", "release", "", 0), ("armhf", "release-armhf", "arm-linux-gnueabihf-", 200 * 1024),
            ("i386", "release-i686", "i686-linux-gnu-", 0), ("s390x", "release-s390x", "s390x-linux-gnu-", 0)]
 
+VERDICTS = {True: "reached", False: "NOT REACHED"}
 SECONDS = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
 
 
@@ -107,14 +109,24 @@ def times(line, build):
     return sides
 
 
-def verdict(line, library, beside, ratio):
-    if line.at_least:
-        return f">= {line.at_least:.2f}", ratio >= line.at_least
-    if line.at_most:
-        return f"<= {line.at_most:.2f}", ratio <= line.at_most
+def verdict(line, library, beside, ratio, spread):
+    """Returns what the line is to reach, and what became of that."""
     if line.at_most_more:
-        return f"{line.at_most_more:g} {line.unit} more", library - beside <= line.at_most_more
-    return "", None
+        return f"{line.at_most_more:g} {line.unit} more", VERDICTS[library - beside <= line.at_most_more]
+    if not line.at_least and not line.at_most:
+        return "", ""
+    limit = line.at_least or line.at_most
+    reached = ratio >= limit if line.at_least else ratio <= limit
+    unclear = ", unclear" if spread[0] < limit < spread[1] else ""
+    return f"{'>=' if line.at_least else '<='} {limit:.2f}", VERDICTS[reached] + unclear
+
+
+def ratio_range(library, beside):
+    """Returns between what the ratio of medians lies, 19 times in 20, when samples like these are drawn again."""
+    draw = random.Random(1).choices
+    ratios = sorted(statistics.median(draw(library, k=len(library))) / statistics.median(draw(beside, k=len(beside)))
+                    for _ in range(2000))
+    return ratios[50], ratios[1949]
 
 
 def measure(line, build):
@@ -127,8 +139,8 @@ def measure(line, build):
     if line.beside:
         beside = statistics.median(sides[line.beside])
         row.update(beside=line.beside_what, beside_median=beside, beside_samples=sides[line.beside],
-                   ratio=library / beside)
-        row["goal"], row["reached"] = verdict(line, library, beside, row["ratio"])
+                   ratio=library / beside, ratio_range=ratio_range(sides["library"], sides[line.beside]))
+        row["goal"], row["verdict"] = verdict(line, library, beside, row["ratio"], row["ratio_range"])
     return [row]
 
 
@@ -154,7 +166,7 @@ def measure_sizes(build):
     small, large = peak[MIB], peak[4096 * MIB - 1]
     return [{"line": "memory", "what": "peak memory, file of 4 GiB", "unit": "KiB", "median": large,
              "beside": "file of 1 MiB", "beside_median": small, "ratio": large / small, "goal": "256 KiB more",
-             "reached": abs(large - small) <= 256, "sizes": table}]
+             "verdict": VERDICTS[abs(large - small) <= 256], "sizes": table}]
 
 
 def measure_libraries(_build):
@@ -169,7 +181,7 @@ def measure_libraries(_build):
         size = os.path.getsize(stripped)
         row = {"line": "size", "what": f"stripped library, {target}", "unit": "KiB", "median": size / 1024}
         if limit:
-            row.update(goal=f"< {limit // 1024} KiB", reached=size < limit)
+            row.update(goal=f"< {limit // 1024} KiB", verdict=VERDICTS[size < limit])
         rows.append(row)
     return rows
 
@@ -178,14 +190,15 @@ def number(value, unit):
     return f"{value:,.0f} {unit}" if value >= 100 or unit == "KiB" else f"{value:,.3g} {unit}"
 
 
-HEADINGS = ["line", "what", "library", "beside", "", "ratio", "to reach", ""]
+HEADINGS = ["line", "what", "library", "beside", "", "ratio", "95 % within", "to reach", ""]
 
 
 def cells(row):
     beside = row.get("beside", "")
     return [row["line"], row["what"], number(row["median"], row["unit"]), beside,
             number(row["beside_median"], row["unit"]) if beside else "", f"{row['ratio']:.3f}" if beside else "",
-            row.get("goal", ""), {True: "reached", False: "NOT REACHED"}.get(row.get("reached"), "")]
+            "{:.2f} to {:.2f}".format(*row["ratio_range"]) if "ratio_range" in row else "",
+            row.get("goal", ""), row.get("verdict", "")]
 
 
 def text_table(rows):
