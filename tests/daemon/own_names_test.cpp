@@ -5,12 +5,13 @@
 #include "daemon/wire.h"
 
 /*
- * A program that brings filters with the library's names, as one does that links what a generator made of the
+ * A program that brings filters and stubs with the library's names, as one does that links what a generator made of the
  * protocol's description: the library's own must not be replaced by them.
  */
 namespace {
 
 int own_filter_calls = 0;
+int own_stub_calls = 0;
 xdrproc_t result_filter = nullptr;
 
 clnt_stat note_filters(CLIENT*, rpcproc_t, xdrproc_t, void*, xdrproc_t results, void*, struct timeval) {
@@ -23,6 +24,11 @@ clnt_stat note_filters(CLIENT*, rpcproc_t, xdrproc_t, void*, xdrproc_t results, 
 extern "C" __attribute__((visibility("default"))) bool_t xdr_tavren_settings_t(XDR*, tavren_settings_t*) {
   ++own_filter_calls;
   return FALSE;
+}
+
+extern "C" __attribute__((visibility("default"))) clnt_stat tavren_rpc_get_state_1(tavren_state_t*, CLIENT*) {
+  ++own_stub_calls;
+  return RPC_FAILED;
 }
 
 TEST(OwnFilters, AreNotUsedInsideTheLibrarysRecords) {
@@ -44,6 +50,18 @@ TEST(OwnFilters, AreNotUsedInTheLibrarysCalls) {
   ASSERT_NE(result_filter, nullptr);
   xdr_free(result_filter, &config);
   EXPECT_EQ(own_filter_calls, 0);
+}
+
+TEST(OwnStubs, AreNotUsedByTheClientApi) {
+  CLIENT::clnt_ops operations{};
+  operations.cl_call = note_filters;
+  operations.cl_geterr = [](CLIENT*, rpc_err*) {};
+  CLIENT client{};
+  client.cl_ops = &operations;
+  tavren_api_handle_t handle{&client, 0};
+  tavren_state_t state{};
+  EXPECT_EQ(tavren_api_get_state(&handle, &state), 0);
+  EXPECT_EQ(own_stub_calls, 0);
 }
 
 }  // namespace
