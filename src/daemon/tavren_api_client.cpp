@@ -1,5 +1,6 @@
 #include <errno.h>
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
@@ -110,8 +111,34 @@ void prepare_socket(CLIENT* client) {
   setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &write_timeout, sizeof write_timeout);
 }
 
+/*
+ * Looks whether the RPC services take a connection, as clnt_create is about to. The RPC library keeps their address,
+ * and when a later connection with it fails, because the services have gone away or no descriptor is left, its
+ * version 1.3.3 frees the address twice, which ends the process. Returns false, with the reason where clnt_create
+ * leaves it, when they do not.
+ */
+bool services_answer() {
+  sockaddr_in services{};
+  services.sin_family = AF_INET;
+  services.sin_port = htons(PMAPPORT);
+  services.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  /* clnt_create has the list of networks open meanwhile. */
+  const int second = fd == -1 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0);
+  const bool answered =
+      second != -1 && ::connect(fd, reinterpret_cast<const sockaddr*>(&services), sizeof services) == 0;
+  if (!answered) {
+    rpc_createerr.cf_stat = RPC_SYSTEMERROR;
+    rpc_createerr.cf_error.re_errno = errno;
+  }
+  if (second != -1) close(second);
+  if (fd != -1) close(fd);
+  return answered;
+}
+
 /* Returns a client of the daemon, NULL when there is no connection. */
 CLIENT* connect(const WithoutSigpipe& guard) {
+  if (!services_answer()) return nullptr;
   CLIENT* client =
       clnt_create(daemon_host, static_cast<rpcprog_t>(tavren_rpc_program_number()), TAVREN_RPC_VERS, daemon_netid);
   guard.discard();

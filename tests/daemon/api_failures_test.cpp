@@ -212,11 +212,46 @@ TEST_F(ApiOpening, OfADaemonThatDiedWithoutAWordFails) {
   EXPECT_EQ(message(handle).find("Cannot connect to archiving daemon: RPC: "), 0U) << message(handle);
 }
 
-TEST_F(ApiOpening, WithoutRpcServicesFailsAtOnce) {
+void stop_rpc_services() {
   ASSERT_EQ(system("pkill -x rpcbind; while pgrep -x rpcbind >/dev/null; do sleep 0.01; done; rm -f /run/rpcbind.sock"),
             0);
+}
+
+TEST_F(ApiOpening, WithoutRpcServicesFailsAtOnce) {
+  stop_rpc_services();
   EXPECT_EQ(tavren_api_open(&handle), TAVREN_API_E_CONNECT);
   EXPECT_EQ(message(handle), "Cannot connect to archiving daemon: RPC: Remote system error - Connection refused");
+}
+
+/* The RPC library by itself ends the process then: it remembers them. */
+TEST_F(ApiOpening, AfterTheRpcServicesHaveGoneFails) {
+  ASSERT_EQ(tavren_api_open(&handle), 0);
+  tavren_api_close(&handle);
+  stop_rpc_services();
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(tavren_api_open(&handle), TAVREN_API_E_CONNECT);
+    EXPECT_EQ(message(handle), "Cannot connect to archiving daemon: RPC: Remote system error - Connection refused");
+  }
+}
+
+/* The same when it has looked up the network and cannot have a socket any more. */
+TEST_F(ApiOpening, WithoutDescriptorsFails) {
+  ASSERT_EQ(tavren_api_open(&handle), 0);
+  tavren_api_close(&handle);
+  std::vector<int> used;
+  for (int fd = dup(STDERR_FILENO); fd != -1; fd = dup(STDERR_FILENO)) used.push_back(fd);
+  int result = TAVREN_API_E_CONNECT;
+  for (size_t left = 0; result != 0 && left < 10; ++left) {
+    result = tavren_api_open(&handle);
+    EXPECT_TRUE(result == 0 || left < 5);
+    if (left < 2) {
+      EXPECT_EQ(message(handle), "Cannot connect to archiving daemon: RPC: Remote system error - Too many open files");
+    }
+    close(used[left]);
+  }
+  EXPECT_EQ(result, 0);
+  tavren_api_close(&handle);
+  for (const int fd : used) close(fd);
 }
 
 TEST_F(ApiOpening, OfAnotherVersionSucceedsAndItsFirstCallFails) {
