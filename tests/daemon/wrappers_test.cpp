@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "daemon/daemon_fixture.h"
 
@@ -59,8 +62,20 @@ TEST_F(Wrapper, WithoutADaemonHasNoConnection) {
 }
 
 TEST_F(Wrapper, WhoseDaemonDiesDuringTheCallFails) {
-  tell("get_state", "die");
-  EXPECT_EQ(tavren_get_state(&state), TAVREN_API_E_RPC);
+  const std::vector<std::pair<std::string, std::function<int()>>> wrappers = {
+      {"get_state", [this] { return tavren_get_state(&state); }},
+      {"get_archive_host", [this] { return tavren_get_archive_host(buffer); }},
+      {"get_archive_directory", [this] { return tavren_get_archive_directory(buffer); }},
+      {"run_task", [] { return tavren_request_to_archive_audit_file(); }},
+      {"audit_file_was_archived", [] { return tavren_audit_file_was_archived("x"); }},
+  };
+  for (const auto& [procedure, wrapper] : wrappers) {
+    tell(procedure, "die");
+    EXPECT_EQ(wrapper(), TAVREN_API_E_RPC) << procedure;
+    wait_for_its_end();
+    start();
+  }
+  EXPECT_STREQ(buffer, "untouched");
 }
 
 TEST_F(Wrapper, ClosesItsConnection) {
