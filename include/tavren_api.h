@@ -125,9 +125,10 @@ typedef struct tavren_api_handle_t {
  * first call after that connects anew. (A daemon that dribbles its answer can hold a call for longer: the RPC library
  * waits for each piece anew.) It returns 0 on success. When it fails it stores TAVREN_API_E_RPC in the handle's error,
  * returns it, and leaves its results untouched; on a handle without a connection the same with TAVREN_API_E_CONNECT. A
- * daemon that has died is such a failure and never a SIGPIPE. Texts and records that a call returns belong to the
- * caller: texts are released with free, records with their *_free_contents. A reply may be as long as the daemon says:
- * memory for it is asked for at once. Arguments must not be NULL but where it is said.
+ * daemon that has died is such a failure and never a SIGPIPE; a signal that is handled while the daemon has yet to take
+ * the rest of a long request can be one, too. Texts and records that a call returns belong to the caller: texts are
+ * released with free, records with their *_free_contents. A reply may be as long as the daemon says: memory for it is
+ * asked for at once. Arguments must not be NULL but where it is said.
  */
 
 /*
@@ -194,7 +195,7 @@ TAVREN_EXPORT int tavren_api_request_to_archive_audit_file(tavren_api_handle_t* 
 
 /*
  * Asks about an audit file. Returns the daemon's answer, which is stored in the handle's error as well when it is
- * negative, or an error as above.
+ * negative, or an error as above; a daemon that answers -1 or -3 cannot be told from one that cannot be asked.
  */
 TAVREN_EXPORT int tavren_api_audit_file_was_archived(tavren_api_handle_t* handle, const char* file_name);
 

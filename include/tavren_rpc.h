@@ -8,7 +8,8 @@
  * RPC_SUCCESS, or why there is no result; RPC_TIMEDOUT after 25 seconds in which nothing came. Pointers in *result must
  * be NULL before the call; what the reply allocates there, also when the call fails, is released with xdr_free and the
  * result's filter. result of a procedure that has none is not used. A NULL string cannot be sent (RPC_CANTENCODEARGS).
- * Nothing here throws.
+ * Nothing here throws. What tavren_api.h adds is not here: a stub whose daemon has died raises SIGPIPE, and a client
+ * that ran out of time is out of step for good.
  */
 #ifndef TAVREN_RPC_H
 #define TAVREN_RPC_H
