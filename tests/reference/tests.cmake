@@ -1,0 +1,21 @@
+# The manual and the reference, which are the same for every target.
+if(TAVREN_SANITIZE OR CMAKE_CROSSCOMPILING)
+  return()
+endif()
+
+add_test(NAME Manual.HasEveryFunction
+  COMMAND ${CMAKE_CURRENT_LIST_DIR}/check-manual ${CMAKE_COMMAND} ${PROJECT_BINARY_DIR} ${CMAKE_INSTALL_MANDIR}
+    ${CMAKE_CURRENT_SOURCE_DIR}/exported_names.txt)
+set_tests_properties(Manual.HasEveryFunction PROPERTIES TIMEOUT 120)
+
+# A function that nothing is said about does not get as far as a page.
+set(silent ${CMAKE_CURRENT_BINARY_DIR}/reference/tavren_silent.h)
+file(CONFIGURE OUTPUT ${silent} CONTENT "/*\n * A family.\n */\n\nTAVREN_EXPORT int tavren_silent(int number);\n")
+add_test(NAME Manual.RefusesAFunctionWithoutAComment
+  COMMAND ${PROJECT_SOURCE_DIR}/docs/man/from-headers pages ${CMAKE_CURRENT_BINARY_DIR}/reference/man3 ${silent})
+set_tests_properties(Manual.RefusesAFunctionWithoutAComment PROPERTIES TIMEOUT 60
+  PASS_REGULAR_EXPRESSION "tavren_silent.h:5: tavren_silent: no comment says what this does")
+
+add_test(NAME Manual.IsWellFormed
+  COMMAND ${CMAKE_CURRENT_LIST_DIR}/lint-manual ${PROJECT_SOURCE_DIR}/docs/man ${PROJECT_BINARY_DIR}/docs/man/man3)
+set_tests_properties(Manual.IsWellFormed PROPERTIES TIMEOUT 60)
