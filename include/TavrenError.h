@@ -57,9 +57,9 @@ class TAVREN_EXPORT TavrenError {
  public:
   /* One line: a code and its arguments. */
   struct TAVREN_EXPORT error_line_t {
-    tavren_error_code_t code = TAVREN_E_NONE;
-    std::string* args = nullptr; /* owned array of num_args strings, none when there are no arguments */
-    int32_t num_args = 0;
+    tavren_error_code_t code = TAVREN_E_NONE; /* or one that only a newer library knows */
+    std::string* args = nullptr;              /* owned array of num_args strings, none when there are no arguments */
+    int32_t num_args = 0;                     /* at most 2, but what was read has what its text says */
 
     error_line_t() = default;
     ~error_line_t();

@@ -46,7 +46,7 @@ class TAVREN_EXPORT TavrenTunables {
     virtual bool value_is_default() const = 0;
 
    protected:
-    const char* name;
+    const char* name; /* not owned */
   };
 
   /*

@@ -50,12 +50,13 @@ typedef struct tavren_settings_t {
 
 /* The daemon's configuration. */
 typedef struct tavren_config_t {
-  tavren_settings_t settings;
+  tavren_settings_t settings;               /* complete when the daemon sent it */
   int32_t space_limit[TAVREN_COMPARTMENTS]; /* megabytes, TAVREN_SPACE_UNLIMITED for none */
 } tavren_config_t;
 
-/* Three words that the daemon fills; the library carries them unchanged. */
+/* What the daemon says of a compartment; the library carries it unchanged. */
 typedef struct tavren_compartment_status_t {
+  /* The daemon gives it its meaning. */
   int32_t word1;
   int32_t word2;
   int32_t word3;
@@ -64,8 +65,8 @@ typedef struct tavren_compartment_status_t {
 /* The daemon's status. */
 typedef struct tavren_status_t {
   int32_t connection_time; /* seconds since the epoch when connection_status was last set, until 2038 */
-  tavren_connection_status_t connection_status;
-  tavren_compartment_status_t compartment_status[TAVREN_COMPARTMENTS];
+  tavren_connection_status_t connection_status;                        /* of the last attempt */
+  tavren_compartment_status_t compartment_status[TAVREN_COMPARTMENTS]; /* by tavren_compartment_t */
 } tavren_status_t;
 
 /* A counted byte buffer; the bytes need not end in NUL. */
@@ -74,7 +75,7 @@ typedef struct tavren_bytes_t {
   struct {
     uint32_t data_len; /* bytes */
     char* data_val;
-  } data;
+  } data; /* owned with the record */
 } tavren_bytes_t;
 
 /*

@@ -10,6 +10,7 @@
 #define TAVREN_EXPORT __attribute__((visibility("default")))
 
 #ifdef __cplusplus
+/* Stand around declarations that both languages share. */
 #define TAVREN_BEGIN_C extern "C" {
 #define TAVREN_END_C }
 #else

@@ -28,6 +28,7 @@
 
 TAVREN_BEGIN_C
 
+/* A session's handle; what is in it is the library's. */
 typedef struct tavren_hp_t tavren_hp_t;
 
 /*

@@ -12,6 +12,7 @@
 
 TAVREN_BEGIN_C
 
+/* What is called when memory runs out. */
 typedef void (*tavren_malloc_handler_t)(void);
 
 /*

@@ -53,19 +53,16 @@ enum {
 /* The arguments of the procedures that have two. */
 typedef struct tavren_rpc_set_config_1_argument {
   tavren_config_t* arg1; /* may be NULL */
-  bool_t arg2;
+  bool_t arg2;           /* the flag */
 } tavren_rpc_set_config_1_argument;
-
 typedef struct tavren_rpc_set_tunable_1_argument {
   char* arg1; /* tunable */
   char* arg2; /* value */
 } tavren_rpc_set_tunable_1_argument;
-
 typedef struct tavren_rpc_set_remote_command_1_argument {
   char* arg1; /* command name */
   char* arg2; /* command text */
 } tavren_rpc_set_remote_command_1_argument;
-
 typedef struct tavren_rpc_set_interval_1_argument {
   char* arg1; /* interval */
   char* arg2; /* value */
@@ -82,13 +79,14 @@ TAVREN_EXPORT bool_t xdr_tavren_settings_t(XDR* xdrs, tavren_settings_t* object)
 TAVREN_EXPORT bool_t xdr_tavren_config_t(XDR* xdrs, tavren_config_t* object);
 TAVREN_EXPORT bool_t xdr_tavren_compartment_status_t(XDR* xdrs, tavren_compartment_status_t* object);
 TAVREN_EXPORT bool_t xdr_tavren_status_t(XDR* xdrs, tavren_status_t* object);
-/* Each byte of the buffer travels as a 4-byte signed integer, not packed. */
-TAVREN_EXPORT bool_t xdr_tavren_bytes_t(XDR* xdrs, tavren_bytes_t* object);
 TAVREN_EXPORT bool_t xdr_tavren_rpc_set_config_1_argument(XDR* xdrs, tavren_rpc_set_config_1_argument* object);
 TAVREN_EXPORT bool_t xdr_tavren_rpc_set_tunable_1_argument(XDR* xdrs, tavren_rpc_set_tunable_1_argument* object);
 TAVREN_EXPORT bool_t xdr_tavren_rpc_set_remote_command_1_argument(XDR* xdrs,
                                                                   tavren_rpc_set_remote_command_1_argument* object);
 TAVREN_EXPORT bool_t xdr_tavren_rpc_set_interval_1_argument(XDR* xdrs, tavren_rpc_set_interval_1_argument* object);
+
+/* A filter, too; each byte of the buffer travels as a 4-byte signed integer, not packed. */
+TAVREN_EXPORT bool_t xdr_tavren_bytes_t(XDR* xdrs, tavren_bytes_t* object);
 
 /* Client stubs; see above. A string result is released with free. */
 TAVREN_EXPORT enum clnt_stat tavren_rpc_null_1(void* result, CLIENT* client);

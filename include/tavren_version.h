@@ -8,6 +8,7 @@
 #ifndef TAVREN_VERSION_H
 #define TAVREN_VERSION_H
 
+/* The parts of the version. */
 #define TAVREN_VERSION_MAJOR 1
 #define TAVREN_VERSION_MINOR 0
 #define TAVREN_VERSION_PATCH 0

@@ -3,6 +3,7 @@ if(TAVREN_SANITIZE OR CMAKE_CROSSCOMPILING)
   return()
 endif()
 
+find_package(Doxygen QUIET)
 add_test(NAME Manual.HasEveryFunction
   COMMAND ${CMAKE_CURRENT_LIST_DIR}/check-manual ${CMAKE_COMMAND} ${PROJECT_BINARY_DIR} ${CMAKE_INSTALL_MANDIR}
     ${CMAKE_CURRENT_SOURCE_DIR}/exported_names.txt)
@@ -12,10 +13,16 @@ set_tests_properties(Manual.HasEveryFunction PROPERTIES TIMEOUT 120)
 set(silent ${CMAKE_CURRENT_BINARY_DIR}/reference/tavren_silent.h)
 file(CONFIGURE OUTPUT ${silent} CONTENT "/*\n * A family.\n */\n\nTAVREN_EXPORT int tavren_silent(int number);\n")
 add_test(NAME Manual.RefusesAFunctionWithoutAComment
-  COMMAND ${PROJECT_SOURCE_DIR}/docs/man/from-headers pages ${CMAKE_CURRENT_BINARY_DIR}/reference/man3 ${silent})
+  COMMAND ${PROJECT_SOURCE_DIR}/docs/from-headers pages ${CMAKE_CURRENT_BINARY_DIR}/reference/man3 ${silent})
 set_tests_properties(Manual.RefusesAFunctionWithoutAComment PROPERTIES TIMEOUT 60
   PASS_REGULAR_EXPRESSION "tavren_silent.h:5: tavren_silent: no comment says what this does")
 
 add_test(NAME Manual.IsWellFormed
   COMMAND ${CMAKE_CURRENT_LIST_DIR}/lint-manual ${PROJECT_SOURCE_DIR}/docs/man ${PROJECT_BINARY_DIR}/docs/man/man3)
 set_tests_properties(Manual.IsWellFormed PROPERTIES TIMEOUT 60)
+
+if(Doxygen_FOUND)
+  add_test(NAME Reference.DoxygenHasNothingToComplainOf
+    COMMAND Doxygen::doxygen ${PROJECT_BINARY_DIR}/docs/Doxyfile WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/reference)
+  set_tests_properties(Reference.DoxygenHasNothingToComplainOf PROPERTIES TIMEOUT 120)
+endif()
