@@ -1,4 +1,8 @@
-# The manual and the reference, which are the same for every target.
+tavren_test(documents_tests reference/documents_test.cpp)
+target_link_libraries(documents_tests PRIVATE tirpc)
+target_compile_definitions(documents_tests PRIVATE DOCUMENTS="${PROJECT_SOURCE_DIR}/docs")
+
+# The manual and the reference are the same for every target.
 if(TAVREN_SANITIZE OR CMAKE_CROSSCOMPILING)
   return()
 endif()

@@ -1,0 +1,142 @@
+#include <gtest/gtest.h>
+#include <tavren.h>
+#include <tavren_rpc.h>
+
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+
+/*
+ * What the documents of formats show is what the library reads and writes.
+ */
+namespace {
+
+/* Returns what stands in a document behind a heading, up to the next one. */
+std::string section(const std::string& document, const std::string& heading) {
+  std::ifstream in(DOCUMENTS "/" + document);
+  std::string line, text;
+  while (std::getline(in, line) && line != heading) {
+  }
+  EXPECT_EQ(line, heading) << document;
+  while (std::getline(in, line) && line[0] != '#') text += line + '\n';
+  return text;
+}
+
+/* Returns the bytes of the lines that hold two hexadecimal digits for each. */
+std::string bytes_in(const std::string& text) {
+  static const std::regex line("    (([0-9a-f]{2} ?)+)");
+  std::string bytes;
+  std::istringstream in(text);
+  for (std::string s; std::getline(in, s);) {
+    std::smatch match;
+    if (!std::regex_match(s, match, line)) continue;
+    std::istringstream digits(match[1]);
+    for (int byte = 0; digits >> std::hex >> byte;) bytes += static_cast<char>(byte);
+  }
+  return bytes;
+}
+
+/* Returns the first two columns of a table, by the first, without quotes and the escaping of the document. */
+std::map<std::string, std::string> rows_in(const std::string& text) {
+  static const std::regex row("^\\| `?([a-z0-9_]+)`? \\| `?(.*?)`? ?\\|( .*)?$");
+  std::map<std::string, std::string> rows;
+  std::istringstream in(text);
+  for (std::string s; std::getline(in, s);) {
+    std::smatch match;
+    if (std::regex_match(s, match, row) && match[1] != "name" && match[1] != "code") rows[match[1]] = match[2];
+  }
+  return rows;
+}
+
+template <class Record>
+std::string encoded(bool_t (*filter)(XDR*, Record*), Record record) {
+  char buffer[1024];
+  XDR stream;
+  xdrmem_create(&stream, buffer, sizeof buffer, XDR_ENCODE);
+  EXPECT_TRUE(filter(&stream, &record));
+  return std::string(buffer, xdr_getpos(&stream));
+}
+
+/* The error of the example. */
+TavrenError example_error() {
+  TavrenError error(TAVREN_E_SSH_START, "h1", "");
+  error.add_line(TAVREN_E_LOGIN_DENIED, "", "");
+  error.time = 1000;
+  return error;
+}
+
+}  // namespace
+
+TEST(Documents, ShowASerialisedErrorAsItIs) {
+  std::ostringstream buffer;
+  buffer << '1' << '\0';
+  example_error().serialize(buffer);
+  EXPECT_EQ(bytes_in(section("serialised-errors.md", "## A buffer of errors")), buffer.str());
+}
+
+TEST(Documents, ShowAPrintedErrorAsItIs) {
+  ASSERT_EQ(setenv("TZ", "UTC", 1), 0);
+  std::ostringstream printed;
+  example_error().print(printed);
+  EXPECT_NE(std::regex_replace(section("serialised-errors.md", "## Printing"), std::regex("\n {4}"), "\n")
+                .find(printed.str()),
+            std::string::npos);
+}
+
+TEST(Documents, HaveTheFormatOfEveryError) {
+  const auto rows = rows_in(section("serialised-errors.md", "## Printing"));
+  for (int code = -1; code < 100; ++code) {
+    const char* format = TavrenError::get_format_string(static_cast<tavren_error_code_t>(code));
+    const auto found = rows.find(std::to_string(code));
+    EXPECT_EQ(found == rows.end() ? "" : found->second, format == nullptr ? "" : format) << code;
+  }
+}
+
+TEST(Documents, ShowAConfigurationAsItTravels) {
+  char host[] = "h", directory[] = "/a", user[] = "u", password[] = "pw", none[] = "";
+  tavren_config_t config = {{host, directory, user, password, none, none}, {100, TAVREN_SPACE_UNLIMITED}};
+  EXPECT_EQ(bytes_in(section("daemon-protocol.md", "### Configuration")),
+            encoded(xdr_tavren_rpc_set_config_1_argument, {&config, TRUE}));
+}
+
+TEST(Documents, ShowAStatusAsItTravels) {
+  EXPECT_EQ(bytes_in(section("daemon-protocol.md", "### Status")),
+            encoded(xdr_tavren_status_t, {1000, TAVREN_CONNECTION_OK, {{1, 2, 3}, {4, 5, -1}}}));
+}
+
+TEST(Documents, ShowBytesAsTheyTravel) {
+  char bytes[] = {0x31, 0, static_cast<char>(0xff)};
+  EXPECT_EQ(bytes_in(section("daemon-protocol.md", "### Bytes")),
+            encoded(xdr_tavren_bytes_t, {0, {sizeof bytes, bytes}}));
+}
+
+TEST(Documents, HaveEveryTunableWithItsDefault) {
+  std::ostringstream table;
+  TavrenTunables::instance().print_tunable_table(table);
+  std::istringstream in(std::regex_replace(table.str(), std::regex("^TUNABLE.*\n-.*\n"), ""));
+  std::map<std::string, std::string> tunables;
+  for (std::string line; std::getline(in, line);) {
+    const size_t blank = line.find(' ');
+    const size_t value = line.find_first_not_of(' ', blank);
+    tunables[line.substr(0, blank)] = value == std::string::npos ? "" : line.substr(value);
+  }
+  EXPECT_EQ(rows_in(section("tunables.md", "## Names and values")), tunables);
+}
+
+TEST(Documents, HaveEveryCommandWithItsText) {
+  TavrenHost::reset_cmd_map();
+  std::ostringstream lines;
+  TavrenHost::print_cmds(lines);
+  std::string expected;
+  for (const auto& [name, text] : rows_in(section("command-texts.md", "## Names and texts"))) {
+    expected += name + '=' + text + " \n";
+  }
+  EXPECT_EQ(expected, lines.str());
+}
+
+TEST(Documents, QuoteAsTheLibraryDoes) {
+  EXPECT_NE(
+      section("framed-commands.md", "## Quoting").find("`it's` becomes `" + TavrenHost::quote_for_shell("it's") + "`"),
+      std::string::npos);
+}
