@@ -311,13 +311,15 @@ void TavrenProcess::disable() {
 
 /*
  * Returns whether the child has ended, without reaping it. A child that has exited but is not reaped still answers
- * signal 0, so waitid is asked as well; a host program that reaps all children leaves nothing for either.
+ * signal 0, so waitid is asked first; in a host program that reaps all children, or that has forked since, only the
+ * signal can tell.
  */
 bool TavrenProcess::child_has_ended() const {
   const pid_t pid = child_pid;
-  if (pid == -1 || !process_exists(pid)) return true;
+  if (pid == -1) return true;
   siginfo_t info{};
-  return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid;
+  if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0) return info.si_pid == pid;
+  return !process_exists(pid);
 }
 
 /*

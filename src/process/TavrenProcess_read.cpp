@@ -114,8 +114,13 @@ bool TavrenProcess::take_line(std::string& line) {
   line.assign(pending_output, 0, end);
   pending_output.erase(0, newline + 1);
 
-  recent_lines.push_back(line);
-  if (recent_lines.size() > recent_lines_limit) recent_lines.pop_front();
+  if (recent_lines.size() < recent_lines_limit) {
+    recent_lines.push_back(line);
+  } else {
+    /* The oldest one's memory serves the newest. */
+    recent_lines.front() = line;
+    recent_lines.splice(recent_lines.end(), recent_lines, recent_lines.begin());
+  }
   return true;
 }
 
