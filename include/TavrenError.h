@@ -1,6 +1,4 @@
-/*
- * What went wrong: numbered error lines under a time stamp, printed for people and serialised for the daemon.
- */
+/* What went wrong: numbered error lines under a time stamp, printed for people and serialised for the daemon. */
 #ifndef TAVREN_ERROR_H
 #define TAVREN_ERROR_H
 
@@ -47,11 +45,11 @@ typedef enum tavren_error_code_t : int32_t {
 } tavren_error_code_t;
 
 /*
- * One failure: a list of lines, the most general statement first, detail after it.
+ * One failure: a list of lines, the most general statement first. It is thrown by value; callers add a more general
+ * first line and throw it on.
  *
- * An error is thrown by value; callers add a more general first line and throw it on. It owns its lines. It takes no
- * lock: one thread uses it at a time. Memory exhaustion throws std::bad_alloc; a line that could not be added is not
- * there, and everything else is as it was.
+ * It owns its lines. It takes no lock: one thread uses it at a time. Memory exhaustion throws std::bad_alloc; a line
+ * that could not be added is not there, and everything else is as it was.
  */
 class TAVREN_EXPORT TavrenError {
  public:
@@ -82,16 +80,10 @@ class TAVREN_EXPORT TavrenError {
   /* Releases the lines. */
   ~TavrenError();
 
-  /*
-   * Copies time and lines. Only for an object that has no lines yet: the old ones would be released but, deliberately,
-   * not taken off the list. Returns the object.
-   */
+  /* Copies time and lines. Only into an object without lines: old ones deliberately stay listed, though released. */
   TavrenError& operator=(const TavrenError& other);
 
-  /*
-   * Releases the lines and, deliberately, leaves the list's entries in place: only for an object that has none or is
-   * about to go.
-   */
+  /* Releases the lines and, deliberately, leaves them listed: only for an object that has none or is about to go. */
   void clear();
 
   /* Adds a line at the end. Empty arguments at the end are dropped; NUL bytes are escaped. */
@@ -131,10 +123,9 @@ class TAVREN_EXPORT TavrenError {
   static const char* get_format_string(tavren_error_code_t code);
 
   /*
-   * Appends to out the errors of a counted buffer, newly allocated and owned by the caller. Throws
-   * std::ios_base::failure when the buffer ends where an item should begin or has no number where one should be, out
-   * then holding the errors before it. A wrong tag or separator, or bytes behind the last error, are a failed
-   * assertion.
+   * Appends to out the errors of a counted buffer, newly allocated, the caller's. A buffer that ends where an item
+   * should begin, or has no number where one should be, is a std::ios_base::failure, out then holding the errors before
+   * it; a wrong tag or separator, or bytes behind the last error, are a failed assertion.
    */
   static void tavren_bytes_to_errors(tavren_bytes_t& bytes, std::list<TavrenError*>& out);
 
@@ -142,10 +133,7 @@ class TAVREN_EXPORT TavrenError {
   std::list<error_line_t*> lines; /* owned */
 };
 
-/*
- * Throws a TavrenError with code TAVREN_E_SYSCALL for the named call; an error of -1 stands for the current errno.
- * Never returns.
- */
+/* Throws a TavrenError with TAVREN_E_SYSCALL for the named call; an error of -1 stands for the current errno. */
 [[noreturn]] TAVREN_EXPORT void tavren_throw_syscall_error(std::string call, int error);
 
 #endif

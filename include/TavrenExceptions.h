@@ -1,6 +1,4 @@
-/*
- * The two exceptions that are not kinds of TavrenError. Both are empty and thrown by value.
- */
+/* The two exceptions that are not kinds of TavrenError. Both are empty and thrown by value. */
 #ifndef TAVREN_EXCEPTIONS_H
 #define TAVREN_EXCEPTIONS_H
 

@@ -1,6 +1,4 @@
-/*
- * One session with one archive host.
- */
+/* One session with one archive host. How it lives: tavren_sessions(7). */
 #ifndef TAVREN_HOST_H
 #define TAVREN_HOST_H
 
@@ -20,19 +18,18 @@
 #include "tavren_constants.h"
 
 /*
- * Logs in to the archive host with the secure shell client, keeps one remote shell open, runs commands in it and
- * sends files and streams through it.
+ * Logs in to the archive host with the secure shell client, keeps one remote shell open, runs commands in it and sends
+ * files and streams through it.
  *
- * Set the settings, enable, open the connection, work, close the connection. The object owns its copy of the settings
- * and its child process, but destroying it deliberately neither stops nor releases a child that still runs: call
- * close_connection first. It does not reconnect, and after a failure it keeps the child until close_connection.
- * open_connection with a host key needs the program's private temporary directory (tavren_setup_tmp_dir).
+ * Set the settings, enable, open the connection, work, close the connection: destroying the object deliberately neither
+ * stops nor releases a child that still runs. It does not reconnect, and keeps a failed child until close_connection. A
+ * host key needs the program's private temporary directory (tavren_setup_tmp_dir).
  *
  * One thread drives a session. Others may call disable, kill_ssh, get_connection_status and clear_connection_status.
  *
- * Failures are TavrenError. TavrenOperationCancelled means that the session was disabled. Sizes are bytes; each step
- * of a command or transfer may take ssh_command_timeout seconds (a tunable) and fails with TAVREN_E_COMMAND_TIMEOUT,
- * but for data that the far side does not take in time: TavrenTimeout.
+ * Failures are TavrenError. TavrenOperationCancelled means that the session was disabled. Sizes are bytes; each step of
+ * a command or transfer may take ssh_command_timeout seconds (a tunable) and fails with TAVREN_E_COMMAND_TIMEOUT, but
+ * for data that the far side does not take in time: TavrenTimeout.
  */
 class TAVREN_EXPORT TavrenHost {
  public:
@@ -42,7 +39,7 @@ class TAVREN_EXPORT TavrenHost {
    */
   TavrenHost(bool configure_shell, bool log_outcomes);
 
-  /* Frees the settings. Neither stops nor deletes the child process. */
+  /* Frees the settings, and nothing else. */
   ~TavrenHost();
 
   TavrenHost(const TavrenHost&) = delete;
@@ -50,13 +47,10 @@ class TAVREN_EXPORT TavrenHost {
 
   /* Settings, life and status */
 
-  /*
-   * Stores a deep copy of a complete record (a NULL string is a failed assertion) in the old one's place. Throws
-   * std::bad_alloc, the session then without settings, when memory runs out.
-   */
+  /* Copies a complete record (a NULL string is a failed assertion). A std::bad_alloc leaves the session without any. */
   void set_settings(const tavren_settings_t& new_settings);
 
-  /* Copies the settings into out, whose old strings are not freed; tavren_settings_free_contents releases them. */
+  /* Copies the settings into out, whose old strings stay; tavren_settings_free_contents releases the new ones. */
   void get_settings(tavren_settings_t& out) const;
 
   /* Allows connections. Settings must be set and the session disabled (failed assertions otherwise). */
@@ -64,14 +58,11 @@ class TAVREN_EXPORT TavrenHost {
 
   /*
    * Forbids connections and cancels the waits of an open one; waits for an open_connection in progress. The session
-   * must be enabled (a failed assertion otherwise). Any thread may call it.
+   * must be enabled (a failed assertion otherwise).
    */
   void disable();
 
-  /*
-   * Logs in and changes to the archive directory; does nothing when connected. Throws TavrenError, its first line
-   * TAVREN_E_SSH_START when the login failed, and TavrenOperationCancelled when the session is disabled.
-   */
+  /* Logs in and goes to the archive directory, unless connected. A failed login begins with TAVREN_E_SSH_START. */
   void open_connection();
 
   /* Stops the child, within about two seconds, and forgets any transfer. Does nothing when not connected. */
@@ -80,10 +71,10 @@ class TAVREN_EXPORT TavrenHost {
   /* Sets the connection status and stamps it with the current time. */
   void set_connection_status(tavren_connection_status_t status);
 
-  /* Sets the connection status and its time to 0. Any thread may call it. */
+  /* Sets the connection status and its time to 0. */
   void clear_connection_status();
 
-  /* Reads the connection status and its time, in seconds since the epoch. Any thread may call it. */
+  /* Reads the connection status and its time, in seconds since the epoch. */
   void get_connection_status(tavren_connection_status_t& status, long& when);
 
   /* Reports an outcome (NULL: success) to the system log, if so constructed; after five failures it keeps silent. */
@@ -92,30 +83,21 @@ class TAVREN_EXPORT TavrenHost {
   /* Warns on the system console, at most once in 900 seconds. host may be NULL. Failures are ignored. */
   void console_error_connection(const char* host);
 
-  /* Sends SIGTERM to the child, which must exist. Takes no lock; any thread may call it. */
+  /* Sends SIGTERM to the child, which must exist. Takes no lock. */
   void kill_ssh();
 
-  /*
-   * Remote commands. The connection must be open and, except for run_line, no transfer may be in progress (failed
-   * assertions otherwise).
-   */
+  /* Remote commands. The connection must be open and, but for run_line, no transfer in progress: failed assertions. */
 
-  /*
-   * Sends a line to the shell and, if output is not NULL, reads one line of output. A transfer in progress would take
-   * the line for its data; the caller sees to it that there is none.
-   */
+  /* Sends a line to the shell, or to a transfer as its data, and, if output is not NULL, reads one line. */
   void run_line(const std::string& command, std::string* output);
 
   /*
-   * Runs command within timeout seconds; status receives its exit status, and its output is appended to lines. Throws
+   * Runs command within timeout seconds; status receives its exit status, lines its output at their end. Throws
    * TAVREN_E_SHELL_STATUS, TAVREN_E_COMMAND_TIMEOUT, TAVREN_E_COMMAND_EXCESSIVE_OUTPUT.
    */
   void run_command(const std::string& command, int& status, std::list<std::string>& lines, int timeout);
 
-  /*
-   * Runs command and throws TAVREN_E_COMMAND_FAILED with up to five lines of its output, which it takes off lines,
-   * unless its exit status is 0.
-   */
+  /* Runs command; TAVREN_E_COMMAND_FAILED unless its status is 0, with up to five lines, which are taken off lines. */
   void run_and_check_ecode(const std::string& command, std::list<std::string>& lines);
 
   /* The same with the output dropped. */
@@ -130,15 +112,12 @@ class TAVREN_EXPORT TavrenHost {
   /* Files and streams. Continuing or ending without a start is a failed assertion. */
 
   /*
-   * Starts sending a file of size bytes to path with the permission bits mode. Throws TAVREN_E_CREATE_REMOTE_FILE,
-   * nothing then being started, when the base name of path holds a newline.
+   * Starts sending a file of size bytes to path with the permission bits mode. Throws TAVREN_E_CREATE_REMOTE_FILE, with
+   * nothing started, when the base name of path holds a newline.
    */
   void start_send_file(const std::string& path, uint32_t size, unsigned int mode);
 
-  /*
-   * Sends the next length bytes. Throws TAVREN_E_INCORRECT_OUTPUT when the far side complains, TavrenTimeout when it
-   * does not take them in time.
-   */
+  /* Sends the next length bytes. Throws TAVREN_E_INCORRECT_OUTPUT when the far side complains, and TavrenTimeout. */
   void continue_send_file(const char* data, unsigned int length);
 
   /* Ends the file and waits for the far side's word that it arrived. */
@@ -146,24 +125,17 @@ class TAVREN_EXPORT TavrenHost {
 
   /*
    * Sends size bytes of the file open at fd, all of it when size is negative (2^32-1 bytes at the most), to path with
-   * the permission bits mode. name stands for the file in errors. Throws TAVREN_E_SYSCALL when it cannot be read or is
-   * shorter, and what the three steps throw.
+   * the permission bits mode. TAVREN_E_SYSCALL with name when it cannot be read or is shorter; throws as the steps do.
    */
   void send_file(int fd, const std::string& name, const std::string& path, int size, unsigned int mode);
 
-  /*
-   * Sends size bytes (not negative, a failed assertion otherwise) of memory to path with the permission bits mode.
-   * Throws what the three steps throw.
-   */
+  /* Sends size bytes (negative: a failed assertion) to path with the permission bits mode. Throws as the steps do. */
   void send_data(const char* data, int size, const std::string& path, unsigned int mode);
 
   /* Starts sending data of unknown length to path. */
   void start_send_stream(const std::string& path);
 
-  /*
-   * Sends the next length bytes. Throws TAVREN_E_INCORRECT_OUTPUT when the far side complains, TavrenTimeout when it
-   * does not take them in time.
-   */
+  /* The same as continue_send_file. */
   void continue_send_stream(const char* data, unsigned int length);
 
   /* Ends the stream and with it the child: close the connection afterwards. */
@@ -183,23 +155,20 @@ class TAVREN_EXPORT TavrenHost {
 
   /* Checks of the archive directory, which the shell of an open connection stands in. */
 
-  /*
-   * Tries what archiving needs: makes a directory "test", sends files there, reads, lists, measures and removes them.
-   * Throws the first failure, the directory then being left behind.
-   */
+  /* Tries what archiving needs in a directory "test" and removes it. Throws the first failure, which leaves it. */
   void test_host();
 
   /*
-   * Claims the archive directory for this chassis with an empty file ".chassis." and the chassis identifier; does
-   * nothing when that is there. Throws TAVREN_E_CHASSIS_CONFLICT when another chassis has claimed the directory, also
-   * at the same time, and TAVREN_E_SYSCALL when the identifier cannot be read.
+   * Claims the archive directory, unless it is ours, by an empty file ".chassis." and the chassis identifier.
+   * TAVREN_E_CHASSIS_CONFLICT when another chassis has claimed it, also at the same time; TAVREN_E_SYSCALL without an
+   * identifier.
    */
   void create_chassis_file();
 
   /*
    * Measures what pattern, which the shell expands, matches, within ssh_du_command_timeout seconds (a tunable), and
-   * sets in sizes the kibibytes of each name; entries that cannot be read are missing or too small. Returns whether
-   * there was any; throws TAVREN_E_COMMAND_FAILED when the host cannot measure at all.
+   * sets the kibibytes of each name; what cannot be read is missing or too small. Returns whether there was any; throws
+   * TAVREN_E_COMMAND_FAILED when the host cannot measure.
    */
   bool get_dir_sizes(const std::string& pattern, std::map<std::string, int>& sizes);
 
@@ -218,8 +187,8 @@ class TAVREN_EXPORT TavrenHost {
   static std::string get_cmd(const std::string& name);
 
   /*
-   * Sets the command text of name, one blank added; "all" with "default" restores the defaults. message receives the
-   * reason when the name is unknown and is otherwise left alone.
+   * Sets the command text of name, one blank added; "all" with "default" restores the defaults. message is written only
+   * for an unknown name.
    */
   static void set_cmd(const std::string& name, const std::string& text, std::string& message);
 

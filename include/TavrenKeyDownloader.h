@@ -1,6 +1,4 @@
-/*
- * Fetching an archive host's public key without prior trust.
- */
+/* Fetching an archive host's public key without prior trust. */
 #ifndef TAVREN_KEY_DOWNLOADER_H
 #define TAVREN_KEY_DOWNLOADER_H
 
@@ -12,18 +10,14 @@
 
 /*
  * Lets the secure shell client meet the host as if for the first time, record its key in a private file, and go no
- * further than the password prompt. It does not log in, and it does not say whether the key is the right one: show its
- * fingerprint (tavren_host_key_fingerprint) to somebody who knows.
+ * further than the password prompt. Whether the key is the right one somebody has to say (tavren_host_key_fingerprint).
  *
- * An object is one attempt. It owns its child and belongs to one thread; all downloads of a program use the same file
- * in its private temporary directory (tavren_setup_tmp_dir), so make one at a time.
+ * An object is one attempt. It owns its child and belongs to one thread; all downloads of a program use one file in its
+ * private temporary directory (tavren_setup_tmp_dir), so make one at a time.
  */
 class TAVREN_EXPORT TavrenKeyDownloader {
  public:
-  /*
-   * Starts the client for host, a name or an address. Throws TavrenError when a system call fails; without a private
-   * temporary directory it is a failed assertion.
-   */
+  /* Starts the client for host, a name or an address. Throws TavrenError; no directory is a failed assertion. */
   explicit TavrenKeyDownloader(const std::string& host);
 
   /* Stops the client. */
@@ -33,10 +27,9 @@ class TAVREN_EXPORT TavrenKeyDownloader {
   TavrenKeyDownloader& operator=(const TavrenKeyDownloader&) = delete;
 
   /*
-   * Fetches the key: type, blank, encoded key. May be called once. Throws TavrenError: what TavrenProcess reports of
-   * the client, such as TAVREN_E_PROGRAM_EXITED with its last lines; TAVREN_E_FILE_OPEN or TAVREN_E_FILE_READ when the
-   * key cannot be read back, TAVREN_E_HOST_KEY_TOO_LARGE for one of TAVREN_HOST_KEY_SIZE characters or more; and
-   * TavrenTimeout when the host does not answer within ssh_connect_timeout seconds (a tunable).
+   * Fetches the key: type, blank, encoded key. Once only. Throws TavrenError: what TavrenProcess reports of the client,
+   * TAVREN_E_FILE_OPEN and TAVREN_E_FILE_READ for a key that cannot be read back, TAVREN_E_HOST_KEY_TOO_LARGE for one
+   * of TAVREN_HOST_KEY_SIZE characters or more; and TavrenTimeout after ssh_connect_timeout seconds (a tunable).
    */
   void download_host_key(std::string& key);
 

@@ -1,6 +1,4 @@
-/*
- * A lock that knows its holder, and the guard that holds it for a scope.
- */
+/* A lock that knows its holder, and the guard that holds it for a scope. */
 #ifndef TAVREN_MUTEX_H
 #define TAVREN_MUTEX_H
 
@@ -12,7 +10,7 @@
 
 /*
  * A plain mutex that ends the process with a failed assertion when a thread locks it twice or unlocks it without
- * holding it. It is not recursive and imposes no order among mutexes. Any thread may use it.
+ * holding it. It is not recursive and imposes no order among mutexes.
  */
 class TAVREN_EXPORT TavrenMutex {
  public:
@@ -25,10 +23,10 @@ class TAVREN_EXPORT TavrenMutex {
   TavrenMutex(const TavrenMutex&) = delete;
   TavrenMutex& operator=(const TavrenMutex&) = delete;
 
-  /* Waits for the mutex and takes it. A holder that calls it again fails an assertion. */
+  /* Waits for the mutex and takes it. */
   void lock();
 
-  /* Gives the mutex back. A thread that does not hold it fails an assertion. */
+  /* Gives the mutex back. */
   void unlock();
 
   /* Returns whether the calling thread holds the mutex. */
@@ -40,9 +38,7 @@ class TAVREN_EXPORT TavrenMutex {
   std::atomic<pthread_t> owner;
 };
 
-/*
- * Holds a mutex from construction to destruction.
- */
+/* Holds a mutex from construction to destruction. */
 class TAVREN_EXPORT TavrenAutoLock {
  public:
   /* Locks mutex, which must outlive the guard. */

@@ -1,6 +1,4 @@
-/*
- * One external program on a pseudo-terminal of its own.
- */
+/* One external program on a pseudo-terminal of its own. */
 #ifndef TAVREN_PROCESS_H
 #define TAVREN_PROCESS_H
 
@@ -14,19 +12,20 @@
 #include "tavren_constants.h"
 
 /*
- * Runs a program as a child whose standard input, output and error are a raw pseudo-terminal, so that it behaves as
- * if a person sat there; writes to it, reads its output as lines with deadlines, and stops it.
+ * Runs a program as a child whose standard input, output and error are a raw pseudo-terminal, as if a person sat there;
+ * writes to it, reads its output as lines with deadlines, and stops it.
  *
  * The object owns its descriptors, all of them close-on-exec, and its child. It collects no exit status, restarts
- * nothing and changes no signal disposition of its host program. It is not copied. One thread uses it at a time;
- * any other may call disable() and send_signal().
+ * nothing and changes no signal disposition. One thread uses it at a time; any other may call disable() and
+ * send_signal().
  *
  * Time-outs are relative, in whole seconds. Deadlines are absolute, in whole seconds of tavren_get_uptime, and may be
- * passed by up to one second; 2147483647 is no deadline. A wait throws TavrenTimeout when its deadline passes and
- * TavrenOperationCancelled after disable(), and loses no output by it. A child whose output has ended, or that a send
- * finds gone, is reported as TAVREN_E_PROGRAM_EXITED with its last lines; more than 102400 bytes taken in by one read
- * operation as TAVREN_E_EXCESSIVE_OUTPUT; a failed system call as TAVREN_E_SYSCALL. Use before the child is started is
- * a failed assertion.
+ * passed by up to one second; 2147483647 is no deadline.
+ *
+ * A wait throws TavrenTimeout when its deadline passes and TavrenOperationCancelled after disable(), and loses no
+ * output. A child whose output has ended, or that a send finds gone, is TAVREN_E_PROGRAM_EXITED with its last lines;
+ * more than 102400 bytes taken in by one read operation are TAVREN_E_EXCESSIVE_OUTPUT; a failed system call is
+ * TAVREN_E_SYSCALL. Use before the child is started is a failed assertion.
  */
 class TAVREN_EXPORT TavrenProcess {
  public:
@@ -43,17 +42,16 @@ class TAVREN_EXPORT TavrenProcess {
   TavrenProcess(const TavrenProcess&) = delete;
   TavrenProcess& operator=(const TavrenProcess&) = delete;
 
-  /* Writes all of data to the child's standard input. Throws as the class says. */
+  /* Writes all of data to the child's standard input. */
   void send(const std::string& data, int timeout);
 
-  /* Writes length bytes to the child's standard input. Throws as the class says. */
+  /* Writes length bytes to the child's standard input. */
   void send_bytes(const char* data, unsigned int length, int timeout);
 
   /*
-   * Delivers an end-of-file once the child has read everything sent before, and leaves the terminal in canonical
-   * mode: nothing can be sent afterwards. Only for an object without a separate standard-input pipe. The child must
-   * wait for input (poll, select) before it reads: a read that blocks already does not see the end. Throws as the
-   * class says; a child that ended before is TAVREN_E_PROGRAM_EXITED.
+   * Delivers an end-of-file once the child has read everything sent before; nothing can be sent afterwards. Only
+   * without a separate standard input. The child must wait for input (poll, select): a read that blocks already does
+   * not see the end.
    */
   void send_eof(int timeout);
 
@@ -66,20 +64,19 @@ class TAVREN_EXPORT TavrenProcess {
   /* Cancels, for good, every present and future wait of this object. Any thread may call it. Throws nothing. */
   void disable();
 
-  /* Returns the next byte of output, 0 to 255. Throws as the class says. */
+  /* Returns the next byte of output, 0 to 255. */
   int read_byte(long deadline);
 
   /*
    * Takes the next line, without its line end, and returns false; or returns true, taking nothing, when the unread
-   * output begins with prefix (carriage returns before it are passed over) and prefix is not empty. Throws as the
-   * class says.
+   * output begins with prefix (carriage returns before it do not count); an empty one is never found.
    */
   bool read_line(std::string& line, long deadline, const std::string& prefix);
 
-  /* Takes lines, appending each to lines, until one contains text, which is appended too. Throws as the class says. */
+  /* Takes lines, appending each to lines, until one contains text, which is appended too. */
   void expect(const std::string& text, std::list<std::string>& lines, long deadline);
 
-  /* Drops lines until the unread output begins with prefix. Throws as the class says. */
+  /* Drops lines until the unread output begins with prefix. */
   void read_until_line_starts_with(const std::string& prefix, long deadline);
 
   /* Returns the last lines taken, oldest first, at most 20. */

@@ -1,6 +1,4 @@
-/*
- * Named settings that an administrator changes at run time.
- */
+/* Named settings that an administrator changes at run time. Names and defaults: tavren_tunables(7). */
 #ifndef TAVREN_TUNABLES_H
 #define TAVREN_TUNABLES_H
 
@@ -15,17 +13,13 @@
 #include "tavren_constants.h"
 
 /*
- * A registry of tunables: looks them up by name, changes them from text and prints them.
- *
- * A process has two, independent of each other: instance(), which the library reads, and tavrend_tunables, which it
- * leaves to the program that loads it. Changes and prints lock the registry; the getters take no lock, so they see a
- * value from just before or just after a change. No tunable has bounds.
+ * A registry of tunables. A process has two, independent of each other: instance(), which the library reads, and
+ * tavrend_tunables, which it leaves to the program that loads it. Any thread may call it: changes and prints lock,
+ * getters do not, so they see a value from just before or just after a change. No tunable has bounds.
  */
 class TAVREN_EXPORT TavrenTunables {
  public:
-  /*
-   * One named setting. It does not lock: the registry does, around every call.
-   */
+  /* One named setting. It does not lock: the registry does, around every call. */
   class TAVREN_EXPORT Tunable {
    public:
     /* Keeps name as a pointer: it must live as long as the tunable. */
@@ -49,9 +43,7 @@ class TAVREN_EXPORT TavrenTunables {
     const char* name; /* not owned */
   };
 
-  /*
-   * A tunable that holds a number, read as tavren_cstring_to_int reads it.
-   */
+  /* A tunable that holds a number, read as tavren_cstring_to_int reads it. */
   class TAVREN_EXPORT IntTunable : public Tunable {
    public:
     /* Starts at default_value and enters itself into registry, which must not outlive it. */
@@ -69,9 +61,7 @@ class TAVREN_EXPORT TavrenTunables {
     int32_t default_value;
   };
 
-  /*
-   * A tunable that holds text. It cannot be set to the word default.
-   */
+  /* A tunable that holds text. It cannot be set to the word default. */
   class TAVREN_EXPORT StringTunable : public Tunable {
    public:
     /* Starts at default_value and enters itself into registry, which must not outlive it. */
@@ -95,15 +85,12 @@ class TAVREN_EXPORT TavrenTunables {
   /* A second registry, for the program that loads the library; the library never reads it. */
   static TavrenTunables tavrend_tunables;
 
-  /*
-   * Sets the tunable name from the text value. error receives the reason of a refusal, after which nothing has
-   * changed; otherwise it keeps what the caller put there.
-   */
+  /* Sets the tunable name from the text value. error is written only by a refusal, after which nothing has changed. */
   void set_tunable(const std::string& name, const std::string& value, std::string& error);
 
   /*
-   * Applies lines of the form name=value, each ended by a newline; refusals are ignored. A line without "=", or
-   * without its newline, ends the work. Threads may see a text applied half-way.
+   * Applies lines of the form name=value, each ended by a newline, one by one; refusals are ignored. A line without
+   * "=", or without its newline, ends the work.
    */
   void set_tunables(const std::string& text);
 

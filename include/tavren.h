@@ -1,6 +1,4 @@
-/*
- * Everything that the library offers: the C functions, and in C++ the classes.
- */
+/* Everything that the library offers: the C functions, and in C++ the classes. */
 #ifndef TAVREN_H
 #define TAVREN_H
 

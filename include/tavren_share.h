@@ -2,9 +2,8 @@
  * Support for command-line programs: archive targets, questions, hidden input, and the program's private temporary
  * directory with its single-instance lock.
  *
- * Messages are translated (text domain "tavren") and written into the caller's buffer of TAVREN_MESSAGE_SIZE bytes;
- * longer text is cut. Nothing here throws. The temporary directory is global to the process: set it up before
- * threads exist. Questions use the standard streams and belong to one thread.
+ * Messages are translated, into the caller's buffer of TAVREN_MESSAGE_SIZE bytes; longer text is cut. Nothing here
+ * throws. The directory is global to the process: set it up before threads exist. Questions belong to one thread.
  */
 #ifndef TAVREN_SHARE_H
 #define TAVREN_SHARE_H
@@ -20,39 +19,36 @@ TAVREN_BEGIN_C
 TAVREN_EXPORT int tavren_parse_target(char* spec, char** user, char** host, char** directory);
 
 /*
- * Splits spec as tavren_parse_target does and checks that the parts are of legal length and cannot be taken for
- * options or expanded by the far shell. Returns 0, message untouched, or -1 with the reason in message.
+ * The same, and checks that the parts are of legal length and cannot be taken for options or expanded by the far shell.
+ * Returns 0, message untouched, or -1 with the reason in message.
  */
 TAVREN_EXPORT int tavren_process_target(char* spec, char** user, char** host, char** directory, char* message);
 
 /*
- * Asks prompt on the standard output until the standard input answers yes, y, no or n in any letter case. A true
- * assume_yes or assume_no answers in the user's place and says so. Returns 1 for yes, 0 for no, -1 at the end of the
- * input.
+ * Asks prompt on the standard output until the standard input answers yes, y, no or n in any letter case; a true
+ * assume_yes or assume_no answers instead, visibly. Returns 1 for yes, 0 for no, -1 at the end of the input.
  */
 TAVREN_EXPORT int tavren_yes_or_no(const char* prompt, int assume_yes, int assume_no);
 
 /*
- * Writes prompt and reads one line from the standard input into buffer (size bytes, NUL included; the rest is
- * zeroed), without its newline; what does not fit is read and dropped. With hide, a terminal does not echo
- * meanwhile; a program that may be interrupted then restores the terminal itself. A terminal whose attributes cannot
- * be read is a failed assertion. The standard input's own buffer may keep a copy of the line. Returns the number of
- * characters that the line had, which is more than size - 1 when it was cut.
+ * Writes prompt and reads a line of standard input into buffer (size bytes, NUL included; the rest is zeroed), without
+ * its newline; what does not fit is dropped. With hide a terminal does not echo meanwhile: a program that may be
+ * interrupted restores it itself, and attributes that cannot be read are a failed assertion. The standard input's own
+ * buffer may keep a copy. Returns the number of characters that the line had, more than size - 1 when it was cut.
  */
 TAVREN_EXPORT int tavren_read_input(const char* prompt, char* buffer, int size, int hide);
 
 /*
- * Makes name's private directory under tavren_get_tmp_root, takes its lock and removes what an earlier run left
- * there. Everybody may write in that directory. The lock lasts until the process ends or tavren_cleanup_tmp_dir is
- * called; once set up, do not set up again before that. Returns 0, message untouched, or -1 with the reason in message,
- * such as another running instance.
+ * Makes name's private directory under tavren_get_tmp_root, open to everybody, takes its lock until the process ends or
+ * tavren_cleanup_tmp_dir is called, and removes what an earlier run left there. Not to be set up twice. Returns 0,
+ * message untouched, or -1 with the reason in message, such as another running instance.
  */
 TAVREN_EXPORT int tavren_setup_tmp_dir(const char* name, char* message);
 
 /* Returns the private directory, which belongs to the library, or NULL before a successful set-up. */
 TAVREN_EXPORT const char* tavren_get_tmp_dir(void);
 
-/* Removes the private directory with its files and releases the lock. Returns nothing; failures are ignored. */
+/* Removes the private directory with its files and releases the lock. Failures are ignored. */
 TAVREN_EXPORT void tavren_cleanup_tmp_dir(void);
 
 TAVREN_END_C

@@ -1,9 +1,5 @@
 /*
- * The test of an archive host with one call, for command-line programs.
- *
- * It tries the whole way that archiving takes, and claims the archive directory for this chassis, so that no other
- * archives into the same place. It needs the program's private temporary directory (tavren_setup_tmp_dir) when a host
- * key is configured, and belongs to one thread.
+ * The test of an archive host with one call, for command-line programs: the whole way that archiving takes.
  */
 #ifndef TAVREN_TEST_HOST_H
 #define TAVREN_TEST_HOST_H
@@ -14,13 +10,13 @@
 TAVREN_BEGIN_C
 
 /*
- * Logs in with a complete settings record (NULL is a failed assertion), writes, reads, lists, measures and removes a
- * directory "test" in the archive directory, and leaves an empty file ".chassis." and the chassis identifier there.
- * *message becomes NULL. The secure shell child is deliberately not stopped: it ends with the process.
+ * Logs in with a complete settings record (NULL is a failed assertion), tries a directory "test" in the archive
+ * directory, and claims that directory for this chassis by an empty file ".chassis." and the chassis identifier. A host
+ * key needs the private temporary directory (tavren_setup_tmp_dir). For one thread.
  *
- * Returns 0. Every failure passes to the caller as a C++ exception, TavrenError (TavrenTimeout or
- * TavrenOperationCancelled in a few places), the session then deliberately being abandoned with its memory: call it
- * from C++, or through a function in C++ that catches.
+ * Returns 0 with *message NULL. Every failure passes to the caller as a C++ exception, TavrenError (TavrenTimeout or
+ * TavrenOperationCancelled in a few places): call it through a function in C++ that catches. The secure shell child is
+ * deliberately not stopped and ends with the process; a failure keeps the session's memory, too.
  */
 TAVREN_EXPORT int tavren_test_host(const tavren_settings_t* settings, char** message);
 

@@ -1,6 +1,4 @@
-/*
- * Small routines on standard strings. Any thread may call them; they throw nothing but std::bad_alloc.
- */
+/* Small routines on standard strings. Any thread may call them; they throw nothing but std::bad_alloc. */
 #ifndef TAVREN_UTIL_H
 #define TAVREN_UTIL_H
 
