@@ -37,7 +37,7 @@ class ConnectionLock : public LoopbackTest {
       disabled = true;
     });
     /* It sleeps nowhere but at the mutex. */
-    while (!disabled && (disabler == 0 || state_of(disabler) != 'S')) std::this_thread::yield();
+    while (!disabled && (disabler == 0 || state_of_thread(disabler) != 'S')) std::this_thread::yield();
     release(go);
     EXPECT_NO_THROW(opening.get());
     disabling.get();

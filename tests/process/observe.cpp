@@ -69,7 +69,7 @@ bool wait_until_exited(pid_t pid) {
 }
 
 bool wait_until_asleep(pid_t tid) {
-  return wait_until([tid] { return state_of(tid) == 'S'; });
+  return wait_until([tid] { return state_of_thread(tid) == 'S'; });
 }
 
 double cpu_seconds() {

@@ -11,14 +11,20 @@
 #include <iterator>
 #include <string>
 
-/* Returns the state letter of a process, or of a thread of this one, as the kernel has it; 0 when there is none. */
-inline char state_of(pid_t id) {
-  std::ifstream in("/proc/" + std::to_string(id) + "/stat");
+/* Returns the state letter in a "stat" file of the kernel's; 0 when there is none. */
+inline char state_in(const std::string& path) {
+  std::ifstream in(path);
   const std::string stat(std::istreambuf_iterator<char>(in), {});
   /* The name stands before the state in parentheses and may hold anything, parentheses and blanks too. */
   const size_t end_of_name = stat.rfind(')');
   return end_of_name == std::string::npos || end_of_name + 2 >= stat.size() ? '\0' : stat[end_of_name + 2];
 }
+
+/* Returns the state letter of a process; 0 when there is none. */
+inline char state_of(pid_t pid) { return state_in("/proc/" + std::to_string(pid) + "/stat"); }
+
+/* Returns that of a thread of this process. An emulator makes up what its own process would read about itself. */
+inline char state_of_thread(pid_t thread) { return state_in("/proc/self/task/" + std::to_string(thread) + "/stat"); }
 
 /* Whether a process is there and has not exited: one that is only to be reaped still answers to signals. */
 inline bool is_alive(pid_t pid) {
@@ -33,7 +39,7 @@ inline bool is_alive(pid_t pid) {
 inline void wait_until_it_stays_asleep(pid_t thread) {
   for (int looks = 0; looks < 20; ++looks) {
     usleep(1000);
-    if (state_of(thread) != 'S') looks = 0;
+    if (state_of_thread(thread) != 'S') looks = 0;
   }
 }
 
