@@ -8,7 +8,7 @@
 #include "daemon/rpc.h"
 
 /*
- * How each record of the daemon's protocol travels.
+ * How each record of the daemon's protocol travels. What is encoded may lie in memory that must not be written.
  */
 namespace {
 
@@ -21,7 +21,7 @@ bool_t xdr_enumeration(XDR* xdrs, Enumeration* object) {
   enum_t value = 0;
   memcpy(&value, object, sizeof value);
   if (xdr_enum(xdrs, &value) == FALSE) return FALSE;
-  memcpy(object, &value, sizeof value);
+  if (xdrs->x_op == XDR_DECODE) memcpy(object, &value, sizeof value);
   return TRUE;
 }
 
@@ -58,7 +58,7 @@ bool_t xdr_object(XDR* xdrs, int* object) { return xdr_int(xdrs, object); }
 bool_t xdr_object(XDR* xdrs, signed char* object) {
   int value = *object;  // NOLINT(bugprone-signed-char-misuse): its sign travels with it
   if (xdr_int(xdrs, &value) == FALSE) return FALSE;
-  *object = static_cast<signed char>(value);
+  if (xdrs->x_op == XDR_DECODE) *object = static_cast<signed char>(value);
   return TRUE;
 }
 

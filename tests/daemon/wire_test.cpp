@@ -205,6 +205,14 @@ TEST(Wire, BytesAreAUnitEach) {
   expect_refused_when_cut(xdr_tavren_bytes_t, bytes);
 }
 
+TEST(Wire, WhatIsEncodedMayBeReadOnly) {
+  static const char data[] = "read";
+  EXPECT_EQ(wire::encoded(xdr_tavren_bytes_t, tavren_bytes_t{0, {1, const_cast<char*>(data)}}),
+            unit(0) + unit(1) + unit('r'));
+  static const tavren_state_t state = TAVREN_STATE_ENABLED;
+  EXPECT_EQ(wire::encoded(xdr_tavren_state_t, state), unit(1));
+}
+
 /* A byte above 127 is a negative number to most daemons, and may be a positive one to some. */
 TEST(Wire, BytesAbove127AreDecodedInEitherForm) {
   tavren_bytes_t decoded{};
