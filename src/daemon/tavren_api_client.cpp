@@ -138,9 +138,9 @@ bool services_answer() {
 
 /* Returns a client of the daemon, NULL when there is no connection. */
 CLIENT* connect(const WithoutSigpipe& guard) {
+  const int program = tavren_rpc_program_number();
   if (!services_answer()) return nullptr;
-  CLIENT* client =
-      clnt_create(daemon_host, static_cast<rpcprog_t>(tavren_rpc_program_number()), TAVREN_RPC_VERS, daemon_netid);
+  CLIENT* client = clnt_create(daemon_host, static_cast<rpcprog_t>(program), TAVREN_RPC_VERS, daemon_netid);
   guard.discard();
   if (client != nullptr) prepare_socket(client);
   return client;

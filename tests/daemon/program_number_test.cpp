@@ -126,6 +126,20 @@ TEST_F(ProgramNumber, StaysTheUsualOneWhenTheHomeComesAfterTheFirstOpening) {
             usual + usual);
 }
 
+TEST_F(ProgramNumber, StaysTheUsualOneAlsoAfterAFirstOpeningWithoutRpcServices) {
+  name_number("100200\n");
+  ASSERT_EQ(system("pkill -x rpcbind; while pgrep -x rpcbind >/dev/null; do sleep 0.01; done"), 0);
+  EXPECT_EQ(fresh([&] {
+              unsetenv("TAVREN_HOME");
+              std::string result = open();
+              EXPECT_EQ(system("rpcbind"), 0);
+              set_home();
+              while (result.empty()) result = open();
+              return result;
+            }),
+            usual);
+}
+
 TEST_F(ProgramNumber, IsStillReadWhenTheHomeGoesAfterTheFirstOpening) {
   name_number("100200\n");
   EXPECT_EQ(fresh([&] {
