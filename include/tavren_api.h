@@ -126,10 +126,11 @@ typedef struct tavren_api_handle_t {
  * first call after that connects anew. (A daemon that dribbles its answer can hold a call for longer: the RPC library
  * waits for each piece anew.) It returns 0 on success. When it fails it stores TAVREN_API_E_RPC in the handle's error,
  * returns it, and leaves its results untouched; on a handle without a connection the same with TAVREN_API_E_CONNECT. A
- * daemon that has died is such a failure and never a SIGPIPE; a signal that is handled while the daemon has yet to take
- * the rest of a long request can be one, too. Texts and records that a call returns belong to the caller: texts are
- * released with free, records with their *_free_contents. A reply may be as long as the daemon says: memory for it is
- * asked for at once. Arguments must not be NULL but where it is said.
+ * daemon that has died is such a failure and never a SIGPIPE; a process that is stopped and continued while the daemon
+ * has yet to take the rest of a long request can see one, too. Signals for the calling thread wait until the call is
+ * over. Texts and records that a call returns belong to the caller: texts are released with free, records with their
+ * *_free_contents. A reply may be as long as the daemon says: memory for it is asked for at once. Arguments must not be
+ * NULL but where it is said.
  */
 
 /*
