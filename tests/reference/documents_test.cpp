@@ -122,6 +122,7 @@ TEST(Documents, HaveEveryTunableWithItsDefault) {
     tunables[line.substr(0, blank)] = value == std::string::npos ? "" : line.substr(value);
   }
   EXPECT_EQ(rows_in(section("tunables.md", "## Names and values")), tunables);
+  EXPECT_EQ(rows_in(section("../README.md", "## Tunables")), tunables);
 }
 
 TEST(Documents, HaveEveryCommandWithItsText) {
