@@ -22,7 +22,7 @@ set_tests_properties(Manual.RefusesAFunctionWithoutAComment PROPERTIES TIMEOUT 6
   PASS_REGULAR_EXPRESSION "tavren_silent.h:5: tavren_silent: no comment says what this does")
 
 add_test(NAME Manual.IsWellFormed
-  COMMAND ${CMAKE_CURRENT_LIST_DIR}/lint-manual ${PROJECT_SOURCE_DIR}/docs/man ${PROJECT_BINARY_DIR}/docs/man/man3)
+  COMMAND ${CMAKE_CURRENT_LIST_DIR}/lint-manual ${PROJECT_SOURCE_DIR}/docs/man ${PROJECT_BINARY_DIR}/docs/man3)
 set_tests_properties(Manual.IsWellFormed PROPERTIES TIMEOUT 60)
 
 if(Doxygen_FOUND)
