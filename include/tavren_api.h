@@ -135,7 +135,8 @@ typedef struct tavren_api_handle_t {
 
 /*
  * Connects the handle with the daemon. Returns 0, or TAVREN_API_E_CONNECT. Another version of the daemon shows at the
- * first call. A machine whose RPC services accept connections and say nothing can hold this for a minute.
+ * first call. A machine whose RPC services accept connections and say nothing can hold this for a minute, one on which
+ * they do not even accept any more for about two.
  */
 TAVREN_EXPORT int tavren_api_open(tavren_api_handle_t* handle);
 

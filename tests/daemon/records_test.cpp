@@ -255,6 +255,8 @@ TEST(Records, HaveTheNumbersOfTheDaemonInterface) {
   EXPECT_EQ(TAVREN_COMPARTMENT_0, 0);
   EXPECT_EQ(TAVREN_COMPARTMENT_1, 1);
   EXPECT_EQ(TAVREN_COMPARTMENTS, 2);
+  EXPECT_EQ(TAVREN_API_E_CONNECT, -1);
+  EXPECT_EQ(TAVREN_API_E_RPC, -3);
 }
 
 TEST(Records, ArePlainStructures) {
@@ -299,6 +301,7 @@ TEST(Records, HoldIntegersOfTheNamedTypes) {
   EXPECT_TRUE((std::is_same_v<decltype(Status::word2), int32_t>));
   EXPECT_TRUE((std::is_same_v<decltype(Status::word3), int32_t>));
   EXPECT_TRUE((std::is_same_v<decltype(tavren_status_t::connection_time), int32_t>));
+  EXPECT_TRUE((std::is_same_v<decltype(tavren_api_handle_t::error), int32_t>));
   EXPECT_TRUE((std::is_same_v<decltype(tavren_bytes_t::code), int32_t>));
   EXPECT_TRUE((std::is_same_v<decltype(tavren_bytes_t::data.data_len), uint32_t>));
   EXPECT_TRUE((std::is_same_v<decltype(tavren_bytes_t::data.data_val), char*>));

@@ -242,6 +242,7 @@ bool_t tavren_rpc_is_tavrend_sleeping_1_svc(int* result, struct svc_req* request
 #define ANSWER_TEXT(procedure)                                                    \
   bool_t tavren_rpc_##procedure##_1_svc(char** result, struct svc_req* request) { \
     (void)request;                                                                \
+    *result = NULL;                                                               \
     return begin(#procedure) && answer_text(#procedure, result);                  \
   }
 ANSWER_TEXT(get_tunables)
@@ -257,6 +258,7 @@ ANSWER_TEXT(get_interval_table)
 #define ANSWER_SETTING(procedure)                                                                          \
   bool_t tavren_rpc_##procedure##_1_svc(char* name, char* value, char** result, struct svc_req* request) { \
     (void)request;                                                                                         \
+    *result = NULL;                                                                                        \
     const bool_t answered = begin(#procedure);                                                             \
     note(name);                                                                                            \
     note(value);                                                                                           \

@@ -162,6 +162,16 @@ TEST_F(InlineStream, GetsNothingBehindAMemberThatFails) {
   begin(XDR_ENCODE);
   EXPECT_FALSE(xdr_tavren_settings_t(&xdrs, &settings));
   EXPECT_EQ(xdr_getpos(&xdrs), 0U);
+
+  tavren_config_t config = {{text_of_it, text_of_it, text_of_it, text_of_it, text_of_it, nullptr}, {1, 2}};
+  begin(XDR_ENCODE);
+  EXPECT_FALSE(xdr_tavren_config_t(&xdrs, &config));
+  EXPECT_EQ(asked, 0);
+
+  tavren_rpc_set_tunable_1_argument argument = {nullptr, text_of_it};
+  begin(XDR_ENCODE);
+  EXPECT_FALSE(xdr_tavren_rpc_set_tunable_1_argument(&xdrs, &argument));
+  EXPECT_EQ(xdr_getpos(&xdrs), 0U);
 }
 
 }  // namespace
