@@ -125,15 +125,17 @@ bool services_answer() {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   /* clnt_create has the list of networks open meanwhile. */
   const int second = fd == -1 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0);
-  const bool answered =
-      second != -1 && ::connect(fd, reinterpret_cast<const sockaddr*>(&services), sizeof services) == 0;
-  if (!answered) {
+  int result = -1;
+  do {
+    if (second != -1) result = ::connect(fd, reinterpret_cast<const sockaddr*>(&services), sizeof services);
+  } while (result == -1 && errno == EINTR);
+  if (result == -1) {
     rpc_createerr.cf_stat = RPC_SYSTEMERROR;
     rpc_createerr.cf_error.re_errno = errno;
   }
   if (second != -1) close(second);
   if (fd != -1) close(fd);
-  return answered;
+  return result == 0;
 }
 
 /* Returns a client of the daemon, NULL when there is no connection. */

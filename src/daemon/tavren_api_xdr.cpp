@@ -101,7 +101,7 @@ bool_t xdr_object(XDR* xdrs, tavren_status_t* object) {
   /* A long in the protocol's terms: four bytes on the wire, whatever its width is here. */
   long connection_time = object->connection_time;
   if (xdr_long(xdrs, &connection_time) == FALSE) return FALSE;
-  object->connection_time = static_cast<int32_t>(connection_time);
+  if (xdrs->x_op == XDR_DECODE) object->connection_time = static_cast<int32_t>(connection_time);
   if (xdr_object(xdrs, &object->connection_status) == FALSE) return FALSE;
   return xdr_vector(xdrs, reinterpret_cast<char*>(object->compartment_status), TAVREN_COMPARTMENTS,
                     sizeof object->compartment_status[0], filter_of<tavren_compartment_status_t>());

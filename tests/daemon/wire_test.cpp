@@ -211,6 +211,8 @@ TEST(Wire, WhatIsEncodedMayBeReadOnly) {
             unit(0) + unit(1) + unit('r'));
   static const tavren_state_t state = TAVREN_STATE_ENABLED;
   EXPECT_EQ(wire::encoded(xdr_tavren_state_t, state), unit(1));
+  static const tavren_status_t status = {5, TAVREN_CONNECTION_OK, {{1, 2, 3}, {4, 5, 6}}};
+  EXPECT_EQ(wire::encoded(xdr_tavren_status_t, status).substr(0, 8), unit(5) + unit(1));
 }
 
 /* A byte above 127 is a negative number to most daemons, and may be a positive one to some. */
