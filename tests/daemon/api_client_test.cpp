@@ -91,6 +91,56 @@ TEST_F(ApiClient, HasItsMessagesInTheCallersBuffer) {
   }
 }
 
+TEST_F(ApiClient, TakesTextsOfAnyLength) {
+  using Read = clnt_stat (*)(char**, CLIENT*);
+  const std::string long_text(20000, 'x');
+  reply = text(long_text);
+  for (const Read read :
+       {tavren_rpc_get_tunables_1, tavren_rpc_get_remote_commands_1, tavren_rpc_get_archive_host_1,
+        tavren_rpc_get_archive_directory_1, tavren_rpc_clear_stored_data_1, tavren_rpc_get_tunable_table_1,
+        tavren_rpc_get_remote_command_table_1, tavren_rpc_get_interval_table_1}) {
+    char* result = nullptr;
+    EXPECT_EQ(read(&result, &client), RPC_SUCCESS);
+    EXPECT_EQ(result, long_text);
+    free(result);
+  }
+}
+
+TEST_F(ApiClient, TakesAStateThatTheEnumerationDoesNotHave) {
+  int state = 0;
+  static_assert(sizeof state == sizeof(tavren_state_t));
+  reply = unit(77);
+  EXPECT_EQ(tavren_api_get_state(&handle, reinterpret_cast<tavren_state_t*>(&state)), 0);
+  EXPECT_EQ(state, 77);
+}
+
+TEST_F(ApiClient, StoresEachNegativeAnswerAboutAnAuditFile) {
+  for (const int answer : {-1, -2, -3, INT32_MIN}) {
+    reply = unit(static_cast<uint32_t>(answer));
+    EXPECT_EQ(tavren_api_audit_file_was_archived(&handle, "file"), answer);
+    EXPECT_EQ(handle.error, answer);
+  }
+}
+
+TEST_F(ApiClient, KeepsItsErrorThroughSuccessAndClosing) {
+  handle.error = TAVREN_API_E_RPC;
+  EXPECT_EQ(tavren_api_set_state(&handle, TAVREN_STATE_ENABLED), 0);
+  EXPECT_EQ(handle.error, TAVREN_API_E_RPC);
+  tavren_api_close(&handle);
+  EXPECT_EQ(handle.error, TAVREN_API_E_RPC);
+  tavren_api_handle_t failed{nullptr, TAVREN_API_E_CONNECT};
+  tavren_api_close(&failed);
+  EXPECT_EQ(failed.error, TAVREN_API_E_CONNECT);
+}
+
+TEST_F(ApiClient, SendsNothingWithTheCallOfNothing) {
+  calls.clear();
+  EXPECT_EQ(tavren_rpc_null_1(nullptr, &client), RPC_SUCCESS);
+  ASSERT_EQ(calls.size(), 1U);
+  EXPECT_EQ(calls[0].procedure, 0U);
+  EXPECT_EQ(calls[0].arguments, "");
+}
+
 /* The requests of api_calls, in its order: the procedure's number and its arguments, which may be none. */
 const std::vector<std::pair<rpcproc_t, std::string>>& requests() {
   static const std::vector<std::pair<rpcproc_t, std::string>> all = {

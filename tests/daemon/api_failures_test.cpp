@@ -138,6 +138,7 @@ TEST_F(ApiFailure, OfADaemonThatDoesNotAnswerIsATimeoutAndTheNextCallWorks) {
     EXPECT_EQ(get_state(), 0) << message(handle);
     EXPECT_EQ(state, TAVREN_STATE_ENABLED);
   }
+  EXPECT_EQ(handle.error, TAVREN_API_E_RPC);
   EXPECT_EQ(count_open_descriptors(), descriptors);
 }
 

@@ -8,6 +8,7 @@
 #include "support/real_function.h"
 #include "support/run_in_child.h"
 #include "support/temporary_directory.h"
+#include "tavren_basic.h"
 #include "tavren_rpc.h"
 
 /*
@@ -102,6 +103,28 @@ TEST_F(ProgramNumber, IsTheUsualOneWithoutAFile) {
 
 TEST_F(ProgramNumber, IsReadFromTheFirst63Characters) {
   EXPECT_EQ(number_of(std::string(58, '0') + "77777777777\n"), "localhost 32767 1 tcp\n");
+}
+
+TEST_F(ProgramNumber, IsReadBelowALongHome) {
+  const std::string deep = home.path(std::string(200, 'd') + "/" + std::string(200, 'e'));
+  std::filesystem::create_directories(deep + "/tavren_tmp");
+  write_file(deep + "/tavren_tmp/tavrend_rpc_num", "100200\n");
+  EXPECT_EQ(fresh([&] {
+              setenv("TAVREN_HOME", deep.c_str(), 1);
+              return open();
+            }),
+            "localhost 100200 1 tcp\n");
+}
+
+TEST_F(ProgramNumber, IsReadInTheTemporaryRootThatTheProcessHas) {
+  name_number("100200\n");
+  EXPECT_EQ(fresh([&] {
+              set_home();
+              tavren_get_tmp_root();
+              setenv("TAVREN_HOME", home.path("elsewhere").c_str(), 1);
+              return open();
+            }),
+            "localhost 100200 1 tcp\n");
 }
 
 TEST_F(ProgramNumber, IsReadAtEachOpening) {

@@ -168,6 +168,11 @@ TEST_F(InlineStream, GetsNothingBehindAMemberThatFails) {
   EXPECT_FALSE(xdr_tavren_config_t(&xdrs, &config));
   EXPECT_EQ(asked, 0);
 
+  tavren_rpc_set_config_1_argument change = {&config, TRUE};
+  begin(XDR_ENCODE);
+  EXPECT_FALSE(xdr_tavren_rpc_set_config_1_argument(&xdrs, &change));
+  EXPECT_EQ(xdr_getpos(&xdrs), 4U + 5U * 8U); /* that there is one, and its strings before the one that is missing */
+
   tavren_rpc_set_tunable_1_argument argument = {nullptr, text_of_it};
   begin(XDR_ENCODE);
   EXPECT_FALSE(xdr_tavren_rpc_set_tunable_1_argument(&xdrs, &argument));
