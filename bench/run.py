@@ -55,6 +55,7 @@ LINES = [
          repetitions=20),
     Line("output", "session_bench", "1,000 lines of 80 bytes", "bare", "bare reader", "us", at_most=1.15,
          repetitions=20),
+    Line("reads", "session_bench", "the same", "bare", "bare reader of 1,024", "us", at_most=1.15, repetitions=20),
     Line("login", "session_bench", "login until the shell answers", "sshpass", "sshpass ssh true", at_most=1.00,
          repetitions=25),
     Line("key", "session_bench", "host key fetched", "ssh-keyscan", "ssh-keyscan", repetitions=15),

@@ -17,7 +17,8 @@ namespace {
 
 constexpr int timeout = 60; /* seconds */
 constexpr int lines = 1000;
-constexpr size_t line_size = 80; /* bytes, with the newline */
+constexpr size_t line_size = 80;           /* bytes, with the newline */
+constexpr size_t library_read_size = 1024; /* bytes that a read of the library takes at the most */
 
 /* Logging in, the end of the session not counted, beside a program that logs in and runs the shortest command. */
 
@@ -66,8 +67,8 @@ void run_library(benchmark::State& state, const std::string& command, size_t exp
   }
 }
 
-void run_bare(benchmark::State& state, const std::string& command) {
-  BareSession session;
+void run_bare(benchmark::State& state, const std::string& command, size_t read_size = 65536) {
+  BareSession session(read_size);
   for (auto _ : state) {
     session.write("echo '** RUNNING " + command + "'; " + command + "\necho '** EXIT CODE: '$?\n");
     session.read_until("** EXIT CODE: 0\n");
@@ -85,6 +86,7 @@ void command_library(benchmark::State& state) { run_library(state, "echo line", 
 void command_bare(benchmark::State& state) { run_bare(state, "echo line"); }
 void output_library(benchmark::State& state) { run_library(state, long_output(), lines); }
 void output_bare(benchmark::State& state) { run_bare(state, long_output()); }
+void output_small_reads(benchmark::State& state) { run_bare(state, long_output(), library_read_size); }
 
 /* Named LINE/SIDE: scripts/bench runs a line at a time. */
 BENCHMARK(login_library)->Name("login/library")->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
@@ -95,6 +97,8 @@ BENCHMARK(command_library)->Name("command/library")->UseRealTime()->Iterations(2
 BENCHMARK(command_bare)->Name("command/bare")->UseRealTime()->Iterations(2000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(output_library)->Name("output/library")->UseRealTime()->Iterations(300)->Unit(benchmark::kMicrosecond);
 BENCHMARK(output_bare)->Name("output/bare")->UseRealTime()->Iterations(300)->Unit(benchmark::kMicrosecond);
+BENCHMARK(output_library)->Name("reads/library")->UseRealTime()->Iterations(300)->Unit(benchmark::kMicrosecond);
+BENCHMARK(output_small_reads)->Name("reads/bare")->UseRealTime()->Iterations(300)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

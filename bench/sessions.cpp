@@ -113,7 +113,7 @@ void run_program(const std::vector<std::string>& words) {
   if (error != 0 || waitpid(pid, &status, 0) != pid || status != 0) throw std::runtime_error(words[0] + " failed");
 }
 
-BareSession::BareSession() : child(-1), master(-1) {
+BareSession::BareSession(size_t read_size) : child(-1), master(-1), buffer(read_size, '\0') {
   const std::vector<char*> argv = pointers_to(client_command());
   char* const no_environment[] = {nullptr};
   child = forkpty(&master, nullptr, nullptr, nullptr);
@@ -153,11 +153,10 @@ void BareSession::write_pieces(const char* data, size_t length, size_t piece) {
 
 /* Returns 0 at the end of the output. */
 size_t BareSession::read_more() {
-  char buffer[65536];
-  const ssize_t n = read(master, buffer, sizeof buffer);
+  const ssize_t n = read(master, buffer.data(), buffer.size());
   if (n == -1 && errno == EIO) return 0;
   if (n == -1) fail("read");
-  unread.append(buffer, static_cast<size_t>(n));
+  unread.append(buffer, 0, static_cast<size_t>(n));
   return static_cast<size_t>(n);
 }
 

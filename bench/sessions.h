@@ -53,8 +53,8 @@ void run_program(const std::vector<std::string>& words);
  */
 class BareSession {
  public:
-  /* Logs in. */
-  BareSession();
+  /* Logs in. No read takes more than so many bytes. */
+  explicit BareSession(size_t read_size = 65536);
   ~BareSession();
   BareSession(const BareSession&) = delete;
   BareSession& operator=(const BareSession&) = delete;
@@ -86,6 +86,7 @@ class BareSession {
 
   pid_t child;
   int master;
+  std::string buffer;
   std::string unread;
 };
 
