@@ -75,7 +75,7 @@ bool_t xdr_object(XDR* xdrs, tavren_connection_status_t* object) { return xdr_en
 bool_t xdr_object(XDR* xdrs, tavren_compartment_t* object) { return xdr_enumeration(xdrs, object); }
 
 bool_t xdr_object(XDR* xdrs, tavren_settings_t* object) {
-  /* A password is wiped before its memory is given back, also that of a record of which only a part came. */
+  /* A password is wiped before its memory is given back, also that of a record that ended behind it. */
   if (xdrs->x_op == XDR_FREE && object->password != nullptr) {
     explicit_bzero(object->password, strlen(object->password));
   }

@@ -139,6 +139,7 @@ TEST_F(ApiClient, SendsNothingWithTheCallOfNothing) {
   ASSERT_EQ(calls.size(), 1U);
   EXPECT_EQ(calls[0].procedure, 0U);
   EXPECT_EQ(calls[0].arguments, "");
+  EXPECT_EQ(calls[0].timeout, "25 s 0 us");
 }
 
 /* The requests of api_calls, in its order: the procedure's number and its arguments, which may be none. */

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "daemon/daemon_fixture.h"
+#include "support/process_state.h"
 
 namespace {
 
@@ -19,6 +20,15 @@ class Wrapper : public DaemonTest {
 
   char buffer[TAVREN_API_TEXT_SIZE] = "untouched";
   tavren_state_t state{};
+
+  /* All of them, each with the procedure that it calls. */
+  const std::vector<std::pair<std::string, std::function<int()>>> wrappers = {
+      {"get_state", [this] { return tavren_get_state(&state); }},
+      {"get_archive_host", [this] { return tavren_get_archive_host(buffer); }},
+      {"get_archive_directory", [this] { return tavren_get_archive_directory(buffer); }},
+      {"run_task", [] { return tavren_request_to_archive_audit_file(); }},
+      {"audit_file_was_archived", [] { return tavren_audit_file_was_archived("x"); }},
+  };
 };
 
 TEST_F(Wrapper, ReadsTheState) {
@@ -62,13 +72,6 @@ TEST_F(Wrapper, WithoutADaemonHasNoConnection) {
 }
 
 TEST_F(Wrapper, WhoseDaemonDiesDuringTheCallFails) {
-  const std::vector<std::pair<std::string, std::function<int()>>> wrappers = {
-      {"get_state", [this] { return tavren_get_state(&state); }},
-      {"get_archive_host", [this] { return tavren_get_archive_host(buffer); }},
-      {"get_archive_directory", [this] { return tavren_get_archive_directory(buffer); }},
-      {"run_task", [] { return tavren_request_to_archive_audit_file(); }},
-      {"audit_file_was_archived", [] { return tavren_audit_file_was_archived("x"); }},
-  };
   for (const auto& [procedure, wrapper] : wrappers) {
     tell(procedure, "die");
     EXPECT_EQ(wrapper(), TAVREN_API_E_RPC) << procedure;
@@ -79,14 +82,17 @@ TEST_F(Wrapper, WhoseDaemonDiesDuringTheCallFails) {
 }
 
 TEST_F(Wrapper, ClosesItsConnection) {
-  const auto count = [] {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator{});
-  };
-  const auto before = count();
-  for (int i = 0; i < 20; ++i) tavren_get_state(&state);
-  tell("get_state", "die");
-  tavren_get_state(&state);
-  EXPECT_EQ(count(), before);
+  answer("audit_file_was_archived", "-7");
+  for (const auto& [procedure, wrapper] : wrappers) {
+    const auto before = count_open_descriptors();
+    for (int i = 0; i < 20; ++i) wrapper();
+    EXPECT_EQ(count_open_descriptors(), before) << procedure;
+    tell(procedure, "die");
+    wrapper();
+    EXPECT_EQ(count_open_descriptors(), before) << procedure << ", failing";
+    wait_for_its_end();
+    start();
+  }
 }
 
 }  // namespace
