@@ -209,7 +209,7 @@ bool_t tavren_rpc_get_errors_1_svc(tavren_bytes_t* result, struct svc_req* reque
   (void)request;
   size_t length;
   const bool_t answered = begin("get_errors");
-  result->code = 0;
+  result->code = 7; /* which nobody reads */
   result->data.data_val = read_file("get_errors", &length);
   result->data.data_len = (u_int)length;
   return answered;
