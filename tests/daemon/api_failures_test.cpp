@@ -123,7 +123,20 @@ TEST_F(ApiFailure, LeavesASigpipeThatAnotherProcessSends) {
   sigaction(SIGPIPE, &previous, nullptr);
 }
 
+volatile sig_atomic_t handled_at = 0; /* seconds of uptime */
+
 /* The library waits for a reply for as long as it must: 25 seconds. */
+TEST_F(ApiFailure, OfADaemonThatDoesNotAnswerHoldsSignalsBackUntilItIsOver) {
+  struct sigaction note {};
+  note.sa_handler = [](int) { handled_at = tavren_get_uptime(); };
+  sigaction(SIGALRM, &note, nullptr);
+  tell("get_state", "silence");
+  const int start = tavren_get_uptime();
+  alarm(1);
+  EXPECT_EQ(get_state(), TAVREN_API_E_RPC);
+  EXPECT_GE(handled_at, start + 24); /* the call's 25 seconds, in whole ones */
+}
+
 TEST_F(ApiFailure, OfADaemonThatDoesNotAnswerIsATimeoutAndTheNextCallWorks) {
   tell("get_state", "silence");
   const auto descriptors = count_open_descriptors();

@@ -1,6 +1,8 @@
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <rpc/rpc.h>
 #include <signal.h>
+#include <sys/socket.h>
 
 #include <string>
 #include <thread>
@@ -15,6 +17,7 @@
 namespace {
 
 thread_local clnt_stat reason = RPC_PROGNOTREGISTERED;
+int interruptions = 0; /* of the next connections */
 
 }  // namespace
 
@@ -25,7 +28,23 @@ STANDS_BEFORE_THE_REAL_ONE CLIENT* clnt_create(const char*, rpcprog_t, rpcvers_t
   return nullptr;
 }
 
+STANDS_BEFORE_THE_REAL_ONE int connect(int fd, const sockaddr* address, socklen_t size) {
+  if (interruptions == 0) return real<int(int, const sockaddr*, socklen_t)>("connect")(fd, address, size);
+  --interruptions;
+  errno = EINTR;
+  return -1;
+}
+
 namespace {
+
+TEST(ApiOpeningInAProcess, GoesOnAfterASignal) {
+  interruptions = 2;
+  tavren_api_handle_t handle{};
+  tavren_api_open(&handle);
+  EXPECT_EQ(interruptions, 0);
+  char message[TAVREN_API_TEXT_SIZE];
+  EXPECT_STREQ(tavren_api_errmsg(&handle, message), "Cannot connect to archiving daemon: RPC: Program not registered");
+}
 
 TEST(ApiOpeningInAProcess, LeavesNoSigpipe) {
   tavren_api_handle_t handle{};
