@@ -111,6 +111,15 @@ void prepare_socket(CLIENT* client) {
   setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &write_timeout, sizeof write_timeout);
 }
 
+/* Connects, whatever signals arrive. Returns whether it worked; errno tells why not. */
+bool connects(int fd, const sockaddr_in& address) {
+  int result = 0;
+  do {
+    result = ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  } while (result == -1 && errno == EINTR);
+  return result == 0;
+}
+
 /*
  * Looks whether the RPC services take a connection, as clnt_create is about to. The RPC library keeps their address,
  * and when a later connection with it fails, because the services have gone away or no descriptor is left, its
@@ -118,24 +127,18 @@ void prepare_socket(CLIENT* client) {
  * leaves it, when they do not.
  */
 bool services_answer() {
-  sockaddr_in services{};
-  services.sin_family = AF_INET;
-  services.sin_port = htons(PMAPPORT);
-  services.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const sockaddr_in services = {AF_INET, htons(PMAPPORT), {htonl(INADDR_LOOPBACK)}, {}};
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   /* clnt_create has the list of networks open meanwhile. */
   const int second = fd == -1 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0);
-  int result = -1;
-  do {
-    if (second != -1) result = ::connect(fd, reinterpret_cast<const sockaddr*>(&services), sizeof services);
-  } while (result == -1 && errno == EINTR);
-  if (result == -1) {
+  const bool answered = second != -1 && connects(fd, services);
+  if (!answered) {
     rpc_createerr.cf_stat = RPC_SYSTEMERROR;
     rpc_createerr.cf_error.re_errno = errno;
   }
   if (second != -1) close(second);
   if (fd != -1) close(fd);
-  return result == 0;
+  return answered;
 }
 
 /* Returns a client of the daemon, NULL when there is no connection. */
