@@ -8,6 +8,7 @@
 #include <string>
 #include <type_traits>
 
+#include "support/complete_settings.h"
 #include "support/real_function.h"
 #include "support/run_in_child.h"
 #include "support/wiped_texts.h"
@@ -32,10 +33,6 @@ using String = char* tavren_settings_t::*;
 constexpr std::array<String, 6> members = {&tavren_settings_t::host,     &tavren_settings_t::dir,
                                            &tavren_settings_t::user,     &tavren_settings_t::password,
                                            &tavren_settings_t::host_key, &tavren_settings_t::fingerprint};
-
-constexpr char missing_string[] =
-    "src->host != NULL && src->dir != NULL && src->user != NULL && src->password != NULL && src->host_key != NULL && "
-    "src->fingerprint != NULL";
 
 /* A complete record with a text of its own in each member; the record points into this object. */
 class CompleteSettings {
@@ -106,7 +103,7 @@ TEST(SettingsCopyWithoutMemory, LeavesNullAndReportsNothing) {
 class MissingString : public testing::TestWithParam<size_t> {};
 
 TEST_P(MissingString, InCopiedSettingsFailsAnAssertion) {
-  expect_assertion("tavren_api", missing_string, [] {
+  expect_assertion("tavren_api", settings_are_complete, [] {
     CompleteSettings settings;
     settings.record.*members[GetParam()] = nullptr;
     tavren_settings_t copy{};
@@ -115,7 +112,7 @@ TEST_P(MissingString, InCopiedSettingsFailsAnAssertion) {
 }
 
 TEST_P(MissingString, InACopiedConfigurationFailsAnAssertion) {
-  expect_assertion("tavren_api", missing_string, [] {
+  expect_assertion("tavren_api", settings_are_complete, [] {
     CompleteSettings settings;
     tavren_config_t config{settings.record, {1, 2}};
     config.settings.*members[GetParam()] = nullptr;

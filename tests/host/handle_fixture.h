@@ -10,9 +10,11 @@
 #include <string>
 
 #include "support/client_dialogue.h"
+#include "support/complete_settings.h"
 #include "support/files.h"
 #include "support/host_session.h"
 #include "support/recorded_system.h"
+#include "support/run_in_child.h"
 #include "support/scripted_client.h"
 #include "tavren_host_util.h"
 
@@ -32,6 +34,12 @@ class HandleTest : public HostTest {
   ~HandleTest() override {
     destroy();
     recorded_system::reset();
+  }
+
+  void expect_failed_assertion_without_a_key_field(tavren_hp_t* (*make)(const tavren_settings_t*, char**)) {
+    tavren_settings_t record = settings.record();
+    record.host_key = nullptr;
+    expect_assertion("tavren_api", settings_are_complete, [&] { make(&record, &message); });
   }
 
   void create() {

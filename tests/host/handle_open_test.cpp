@@ -192,12 +192,7 @@ TEST_F(HandleOpening, WithoutMemoryForAHandleReturnsNullWithoutAMessage) {
 }
 
 TEST_F(HandleOpening, WithoutAKeyFieldIsAFailedAssertionOfTheHandlesMaking) {
-  tavren_settings_t record = settings.record();
-  record.host_key = nullptr;
-  expect_assertion("tavren_api",
-                   "src->host != NULL && src->dir != NULL && src->user != NULL && src->password != NULL && "
-                   "src->host_key != NULL && src->fingerprint != NULL",
-                   [&] { tavren_hp_new(&record, &message); });
+  expect_failed_assertion_without_a_key_field(tavren_hp_new);
 }
 
 class HandleClosing : public HandleOpening {};
