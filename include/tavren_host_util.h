@@ -45,8 +45,8 @@ TAVREN_EXPORT int tavren_hp_open(tavren_hp_t* handle, char** message);
 TAVREN_EXPORT void tavren_hp_close(tavren_hp_t* handle);
 
 /*
- * tavren_hp_new and tavren_hp_open in one, for programs that connect once: a failure deliberately keeps memory, child
- * and descriptors of the attempt. Returns the handle, or NULL with the reason in *message, NULL when memory ran out.
+ * tavren_hp_new and tavren_hp_open in one. New programs use those: a failure of this one deliberately keeps memory,
+ * child and descriptors of the attempt. Returns the handle, or NULL with the reason in *message, NULL without memory.
  */
 TAVREN_EXPORT tavren_hp_t* tavren_hp_create(const tavren_settings_t* settings, char** message);
 
