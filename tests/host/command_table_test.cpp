@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <stdio.h>
-#include <unistd.h>
 
 #include <functional>
 #include <sstream>

@@ -23,7 +23,7 @@ class CommandTime : public LoopbackTest, protected MeasuredTime {
   CommandTime() { open(); }
 
   /* Has the shell fall silent for good. */
-  void silence_shell() { host.run_line(": >silence; exec sleep 100", nullptr); }
+  void silence_shell() { host.run_line(fall_silent, nullptr); }
 
   void start_measuring() { MeasuredTime::start_measuring(directory.path("silence")); }
 

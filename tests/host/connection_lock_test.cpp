@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -32,7 +31,7 @@ class ConnectionLock : public LoopbackTest {
     std::atomic<pid_t> disabler{0};
     std::atomic<bool> disabled{false};
     auto disabling = std::async(std::launch::async, [&] {
-      disabler = static_cast<pid_t>(syscall(SYS_gettid));
+      disabler = gettid();
       host.disable();
       disabled = true;
     });

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <stdio.h>
 
-#include <memory>
 #include <new>
 #include <string>
 #include <vector>
@@ -15,20 +14,11 @@ namespace {
 
 class HandleCreation : public HandleTest {
  protected:
-  /* Makes the next login fail, its child waiting. */
-  void refuse_login() {
-    refusing_client = std::make_unique<ScriptedClient>("echo $$ >$dir/pid\n" + dialogue.up_to_prompt() +
-                                                       "take password\n" + say(dialogue.refusal()) + "exec sleep 100");
-    set_command("ssh", refusing_client->path());
-  }
-
   tavren_hp_t* create_from(const Settings& used) {
     Settings copy = used;
     const tavren_settings_t record = copy.record();
     return tavren_hp_create(&record, &message);
   }
-
-  std::unique_ptr<ScriptedClient> refusing_client;
 };
 
 /* The allocations of a creation, in their order. */

@@ -2,7 +2,6 @@
 #include <signal.h>
 
 #include <new>
-#include <string>
 
 #include "TavrenExceptions.h"
 #include "host/handle_fixture.h"

@@ -5,10 +5,11 @@
 #include <signal.h>
 #include <stdlib.h>
 
-#include <filesystem>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
+#include "host/polling_shell.h"
 #include "support/client_dialogue.h"
 #include "support/complete_settings.h"
 #include "support/files.h"
@@ -23,10 +24,10 @@ struct tavren_hp_t {
   TavrenHost* host;
 };
 
-/* A session behind a handle, with a client that logs in and whose far end sees the end of a stream. */
+/* A session behind a handle, with a client that logs in. */
 class HandleTest : public HostTest {
  protected:
-  HandleTest() : client("become_shell() { exec /usr/bin/socat -t 60 - EXEC:/bin/sh,stderr; }\n" + dialogue.login()) {
+  HandleTest() : client(polling_shell + dialogue.login()) {
     recorded_system::reset();
     settings.dir = directory.path();
     set_command("ssh", client.path());
@@ -58,6 +59,13 @@ class HandleTest : public HostTest {
     handle = nullptr;
   }
 
+  /* Makes the next login fail, its child waiting. */
+  void refuse_login() {
+    refusing_client = std::make_unique<ScriptedClient>("echo $$ >$dir/pid\n" + dialogue.up_to_prompt() +
+                                                       "take password\n" + say(dialogue.refusal()) + "exec sleep 100");
+    set_command("ssh", refusing_client->path());
+  }
+
   /* Ends the child, so that every further request fails. socat can miss a termination, nobody misses this. */
   void break_session() {
     kill(child, SIGKILL);
@@ -76,6 +84,7 @@ class HandleTest : public HostTest {
   ClientDialogue dialogue;
   const TemporaryDirectory directory;
   const ScriptedClient client;
+  std::unique_ptr<ScriptedClient> refusing_client;
   tavren_hp_t* handle = nullptr;
   pid_t child = -1;
   char* message = nullptr;

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
-#include <signal.h>
+#include <sys/wait.h>
 
-#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -31,13 +30,6 @@ class HandleOpening : public HandleTest {
     make_handle();
   }
 
-  /* Makes the next login fail, its child waiting. */
-  void refuse_login() {
-    refusing_client = std::make_unique<ScriptedClient>("echo $$ >$dir/pid\n" + dialogue.up_to_prompt() +
-                                                       "take password\n" + say(dialogue.refusal()) + "exec sleep 100");
-    set_command("ssh", refusing_client->path());
-  }
-
   /* Opens, which must fail. Returns the message. */
   std::string fail_to_open() {
     EXPECT_EQ(tavren_hp_open(handle, &message), -1);
@@ -52,8 +44,6 @@ class HandleOpening : public HandleTest {
 
   /* Whether there is nothing left of a process, not even something to be reaped. */
   static bool is_gone(pid_t pid) { return state_of(pid) == '\0'; }
-
-  std::unique_ptr<ScriptedClient> refusing_client;
 };
 
 TEST_F(HandleOpening, IsNotPartOfMakingTheHandle) {

@@ -2,6 +2,7 @@
 #include <signal.h>
 #include <sys/wait.h>
 
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <thread>

@@ -3,7 +3,6 @@
 #include <sys/wait.h>
 
 #include <future>
-#include <list>
 #include <string>
 #include <thread>
 

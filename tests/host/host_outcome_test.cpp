@@ -153,11 +153,11 @@ TEST_F(HostOutcome, TheSuccessIsLoggedInTheUsersLanguage) {
 
 TEST_F(LoginOutcome, SuccessIsLoggedAlsoWhenTheDirectoryIsMissing) {
   for (int i = 0; i < 5; ++i) fail_to_log_in(logging_host);
-  recorded_system::take_log();
+  take_log();
   set_tunable("loopback_login", "1");
   set_command("cd", "false");
   EXPECT_THROW(logging_host.open_connection(), TavrenError);
-  EXPECT_EQ(recorded_system::take_log(), std::vector<LogEntry>{connected});
+  EXPECT_EQ(take_log(), std::vector<LogEntry>{connected});
 }
 
 TEST_F(LoginOutcome, FiveFailedLoginsAreLoggedTheSixthIsNot) {

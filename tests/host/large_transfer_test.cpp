@@ -1,5 +1,7 @@
+#include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stdint.h>
 #include <unistd.h>
 
 #include <string>

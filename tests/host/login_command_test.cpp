@@ -33,7 +33,7 @@ TEST_F(LoginCommand, HasEightArgumentsWithoutAKey) {
 }
 
 TEST_F(LoginCommand, HasEightArgumentsWithAKey) {
-  settings.host_key = "ssh-ed25519 AAAA";
+  use_key();
   open(dialogue.login_with_key());
   EXPECT_EQ(client->arguments(), client_arguments(private_directory() + "/known_hosts"));
 }
@@ -63,7 +63,7 @@ TEST_F(LoginCommand, WordsOfItsOwnReplaceTheWholeCommandLine) {
 }
 
 TEST_F(LoginCommand, WordsOfItsOwnReplaceTheCommandLineWithAKeyToo) {
-  settings.host_key = "ssh-ed25519 AAAA";
+  use_key();
   play(dialogue.login_with_key());
   set_command("ssh", client->path() + " -v");
   enable();
@@ -118,8 +118,7 @@ TEST_F(LoginCommand, AnswersNothingBeforeTheQuestion) {
 
 TEST_F(LoginCommand, AnswersNothingBeforeThePrompt) {
   open(say(dialogue.introduction() + dialogue.question()) + "take yes\ntimeout --foreground 0.2 cat >$dir/early\n" +
-       say(dialogue.answered() + dialogue.prompt()) + "take password\n" + say(ClientDialogue::shell_started()) +
-       "become_shell\n");
+       say(dialogue.answered() + dialogue.prompt()) + rest);
   EXPECT_EQ(client->taken("early"), "");
 }
 

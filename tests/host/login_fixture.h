@@ -41,6 +41,9 @@ class LoginTest : public HostTest {
     set_command("ssh", client->path());
   }
 
+  /* Makes the host one whose key is known. */
+  void use_key() { settings.host_key = "ssh-ed25519 AAAA"; }
+
   /* Closes the connection and forgets the client, so that another one can be opened. */
   void start_over() {
     host.close_connection();
@@ -56,7 +59,17 @@ class LoginTest : public HostTest {
 
   const std::string failed_to_start = "  - Failed to start secure shell session on archive.example\n";
   const std::string connect_timeout = failed_to_start + "  - Timeout occurred while connecting to archive.example\n";
+  const std::string shell_timeout =
+      failed_to_start + "  - Timeout occurred while waiting for shell to start on archive.example\n";
+  const std::string denied = failed_to_start + "  - Secure shell login failed: permission denied\n";
+  const std::string key_mismatch = failed_to_start +
+                                   "  - Failed to authenticate the remote host (archive.example)\n"
+                                   "  - The public host key setting does not match the remote host's private key\n";
   const std::string client_ended = failed_to_start + "  - Program exited unexpectedly: CLIENT\n";
+
+  /* What follows the prompt in a successful login. */
+  const std::string rest = "take password\n" + say(ClientDialogue::shell_started()) + "become_shell\n";
+
   ClientDialogue dialogue;
   std::unique_ptr<ScriptedClient> client;
 };

@@ -15,8 +15,6 @@ namespace {
 
 class LoginTime : public LoginTest, protected MeasuredTime {
  protected:
-  void use_key() { settings.host_key = "ssh-ed25519 AAAA"; }
-
   /* Connects with a client that runs the lines body, in which fall_silent is the end. Returns the error. */
   std::string error_of(const std::string& body) {
     play(body);
@@ -48,8 +46,6 @@ class LoginTime : public LoginTest, protected MeasuredTime {
   const std::string question = say(dialogue.introduction() + dialogue.question());
   const std::string prompt = say(dialogue.prompt());
   const std::string shell_starts = say(ClientDialogue::shell_started());
-  const std::string shell_timeout =
-      failed_to_start + "  - Timeout occurred while waiting for shell to start on archive.example\n";
 };
 
 }  // namespace

@@ -11,7 +11,7 @@
  */
 namespace {
 
-class Sink : public TransferTest {
+class Sink : public SinkTest {
  protected:
   /* The error of a file of three bytes that is sent to a sink with the lines body. */
   std::string error_of(const std::string& body) {
@@ -27,12 +27,6 @@ class Sink : public TransferTest {
   std::string timeout(const std::string& step) const {
     return "  - Timeout occurred while running remote command: \"" + sink_command("file") + " (" + step + ")\"\n";
   }
-
-  /* Script lines: up to the answer to the header, to the data, and to the "E". */
-  const std::string header = "printf '\\0'; next_line header\n";
-  const std::string data = header + "printf '\\0'; head -c 4 >$dir/data\n";
-  const std::string end = data + "printf '\\0'; next_line end\n";
-  const std::string wait_forever = "exec sleep 100\n";
 };
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "host/polling_shell.h"
 #include "support/client_dialogue.h"
 #include "support/files.h"
 #include "support/host_session.h"
@@ -12,10 +13,7 @@
 #include "support/scripted_client.h"
 #include "support/temporary_directory.h"
 
-/*
- * A session on a terminal whose far end, like the real client, waits for input with poll before it reads: a program
- * that blocks in read on a raw terminal does not see the end of file.
- */
+/* A session on a terminal whose far end sees the end of a stream. */
 class StreamTest : public HostTest {
  protected:
   StreamTest() : client(polling_shell + ClientDialogue().login()) {
@@ -59,7 +57,6 @@ class StreamTest : public HostTest {
     return text;
   }
 
-  const std::string polling_shell = "become_shell() { exec /usr/bin/socat -t 60 - EXEC:/bin/sh,stderr; }\n";
   const TemporaryDirectory directory;
   const ScriptedClient client;
 };

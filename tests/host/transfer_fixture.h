@@ -35,6 +35,16 @@ class TransferTest : public LoopbackTest {
   std::unique_ptr<ScriptedClient> sink;
 };
 
+/* The same with the parts of a script for a sink that takes three bytes. */
+class SinkTest : public TransferTest {
+ protected:
+  /* Script lines: up to the answer to the header, to the data, and to the "E". */
+  const std::string header = "printf '\\0'; next_line header\n";
+  const std::string data = header + "printf '\\0'; head -c 4 >$dir/data\n";
+  const std::string end = data + "printf '\\0'; next_line end\n";
+  const std::string wait_forever = "exec sleep 100\n";
+};
+
 /* Bytes of all values, in no simple order. */
 inline std::string some_bytes(size_t size) {
   std::string bytes(size, '\0');

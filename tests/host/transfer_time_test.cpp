@@ -16,7 +16,7 @@
  */
 namespace {
 
-class TransferTime : public TransferTest, protected MeasuredTime {
+class TransferTime : public SinkTest, protected MeasuredTime {
  protected:
   /* Begins to measure; the sink falls silent at its fall_silent. */
   void start_measuring() { MeasuredTime::start_measuring(sink == nullptr ? "" : sink->path("silence")); }
@@ -54,11 +54,6 @@ class TransferTime : public TransferTest, protected MeasuredTime {
 
   const std::string fall_silent = ": >$dir/silence; exec sleep 100\n";
   const std::string pause = "echo >$dir/pausing; read -r go <$dir/go\n";
-  const std::string wait_forever = "exec sleep 100\n";
-  /* Script lines: up to the answer to the header, to the data, and to the "E". */
-  const std::string header = "printf '\\0'; next_line header\n";
-  const std::string data = header + "printf '\\0'; head -c 4 >$dir/data\n";
-  const std::string end = data + "printf '\\0'; next_line end\n";
   const std::string starting = "(0)\"\n", ending = "(1)\"\n";
 };
 
