@@ -5,6 +5,7 @@
 
 #include <map>
 
+#include "fuzz/disk_usage_model.h"
 #include "fuzz/plain_shell.h"
 
 /*
@@ -46,13 +47,9 @@ class PlainHost : public PlainShell {
     if (status == 127) throw PlainError(14, command, "127").add_all(15, lines);
     bool found = false;
     for (const std::string& line : lines) {
-      const size_t tab = line.find('\t');
-      const std::optional<int> size =
-          tab == std::string::npos ? std::nullopt : number_model::number(line.substr(0, tab));
-      if (!size) continue;
-      const std::string name = line.substr(tab + 1);
-      const bool has_ending = name.size() >= 2 && name.substr(name.size() - 2) == "/.";
-      sizes[has_ending ? name.substr(0, name.size() - 2) : name] = *size;
+      const DiskUsageModel usage(line);
+      if (!usage.kibibytes) continue;
+      sizes[usage.name] = *usage.kibibytes;
       found = true;
     }
     return found;

@@ -37,7 +37,6 @@ struct Child {
   size_t position = 0; /* in it */
   size_t take = 0;     /* of play.takes, the one for the next write */
   std::string heard;
-  size_t bytes_read = 0;
 };
 Child& child = *new Child;
 int64_t clock_ms = -1; /* -1: the real one */
@@ -88,7 +87,6 @@ ssize_t read_from_child(void* buffer, size_t size) {
   const size_t length = std::min(size, piece->bytes.size() - child.position);
   memcpy(buffer, piece->bytes.data() + child.position, length);
   child.position += length;
-  child.bytes_read += length;
   next_piece();
   end_at_its_time();
   return static_cast<ssize_t>(length);
@@ -150,7 +148,6 @@ void begin(const Play& play) {
 }
 
 const std::string& heard() { return child.heard; }
-size_t bytes_read() { return child.bytes_read; }
 int64_t uptime_ms() { return clock_ms; }
 bool is_gone() { return child.state == State::none && child.master_fd == -1; }
 

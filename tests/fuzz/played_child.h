@@ -47,9 +47,6 @@ void begin(const Play& play);
 /* What was written to the child. */
 const std::string& heard();
 
-/* How much of what the child says has been read. */
-size_t bytes_read();
-
 /* The uptime, and the one at which every play begins. */
 int64_t uptime_ms();
 constexpr int64_t first_uptime_ms = 1000000;

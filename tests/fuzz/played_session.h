@@ -21,12 +21,29 @@ struct SessionOutcome {
   bool operator==(const SessionOutcome& other) const {
     return ending == other.ending && words == other.words && results == other.results;
   }
+
+  /* Checks that this is the expected outcome; shows both when not. */
+  void must_be(const SessionOutcome& expected) const {
+    if (!(*this == expected)) {
+      print("outcome");
+      expected.print("expected");
+    }
+    MUST(*this == expected);
+  }
+
+ private:
   void print(const char* title) const {
     fprintf(stderr, "%s: %s\n", title, ending.c_str());
     for (const std::string& text : words) fprintf(stderr, "  %s\n", text.c_str());
     for (const std::string& text : results) fprintf(stderr, "  result: %s\n", text.c_str());
   }
 };
+
+inline void set_tunable(const std::string& name, int value) {
+  std::string refusal;
+  TavrenTunables::instance().set_tunable(name, std::to_string(value), refusal);
+  MUST(refusal.empty());
+}
 
 /* A session whose secure shell client is a played child, beside the plain host, which must come to the same. */
 class PlayedSession {
@@ -35,7 +52,7 @@ class PlayedSession {
 
   PlayedSession(const played_child::Play& play, const PlainHost::Settings& session_settings, int seconds,
                 bool configure_shell)
-      : settings(session_settings), host(configure_shell, false), plain(play, seconds) {
+      : settings(session_settings), host(configure_shell, false), plain(play, seconds), configured(configure_shell) {
     TavrenHost::reset_cmd_map();
     set_tunable("ssh_command_timeout", seconds);
     played_child::begin(play);
@@ -44,7 +61,6 @@ class PlayedSession {
                                 settings.password.data(), settings.host_key.data(), fingerprint.data()};
     host.set_settings(record);
     host.enable();
-    configured = configure_shell;
   }
   PlayedSession(const PlayedSession&) = delete;
   PlayedSession& operator=(const PlayedSession&) = delete;
@@ -75,24 +91,13 @@ class PlayedSession {
   template <class Action, class PlainAction>
   SessionOutcome perform(Action action, PlainAction plain_action) {
     const SessionOutcome outcome = outcome_of(action);
-    const SessionOutcome expected = expected_of(plain_action);
-    if (!(outcome == expected)) {
-      outcome.print("outcome");
-      expected.print("expected");
-    }
-    MUST(outcome == expected);
+    outcome.must_be(expected_of(plain_action));
     MUST(played_child::heard() == plain.its_child().heard());
     MUST(played_child::uptime_ms() == plain.its_child().now_ms());
     return outcome;
   }
 
  private:
-  static void set_tunable(const std::string& name, int value) {
-    std::string refusal;
-    TavrenTunables::instance().set_tunable(name, std::to_string(value), refusal);
-    MUST(refusal.empty());
-  }
-
   template <class Action>
   SessionOutcome outcome_of(Action action) {
     SessionOutcome outcome;
@@ -131,7 +136,7 @@ class PlayedSession {
   PlainHost::Settings settings;
   TavrenHost host;
   PlainHost plain;
-  bool configured = false;
+  const bool configured;
 };
 
 /* A host to log in to without a known key. */

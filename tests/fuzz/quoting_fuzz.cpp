@@ -1,6 +1,5 @@
 /* Texts quoted for the shell: a real one, kept open beside the target, must read of each what went in. */
 #include <errno.h>
-#include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <unistd.h>

@@ -3,7 +3,6 @@
  */
 #include <stdio.h>
 
-#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -34,10 +33,10 @@ void replay(const std::string& path) {
 int main(int argc, char** argv) {
   std::set<std::string> paths;
   for (int i = 1; i < argc; ++i) {
-    if (!std::filesystem::is_directory(argv[i]))
-      paths.insert(argv[i]);
-    else {
+    if (std::filesystem::is_directory(argv[i])) {
       for (const auto& entry : std::filesystem::directory_iterator(argv[i])) paths.insert(entry.path());
+    } else {
+      paths.insert(argv[i]);
     }
   }
   if (paths.empty()) {

@@ -1,6 +1,5 @@
 /* Targets of the form user@host:directory, against a plain model. */
 #include <memory>
-#include <vector>
 
 #include "fuzz/fuzz.h"
 #include "tavren_share.h"

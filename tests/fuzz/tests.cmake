@@ -28,8 +28,7 @@ function(fuzz_target name)
   set_tests_properties(Fuzz.${name}_ReplaysItsCorpus PROPERTIES TIMEOUT 120 ENVIRONMENT "${test_environment}")
 endfunction()
 
-foreach(name command_table disk_usage error_buffer error_object fields numbers quoting target
-  tunables_text)
+foreach(name command_table disk_usage error_buffer error_object fields numbers quoting target tunables_text)
   fuzz_target(${name})
 endforeach()
 
