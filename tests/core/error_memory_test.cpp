@@ -1,44 +1,12 @@
-/*
- * What an error allocates is counted here by an operator new and an operator delete that stand before the C++
- * library's, for the shared library too.
- */
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-#include <atomic>
 #include <new>
 #include <sstream>
 #include <string>
 
 #include "core/counted_errors.h"
 #include "core/error_lines.h"
-
-namespace {
-
-std::atomic<int> blocks{0}; /* allocated and not released */
-
-void* allocate(size_t size) {
-  void* const block = malloc(size == 0 ? 1 : size);
-  if (block == nullptr) throw std::bad_alloc();
-  ++blocks;
-  return block;
-}
-
-void release(void* block) {
-  if (block != nullptr) --blocks;
-  free(block);
-}
-
-}  // namespace
-
-#define FOR_EVERYBODY __attribute__((visibility("default")))
-
-FOR_EVERYBODY void* operator new(size_t size) { return allocate(size); }
-FOR_EVERYBODY void* operator new[](size_t size) { return allocate(size); }
-FOR_EVERYBODY void operator delete(void* block) noexcept { release(block); }
-FOR_EVERYBODY void operator delete[](void* block) noexcept { release(block); }
-FOR_EVERYBODY void operator delete(void* block, size_t) noexcept { release(block); }
-FOR_EVERYBODY void operator delete[](void* block, size_t) noexcept { release(block); }
+#include "support/failing_memory.h"
 
 namespace {
 
@@ -51,10 +19,10 @@ class ErrorMemory : public testing::Test {
 
   static void add_line(TavrenError& error) { error.add_line(TAVREN_E_FILE_OPEN, long_text, long_text); }
 
-  int added() const { return blocks - at_start; }
+  int added() const { return failing_memory::blocks() - at_start; }
 
  private:
-  const int at_start = blocks;
+  const int at_start = failing_memory::blocks();
 };
 
 /* The object is never destroyed after clear, because its entries dangle then; its own storage is this array. */
@@ -77,8 +45,6 @@ class ClearedErrorMemory : public ErrorMemory {
   TavrenError& error;
 };
 
-}  // namespace
-
 TEST_F(ErrorMemory, OfALineIsItsEntryItsRecordItsArgumentsAndTheirTexts) {
   TavrenError error;
   const int without_lines = added();
@@ -97,7 +63,6 @@ TEST_F(ErrorMemory, IsReleasedWithTheObject) {
   EXPECT_EQ(added(), 0);
 }
 
-/* The entries stay, everything behind them goes. */
 TEST_F(ClearedErrorMemory, IsReleasedButForTheListsEntries) {
   const int before = added();
   error.clear();
@@ -147,3 +112,5 @@ TEST_F(ErrorMemory, OfCountedErrorsIsThatOfTheListsAlone) {
   }
   EXPECT_EQ(added(), 0);
 }
+
+}  // namespace

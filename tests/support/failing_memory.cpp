@@ -13,6 +13,7 @@ thread_local int allocations_unwatched = 0; /* until one is watched, that one in
 thread_local void (*called)() = nullptr;
 std::atomic<const void*> watched{nullptr};
 std::atomic<bool> released{false};
+std::atomic<int> unreleased{0};
 
 void call_function() {
   void (*const function)() = called;
@@ -30,13 +31,21 @@ void* allocate(size_t size) {
   return object;
 }
 
+void* new_object(size_t size) {
+  void* const object = allocate(size);
+  if (object != nullptr) ++unreleased;
+  return object;
+}
+
 void release(void* object) {
-  if (object != nullptr && object == watched) released = true;
+  if (object == nullptr) return;
+  --unreleased;
+  if (object == watched) released = true;
   free(object);
 }
 
-void* allocate_or_throw(size_t size) {
-  void* const object = allocate(size);
+void* new_object_or_throw(size_t size) {
+  void* const object = new_object(size);
   if (object == nullptr) throw std::bad_alloc();
   return object;
 }
@@ -63,6 +72,8 @@ bool is_watching() { return watched != nullptr; }
 
 bool was_released() { return released; }
 
+int blocks() { return unreleased; }
+
 void at_each_allocation(void (*function)()) { called = function; }
 
 }  // namespace failing_memory
@@ -76,10 +87,10 @@ extern "C" FOR_EVERYBODY char* strdup(const char* text) noexcept {
   return copy == nullptr ? nullptr : static_cast<char*>(memcpy(copy, text, size));
 }
 
-FOR_EVERYBODY void* operator new(size_t size) { return allocate_or_throw(size); }
-FOR_EVERYBODY void* operator new[](size_t size) { return allocate_or_throw(size); }
-FOR_EVERYBODY void* operator new(size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
-FOR_EVERYBODY void* operator new[](size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
+FOR_EVERYBODY void* operator new(size_t size) { return new_object_or_throw(size); }
+FOR_EVERYBODY void* operator new[](size_t size) { return new_object_or_throw(size); }
+FOR_EVERYBODY void* operator new(size_t size, const std::nothrow_t&) noexcept { return new_object(size); }
+FOR_EVERYBODY void* operator new[](size_t size, const std::nothrow_t&) noexcept { return new_object(size); }
 FOR_EVERYBODY void operator delete(void* object) noexcept { release(object); }
 FOR_EVERYBODY void operator delete[](void* object) noexcept { release(object); }
 FOR_EVERYBODY void operator delete(void* object, size_t) noexcept { release(object); }

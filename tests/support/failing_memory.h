@@ -28,6 +28,9 @@ bool is_watching();
 /* Returns whether the watched object was released. */
 bool was_released();
 
+/* Returns how many blocks operator new has given that operator delete has not released. */
+int blocks();
+
 /* Has this thread call function at each allocation, but for those of the function itself; NULL: no more. */
 void at_each_allocation(void (*function)());
 
