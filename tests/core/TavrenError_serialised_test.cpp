@@ -63,10 +63,7 @@ TEST(ErrorReadBack, PrintsLikeItsOriginal) {
   TavrenError error(TAVREN_E_SSH_START, "h1", "");
   error.add_line(TAVREN_E_SYSCALL, "open", "13");
   std::istringstream in(serialised(error));
-  std::ostringstream original, copy;
-  error.print(original);
-  TavrenError(in).print(copy);
-  EXPECT_EQ(copy.str(), original.str());
+  EXPECT_EQ(printed(TavrenError(in)), printed(error));
 }
 
 TEST(ErrorReadBack, SerialisesToTheSameBytes) {

@@ -124,9 +124,7 @@ TEST(PrintedError, BeginsWithItsLocalTime) {
   const TimeZone zone("EAST-2");
   TavrenError error(TAVREN_E_FILE_OPEN, "/a/b", "2");
   error.time = 1000;
-  std::ostringstream text;
-  error.print(text);
-  EXPECT_EQ(text.str(),
+  EXPECT_EQ(printed(error),
             "1970/01/01 02:16:40\n"
             "  - Failed to open file /a/b, ecode=2\n");
 }
@@ -147,9 +145,7 @@ TEST(PrintedError, ShowsAYearOfFiveDigitsWhole) {
   const TimeZone zone("UTC0");
   TavrenError error;
   error.time = static_cast<time_t>(INT64_C(253402300800));
-  std::ostringstream text;
-  error.print(text);
-  EXPECT_EQ(text.str(), "10000/01/01 00:00:00\n");
+  EXPECT_EQ(printed(error), "10000/01/01 00:00:00\n");
 }
 #endif
 
@@ -157,9 +153,7 @@ TEST(PrintedError, WithoutLinesIsItsTimeAlone) {
   const TimeZone zone("UTC0");
   TavrenError error;
   error.time = 1;
-  std::ostringstream text;
-  error.print(text);
-  EXPECT_EQ(text.str(), "1970/01/01 00:00:01\n");
+  EXPECT_EQ(printed(error), "1970/01/01 00:00:01\n");
 }
 
 }  // namespace

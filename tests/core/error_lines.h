@@ -33,6 +33,12 @@ inline std::string body_of(const TavrenError& error) {
   return text.str();
 }
 
+inline std::string printed(const TavrenError& error) {
+  std::ostringstream text;
+  error.print(text);
+  return text.str();
+}
+
 inline std::string serialised(const TavrenError& error) {
   std::ostringstream text;
   error.serialize(text);

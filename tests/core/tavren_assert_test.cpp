@@ -4,10 +4,10 @@
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <string>
 
+#include "core/buffered_streams.h"
 #include "support/run_in_child.h"
 
 /* The program's name and the abort information are never reset, so everything that sets them runs in a child. */
@@ -129,10 +129,7 @@ TEST(Abort, ShowsAMessageOf159BytesWhole) {
 
 TEST(Abort, FlushesTheBufferedStreamsFirst) {
   const Outcome outcome = run_in_child([] {
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-    setvbuf(stderr, nullptr, _IOFBF, BUFSIZ);
-    fputs("to standard output,", stdout);
-    fputs("to standard error,", stderr);
+    leave_texts_in_the_buffers();
     _tavren_abort("message");
   });
   EXPECT_EQ(outcome.err, "to standard output,to standard error,\n (:0)\nmessage\n");
@@ -140,10 +137,7 @@ TEST(Abort, FlushesTheBufferedStreamsFirst) {
 
 TEST(Abort, ShowsItsDiagnosticWhenTheBufferedStreamsAreUnusable) {
   const Outcome outcome = run_in_child([] {
-    stdout = fopen("/dev/full", "w");
-    stderr = fopen("/dev/full", "w");
-    fputs("cannot be written", stdout);
-    fputs("cannot be written", stderr);
+    make_streams_unusable();
     _tavren_abort("message");
   });
   EXPECT_EQ(outcome.err, "\n (:0)\nmessage\n");

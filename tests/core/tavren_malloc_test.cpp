@@ -3,11 +3,10 @@
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
-#include <unistd.h>
 
 #include <new>
 
+#include "core/buffered_streams.h"
 #include "support/files.h"
 #include "support/run_in_child.h"
 #include "tavren_assert.h"
@@ -79,21 +78,10 @@ TEST(BasicMallocHandler, WithAbortSuppressedExitsWithStatusZero) {
 
 TEST(BasicMallocHandler, FlushesTheBufferedStreamsFirst) {
   const Outcome outcome = run_in_child([] {
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-    setvbuf(stderr, nullptr, _IOFBF, BUFSIZ);
-    fputs("to standard output,", stdout);
-    fputs("to standard error,", stderr);
+    leave_texts_in_the_buffers();
     tavren_basic_malloc_handler();
   });
   EXPECT_EQ(outcome.err, "to standard output,to standard error," + std::string(fatal_error));
-}
-
-/* Leaves the calling process without buffered streams that can be written. */
-void make_streams_unusable() {
-  stdout = fopen("/dev/full", "w");
-  stderr = fopen("/dev/full", "w");
-  fputs("cannot be written", stdout);
-  fputs("cannot be written", stderr);
 }
 
 TEST(BasicMallocHandler, ShowsItsTextWhenTheBufferedStreamsAreUnusable) {
@@ -138,10 +126,7 @@ TEST(AllocationCheck, CutsItsReportTo79Bytes) {
 
 TEST(AllocationCheck, FlushesTheBufferedStreamsFirst) {
   const Outcome outcome = run_in_child([] {
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-    setvbuf(stderr, nullptr, _IOFBF, BUFSIZ);
-    fputs("to standard output,", stdout);
-    fputs("to standard error,", stderr);
+    leave_texts_in_the_buffers();
     _tavren_check_alloc("source", 12);
   });
   EXPECT_EQ(outcome.err, "to standard output,to standard error,Memory allocation failed: source, line 12\n" +

@@ -34,9 +34,9 @@ class TunablesTest : public testing::Test {
   void set(const std::string& name, const std::string& value) { EXPECT_EQ(refusal(name, value), ""); }
 
   /* Returns what print_tunables writes. */
-  std::string changed(TavrenTunables& registry = TavrenTunables::instance()) {
+  std::string changed() {
     std::ostringstream text;
-    registry.print_tunables(text);
+    tunables.print_tunables(text);
     return text.str();
   }
 
