@@ -8,9 +8,8 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <filesystem>
+#include <functional>
 #include <string>
-#include <utility>
 
 #include "support/files.h"
 #include "support/real_function.h"
@@ -18,6 +17,7 @@
 #include "support/temporary_directory.h"
 #include "tavren_basic.h"
 #include "tavren_share.h"
+#include "util/private_directory.h"
 
 namespace {
 
@@ -31,8 +31,8 @@ const timespec* shown = nullptr;
 int lock_command = -1;
 off_t lock_size = -1;
 
-/* Called before a directory is removed, unless it is NULL; set in children only. */
-void (*at_rmdir)() = nullptr;
+/* Called before a directory is removed; set in children only. */
+std::function<void()> at_rmdir = [] {};
 
 bool fails(const char* name) { return strcmp(failing, name) == 0; }
 
@@ -59,7 +59,7 @@ STANDS_BEFORE_THE_REAL_ONE int mkdir(const char* path, mode_t mode) noexcept {
 }
 
 STANDS_BEFORE_THE_REAL_ONE int rmdir(const char* path) noexcept {
-  if (at_rmdir != nullptr) at_rmdir();
+  at_rmdir();
   return real<int(const char*)>("rmdir")(path);
 }
 
@@ -129,41 +129,31 @@ TEST(FailingClose, IsAFailureOfTheLineFromAFile) {
   EXPECT_TRUE(outcome.exited_with(3)) << outcome.wait_status;
 }
 
-class FailingLock : public testing::Test {
+class FailingLock : public PrivateDirectory {
  protected:
-  /* Sets the private directory up without a lock and returns what show returns then. */
-  std::string after_set_up(const std::function<std::string(const char*)>& show) {
-    return run_in_child([&] {
-             setenv("TAVREN_HOME", home.path().c_str(), 1);
-             failing = "lockf";
-             char message[TAVREN_MESSAGE_SIZE] = "";
-             if (tavren_setup_tmp_dir("prog", message) == -1) fputs(show(message).c_str(), stdout);
-           })
-        .out;
+  /* Returns what show returns in an instance that has not got its lock. */
+  std::string after_set_up(const std::function<std::string()>& show) const {
+    return in_instance([&] {
+      failing = "lockf";
+      return set_up() == success ? "locked" : show();
+    });
   }
-
-  TemporaryDirectory home;
-  std::string lock = home.path("tavren_tmp/prog.libtavren/.lock");
 };
 
 TEST_F(FailingLock, RefusesThePrivateDirectoryWithTheReason) {
-  EXPECT_EQ(after_set_up([](const char* message) { return message; }), "Failed to lock " + lock + ", errno=37.");
+  EXPECT_EQ(in_instance([] {
+              failing = "lockf";
+              return set_up();
+            }),
+            "-1 Failed to lock " + lock + ", errno=37.");
 }
 
 TEST_F(FailingLock, LeavesNoDescriptorBehind) {
-  EXPECT_EQ(after_set_up([&](const char*) {
-              size_t left = 0;
-              for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-                std::error_code closed_meanwhile;
-                left += std::filesystem::read_symlink(entry.path(), closed_meanwhile) == lock ? 1U : 0U;
-              }
-              return std::to_string(left);
-            }),
-            "0");
+  EXPECT_EQ(after_set_up([this] { return std::to_string(descriptors_of(lock).size()); }), "0");
 }
 
 TEST_F(FailingLock, LeavesTheDirectoryUnnamed) {
-  EXPECT_EQ(after_set_up([](const char*) { return tavren_get_tmp_dir() == nullptr ? "NULL" : "not NULL"; }), "NULL");
+  EXPECT_EQ(after_set_up([] { return tavren_get_tmp_dir() == nullptr ? "NULL" : "not NULL"; }), "NULL");
 }
 
 /* Set is set, and the machine's own root directory stays as it is. */
@@ -176,34 +166,28 @@ TEST(TemporaryRoot, OfAnEmptyHomeIsBelowTheRootDirectory) {
   EXPECT_EQ(outcome.out, "/tavren_tmp");
 }
 
-class Lock : public FailingLock {};
+class Lock : public PrivateDirectory {};
 
 TEST_F(Lock, IsOnTheWholeFileAndNotWaitedFor) {
-  const Outcome outcome = run_in_child([&] {
-    setenv("TAVREN_HOME", home.path().c_str(), 1);
-    char message[TAVREN_MESSAGE_SIZE] = "";
-    tavren_setup_tmp_dir("prog", message);
-    _exit(lock_command == F_TLOCK && lock_size == 0 ? 3 : 4);
-  });
-  EXPECT_TRUE(outcome.exited_with(3)) << outcome.wait_status;
+  EXPECT_EQ(in_instance([] {
+              set_up();
+              return std::to_string(lock_command) + " " + std::to_string(lock_size);
+            }),
+            std::to_string(F_TLOCK) + " 0");
 }
 
 /* Otherwise a new instance could take the directory and have its files removed. */
 TEST_F(Lock, IsHeldUntilTheDirectoryIsGone) {
-  const Outcome outcome = run_in_child([&] {
-    setenv("TAVREN_HOME", home.path().c_str(), 1);
-    char message[TAVREN_MESSAGE_SIZE] = "";
-    tavren_setup_tmp_dir("prog", message);
-    at_rmdir = [] {
-      for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code closed_meanwhile;
-        const std::string target = std::filesystem::read_symlink(entry.path(), closed_meanwhile);
-        if (target.find("/.lock") != std::string::npos) fputs("held", stdout);
-      }
-    };
-    tavren_cleanup_tmp_dir();
-  });
-  EXPECT_EQ(outcome.out, "held");
+  EXPECT_EQ(in_instance([this] {
+              set_up();
+              std::string locks = "no directory was removed";
+              at_rmdir = [&] {
+                locks = std::to_string(descriptors_of(lock).size() + descriptors_of(lock + " (deleted)").size());
+              };
+              tavren_cleanup_tmp_dir();
+              return locks;
+            }),
+            "1");
 }
 
 }  // namespace
