@@ -49,6 +49,12 @@ class DaemonTest : public testing::Test {
     server = -1;
   }
 
+  /* Ends the daemon and takes it from the register of the RPC services. */
+  void unregister() {
+    stop(SIGKILL);
+    ASSERT_EQ(system("rpcinfo -d 100171 1"), 0);
+  }
+
   /* Waits until a daemon that was told to die has done so. */
   void wait_for_its_end() {
     waitpid(server, nullptr, 0);

@@ -2,11 +2,12 @@
 #include <limits.h>
 #include <netinet/in.h>
 #include <rpc/pmap_clnt.h>
-#include <string.h>
+#include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <functional>
 #include <random>
 #include <stdexcept>
@@ -20,6 +21,14 @@ using wire::text;
 using wire::unit;
 
 namespace {
+
+/* The same random bytes each time. */
+std::string noise(size_t size) {
+  std::mt19937 random(1);
+  std::string bytes(size, '\0');
+  for (char& byte : bytes) byte = static_cast<char>(random());
+  return bytes;
+}
 
 /* A daemon that writes bytes of its own in the place of replies: one connection, one reply to each request. */
 class OddReply : public testing::Test {
@@ -71,8 +80,15 @@ class OddReply : public testing::Test {
     return unit(static_cast<uint32_t>(bytes.size()) | 0x80000000U) + bytes;
   }
 
-  /* Asks for a table, which must fail, say so everywhere and leave its result alone. Returns the RPC library's reason.
-   */
+  /* Asks for a table, which must be the text "table". */
+  void get_the_table() {
+    char* table = nullptr;
+    EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), 0);
+    EXPECT_STREQ(table, "table");
+    free(table);
+  }
+
+  /* Does so, which must fail, say so everywhere and leave its result alone. Returns the RPC library's reason. */
   std::string fail_to_get_a_table() {
     char unset = 0;
     char* table = &unset;
@@ -105,10 +121,7 @@ class OddReply : public testing::Test {
 
 TEST_F(OddReply, ThatIsInOrderIsTaken) {
   serve([](const std::string& xid) { return reply(xid, text("table")); });
-  char* table = nullptr;
-  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), 0);
-  EXPECT_STREQ(table, "table");
-  free(table);
+  get_the_table();
 }
 
 TEST_F(OddReply, ThatIsCutIsAFailure) {
@@ -141,28 +154,13 @@ TEST_F(OddReply, ThatNeverComesBecauseTheRequestIsNotReadIsAFailure) {
 }
 
 TEST_F(OddReply, WithoutASoundHeaderIsPassedOver) {
-  std::mt19937 random(1);
-  serve([&](const std::string& xid) {
-    std::string noise(400, '\0');
-    for (char& byte : noise) byte = static_cast<char>(random());
-    return unit(400U | 0x80000000U) + noise + reply(xid, text("table"));
-  });
-  char* table = nullptr;
-  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), 0);
-  EXPECT_STREQ(table, "table");
-  free(table);
+  serve([](const std::string& xid) { return unit(400U | 0x80000000U) + noise(400) + reply(xid, text("table")); });
+  get_the_table();
 }
 
 /* The random bytes are the record's length, too. */
 TEST_F(OddReply, OfNothingButNoiseIsAFailure) {
-  std::mt19937 random(1);
-  serve(
-      [&](const std::string&) {
-        std::string noise(4096, '\0');
-        for (char& byte : noise) byte = static_cast<char>(random());
-        return noise;
-      },
-      1);
+  serve([](const std::string&) { return noise(4096); }, 1);
   fail_to_get_a_table();
 }
 
@@ -197,29 +195,20 @@ TEST_F(OddReply, IsFollowedByTheNextOne) {
   serve([&requests](const std::string& xid) {
     return ++requests == 1 ? reply(xid, unit(0x7FFFFFFF) + "abcd") : reply(xid, text("table"));
   });
-  char* table = nullptr;
-  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), TAVREN_API_E_RPC);
-  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), 0);
-  EXPECT_STREQ(table, "table");
-  free(table);
+  fail_to_get_a_table();
+  get_the_table();
 }
 
 TEST_F(OddReply, ToAnotherRequestIsPassedOver) {
   serve([](const std::string& xid) { return reply("oooo", text("other")) + reply(xid, text("table")); });
-  char* table = nullptr;
-  EXPECT_EQ(tavren_api_get_tunable_table(&handle, &table), 0);
-  EXPECT_STREQ(table, "table");
-  free(table);
+  get_the_table();
 }
 
 /* Noise behind a sound beginning, so that it comes to the decoders. */
 class RandomReply : public OddReply, public testing::WithParamInterface<Named<ApiCall>> {};
 
 TEST_P(RandomReply, IsAResultOrAFailureAndNoMore) {
-  std::mt19937 random(1);
-  std::string noise(4096, '\0');
-  for (char& byte : noise) byte = static_cast<char>(random());
-  serve([&](const std::string& xid) { return reply(xid, noise); }, 1);
+  serve([](const std::string& xid) { return reply(xid, noise(4096)); }, 1);
   alignas(16) unsigned char result[512] = {};
   const int first = GetParam().value.make(&handle, result);
   EXPECT_EQ(handle.error, first < 0 ? first : 0);

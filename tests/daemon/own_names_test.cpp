@@ -1,8 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "daemon/wire.h"
+#include "support/real_function.h"
 
 /*
  * A program that brings filters and stubs with the library's names, as one does that links what a generator made of the
@@ -21,15 +20,17 @@ clnt_stat note_filters(CLIENT*, rpcproc_t, xdrproc_t, void*, xdrproc_t results, 
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) bool_t xdr_tavren_settings_t(XDR*, tavren_settings_t*) {
+STANDS_BEFORE_THE_REAL_ONE bool_t xdr_tavren_settings_t(XDR*, tavren_settings_t*) {
   ++own_filter_calls;
   return FALSE;
 }
 
-extern "C" __attribute__((visibility("default"))) clnt_stat tavren_rpc_get_state_1(tavren_state_t*, CLIENT*) {
+STANDS_BEFORE_THE_REAL_ONE clnt_stat tavren_rpc_get_state_1(tavren_state_t*, CLIENT*) {
   ++own_stub_calls;
   return RPC_FAILED;
 }
+
+namespace {
 
 TEST(OwnFilters, AreNotUsedInsideTheLibrarysRecords) {
   char text[] = "x";
@@ -37,8 +38,6 @@ TEST(OwnFilters, AreNotUsedInsideTheLibrarysRecords) {
   EXPECT_EQ(wire::encoded(xdr_tavren_config_t, config).size(), 6U * 8U + 8U);
   EXPECT_EQ(own_filter_calls, 0);
 }
-
-namespace {
 
 TEST(OwnFilters, AreNotUsedInTheLibrarysCalls) {
   CLIENT::clnt_ops operations{};

@@ -1,20 +1,14 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <array>
 #include <string>
 
+#include "daemon/settings_strings.h"
 #include "support/memory_limit.h"
 #include "support/run_in_child.h"
 #include "tavren_api.h"
 
 namespace {
-
-using String = char* tavren_settings_t::*;
-
-constexpr std::array<String, 6> members = {&tavren_settings_t::host,     &tavren_settings_t::dir,
-                                           &tavren_settings_t::user,     &tavren_settings_t::password,
-                                           &tavren_settings_t::host_key, &tavren_settings_t::fingerprint};
 
 /* One of the strings is so long that memory does not hold many copies of it. */
 class LongString : public testing::TestWithParam<size_t> {
@@ -25,7 +19,7 @@ class LongString : public testing::TestWithParam<size_t> {
       std::string text(large_size / 8, 'x');
       char empty[] = "";
       tavren_settings_t settings{empty, empty, empty, empty, empty, empty};
-      settings.*members[GetParam()] = text.data();
+      settings.*settings_strings[GetParam()] = text.data();
       limit_memory(rlim_t{4} * large_size);
       for (int i = 0; i < 100; ++i) {
         if (!copy_and_free(settings)) _exit(4);
@@ -35,13 +29,11 @@ class LongString : public testing::TestWithParam<size_t> {
   }
 };
 
-}  // namespace
-
 TEST_P(LongString, OfSettingsIsReleasedWithThem) {
   const Outcome outcome = outcome_of([](const tavren_settings_t& settings) {
     tavren_settings_t copy{};
     tavren_settings_copy(&settings, &copy);
-    const bool worked = copy.*members[GetParam()] != nullptr;
+    const bool worked = copy.*settings_strings[GetParam()] != nullptr;
     tavren_settings_free_contents(&copy);
     return worked;
   });
@@ -53,7 +45,7 @@ TEST_P(LongString, OfAConfigurationIsReleasedWithIt) {
     const tavren_config_t config{settings, {1, 2}};
     tavren_config_t copy{};
     tavren_config_copy(&config, &copy);
-    const bool worked = copy.settings.*members[GetParam()] != nullptr;
+    const bool worked = copy.settings.*settings_strings[GetParam()] != nullptr;
     tavren_config_free_contents(&copy);
     return worked;
   });
@@ -61,3 +53,5 @@ TEST_P(LongString, OfAConfigurationIsReleasedWithIt) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, LongString, testing::Range<size_t>(0, 6));
+
+}  // namespace

@@ -8,6 +8,7 @@
 #include <string>
 #include <type_traits>
 
+#include "daemon/settings_strings.h"
 #include "support/complete_settings.h"
 #include "support/real_function.h"
 #include "support/run_in_child.h"
@@ -27,18 +28,11 @@ STANDS_BEFORE_THE_REAL_ONE char* strdup(const char* text) noexcept {
 
 namespace {
 
-using String = char* tavren_settings_t::*;
-
-/* The six strings in their order in memory and on the wire. */
-constexpr std::array<String, 6> members = {&tavren_settings_t::host,     &tavren_settings_t::dir,
-                                           &tavren_settings_t::user,     &tavren_settings_t::password,
-                                           &tavren_settings_t::host_key, &tavren_settings_t::fingerprint};
-
 /* A complete record with a text of its own in each member; the record points into this object. */
 class CompleteSettings {
  public:
   CompleteSettings() {
-    for (size_t i = 0; i < members.size(); ++i) record.*members[i] = texts[i].data();
+    for (size_t i = 0; i < settings_strings.size(); ++i) record.*settings_strings[i] = texts[i].data();
   }
   CompleteSettings(const CompleteSettings&) = delete;
   CompleteSettings& operator=(const CompleteSettings&) = delete;
@@ -59,26 +53,26 @@ class SettingsCopy : public testing::Test {
 
 TEST_F(SettingsCopy, HoldsAllSixStrings) {
   tavren_settings_copy(&original.record, &copy);
-  for (const String member : members) EXPECT_STREQ(copy.*member, original.record.*member);
+  for (const String member : settings_strings) EXPECT_STREQ(copy.*member, original.record.*member);
 }
 
 TEST_F(SettingsCopy, SharesNoStringWithItsOriginal) {
   tavren_settings_copy(&original.record, &copy);
-  for (const String member : members) EXPECT_NE(copy.*member, original.record.*member);
+  for (const String member : settings_strings) EXPECT_NE(copy.*member, original.record.*member);
 }
 
 TEST_F(SettingsCopy, TakesEmptyStrings) {
   char empty[] = "";
-  for (const String member : members) original.record.*member = empty;
+  for (const String member : settings_strings) original.record.*member = empty;
   tavren_settings_copy(&original.record, &copy);
-  for (const String member : members) EXPECT_STREQ(copy.*member, "");
+  for (const String member : settings_strings) EXPECT_STREQ(copy.*member, "");
 }
 
 TEST_F(SettingsCopy, OverwritesThePreviousPointersWithoutFreeingThem) {
   CompleteSettings previous;
   copy = previous.record;
   tavren_settings_copy(&original.record, &copy);
-  for (const String member : members) {
+  for (const String member : settings_strings) {
     EXPECT_NE(copy.*member, previous.record.*member);
     EXPECT_STREQ(previous.record.*member, original.record.*member);
     EXPECT_STREQ(copy.*member, original.record.*member);
@@ -91,7 +85,7 @@ TEST(SettingsCopyWithoutMemory, LeavesNullAndReportsNothing) {
     tavren_settings_t copy = original.record;
     memory_is_out = true;
     tavren_settings_copy(&original.record, &copy);
-    for (const String member : members) {
+    for (const String member : settings_strings) {
       if (copy.*member != nullptr) _exit(4);
     }
     _exit(3);
@@ -105,7 +99,7 @@ class MissingString : public testing::TestWithParam<size_t> {};
 TEST_P(MissingString, InCopiedSettingsFailsAnAssertion) {
   expect_assertion("tavren_api", settings_are_complete, [] {
     CompleteSettings settings;
-    settings.record.*members[GetParam()] = nullptr;
+    settings.record.*settings_strings[GetParam()] = nullptr;
     tavren_settings_t copy{};
     tavren_settings_copy(&settings.record, &copy);
   });
@@ -115,7 +109,7 @@ TEST_P(MissingString, InACopiedConfigurationFailsAnAssertion) {
   expect_assertion("tavren_api", settings_are_complete, [] {
     CompleteSettings settings;
     tavren_config_t config{settings.record, {1, 2}};
-    config.settings.*members[GetParam()] = nullptr;
+    config.settings.*settings_strings[GetParam()] = nullptr;
     tavren_config_t copy{};
     tavren_config_copy(&config, &copy);
   });
@@ -133,13 +127,13 @@ class FreedSettings : public testing::Test {
 
 TEST_F(FreedSettings, AreEmpty) {
   tavren_settings_free_contents(&settings);
-  for (const String member : members) EXPECT_EQ(settings.*member, nullptr);
+  for (const String member : settings_strings) EXPECT_EQ(settings.*member, nullptr);
 }
 
 TEST_F(FreedSettings, MayBeFreedAgain) {
   tavren_settings_free_contents(&settings);
   tavren_settings_free_contents(&settings);
-  for (const String member : members) EXPECT_EQ(settings.*member, nullptr);
+  for (const String member : settings_strings) EXPECT_EQ(settings.*member, nullptr);
 }
 
 TEST_F(FreedSettings, MayBeFilledAgain) {
@@ -161,7 +155,7 @@ TEST_F(FreedSettings, MayHaveBeenIncomplete) {
   free(settings.fingerprint);
   settings.fingerprint = nullptr;
   tavren_settings_free_contents(&settings);
-  for (const String member : members) EXPECT_EQ(settings.*member, nullptr);
+  for (const String member : settings_strings) EXPECT_EQ(settings.*member, nullptr);
 }
 
 TEST(EqualSettings, HaveEqualStringsInDifferentPlaces) {
@@ -188,7 +182,7 @@ TEST(EqualSettings, MayBothLackEverything) {
 class ComparedString : public testing::TestWithParam<size_t> {
  protected:
   CompleteSettings a, b;
-  String member = members[GetParam()];
+  String member = settings_strings[GetParam()];
 };
 
 TEST_P(ComparedString, MakesADifferenceWhenItDiffers) {
@@ -225,7 +219,7 @@ TEST(ConfigCopy, HoldsTheSettingsAndBothLimits) {
   const tavren_config_t config{settings.record, {-1, 2147483647}};
   tavren_config_t copy{};
   tavren_config_copy(&config, &copy);
-  for (const String member : members) EXPECT_STREQ(copy.settings.*member, settings.record.*member);
+  for (const String member : settings_strings) EXPECT_STREQ(copy.settings.*member, settings.record.*member);
   EXPECT_NE(copy.settings.host, settings.record.host);
   EXPECT_EQ(copy.space_limit[TAVREN_COMPARTMENT_0], -1);
   EXPECT_EQ(copy.space_limit[TAVREN_COMPARTMENT_1], 2147483647);
@@ -238,7 +232,7 @@ TEST(FreedConfig, IsEmptyButForItsLimits) {
   tavren_config_t copy{};
   tavren_config_copy(&config, &copy);
   tavren_config_free_contents(&copy);
-  for (const String member : members) EXPECT_EQ(copy.settings.*member, nullptr);
+  for (const String member : settings_strings) EXPECT_EQ(copy.settings.*member, nullptr);
   EXPECT_EQ(copy.space_limit[0], 5);
   EXPECT_EQ(copy.space_limit[1], -1);
 }
@@ -270,7 +264,7 @@ TEST(Records, HoldTheSettingsStringsInTheirOrder) {
   const CompleteSettings settings;
   const char* strings[6];
   memcpy(strings, &settings.record, sizeof strings);
-  for (size_t i = 0; i < members.size(); ++i) EXPECT_EQ(strings[i], settings.record.*members[i]);
+  for (size_t i = 0; i < settings_strings.size(); ++i) EXPECT_EQ(strings[i], settings.record.*settings_strings[i]);
 }
 
 TEST(Records, Hold32BitIntegersInTheirOrder) {

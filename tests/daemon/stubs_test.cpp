@@ -25,8 +25,7 @@ TEST_F(Stub, ReturnsTheReasonOfAReplyThatDoesNotCome) {
 }
 
 TEST_F(Stub, ReturnsTheReasonOfADaemonThatSpeaksAnotherVersion) {
-  stop(SIGKILL);
-  ASSERT_EQ(system("rpcinfo -d 100171 1"), 0);
+  unregister();
   start("100171", "2");
   tavren_api_close(&handle);
   ASSERT_EQ(tavren_api_open(&handle), 0);

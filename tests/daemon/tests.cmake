@@ -36,12 +36,8 @@ function(daemon_test name)
   add_dependencies(${name} daemon_server)
 endfunction()
 
-# The RPC library keeps a few bytes of each connection. To tell them from what the library under test should have
-# released, the address sanitizer needs whole call stacks.
-string(APPEND test_environment :fast_unwind_on_malloc=0)
-
-daemon_test(api_tests daemon/api_reading_test.cpp daemon/api_requests_test.cpp daemon/api_failures_test.cpp
-  daemon/loading_test.cpp daemon/stubs_test.cpp daemon/wrappers_test.cpp TIMEOUT 180)
+daemon_test(api_tests daemon/api_opening_test.cpp daemon/api_reading_test.cpp daemon/api_requests_test.cpp
+  daemon/api_failures_test.cpp daemon/loading_test.cpp daemon/stubs_test.cpp daemon/wrappers_test.cpp TIMEOUT 180)
 daemon_test(program_number_tests daemon/program_number_test.cpp)
 daemon_test(usual_number_tests daemon/usual_number_test.cpp)
 daemon_test(api_process_tests daemon/api_process_state_test.cpp)

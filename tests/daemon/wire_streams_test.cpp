@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <string.h>
 
 #include <string>
 
@@ -113,8 +112,6 @@ TEST(WireStreams, CarryTwoMebibytesOfErrors) {
 /* A stream in memory that counts who asks for a place in its own buffer. */
 class InlineStream : public testing::Test {
  protected:
-  explicit InlineStream(std::string content = std::string(1000, '\0')) : bytes(std::move(content)) {}
-
   void begin(xdr_op operation) {
     xdrmem_create(&xdrs, bytes.data(), static_cast<u_int>(bytes.size()), operation);
     real = xdrs.x_ops;
@@ -129,7 +126,7 @@ class InlineStream : public testing::Test {
     return real->x_inline(stream, size);
   }
 
-  std::string bytes;
+  std::string bytes = std::string(1000, '\0');
   XDR xdrs{};
 
   static int asked;

@@ -1,11 +1,10 @@
 #include "daemon/wire.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <string>
-#include <vector>
 
+#include "daemon/settings_strings.h"
 #include "support/wiped_texts.h"
 
 using wire::text;
@@ -26,8 +25,7 @@ struct Strings {
 
 std::string shown(const tavren_settings_t& s) {
   std::string all;
-  for (const char* field : {s.host, s.dir, s.user, s.password, s.host_key, s.fingerprint})
-    all += field + std::string("|");
+  for (const String member : settings_strings) all += s.*member + std::string("|");
   return all;
 }
 
@@ -83,12 +81,10 @@ TEST(Wire, SettingsAreSixStrings) {
 
 TEST(Wire, SettingsWithoutOneOfTheStringsAreNotSent) {
   Strings strings;
-  for (int i = 0; i < 6; ++i) {
+  for (const String member : settings_strings) {
     tavren_settings_t settings = strings.record();
-    char** const fields[] = {&settings.host,     &settings.dir,      &settings.user,
-                             &settings.password, &settings.host_key, &settings.fingerprint};
-    *fields[i] = nullptr;
-    EXPECT_THROW(wire::encoded(xdr_tavren_settings_t, settings), std::runtime_error) << i;
+    settings.*member = nullptr;
+    EXPECT_THROW(wire::encoded(xdr_tavren_settings_t, settings), std::runtime_error);
   }
 }
 

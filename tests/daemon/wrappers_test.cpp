@@ -13,11 +13,6 @@ namespace {
 /* The functions that open a connection for one call. */
 class Wrapper : public DaemonTest {
  protected:
-  void unregister() {
-    stop(SIGKILL);
-    ASSERT_EQ(system("rpcinfo -d 100171 1"), 0);
-  }
-
   char buffer[TAVREN_API_TEXT_SIZE] = "untouched";
   tavren_state_t state{};
 
