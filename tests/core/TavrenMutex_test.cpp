@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
+#include <atomic>
 #include <thread>
 #include <type_traits>
 #include <vector>

@@ -1,8 +1,6 @@
 #ifndef TESTS_DAEMON_API_CALLS_H
 #define TESTS_DAEMON_API_CALLS_H
 
-#include <string.h>
-
 #include <functional>
 #include <string>
 

@@ -77,8 +77,6 @@ class Handle {
     return outcome(result, message);
   }
 
-  void close() { tavren_hp_close(handle); }
-
   /* Sends a file in pieces. Returns the message, "" for success. */
   std::string send(const std::string& name, const std::string& content) {
     constexpr size_t piece = 30000;

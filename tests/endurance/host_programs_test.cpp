@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <functional>
 #include <thread>
 #include <vector>
 

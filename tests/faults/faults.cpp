@@ -7,7 +7,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <pthread.h>
 #include <rpc/rpc.h>
 #include <signal.h>
 #include <stdarg.h>

@@ -1,8 +1,7 @@
 # Every public header compiles alone: the C families as C and as C++, the others as C++. The sources come from the
 # list of files, so that no header can be forgotten.
 file(GLOB headers RELATIVE ${PROJECT_SOURCE_DIR}/include CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/*.h)
-set(rpc_headers -isystem ${TIRPC_INCLUDE_DIR})
-set(strict ${rpc_headers} -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -fsyntax-only -I${PROJECT_SOURCE_DIR}/include)
+set(strict -isystem ${TIRPC_INCLUDE_DIR} -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -fsyntax-only -I${PROJECT_SOURCE_DIR}/include)
 
 # header_test(NAME CONTENT c|cpp): compiles that content, with the interface of the plain standard and nothing else.
 # C knows no empty source, so each declares something behind its header.

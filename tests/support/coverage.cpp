@@ -3,9 +3,7 @@
  * does so, too, before it ends at once, is to be ended by abort, or becomes another program. Part of the library, whose
  * counts are its own, and of the tests, whose children mostly end with _exit.
  */
-#include <stdlib.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 /* goes_on: counts what follows, too. */
 extern "C" void _tavren_write_counts(bool goes_on);

@@ -6,7 +6,6 @@
 
 #include <string>
 
-#include "support/run_in_child.h"
 #include "tavren_basic.h"
 
 namespace {

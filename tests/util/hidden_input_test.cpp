@@ -4,7 +4,6 @@
 #include <pty.h>
 #include <signal.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <termios.h>

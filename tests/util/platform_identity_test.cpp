@@ -98,12 +98,6 @@ class PlatformIdentity : public testing::Test {
   static void name_chassis(const std::string& text) { records["setup_system_id_info"] = record(1024, 40, text); }
 };
 
-/* Makes the named step of the reading fail. */
-class PlatformIdentityFailure : public PlatformIdentity, public testing::WithParamInterface<const char*> {
- protected:
-  PlatformIdentityFailure() { results[GetParam()] = 77; }
-};
-
 TEST_F(PlatformIdentity, ChassisIdIsTheTextInItsRecord) { EXPECT_EQ(fresh(chassis_id), "0 CHASSIS-7 none"); }
 
 TEST_F(PlatformIdentity, ChassisIdOfTwentyCharactersIsCutToSixteen) {
@@ -277,6 +271,12 @@ TEST_F(PlatformIdentity, EveryRecordIsReleased) {
             }),
             "0");
 }
+
+/* Makes the named step of the reading fail. */
+class PlatformIdentityFailure : public PlatformIdentity, public testing::WithParamInterface<const char*> {
+ protected:
+  PlatformIdentityFailure() { results[GetParam()] = 77; }
+};
 
 TEST_P(PlatformIdentityFailure, OfAStepIsReportedByTheChassisId) {
   EXPECT_EQ(fresh(chassis_id), std::string("77 untouched ") + GetParam());

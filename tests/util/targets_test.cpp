@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
-#include <string.h>
 
-#include <ostream>
 #include <string>
 
 #include "tavren_share.h"

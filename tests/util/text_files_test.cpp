@@ -1,25 +1,19 @@
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <set>
 
 #include "support/files.h"
+#include "support/process_state.h"
 #include "support/run_in_child.h"
 #include "support/temporary_directory.h"
 #include "tavren_basic.h"
 
 namespace {
-
-size_t open_descriptors() {
-  const std::filesystem::directory_iterator all("/proc/self/fd");
-  return static_cast<size_t>(std::distance(begin(all), end(all)));
-}
 
 class TextFile : public testing::Test {
  protected:
@@ -65,7 +59,7 @@ TEST_F(TextFile, OnAFullDeviceIsAFailureWithItsErrno) {
 }
 
 TEST_F(TextFile, IsClosedAlsoAfterAFailure) {
-  const size_t before = open_descriptors();
+  const auto before = count_open_descriptors();
   tavren_create_text_file(path.c_str(), "x");
   tavren_create_text_file("/dev/full", "x");
   tavren_create_text_file("/dev/full", std::string(1000000, 't').c_str());
@@ -73,7 +67,7 @@ TEST_F(TextFile, IsClosedAlsoAfterAFailure) {
   tavren_read_line_from_file(path.c_str(), buffer, sizeof buffer);
   tavren_read_line_from_file("/dev/null", buffer, sizeof buffer);
   tavren_read_line_from_file(directory.path().c_str(), buffer, sizeof buffer);
-  EXPECT_EQ(open_descriptors(), before);
+  EXPECT_EQ(count_open_descriptors(), before);
 }
 
 class LineFromFile : public TextFile {
