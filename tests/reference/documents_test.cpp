@@ -7,6 +7,8 @@
 #include <regex>
 #include <sstream>
 
+#include "daemon/wire.h"
+
 /*
  * What the documents of formats show is what the library reads and writes.
  */
@@ -49,15 +51,6 @@ std::map<std::string, std::string> rows_in(const std::string& text) {
   return rows;
 }
 
-template <class Record>
-std::string encoded(bool_t (*filter)(XDR*, Record*), Record record) {
-  char buffer[1024];
-  XDR stream;
-  xdrmem_create(&stream, buffer, sizeof buffer, XDR_ENCODE);
-  EXPECT_TRUE(filter(&stream, &record));
-  return std::string(buffer, xdr_getpos(&stream));
-}
-
 /* The error of the example. */
 TavrenError example_error() {
   TavrenError error(TAVREN_E_SSH_START, "h1", "");
@@ -65,8 +58,6 @@ TavrenError example_error() {
   error.time = 1000;
   return error;
 }
-
-}  // namespace
 
 TEST(Documents, ShowASerialisedErrorAsItIs) {
   std::ostringstream buffer;
@@ -97,18 +88,18 @@ TEST(Documents, ShowAConfigurationAsItTravels) {
   char host[] = "h", directory[] = "/a", user[] = "u", password[] = "pw", none[] = "";
   tavren_config_t config = {{host, directory, user, password, none, none}, {100, TAVREN_SPACE_UNLIMITED}};
   EXPECT_EQ(bytes_in(section("daemon-protocol.md", "### Configuration")),
-            encoded(xdr_tavren_rpc_set_config_1_argument, {&config, TRUE}));
+            wire::encoded(xdr_tavren_rpc_set_config_1_argument, {&config, TRUE}));
 }
 
 TEST(Documents, ShowAStatusAsItTravels) {
   EXPECT_EQ(bytes_in(section("daemon-protocol.md", "### Status")),
-            encoded(xdr_tavren_status_t, {1000, TAVREN_CONNECTION_OK, {{1, 2, 3}, {4, 5, -1}}}));
+            wire::encoded(xdr_tavren_status_t, {1000, TAVREN_CONNECTION_OK, {{1, 2, 3}, {4, 5, -1}}}));
 }
 
 TEST(Documents, ShowBytesAsTheyTravel) {
   char bytes[] = {0x31, 0, static_cast<char>(0xff)};
   EXPECT_EQ(bytes_in(section("daemon-protocol.md", "### Bytes")),
-            encoded(xdr_tavren_bytes_t, {0, {sizeof bytes, bytes}}));
+            wire::encoded(xdr_tavren_bytes_t, {0, {sizeof bytes, bytes}}));
 }
 
 TEST(Documents, HaveEveryTunableWithItsDefault) {
@@ -141,3 +132,5 @@ TEST(Documents, QuoteAsTheLibraryDoes) {
       section("framed-commands.md", "## Quoting").find("`it's` becomes `" + TavrenHost::quote_for_shell("it's") + "`"),
       std::string::npos);
 }
+
+}  // namespace
