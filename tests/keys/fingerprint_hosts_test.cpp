@@ -2,7 +2,6 @@
 #include <stdio.h>
 #include <unistd.h>
 
-#include <ostream>
 #include <string>
 
 #include "keys/fingerprint_fixture.h"
@@ -10,17 +9,15 @@
 #include "support/process_state.h"
 #include "support/run_in_child.h"
 
-void PrintTo(const Host& host, std::ostream* out) { *out << host.name; }
-
 namespace {
 
 /* A host program that leaves the library no child to ask how the key generator's work went. */
-class FingerprintInAHost : public FingerprintTest, public testing::WithParamInterface<Host> {
+class FingerprintInAHost : public FingerprintTest, public testing::WithParamInterface<Named<Host>> {
  protected:
   /* The same as fingerprint, in a process of its own, as such a host does not fit the test runner. */
   static std::string fingerprint_there(const std::string& key) {
     const Outcome outcome = run_in_child([&key] {
-      GetParam().begin();
+      GetParam().value.begin();
       fputs(fingerprint(key).c_str(), stdout);
     });
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.err;
@@ -57,7 +54,6 @@ TEST_F(FingerprintInAHostWithoutStreams, OfAGoodKeyIsTheKeyGeneratorsAndLeavesNo
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Hosts, FingerprintInAHost, testing::ValuesIn(hosts_that_reap),
-                         [](const auto& test) { return std::string(test.param.name); });
+INSTANTIATE_TEST_SUITE_P(Hosts, FingerprintInAHost, testing::ValuesIn(hosts_that_reap), by_name);
 
 }  // namespace

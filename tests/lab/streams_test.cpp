@@ -2,40 +2,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <iostream>
 #include <random>
-#include <thread>
-#include <vector>
 
 #include "lab/lab.h"
+#include "process/busy_cores.h"
 #include "support/files.h"
 
 namespace {
-
-/* Keeps every processor busy for the length of a scope. */
-class BusyProcessors {
- public:
-  BusyProcessors() {
-    const unsigned int count = std::max(2u, std::thread::hardware_concurrency());
-    for (unsigned int i = 0; i < count; ++i) {
-      threads.emplace_back([this] {
-        while (!stop.load(std::memory_order_relaxed)) {
-        }
-      });
-    }
-  }
-  ~BusyProcessors() {
-    stop = true;
-    for (std::thread& thread : threads) thread.join();
-  }
-  BusyProcessors(const BusyProcessors&) = delete;
-  BusyProcessors& operator=(const BusyProcessors&) = delete;
-
- private:
-  std::atomic<bool> stop{false};
-  std::vector<std::thread> threads;
-};
 
 class Streams : public LabTest {
  protected:
@@ -98,8 +72,8 @@ TEST_F(Streams, OfRandomSizesAllArriveWhole) {
   EXPECT_EQ(whole, 200);
 }
 
-TEST_F(Streams, OfRandomSizesAllArriveWholeWhileTheProcessorsAreBusy) {
-  const BusyProcessors busy;
+TEST_F(Streams, OfRandomSizesAllArriveWholeWhileTheCoresAreBusy) {
+  const BusyCores busy;
   const int whole = count_whole(100);
   std::cout << whole << " of 100 streams whole\n";
   EXPECT_EQ(whole, 100);

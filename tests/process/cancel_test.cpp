@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <ostream>
 #include <thread>
 #include <type_traits>
 #include <vector>
@@ -12,6 +10,7 @@
 #include "TavrenExceptions.h"
 #include "process/children.h"
 #include "process/observe.h"
+#include "support/named.h"
 #include "tavren_basic.h"
 
 namespace {
@@ -21,45 +20,42 @@ const std::string cancelled = "TavrenOperationCancelled";
 
 /* One way to wait for a child that neither reads nor writes. */
 struct Wait {
-  const char* name;
   bool separate_stdin;
   void (*action)(TavrenProcess&);
 };
 
-void PrintTo(const Wait& wait, std::ostream* out) { *out << wait.name; }
-
-const Wait waits[] = {
-    {"ReadLine", false,
-     [](TavrenProcess& child) {
-       std::string line;
-       child.read_line(line, patient_deadline(), "prompt");
-     }},
-    {"ReadByte", false, [](TavrenProcess& child) { child.read_byte(patient_deadline()); }},
-    {"Expect", false,
-     [](TavrenProcess& child) {
-       std::list<std::string> lines;
-       child.expect("text", lines, patient_deadline());
-     }},
-    {"ReadUntilLineStartsWith", false,
-     [](TavrenProcess& child) { child.read_until_line_starts_with("prompt", 2147483647); }},
-    {"SendToATerminal", false, [](TavrenProcess& child) { child.send(megabyte, patience); }},
-    {"SendToAPipe", true, [](TavrenProcess& child) { child.send(megabyte, patience); }},
-    {"SendEof", false, [](TavrenProcess& child) { child.send_eof(patience); }},
+const Named<Wait> waits[] = {
+    {"ReadLine",
+     {false,
+      [](TavrenProcess& child) {
+        std::string line;
+        child.read_line(line, patient_deadline(), "prompt");
+      }}},
+    {"ReadByte", {false, [](TavrenProcess& child) { child.read_byte(patient_deadline()); }}},
+    {"Expect",
+     {false,
+      [](TavrenProcess& child) {
+        std::list<std::string> lines;
+        child.expect("text", lines, patient_deadline());
+      }}},
+    {"ReadUntilLineStartsWith",
+     {false, [](TavrenProcess& child) { child.read_until_line_starts_with("prompt", 2147483647); }}},
+    {"SendToATerminal", {false, [](TavrenProcess& child) { child.send(megabyte, patience); }}},
+    {"SendToAPipe", {true, [](TavrenProcess& child) { child.send(megabyte, patience); }}},
+    {"SendEof", {false, [](TavrenProcess& child) { child.send_eof(patience); }}},
 };
 
-class Cancel : public testing::TestWithParam<Wait> {
+class Cancel : public testing::TestWithParam<Named<Wait>> {
  protected:
   /* Its terminal holds a byte that it leaves unread. */
-  Cancel() : child("/bin/sleep", {"600"}, GetParam().separate_stdin) { child.send("x", patience); }
+  Cancel() : child("/bin/sleep", {"600"}, GetParam().value.separate_stdin) { child.send("x", patience); }
 
   std::string result() {
-    return result_of([this] { GetParam().action(child); });
+    return result_of([this] { GetParam().value.action(child); });
   }
 
   TavrenProcess child;
 };
-
-const auto name = [](const testing::TestParamInfo<Wait>& info) { return info.param.name; };
 
 /* Waits in another thread until the one that waits is asleep, then calls action. */
 class WhileAsleep {
@@ -80,7 +76,7 @@ class WhileAsleep {
 
 }  // namespace
 
-INSTANTIATE_TEST_SUITE_P(Waits, Cancel, testing::ValuesIn(waits), name);
+INSTANTIATE_TEST_SUITE_P(Waits, Cancel, testing::ValuesIn(waits), by_name);
 
 TEST_P(Cancel, DuringTheWaitEndsItAtOnce) {
   const int before = tavren_get_uptime();
@@ -148,10 +144,7 @@ TEST(CancelledSend, SendsWhatNeedsNoWait) {
   child.disable();
   child.send("words", patience);
   /* Only the program's end is waited for here: the object itself does not wait any more. */
-  ASSERT_TRUE(wait_until([] {
-    siginfo_t info{};
-    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0;
-  }));
+  end_of_a_child();
   EXPECT_EQ(next_bytes(child, 5), "words");
 }
 

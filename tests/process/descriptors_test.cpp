@@ -6,8 +6,10 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <memory>
+#include <atomic>
+#include <set>
 #include <thread>
+#include <vector>
 
 #include "process/children.h"
 #include "process/observe.h"

@@ -3,6 +3,7 @@
 #include <functional>
 #include <numeric>
 
+#include "process/busy_cores.h"
 #include "process/children.h"
 #include "process/observe.h"
 #include "tavren_basic.h"

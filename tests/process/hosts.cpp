@@ -31,8 +31,8 @@ void reap_in_a_thread() {
 
 }  // namespace
 
-const Host hosts_that_reap[3] = {
-    {"ThatIgnoresSigchld", ignore_sigchld},
-    {"ThatReapsInAHandler", reap_in_a_handler},
-    {"ThatReapsInAThread", reap_in_a_thread},
+const Named<Host> hosts_that_reap[3] = {
+    {"ThatIgnoresSigchld", {ignore_sigchld}},
+    {"ThatReapsInAHandler", {reap_in_a_handler}},
+    {"ThatReapsInAThread", {reap_in_a_thread}},
 };

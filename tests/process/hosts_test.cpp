@@ -2,14 +2,11 @@
 #include <stdio.h>
 
 #include <functional>
-#include <ostream>
 
 #include "process/children.h"
 #include "process/hosts.h"
 #include "process/observe.h"
 #include "support/run_in_child.h"
-
-void PrintTo(const Host& host, std::ostream* out) { *out << host.name; }
 
 namespace {
 
@@ -22,11 +19,11 @@ void send_a_megabyte(TavrenProcess& child) { child.send(megabyte, patience); }
 void send_eof(TavrenProcess& child) { child.send_eof(patience); }
 
 /* In a process of its own, as such a host does not fit the test runner. */
-class HostThatReaps : public testing::TestWithParam<Host> {
+class HostThatReaps : public testing::TestWithParam<Named<Host>> {
  protected:
   static std::string output_of(const std::function<void()>& action) {
     const Outcome outcome = run_in_child([&action] {
-      GetParam().begin();
+      GetParam().value.begin();
       const std::string result = result_of(action);
       if (result != "done") printf("%s", result.c_str());
     });
@@ -52,13 +49,11 @@ class HostThatReaps : public testing::TestWithParam<Host> {
   }
 };
 
-const auto name = [](const testing::TestParamInfo<Host>& info) { return info.param.name; };
-
 const std::string gone = "13(/bin/sh) 12(last words)";
 
 }  // namespace
 
-INSTANTIATE_TEST_SUITE_P(Hosts, HostThatReaps, testing::ValuesIn(hosts_that_reap), name);
+INSTANTIATE_TEST_SUITE_P(Hosts, HostThatReaps, testing::ValuesIn(hosts_that_reap), by_name);
 
 TEST_P(HostThatReaps, ReachesItsChildByTerminalAndByPipe) {
   for (const bool separate_stdin : {false, true}) {

@@ -1,7 +1,6 @@
 /* Compiled as a later standard than the library: only that one makes a string without writing each of its bytes. */
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <stdint.h>
 
 #include "process/children.h"
 #include "process/faults.h"

@@ -2,6 +2,7 @@
 
 #include "process/children.h"
 #include "process/observe.h"
+#include "process/signal_storm.h"
 #include "tavren_basic.h"
 
 namespace {

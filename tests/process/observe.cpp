@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
-#include <string.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -16,6 +15,7 @@
 #include <iterator>
 #include <memory>
 #include <stdexcept>
+#include <thread>
 
 #include "process/children.h"
 #include "support/process_state.h"
@@ -68,6 +68,12 @@ bool wait_until_exited(pid_t pid) {
   });
 }
 
+siginfo_t end_of_a_child() {
+  siginfo_t info{};
+  if (waitid(P_ALL, 0, &info, WEXITED | WNOWAIT) != 0) throw std::runtime_error("there is no child");
+  return info;
+}
+
 bool wait_until_asleep(pid_t tid) {
   return wait_until([tid] { return state_of_thread(tid) == 'S'; });
 }
@@ -79,32 +85,4 @@ double cpu_seconds() {
     return static_cast<double>(t.tv_sec) + 1e-6 * static_cast<double>(t.tv_usec);
   };
   return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
-BusyCores::BusyCores() {
-  for (unsigned i = 0; i < std::max(2U, std::thread::hardware_concurrency()); ++i) {
-    threads.emplace_back([this] {
-      while (!enough.load(std::memory_order_relaxed)) {
-      }
-    });
-  }
-}
-
-BusyCores::~BusyCores() {
-  enough = true;
-  for (std::thread& thread : threads) thread.join();
-}
-
-SignalStorm::SignalStorm() {
-  struct sigaction catch_it {};
-  catch_it.sa_handler = [](int) {};
-  sigaction(SIGALRM, &catch_it, nullptr);
-  const itimerval often{{0, 10000}, {0, 10000}};
-  setitimer(ITIMER_REAL, &often, nullptr);
-}
-
-SignalStorm::~SignalStorm() {
-  const itimerval never{};
-  setitimer(ITIMER_REAL, &never, nullptr);
-  signal(SIGALRM, SIG_DFL);
 }

@@ -1,14 +1,12 @@
 #ifndef TESTS_PROCESS_OBSERVE_H
 #define TESTS_PROCESS_OBSERVE_H
 
+#include <signal.h>
 #include <sys/types.h>
 
-#include <atomic>
 #include <functional>
 #include <set>
 #include <string>
-#include <thread>
-#include <vector>
 
 /* The descriptors that a process has open. */
 std::set<int> open_descriptors(pid_t pid);
@@ -32,32 +30,13 @@ bool wait_until(const std::function<bool()>& condition);
 /* Waits until a child has exited, and leaves it unreaped. */
 bool wait_until_exited(pid_t pid);
 
+/* Waits until any child has exited, leaves it unreaped, and returns how it ended. */
+siginfo_t end_of_a_child();
+
 /* Waits until a thread of this process sleeps in the kernel. */
 bool wait_until_asleep(pid_t tid);
 
 /* Seconds that this process has spent computing, in the program and in the kernel. */
 double cpu_seconds();
-
-/* Keeps all cores of the machine busy while it lives. */
-class BusyCores {
- public:
-  BusyCores();
-  ~BusyCores();
-  BusyCores(const BusyCores&) = delete;
-  BusyCores& operator=(const BusyCores&) = delete;
-
- private:
-  std::atomic<bool> enough{false};
-  std::vector<std::thread> threads;
-};
-
-/* Sends this process a SIGALRM, which it catches and forgets, every ten milliseconds while it lives. */
-class SignalStorm {
- public:
-  SignalStorm();
-  ~SignalStorm();
-  SignalStorm(const SignalStorm&) = delete;
-  SignalStorm& operator=(const SignalStorm&) = delete;
-};
 
 #endif

@@ -3,10 +3,11 @@
 
 #include <chrono>
 #include <random>
-#include <thread>
 
+#include "process/busy_cores.h"
 #include "process/children.h"
 #include "process/observe.h"
+#include "process/signal_storm.h"
 #include "support/run_in_child.h"
 #include "tavren_basic.h"
 

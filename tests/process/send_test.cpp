@@ -1,13 +1,14 @@
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdio.h>
 #include <sys/wait.h>
 
-#include <memory>
 #include <numeric>
 #include <random>
 
 #include "process/children.h"
 #include "process/observe.h"
+#include "process/signal_storm.h"
 #include "support/run_in_child.h"
 #include "tavren_basic.h"
 

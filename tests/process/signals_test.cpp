@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -78,6 +77,15 @@ std::string status_of_signals(void (*host_does)()) {
   return all_output(child);
 }
 
+/* Starts children that sleep and sends each a SIGTERM as soon as there is one, which must be its end. */
+void expect_sigterm_to_end_children_that_start() {
+  for (int i = 0; i < 300; ++i) {
+    TavrenProcess child("/bin/sleep", {"20"}, false);
+    child.send_signal(SIGTERM);
+    ASSERT_EQ(end_of_a_child().si_status, SIGTERM);
+  }
+}
+
 /* Starts a child, sends it SIGTERM and tells whether that was the end of it. */
 bool ends_by_sigterm(void (*host_does)()) {
   const HostSignals restored_afterwards;
@@ -85,9 +93,7 @@ bool ends_by_sigterm(void (*host_does)()) {
   TavrenProcess child = shell("echo $$; exec sleep 600");
   const pid_t pid = announced_pid(child);
   child.send_signal(SIGTERM);
-  siginfo_t info{};
-  return wait_until_exited(pid) && waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT) == 0 &&
-         info.si_status == SIGTERM;
+  return wait_until_exited(pid) && end_of_a_child().si_status == SIGTERM;
 }
 
 constexpr const char* no_signals = "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n";
@@ -136,13 +142,7 @@ TEST(Signals, OneThatComesDuringTheStartEndsTheChildAndRunsNoHandlerOfTheHost) {
   handled_elsewhere = new (shared) std::atomic<int>(0);
   test_pid = getpid();
   signal(SIGTERM, count_elsewhere);
-  for (int i = 0; i < 300; ++i) {
-    TavrenProcess child("/bin/sleep", {"20"}, false);
-    child.send_signal(SIGTERM);
-    siginfo_t info{};
-    ASSERT_EQ(waitid(P_ALL, 0, &info, WEXITED | WNOWAIT), 0);
-    ASSERT_EQ(info.si_status, SIGTERM);
-  }
+  expect_sigterm_to_end_children_that_start();
   EXPECT_EQ(*handled_elsewhere, 0);
   munmap(shared, 4096);
 }
@@ -150,11 +150,5 @@ TEST(Signals, OneThatComesDuringTheStartEndsTheChildAndRunsNoHandlerOfTheHost) {
 TEST(Signals, OneThatComesDuringTheStartEndsTheChildOfAHostThatIgnoresIt) {
   const HostSignals restored_afterwards;
   signal(SIGTERM, SIG_IGN);
-  for (int i = 0; i < 300; ++i) {
-    TavrenProcess child("/bin/sleep", {"20"}, false);
-    child.send_signal(SIGTERM);
-    siginfo_t info{};
-    ASSERT_EQ(waitid(P_ALL, 0, &info, WEXITED | WNOWAIT), 0);
-    ASSERT_EQ(info.si_status, SIGTERM);
-  }
+  expect_sigterm_to_end_children_that_start();
 }

@@ -3,15 +3,13 @@
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-#include <ostream>
 
 #include "TavrenTunables.h"
 #include "process/children.h"
 #include "process/faults.h"
 #include "process/observe.h"
+#include "support/named.h"
 #include "support/run_in_child.h"
 #include "support/temporary_directory.h"
 
@@ -19,7 +17,6 @@ namespace {
 
 /* One call of a construction that fails. */
 struct Fault {
-  const char* what;
   bool separate_stdin;
   const char* name;
   int call;
@@ -27,42 +24,39 @@ struct Fault {
   const char* result;
 };
 
-void PrintTo(const Fault& fault, std::ostream* out) { *out << fault.what; }
-
-const Fault faults[] = {
-    {"PipeToCancel", false, "pipe2", 1, EMFILE, "24(pipe, 24)"},
-    {"PipeToCancelBeforeTheInputPipe", true, "pipe2", 1, ENFILE, "24(pipe, 23)"},
-    {"FlagsOfTheCancelPipe", false, "F_GETFL", 1, EBADF, "24(fcntl(cancel_pipe), 9)"},
-    {"NewFlagsOfTheCancelPipe", true, "F_SETFL", 1, EBADF, "24(fcntl(cancel_pipe), 9)"},
-    {"PipeForInput", true, "pipe2", 2, EMFILE, "24(pipe, 24)"},
-    {"FlagsOfTheInputPipe", true, "F_GETFL", 2, EBADF, "24(fcntl(stdin_pipe), 9)"},
-    {"NewFlagsOfTheInputPipe", true, "F_SETFL", 2, EBADF, "24(fcntl(stdin_pipe), 9)"},
-    {"Fork", false, "forkpty", 1, EAGAIN, "24(forkpty, 11)"},
-    {"ForkWithAnInputPipe", true, "forkpty", 1, ENOENT, "24(forkpty, 2)"},
-    {"CloseOnExec", false, "F_SETFD", 1, EBADF, "24(fcntl(master_fd), 9)"},
-    {"Flags", false, "F_GETFL", 2, EBADF, "24(fcntl(master_fd), 9)"},
-    {"FlagsWithAnInputPipe", true, "F_GETFL", 3, EBADF, "24(fcntl(master_fd), 9)"},
-    {"NewFlags", false, "F_SETFL", 2, EPERM, "24(fcntl(master_fd), 1)"},
-    {"Settings", false, "tcgetattr", 1, EIO, "24(tcgetattr(master_fd), 5)"},
-    {"NewSettings", false, "tcsetattr", 1, EIO, "24(tcsetattr(master_fd), 5)"},
-    {"NewSettingsWithAnInputPipe", true, "tcsetattr", 1, EINVAL, "24(tcsetattr(master_fd), 22)"},
+const Named<Fault> faults[] = {
+    {"PipeToCancel", {false, "pipe2", 1, EMFILE, "24(pipe, 24)"}},
+    {"PipeToCancelBeforeTheInputPipe", {true, "pipe2", 1, ENFILE, "24(pipe, 23)"}},
+    {"FlagsOfTheCancelPipe", {false, "F_GETFL", 1, EBADF, "24(fcntl(cancel_pipe), 9)"}},
+    {"NewFlagsOfTheCancelPipe", {true, "F_SETFL", 1, EBADF, "24(fcntl(cancel_pipe), 9)"}},
+    {"PipeForInput", {true, "pipe2", 2, EMFILE, "24(pipe, 24)"}},
+    {"FlagsOfTheInputPipe", {true, "F_GETFL", 2, EBADF, "24(fcntl(stdin_pipe), 9)"}},
+    {"NewFlagsOfTheInputPipe", {true, "F_SETFL", 2, EBADF, "24(fcntl(stdin_pipe), 9)"}},
+    {"Fork", {false, "forkpty", 1, EAGAIN, "24(forkpty, 11)"}},
+    {"ForkWithAnInputPipe", {true, "forkpty", 1, ENOENT, "24(forkpty, 2)"}},
+    {"CloseOnExec", {false, "F_SETFD", 1, EBADF, "24(fcntl(master_fd), 9)"}},
+    {"Flags", {false, "F_GETFL", 2, EBADF, "24(fcntl(master_fd), 9)"}},
+    {"FlagsWithAnInputPipe", {true, "F_GETFL", 3, EBADF, "24(fcntl(master_fd), 9)"}},
+    {"NewFlags", {false, "F_SETFL", 2, EPERM, "24(fcntl(master_fd), 1)"}},
+    {"Settings", {false, "tcgetattr", 1, EIO, "24(tcgetattr(master_fd), 5)"}},
+    {"NewSettings", {false, "tcsetattr", 1, EIO, "24(tcsetattr(master_fd), 5)"}},
+    {"NewSettingsWithAnInputPipe", {true, "tcsetattr", 1, EINVAL, "24(tcsetattr(master_fd), 22)"}},
 };
 
-class FailedStart : public testing::TestWithParam<Fault> {
+class FailedStart : public testing::TestWithParam<Named<Fault>> {
  protected:
   static std::string result() {
-    const Faulty call(GetParam().name, GetParam().error, GetParam().call);
-    return result_of([] { TavrenProcess("/bin/sleep", {"600"}, GetParam().separate_stdin); });
+    const Fault& fault = GetParam().value;
+    const Faulty call(fault.name, fault.error, fault.call);
+    return result_of([&fault] { TavrenProcess("/bin/sleep", {"600"}, fault.separate_stdin); });
   }
 };
 
-const auto name = [](const testing::TestParamInfo<Fault>& info) { return info.param.what; };
-
 }  // namespace
 
-INSTANTIATE_TEST_SUITE_P(Calls, FailedStart, testing::ValuesIn(faults), name);
+INSTANTIATE_TEST_SUITE_P(Calls, FailedStart, testing::ValuesIn(faults), by_name);
 
-TEST_P(FailedStart, NamesTheCallAndTheError) { EXPECT_EQ(result(), GetParam().result); }
+TEST_P(FailedStart, NamesTheCallAndTheError) { EXPECT_EQ(result(), GetParam().value.result); }
 
 TEST_P(FailedStart, LeavesNoDescriptor) {
   const std::set<int> before = open_descriptors();
@@ -77,7 +71,7 @@ TEST_P(FailedStart, LeavesNoChild) {
 
 TEST_P(FailedStart, DoesNotHinderTheNext) {
   result();
-  TavrenProcess child("/bin/echo", {"words"}, GetParam().separate_stdin);
+  TavrenProcess child("/bin/echo", {"words"}, GetParam().value.separate_stdin);
   EXPECT_EQ(next_line(child), "words");
 }
 
@@ -114,8 +108,7 @@ TEST(FailedDup2, EndsTheChildWithStatusOne) {
   const Faulty call("dup2", EBADF);
   fflush(stdout);
   TavrenProcess child("/bin/sleep", {"600"}, true);
-  siginfo_t info{};
-  ASSERT_EQ(waitid(P_ALL, 0, &info, WEXITED | WNOWAIT), 0);
+  const siginfo_t info = end_of_a_child();
   EXPECT_EQ(info.si_code, CLD_EXITED);
   EXPECT_EQ(info.si_status, 1);
 }
@@ -167,7 +160,5 @@ TEST(LateChild, MeetsTheSignalThatCameBeforeIt) {
   TavrenProcess child("/bin/sleep", {"20"}, false);
   child.send_signal(SIGTERM);
   late.release();
-  siginfo_t info{};
-  ASSERT_EQ(waitid(P_ALL, 0, &info, WEXITED | WNOWAIT), 0);
-  EXPECT_EQ(info.si_status, SIGTERM);
+  EXPECT_EQ(end_of_a_child().si_status, SIGTERM);
 }

@@ -1,7 +1,7 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdlib.h>
-#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <type_traits>
@@ -92,8 +92,7 @@ TEST(Start, ProgramIsNotSearchedForOnThePath) {
 TEST(Start, ProgramThatCannotRunExitsWithStatusOne) {
   for (const bool separate_stdin : {false, true}) {
     TavrenProcess child("/no-such-command", {}, separate_stdin);
-    siginfo_t info{};
-    ASSERT_EQ(waitid(P_ALL, 0, &info, WEXITED | WNOWAIT), 0);
+    const siginfo_t info = end_of_a_child();
     EXPECT_EQ(info.si_code, CLD_EXITED);
     EXPECT_EQ(info.si_status, 1);
   }

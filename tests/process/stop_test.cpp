@@ -1,6 +1,7 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include "process/children.h"
 #include "process/hosts.h"
 #include "process/observe.h"
+#include "process/signal_storm.h"
 #include "support/run_in_child.h"
 
 namespace {
@@ -135,9 +137,9 @@ TEST(Stop, WorksAfterDisable) {
 }
 
 TEST(Stop, WorksInHostsThatReapItsChild) {
-  for (const Host& host : hosts_that_reap) {
+  for (const Named<Host>& host : hosts_that_reap) {
     const Outcome outcome = run_in_child([&host] {
-      host.begin();
+      host.value.begin();
       stop_both_kinds();
     });
     EXPECT_EQ(outcome.out, "done") << host.name;
