@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <filesystem>
+#include <functional>
 #include <string>
 
 #include "core/catalogue_fixture.h"

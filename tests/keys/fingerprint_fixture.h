@@ -23,14 +23,9 @@ class FingerprintTest : public LabTest {
     return result == 0 ? text : error;
   }
 
-  /* Makes a key with those options of ssh-keygen. Returns its public half without comment. */
-  static std::string make_key(const std::string& options) {
-    lab::run("ssh-keygen -q -N '' -C '' -f $LAB/key " + options);
-    const std::string line = read_file(lab::value("LAB") + "/key.pub");
-    return line.substr(0, line.find_last_not_of(" \n") + 1);
-  }
+  static std::string make_key(const std::string& options) { return lab::make_key("key", options); }
 
-  /* What the key generator says of the key made last. */
+  /* What the key generator says of the key that make_key has made. */
   static std::string listed_fingerprint() {
     lab::run("ssh-keygen -l -f $LAB/key.pub >$LAB/list");
     const std::string list = read_file(lab::value("LAB") + "/list");

@@ -17,10 +17,7 @@
 /* The dialogue with a scripted client in the real one's place. */
 class KeyDialogue : public LabTest {
  protected:
-  KeyDialogue() {
-    dialogue.user = "tavren_anonymous";
-    dialogue.before_question = dialogue.before_prompt = "\r";
-  }
+  KeyDialogue() { dialogue.user = "tavren_anonymous"; }
 
   /* Puts a client that runs the lines body, with its key file in $file, in the real one's place. */
   void play(const std::string& body) {

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -16,8 +15,6 @@ using testing::HasSubstr;
 
 namespace {
 
-constexpr char nothing[] = "untouched";
-
 /* The key of the real server, fetched with the real client. */
 class KeyDownload : public LabTest {
  protected:
@@ -31,7 +28,7 @@ class KeyDownload : public LabTest {
       return key;
     }
     EXPECT_EQ(result, -1);
-    EXPECT_STREQ(key, nothing);
+    EXPECT_STREQ(key, "untouched");
     const std::string reason = error;
     free(error);
     return reason;
@@ -39,11 +36,11 @@ class KeyDownload : public LabTest {
 
   /* Gives the server one host key of its own, made by those options of ssh-keygen. Returns the public half. */
   static std::string serve_key(const std::string& options) {
-    lab::run("ssh-keygen -q -N '' -C '' -f $LAB/new_key " + options +
-             " && sed -i '/^HostKey /d' $LAB_SSHD_CONFIG && echo HostKey $LAB/new_key >>$LAB_SSHD_CONFIG && "
-             "$LAB_RESTART_SSHD");
-    const std::string line = read_file(lab::value("LAB") + "/new_key.pub");
-    return line.substr(0, line.find_last_not_of(" \n") + 1);
+    const std::string key = lab::make_key("new_key", options);
+    lab::run(
+        "sed -i '/^HostKey /d' $LAB_SSHD_CONFIG && echo HostKey $LAB/new_key >>$LAB_SSHD_CONFIG && "
+        "$LAB_RESTART_SSHD");
+    return key;
   }
 
   static std::string key_file() { return std::string(tavren_get_tmp_dir()) + "/downloaded_key"; }
@@ -141,7 +138,7 @@ TEST_F(KeyDownload, OfAHostThatSaysNothingIsATimeoutThatPasses) {
   char unset = 0;
   char* error = &unset;
   EXPECT_THROW(tavren_download_host_key("localhost", key, &error), TavrenTimeout);
-  EXPECT_STREQ(key, nothing);
+  EXPECT_STREQ(key, "untouched");
   EXPECT_EQ(error, &unset);
   lab::run("! pgrep -x ssh");
 }

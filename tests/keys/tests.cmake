@@ -6,8 +6,8 @@ tavren_test(key_download_time_tests keys/key_download_time_test.cpp $<TARGET_OBJ
   $<TARGET_OBJECTS:scripted_client> LAB)
 tavren_test(key_download_memory_tests keys/key_download_memory_test.cpp $<TARGET_OBJECTS:failing_memory>
   $<TARGET_OBJECTS:scripted_client> LAB)
-tavren_test(fingerprint_tests keys/fingerprint_test.cpp keys/fingerprint_failures_test.cpp keys/fingerprint_hosts_test.cpp
-  process/hosts.cpp LAB TIMEOUT 300) # long keys take long to make
+tavren_test(fingerprint_tests keys/fingerprint_test.cpp keys/fingerprint_failures_test.cpp
+  keys/fingerprint_hosts_test.cpp process/hosts.cpp LAB TIMEOUT 300) # long keys take long to make
 tavren_test(fingerprint_catalogue_tests keys/fingerprint_catalogue_test.cpp LAB)
 
 # Without one: the tools' places and the shell command, which this program watches.

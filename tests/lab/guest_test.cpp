@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <locale.h>
 #include <signal.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -1,5 +1,6 @@
 #include "lab/lab.h"
 
+#include <stdio.h>
 #include <stdlib.h>
 #include <syslog.h>
 
@@ -29,6 +30,12 @@ Settings settings() {
 
 void run(const std::string& command) {
   if (system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
+}
+
+std::string make_key(const std::string& name, const std::string& options) {
+  run("ssh-keygen -q -N '' -C '' -f $LAB/" + name + " " + options);
+  const std::string line = read_file(value("LAB") + "/" + name + ".pub");
+  return line.substr(0, line.find_last_not_of(" \n") + 1);
 }
 
 void set_password(const std::string& password) {
@@ -83,7 +90,7 @@ std::string error_of(const std::function<void()>& action) {
     error.print_body(text);
     return text.str();
   }
-  return "no TavrenError was thrown";
+  return no_error;
 }
 
 LabTest::LabTest() {

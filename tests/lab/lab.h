@@ -32,6 +32,9 @@ Settings settings();
 /* Runs a shell command as root of the archive host; a failing one is a failure of the test. */
 void run(const std::string& command);
 
+/* Makes the key $LAB/name with those options of ssh-keygen. Returns its public half: type, blank, encoded key. */
+std::string make_key(const std::string& name, const std::string& options);
+
 /* Gives the account another password. */
 void set_password(const std::string& password);
 
@@ -67,8 +70,19 @@ class ScopedTunable {
   std::string name;
 };
 
-/* Runs action, which must throw a TavrenError, and returns its body text with the code of its first line before it. */
+constexpr char no_error[] = "no TavrenError was thrown";
+
+/* Runs action and returns the body text of its TavrenError, the code of the first line before it, or no_error. */
 std::string error_of(const std::function<void()>& action);
+
+/* What error_of returns for a login whose key setting is not the host's, and for one that the host refuses. */
+constexpr char key_mismatch[] =
+    "4\n  - Failed to start secure shell session on localhost\n"
+    "  - Failed to authenticate the remote host (localhost)\n"
+    "  - The public host key setting does not match the remote host's private key\n";
+constexpr char login_denied[] =
+    "4\n  - Failed to start secure shell session on localhost\n"
+    "  - Secure shell login failed: permission denied\n";
 
 /*
  * A test with the program's private directory and sessions that are closed at the end. What it does to the archive host

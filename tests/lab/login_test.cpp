@@ -21,7 +21,7 @@ class Login : public LabTest {
  protected:
   void expect_login(const Settings& settings) {
     TavrenHost& host = session(settings);
-    EXPECT_EQ(error_of([&] { host.open_connection(); }), "no TavrenError was thrown");
+    EXPECT_EQ(error_of([&] { host.open_connection(); }), no_error);
     EXPECT_EQ(working_directory(host), settings.dir);
   }
 

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <atomic>
 #include <thread>
@@ -14,8 +13,7 @@ class OtherThread : public LabTest {
  protected:
   enum class End { error, cancelled, timeout, none };
 
-  /* Runs work, and meanwhile, once the archive host shows that it is under way, interruption. Returns how work ended.
-   */
+  /* Runs work and, once the archive host shows that it is under way, interruption. Returns how work ended. */
   End interrupt(const std::function<void()>& work, const std::string& under_way,
                 const std::function<void()>& interruption) {
     std::atomic<End> end{End::none};
