@@ -3,6 +3,8 @@
  */
 #include <benchmark/benchmark.h>
 #include <stdarg.h>
+#include <stdio.h>
+#include <sys/time.h>
 
 #include "tavren_api.h"
 #include "tavren_rpc.h"

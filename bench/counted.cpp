@@ -6,7 +6,6 @@
  *   counted lines NUMBER     runs 20 commands, each with so many lines of output
  *   counted errors NUMBER    writes, reads and prints so many errors of 25 lines
  */
-#include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 

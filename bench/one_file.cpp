@@ -13,6 +13,7 @@
 #include <chrono>
 #include <fstream>
 #include <stdexcept>
+#include <string>
 
 #include "sessions.h"
 

@@ -61,10 +61,10 @@ LINES = [
     Line("key", "session_bench", "host key fetched", "ssh-keyscan", "ssh-keyscan", repetitions=15),
     Line("api", "api_bench", "tavren_api_get_state", "clnt_call", "bare clnt_call", "us", at_most=1.02, repetitions=40,
          options=["--benchmark_min_time=0.05"]),
-    Line("error", "error_bench", "error of 25 lines, there and back", unit="us", repetitions=9),
-    Line("start_c", "start_bench", "start of a program that links it", "without", "C program without", "ms",
+    Line("error", "error_bench", "error of 25 lines, there and back", unit="us"),
+    Line("start_c", "start_bench", "start of a program that links it", "without", "C program without",
          at_most_more=3, repetitions=15, options=["--benchmark_min_time=0.1"]),
-    Line("start_cpp", "start_bench", "start of a program that links it", "without", "C++ program without", "ms",
+    Line("start_cpp", "start_bench", "start of a program that links it", "without", "C++ program without",
          at_most_more=3, repetitions=15, options=["--benchmark_min_time=0.1"]),
 ]
 

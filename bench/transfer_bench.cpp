@@ -4,6 +4,8 @@
  */
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
+#include <stdint.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
