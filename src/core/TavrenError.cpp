@@ -2,8 +2,8 @@
 
 #include <errno.h>
 #include <stdio.h>
-#include <string.h>
 
+#include <algorithm>
 #include <locale>
 #include <memory>
 #include <sstream>
@@ -209,6 +209,7 @@ TavrenError::error_line_t* TavrenError::deserialize_line(std::istream& in) {
   std::vector<std::string> arguments;
   for (int32_t i = 0; i < num_args; ++i) {
     std::getline(in, s, '\0');
+    /* The text may end with its last argument: a stream at its end is not good, and yet it was read. */
     if (in.fail()) _tavren_assert("in.good()", "TavrenError", __LINE__);
     arguments.push_back(s);
   }

@@ -1,5 +1,4 @@
 #include <arpa/inet.h>
-
 #include <stdlib.h>
 #include <string.h>
 
@@ -110,8 +109,7 @@ bool_t xdr_object(XDR* xdrs, tavren_status_t* object) {
 bool_t xdr_object(XDR* xdrs, tavren_bytes_t* object) {
   if (xdr_object(xdrs, &object->code) == FALSE) return FALSE;
   if (xdrs->x_op == XDR_FREE) {
-    /* The RPC library would visit each of the bytes, of which a faulty daemon may have announced four thousand million.
-     */
+    /* The RPC library would visit each of the bytes, and a faulty daemon may have announced four thousand million. */
     free(object->data.data_val);
     object->data.data_val = nullptr;
     return TRUE;

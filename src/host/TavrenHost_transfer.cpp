@@ -28,6 +28,7 @@ constexpr char end_marker[] = "_TAV/REN_ END";
 constexpr char echo_begin_marker[] = "echo '_TAV/REN_' BEGIN; ";
 constexpr char echo_end_marker[] = "; echo; echo '_TAV/REN_' END\n";
 
+/* Behind the command in a time-out's text: at which end of the transfer it was. */
 constexpr char starting[] = " (0)";
 constexpr char ending[] = " (1)";
 
@@ -39,7 +40,7 @@ std::string path_argument(const std::string& path) {
   return TavrenHost::quote_for_shell(looks_like_an_option ? "./" + path : path);
 }
 
-/* Returns the number of bytes in the file open at fd. */
+/* Returns the number of bytes in the file open at fd, and goes to its beginning. */
 int64_t file_size(int fd, const std::string& name) {
   const off_t size = lseek(fd, 0, SEEK_END);
   if (size == -1 || lseek(fd, 0, SEEK_SET) == -1) tavren_throw_syscall_error("lseek(" + name + ")", -1);

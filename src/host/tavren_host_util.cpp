@@ -1,12 +1,15 @@
 #include "tavren_host_util.h"
 
+#include <exception>
 #include <memory>
 #include <new>
+#include <string>
 
 #include "TavrenError.h"
 #include "TavrenExceptions.h"
 #include "TavrenHost.h"
 #include "core/messages.h"
+#include "tavren_cmem.h"
 
 struct tavren_hp_t {
   TavrenHost* host = nullptr;

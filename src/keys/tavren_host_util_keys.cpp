@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "TavrenError.h"
 #include "TavrenKeyDownloader.h"
 #include "core/assertion.h"
 #include "core/messages.h"

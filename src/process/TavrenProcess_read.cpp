@@ -1,9 +1,9 @@
 #include <errno.h>
 #include <poll.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "TavrenError.h"
 #include "TavrenExceptions.h"
