@@ -54,9 +54,9 @@ typedef struct tavren_config_t {
   int32_t space_limit[TAVREN_COMPARTMENTS]; /* megabytes, TAVREN_SPACE_UNLIMITED for none */
 } tavren_config_t;
 
-/* What the daemon says of a compartment; the library carries it unchanged. */
+/* What the daemon says of a compartment. */
 typedef struct tavren_compartment_status_t {
-  /* The daemon gives it its meaning. */
+  /* Words whose meaning is the daemon's; the library carries them unchanged. */
   int32_t word1;
   int32_t word2;
   int32_t word3;
@@ -183,8 +183,7 @@ TAVREN_EXPORT int tavren_api_load_tunables(tavren_api_handle_t* handle);
 /* Makes the daemon's remote commands those of this process; others keep their texts. Returns 0 or an error as above. */
 TAVREN_EXPORT int tavren_api_load_remote_commands(tavren_api_handle_t* handle);
 
-/* Reads the archive host into buffer (TAVREN_API_TEXT_SIZE bytes; longer text is cut). Returns 0 or an error as above.
- */
+/* Reads the archive host into buffer (TAVREN_API_TEXT_SIZE bytes; longer is cut). Returns 0 or an error as above. */
 TAVREN_EXPORT int tavren_api_get_archive_host(tavren_api_handle_t* handle, char* buffer);
 
 /* Reads the archive directory, in the same way. */
@@ -212,7 +211,8 @@ TAVREN_EXPORT int tavren_api_clear_stored_data(tavren_api_handle_t* handle, char
 TAVREN_EXPORT int tavren_api_set_tunable(tavren_api_handle_t* handle, const char* name, const char* value,
                                          char** message);
 
-/* Asks for a remote command to be set. Returns 0, with *message NULL, or why the daemon refused; or an error as above.
+/*
+ * Asks for a remote command to be set. Returns 0, with *message NULL, or why the daemon refused; or an error as above.
  */
 TAVREN_EXPORT int tavren_api_set_remote_command(tavren_api_handle_t* handle, const char* name, const char* text,
                                                 char** message);

@@ -41,12 +41,15 @@ TAVREN_EXPORT const char* tavren_state_to_string(tavren_state_t state);
 TAVREN_EXPORT const char* tavren_connection_status_to_string(tavren_connection_status_t status);
 
 /*
- * Writes "Unlimited" for -1, otherwise the megabytes with their unit, into buffer (TAVREN_FORMAT_SIZE bytes; longer
- * text is cut). Returns the length of the whole text.
+ * Writes "Unlimited" for TAVREN_SPACE_UNLIMITED, otherwise the megabytes with their unit, translated, into buffer
+ * (TAVREN_FORMAT_SIZE bytes; longer text is cut). Returns the length of the whole text.
  */
 TAVREN_EXPORT int tavren_format_space_limit(int mb, char* buffer);
 
-/* The same, but for "Not monitored" for -1, "Unknown" for -2 and "Query failed" for -3. */
+/*
+ * The same with other words: "Not monitored" for TAVREN_SPACE_NOT_MONITORED, "Unknown" for TAVREN_SPACE_UNKNOWN and
+ * "Query failed" for TAVREN_SPACE_QUERY_FAILED.
+ */
 TAVREN_EXPORT int tavren_format_space_used(int mb, char* buffer);
 
 /*

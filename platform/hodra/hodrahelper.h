@@ -24,8 +24,10 @@ int hodrahelper_path(int database, const char* name, char* path);
 /* Makes a database that holds nothing, unless it is there. Returns 0 or an error number. */
 int hodrahelper_make(int database);
 
-/* Writes a record of a database that is there; a reader sees the old record or the new one. Returns 0 or an error
- * number. */
+/*
+ * Writes a record of a database that is there; a reader sees the old record or the new one. Returns 0 or an error
+ * number.
+ */
 int hodrahelper_put(int database, const char* record, const void* data, size_t length);
 
 #ifdef __cplusplus
