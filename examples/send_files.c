@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "host_checks.h"
+#include "guarded_calls.h"
 
 enum { PIECE_SIZE = 32768, BAR_WIDTH = 30 };
 

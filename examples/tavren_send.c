@@ -16,7 +16,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "host_checks.h"
+#include "guarded_calls.h"
 #include "send_files.h"
 
 enum { EXIT_ALL_SENT = 0, EXIT_SOME_FAILED = 1, EXIT_USAGE = 2 };

@@ -1,7 +1,8 @@
-#include "host_checks.h"
+#include "guarded_calls.h"
 
 #include <exception>
 #include <sstream>
+#include <string>
 
 namespace {
 

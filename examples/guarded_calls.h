@@ -1,8 +1,8 @@
 /*
  * The library's calls that may report by C++ exceptions, for a program in C: no exception leaves these functions.
  */
-#ifndef EXAMPLES_HOST_CHECKS_H
-#define EXAMPLES_HOST_CHECKS_H
+#ifndef EXAMPLES_GUARDED_CALLS_H
+#define EXAMPLES_GUARDED_CALLS_H
 
 #include <tavren.h>
 
