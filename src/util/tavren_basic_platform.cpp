@@ -95,6 +95,13 @@ int32_t integer_at(const char* field) {
   return number;
 }
 
+/* Returns the number at offset of the general record, or fallback when it cannot be read. */
+int read_limit(std::atomic<int>& cache, size_t offset, int fallback) {
+  const auto decode = [offset](const char* data) { return integer_at(data + offset); };
+  const char* failed_call = nullptr;
+  return read_number(cache, gen_system_info, decode, &failed_call) == 0 ? cache.load() : fallback;
+}
+
 /* The first byte comes last, because it tells other threads that the text is there. */
 void remember_chassis_id(const char* text) {
   const size_t length = strnlen(text, chassis_id_length);
@@ -125,15 +132,7 @@ int tavren_get_sp_number(int* number, const char** failed_call) {
 }
 
 int tavren_get_max_regular_domains() {
-  const auto decode = [](const char* data) { return integer_at(data + max_regular_domains_offset); };
-  const char* failed_call = nullptr;
-  const bool failed = read_number(max_regular_domains, gen_system_info, decode, &failed_call) != 0;
-  return failed ? default_max_regular_domains : max_regular_domains.load();
+  return read_limit(max_regular_domains, max_regular_domains_offset, default_max_regular_domains);
 }
 
-int tavren_get_max_cmus() {
-  const auto decode = [](const char* data) { return integer_at(data + max_cmus_offset); };
-  const char* failed_call = nullptr;
-  const bool failed = read_number(max_cmus, gen_system_info, decode, &failed_call) != 0;
-  return failed ? default_max_cmus : max_cmus.load();
-}
+int tavren_get_max_cmus() { return read_limit(max_cmus, max_cmus_offset, default_max_cmus); }

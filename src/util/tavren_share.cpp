@@ -20,6 +20,7 @@
 namespace {
 
 constexpr size_t path_size = 4096;
+constexpr size_t lock_path_size = path_size + sizeof "/.lock";
 
 char tmp_dir_buffer[path_size];
 const char* tmp_dir = nullptr;
@@ -78,6 +79,25 @@ bool make_directory(const char* path) {
     return false;
   }
   return true;
+}
+
+/*
+ * Makes name's directory and opens its lock file, whose paths it writes out. Returns the descriptor, or -1 with the
+ * reason in message.
+ */
+int open_lock_file(const char* name, char (&directory)[path_size], char (&lock_path)[lock_path_size], char* message) {
+  const int length = snprintf(directory, sizeof directory, "%s/%s.libtavren", tavren_get_tmp_root(), name);
+  snprintf(lock_path, sizeof lock_path, "%s/.lock", directory);
+  /* A path that was cut would be another directory's. */
+  if (length < 0 || static_cast<size_t>(length) >= sizeof directory) {
+    return refuse(message, translate("Failed to create directory %s, errno=%d"), directory, ENAMETOOLONG);
+  }
+  if (!make_directory(directory)) {
+    return refuse(message, translate("Failed to create directory %s, errno=%d"), directory, errno);
+  }
+  /* Everybody may write here, too: no lock is looked for behind a link, nor waited for behind a named pipe. */
+  const int fd = open(lock_path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666);
+  return fd != -1 ? fd : refuse(message, translate("Failed to open %s, errno=%d."), lock_path, errno);
 }
 
 bool lock_file(int fd, const char* path, char* message) {
@@ -172,31 +192,11 @@ int tavren_read_input(const char* prompt, char* buffer, int size, int hide) {
 
 int tavren_setup_tmp_dir(const char* name, char* message) {
   char directory[path_size];
-  char lock_path[path_size + sizeof "/.lock"];
+  char lock_path[lock_path_size];
   const mode_t old_umask = umask(0); /* before the root, which this may make */
-  const int length = snprintf(directory, sizeof directory, "%s/%s.libtavren", tavren_get_tmp_root(), name);
-  snprintf(lock_path, sizeof lock_path, "%s/.lock", directory);
-  /* A path that was cut would be another directory's. */
-  if (length < 0 || static_cast<size_t>(length) >= sizeof directory) {
-    umask(old_umask);
-    return refuse(message, translate("Failed to create directory %s, errno=%d"), directory, ENAMETOOLONG);
-  }
-
-  if (!make_directory(directory)) {
-    refuse(message, translate("Failed to create directory %s, errno=%d"), directory, errno);
-    umask(old_umask);
-    return -1;
-  }
-  /* For the same reason the lock is not looked for behind a link, nor waited for behind a named pipe. */
-  const int fd = open(lock_path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666);
-  if (fd == -1) {
-    refuse(message, translate("Failed to open %s, errno=%d."), lock_path, errno);
-    umask(old_umask);
-    return -1;
-  }
+  const int fd = open_lock_file(name, directory, lock_path, message);
   umask(old_umask);
-
-  if (!lock_file(fd, lock_path, message)) return -1;
+  if (fd == -1 || !lock_file(fd, lock_path, message)) return -1;
   tavren_delete_all_files(directory);
   memcpy(tmp_dir_buffer, directory, sizeof tmp_dir_buffer);
   tmp_dir = tmp_dir_buffer;
@@ -208,7 +208,7 @@ const char* tavren_get_tmp_dir() { return tmp_dir; }
 
 void tavren_cleanup_tmp_dir() {
   if (tmp_dir == nullptr) return;
-  char lock_path[path_size + sizeof "/.lock"];
+  char lock_path[lock_path_size];
   snprintf(lock_path, sizeof lock_path, "%s/.lock", tmp_dir);
   tavren_delete_all_files(tmp_dir);
   unlink(lock_path);
