@@ -1,12 +1,5 @@
-#include <errno.h>
-#include <fcntl.h>
-#include <netinet/in.h>
-#include <signal.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/socket.h>
-#include <time.h>
-#include <unistd.h>
 
 #include <list>
 #include <sstream>
@@ -16,6 +9,7 @@
 #include "TavrenMutex.h"
 #include "TavrenTunables.h"
 #include "core/messages.h"
+#include "daemon/connection.h"
 #include "daemon/rpc.h"
 #include "tavren_cmem.h"
 
@@ -24,51 +18,10 @@
  */
 namespace {
 
-constexpr char daemon_host[] = "localhost";
-constexpr char daemon_netid[] = "tcp";
 constexpr char audit_task[] = "LogTypeTask.audit";
 
 /* The RPC library puts its messages together in one place for all threads. */
 TavrenMutex& message_mutex = *new TavrenMutex; /* never destroyed: a thread may ask while another one exits */
-
-/*
- * Keeps a SIGPIPE from the calling thread while the RPC library writes to a daemon that may have died: the host program
- * need not expect one. One that is pending already stays so.
- */
-class WithoutSigpipe {
- public:
-  WithoutSigpipe() {
-    sigemptyset(&sigpipe);
-    sigaddset(&sigpipe, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &sigpipe, &old_mask);
-    was_blocked = sigismember(&old_mask, SIGPIPE) == 1;
-    was_pending = was_blocked && is_pending();
-  }
-  ~WithoutSigpipe() {
-    if (!was_blocked) pthread_sigmask(SIG_SETMASK, &old_mask, nullptr);
-  }
-  WithoutSigpipe(const WithoutSigpipe&) = delete;
-  WithoutSigpipe& operator=(const WithoutSigpipe&) = delete;
-
-  /* Takes away the signal that a write may have raised. One that another process has sent meanwhile comes through. */
-  void discard() const {
-    constexpr timespec at_once{};
-    siginfo_t info;
-    if (was_pending || sigtimedwait(&sigpipe, &info, &at_once) != SIGPIPE) return;
-    if (info.si_pid != getpid()) kill(getpid(), SIGPIPE);
-  }
-
- private:
-  static bool is_pending() {
-    sigset_t pending;
-    return sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
-  }
-
-  sigset_t sigpipe;
-  sigset_t old_mask;
-  bool was_blocked;
-  bool was_pending;
-};
 
 /* What a reply brought, released at the end also when only a part of it could be decoded. */
 template <class Record>
@@ -98,84 +51,12 @@ struct StoredErrors {
   std::list<TavrenError*> errors;
 };
 
-/*
- * The RPC library's socket would pass to every child that the host program starts, and keep the connection for it. And
- * its time limit holds for what it reads alone: a daemon that takes nothing would stop a long request for ever. It
- * tries to write the rest of such a request about four times, which together come to the limit of a call.
- */
-void prepare_socket(CLIENT* client) {
-  constexpr timeval write_timeout{6, 0};
-  int fd = -1;
-  if (clnt_control(client, CLGET_FD, reinterpret_cast<char*>(&fd)) == FALSE) return;
-  fcntl(fd, F_SETFD, FD_CLOEXEC);
-  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &write_timeout, sizeof write_timeout);
-}
-
-/* Connects, whatever signals arrive. Returns whether it worked; errno tells why not. */
-bool connects(int fd, const sockaddr_in& address) {
-  int result = 0;
-  do {
-    result = ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-  } while (result == -1 && errno == EINTR);
-  return result == 0;
-}
-
-/*
- * Looks whether the RPC services take a connection, as clnt_create is about to. The RPC library keeps their address,
- * and when a later connection with it fails, because the services have gone away or no descriptor is left, its
- * version 1.3.3 frees the address twice, which ends the process. Returns false, with the reason where clnt_create
- * leaves it, when they do not.
- */
-bool services_answer() {
-  const sockaddr_in services = {AF_INET, htons(PMAPPORT), {htonl(INADDR_LOOPBACK)}, {}};
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  /* clnt_create has the list of networks open meanwhile. */
-  const int second = fd == -1 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0);
-  const bool answered = second != -1 && connects(fd, services);
-  if (!answered) {
-    rpc_createerr.cf_stat = RPC_SYSTEMERROR;
-    rpc_createerr.cf_error.re_errno = errno;
-  }
-  if (second != -1) close(second);
-  if (fd != -1) close(fd);
-  return answered;
-}
-
-/* Returns a client of the daemon, NULL when there is no connection. */
-CLIENT* connect(const WithoutSigpipe& guard) {
-  const int program = tavren_rpc_program_number();
-  if (!services_answer()) return nullptr;
-  CLIENT* client = clnt_create(daemon_host, static_cast<rpcprog_t>(program), TAVREN_RPC_VERS, daemon_netid);
-  guard.discard();
-  if (client != nullptr) prepare_socket(client);
-  return client;
-}
-
-/*
- * A call that ran out of time leaves the stream in the middle of a reply that may never come: the RPC library would
- * take the next one for the rest of it, and each call after that would run out of time as well; the same with a request
- * that was not taken whole. So such a client is replaced before it is used again. Returns false, the old client in its
- * place, when there is no connection.
- */
-bool renew_if_out_of_step(tavren_api_handle_t* handle, const WithoutSigpipe& guard) {
-  rpc_err last{};
-  clnt_geterr(handle->clnt, &last);
-  /* A write with a time limit also ends when the process is stopped and goes on. */
-  const bool not_taken_whole = last.re_status == RPC_CANTSEND && (last.re_errno == EAGAIN || last.re_errno == EINTR);
-  if (last.re_status != RPC_TIMEDOUT && !not_taken_whole) return true;
-  CLIENT* fresh = connect(guard);
-  if (fresh == nullptr) return false;
-  clnt_destroy(handle->clnt);
-  handle->clnt = fresh;
-  return true;
-}
-
 /* Makes one call: step gets the client. Returns 0, or what it has stored in the handle's error. */
 template <class Step>
 int call(tavren_api_handle_t* handle, Step step) {
   if (handle->clnt == nullptr) return handle->error = TAVREN_API_E_CONNECT;
   const WithoutSigpipe guard;
-  if (renew_if_out_of_step(handle, guard) && step(handle->clnt) == RPC_SUCCESS) return 0;
+  if (renew_if_out_of_step(handle->clnt, guard) && step(handle->clnt) == RPC_SUCCESS) return 0;
   guard.discard();
   return handle->error = TAVREN_API_E_RPC;
 }
@@ -225,7 +106,7 @@ char* argument(const char* text) { return const_cast<char*>(text); }
 int tavren_api_open(tavren_api_handle_t* handle) {
   handle->error = 0;
   const WithoutSigpipe guard;
-  handle->clnt = connect(guard);
+  handle->clnt = connect_to_daemon(guard);
   if (handle->clnt == nullptr) handle->error = TAVREN_API_E_CONNECT;
   return handle->error;
 }
@@ -305,8 +186,7 @@ int tavren_api_load_tunables(tavren_api_handle_t* handle) {
 
 int tavren_api_load_remote_commands(tavren_api_handle_t* handle) {
   return call_for_text(handle, tavren_rpc_get_remote_commands_1, [](const char* text) {
-    /* The first host object fills an empty table. After the loading it would find names, and add none that is missing.
-     */
+    /* The first host object fills an empty table. After the loading it would find names, and add none. */
     const TavrenHost fills_the_table(false, false);
     TavrenHost::set_cmds(text);
   });

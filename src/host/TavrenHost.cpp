@@ -14,12 +14,12 @@
 #include "TavrenTunables.h"
 #include "core/assertion.h"
 #include "core/messages.h"
+#include "process/deadline.h"
 
 namespace {
 
 constexpr int32_t FAILURE_LOG_LIMIT = 5;       /* consecutive failures */
 constexpr long CONSOLE_WARNING_INTERVAL = 900; /* seconds */
-constexpr int stop_grace_time = 2;             /* seconds */
 constexpr size_t console_warning_size = 128;   /* bytes, longer text is cut */
 
 /* Copying leaves a string NULL when there is no memory for it. */

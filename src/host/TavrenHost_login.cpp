@@ -13,6 +13,7 @@
 #include "TavrenTunables.h"
 #include "core/assertion.h"
 #include "process/deadline.h"
+#include "process/ssh_client.h"
 #include "tavren_share.h"
 
 /*
@@ -21,7 +22,6 @@
 namespace {
 
 constexpr char no_file[] = "/dev/null";
-constexpr int yes_send_timeout = 5; /* seconds */
 
 bool contains(const std::string& line, const char* text) { return line.find(text) != std::string::npos; }
 
@@ -138,10 +138,7 @@ void TavrenHost::run_ssh_with_key(const std::string& target, long deadline) {
 void TavrenHost::run_ssh_without_key(const std::string& target, long deadline) {
   /* No host is known there, so the client always asks. */
   start_ssh_process(target, no_file);
-  std::string line;
-  while (!read_line_or_prompt(line, deadline, {"Are you sure you want to continue connecting"})) {
-  }
-  child().send("yes\n", yes_send_timeout);
+  accept_host_key(child(), deadline);
 }
 
 void TavrenHost::wait_for_password_prompt(long deadline) {

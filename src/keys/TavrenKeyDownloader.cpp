@@ -6,18 +6,16 @@
 #include <unistd.h>
 
 #include "TavrenError.h"
-#include "TavrenExceptions.h"
 #include "TavrenTunables.h"
 #include "core/assertion.h"
 #include "process/deadline.h"
+#include "process/ssh_client.h"
 #include "tavren_share.h"
 #include "tavren_util.h"
 
 namespace {
 
 constexpr char user[] = "tavren_anonymous@"; /* deliberately nobody: the download never logs in */
-constexpr int yes_send_timeout = 5;          /* seconds */
-constexpr int stop_grace_time = 2;           /* seconds */
 
 struct Close {
   void operator()(FILE* file) const { fclose(file); }
@@ -76,12 +74,7 @@ void TavrenKeyDownloader::download_host_key(std::string& key) {
 
 void TavrenKeyDownloader::download_key_to_file() {
   const long deadline = deadline_after(TavrenTunables::instance().get_ssh_connect_timeout());
-  std::string line;
-  do {
-    /* Lines that keep coming must not keep this from ending. */
-    if (seconds_until(deadline) < 1) throw TavrenTimeout();
-  } while (!process->read_line(line, deadline, "Are you sure you want to continue connecting"));
-  process->send("yes\n", yes_send_timeout);
+  accept_host_key(*process, deadline);
   /* The client has written the key before it asks for a password, or says that it will not. */
   process->read_until_line_starts_with(user, deadline);
 }

@@ -160,7 +160,7 @@ TavrenProcess::TavrenProcess(const std::string& program_path, const std::list<st
 }
 
 TavrenProcess::~TavrenProcess() {
-  if (child_pid != -1) stop(2);
+  if (child_pid != -1) stop(stop_grace_time);
   close_descriptor(master_fd);
   for (int* fd : {&cancel_pipe[0], &cancel_pipe[1], &stdin_pipe[0], &stdin_pipe[1]}) close_descriptor(*fd);
 }

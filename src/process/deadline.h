@@ -10,6 +10,9 @@
 /* The deadline, in seconds of uptime, that stands for no deadline. */
 constexpr long no_deadline = 2147483647;
 
+/* The seconds between SIGTERM and SIGKILL for a child that nobody needs any more. */
+constexpr int stop_grace_time = 2;
+
 /*
  * Returns the deadline, in seconds of uptime, that lies timeout seconds ahead. Tunables have no bounds, so the sum is
  * made in 64 bits and held within the range of a deadline.

@@ -1,0 +1,106 @@
+#include "daemon/connection.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "daemon/rpc.h"
+
+namespace {
+
+constexpr char daemon_host[] = "localhost";
+constexpr char daemon_netid[] = "tcp";
+
+bool sigpipe_is_pending() {
+  sigset_t pending;
+  return sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
+}
+
+/*
+ * The RPC library's socket would pass to every child that the host program starts, and keep the connection for it. And
+ * its time limit holds for what it reads alone: a daemon that takes nothing would stop a long request for ever. It
+ * tries to write the rest of such a request about four times, which together come to the limit of a call.
+ */
+void prepare_socket(CLIENT* client) {
+  constexpr timeval write_timeout{6, 0};
+  int fd = -1;
+  if (clnt_control(client, CLGET_FD, reinterpret_cast<char*>(&fd)) == FALSE) return;
+  fcntl(fd, F_SETFD, FD_CLOEXEC);
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &write_timeout, sizeof write_timeout);
+}
+
+/* Connects, whatever signals arrive. Returns whether it worked; errno tells why not. */
+bool connects(int fd, const sockaddr_in& address) {
+  int result = 0;
+  do {
+    result = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  } while (result == -1 && errno == EINTR);
+  return result == 0;
+}
+
+/*
+ * Looks whether the RPC services take a connection, as clnt_create is about to. The RPC library keeps their address,
+ * and when a later connection with it fails, because the services have gone away or no descriptor is left, its
+ * version 1.3.3 frees the address twice, which ends the process. Returns false, with the reason where clnt_create
+ * leaves it, when they do not.
+ */
+bool services_answer() {
+  const sockaddr_in services = {AF_INET, htons(PMAPPORT), {htonl(INADDR_LOOPBACK)}, {}};
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  /* clnt_create has the list of networks open meanwhile. */
+  const int second = fd == -1 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0);
+  const bool answered = second != -1 && connects(fd, services);
+  if (!answered) {
+    rpc_createerr.cf_stat = RPC_SYSTEMERROR;
+    rpc_createerr.cf_error.re_errno = errno;
+  }
+  if (second != -1) close(second);
+  if (fd != -1) close(fd);
+  return answered;
+}
+
+}  // namespace
+
+WithoutSigpipe::WithoutSigpipe() {
+  sigemptyset(&sigpipe);
+  sigaddset(&sigpipe, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &sigpipe, &old_mask);
+  was_blocked = sigismember(&old_mask, SIGPIPE) == 1;
+  was_pending = was_blocked && sigpipe_is_pending();
+}
+
+WithoutSigpipe::~WithoutSigpipe() {
+  if (!was_blocked) pthread_sigmask(SIG_SETMASK, &old_mask, nullptr);
+}
+
+void WithoutSigpipe::discard() const {
+  constexpr timespec at_once{};
+  siginfo_t info;
+  if (was_pending || sigtimedwait(&sigpipe, &info, &at_once) != SIGPIPE) return;
+  if (info.si_pid != getpid()) kill(getpid(), SIGPIPE);
+}
+
+CLIENT* connect_to_daemon(const WithoutSigpipe& guard) {
+  const int program = tavren_rpc_program_number();
+  if (!services_answer()) return nullptr;
+  CLIENT* client = clnt_create(daemon_host, static_cast<rpcprog_t>(program), TAVREN_RPC_VERS, daemon_netid);
+  guard.discard();
+  if (client != nullptr) prepare_socket(client);
+  return client;
+}
+
+bool renew_if_out_of_step(CLIENT*& client, const WithoutSigpipe& guard) {
+  rpc_err last{};
+  clnt_geterr(client, &last);
+  /* A write with a time limit also ends when the process is stopped and goes on. */
+  const bool not_taken_whole = last.re_status == RPC_CANTSEND && (last.re_errno == EAGAIN || last.re_errno == EINTR);
+  if (last.re_status != RPC_TIMEDOUT && !not_taken_whole) return true;
+  CLIENT* fresh = connect_to_daemon(guard);
+  if (fresh == nullptr) return false;
+  clnt_destroy(client);
+  client = fresh;
+  return true;
+}
