@@ -34,13 +34,11 @@ class KeyDownload : public LabTest {
     return reason;
   }
 
-  /* Gives the server one host key of its own, made by those options of ssh-keygen. Returns the public half. */
-  static std::string serve_key(const std::string& options) {
-    const std::string key = lab::make_key("new_key", options);
+  /* Makes $LAB/new_key the server's only host key. */
+  static void serve_new_key() {
     lab::run(
         "sed -i '/^HostKey /d' $LAB_SSHD_CONFIG && echo HostKey $LAB/new_key >>$LAB_SSHD_CONFIG && "
         "$LAB_RESTART_SSHD");
-    return key;
   }
 
   static std::string key_file() { return std::string(tavren_get_tmp_dir()) + "/downloaded_key"; }
@@ -57,7 +55,8 @@ class KeyDownload : public LabTest {
 class KeyDownloadOfType : public KeyDownload, public testing::WithParamInterface<const char*> {};
 
 TEST_P(KeyDownloadOfType, IsTheServersKey) {
-  const std::string key = serve_key(GetParam());
+  const std::string key = lab::make_key("new_key", GetParam());
+  serve_new_key();
   EXPECT_EQ(fetched(), key);
 }
 
@@ -76,7 +75,8 @@ TEST_F(KeyDownload, PinsTheNextLogin) {
 }
 
 TEST_F(KeyDownload, OfA8192BitKeyIsTooLarge) {
-  const std::string key = serve_key("-t rsa -b 8192");
+  const std::string key = lab::take_long_key("new_key");
+  serve_new_key();
   EXPECT_EQ(fetched(), "  - Host key is too large (" + std::to_string(key.size()) + " bytes)\n");
   EXPECT_FALSE(std::filesystem::exists(key_file()));
 }

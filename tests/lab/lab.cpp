@@ -32,10 +32,20 @@ void run(const std::string& command) {
   if (system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
 }
 
-std::string make_key(const std::string& name, const std::string& options) {
-  run("ssh-keygen -q -N '' -C '' -f $LAB/" + name + " " + options);
+static std::string public_half(const std::string& name) {
   const std::string line = read_file(value("LAB") + "/" + name + ".pub");
   return line.substr(0, line.find_last_not_of(" \n") + 1);
+}
+
+std::string make_key(const std::string& name, const std::string& options) {
+  run("ssh-keygen -q -N '' -C '' -f $LAB/" + name + " " + options);
+  return public_half(name);
+}
+
+std::string take_long_key(const std::string& name) {
+  run("install -m 600 " RSA_8192 " $LAB/" + name);
+  run("ssh-keygen -y -f $LAB/" + name + " >$LAB/" + name + ".pub");
+  return public_half(name);
 }
 
 void set_password(const std::string& password) {

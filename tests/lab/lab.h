@@ -35,6 +35,9 @@ void run(const std::string& command);
 /* Makes the key $LAB/name with those options of ssh-keygen. Returns its public half: type, blank, encoded key. */
 std::string make_key(const std::string& name, const std::string& options);
 
+/* The same with a key of 8,192 bits from the source tree: making one may take minutes. */
+std::string take_long_key(const std::string& name);
+
 /* Gives the account another password. */
 void set_password(const std::string& password);
 

@@ -1,4 +1,5 @@
 add_library(lab_support STATIC lab/lab.cpp)
+target_compile_definitions(lab_support PRIVATE RSA_8192="${CMAKE_CURRENT_LIST_DIR}/rsa_8192")
 target_link_libraries(lab_support PUBLIC test_support)
 
 tavren_test(lab_login_tests lab/login_test.cpp lab/host_key_test.cpp lab/password_test.cpp lab/banner_test.cpp
