@@ -12,10 +12,6 @@
 #include "tavren_assert.h"
 #include "tavren_share.h"
 
-tavren_settings_t Settings::record() {
-  return {host.data(), dir.data(), user.data(), password.data(), host_key.data(), fingerprint.data()};
-}
-
 namespace lab {
 
 std::string value(const char* name) {

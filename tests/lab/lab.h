@@ -10,15 +10,7 @@
 
 #include "TavrenError.h"
 #include "TavrenHost.h"
-#include "tavren_api.h"
-
-/* A settings record whose strings are std::strings. */
-struct Settings {
-  std::string host, dir, user, password, host_key, fingerprint;
-
-  /* The record's pointers lead into this object. */
-  tavren_settings_t record();
-};
+#include "support/settings.h"
 
 /* What the archive host around this process is and what can be done to it. */
 namespace lab {

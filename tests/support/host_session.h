@@ -14,23 +14,9 @@
 #include "TavrenHost.h"
 #include "TavrenTunables.h"
 #include "support/scripted_client.h"
+#include "support/settings.h"
 #include "support/temporary_directory.h"
 #include "tavren_share.h"
-
-/* A complete settings record whose strings belong to it. */
-struct Settings {
-  std::string host = "archive.example";
-  std::string dir = "/";
-  std::string user = "archiver";
-  std::string password = "a secret";
-  std::string host_key;
-  std::string fingerprint;
-
-  /* The record points into this object. */
-  tavren_settings_t record() {
-    return {host.data(), dir.data(), user.data(), password.data(), host_key.data(), fingerprint.data()};
-  }
-};
 
 inline void set_tunable(const std::string& name, const std::string& value) {
   std::string refusal;
