@@ -50,6 +50,7 @@ LINES = [
     Line("copy", "transfer_bench", "the same with its login", "scp", "sshpass scp -O", "MB/s", repetitions=7),
     Line("stream", "transfer_bench", "stream of 256 MiB", "bare", "bare loop", "MB/s", at_least=0.95),
     Line("large_pieces", "transfer_bench", "file in 64 KiB pieces", "bare", "bare loop", "MB/s", at_least=0.95),
+    Line("polled", "transfer_bench", "the same", "bare", "bare loop that polls", "MB/s", at_least=0.95),
     sessions(1), sessions(2), sessions(4), sessions(8), sessions(16),
     Line("command", "session_bench", "framed command, one line", "bare", "bare write and read", "us", at_most=1.10,
          repetitions=20),

@@ -151,6 +151,23 @@ void BareSession::write_pieces(const char* data, size_t length, size_t piece) {
   for (size_t done = 0; done < length; done += piece) write(data + done, std::min(piece, length - done));
 }
 
+void BareSession::poll_pieces(const char* data, size_t length, size_t piece) {
+  const int flags = fcntl(master, F_GETFL);
+  fcntl(master, F_SETFL, flags | O_NONBLOCK);
+  for (size_t done = 0; done < length;) {
+    const ssize_t n = ::write(master, data + done, std::min(piece - done % piece, length - done));
+    if (n > 0) {
+      done += static_cast<size_t>(n);
+    } else if (n == 0 || errno == EAGAIN) {
+      pollfd full{master, POLLOUT, 0};
+      poll(&full, 1, -1);
+    } else {
+      fail("write");
+    }
+  }
+  fcntl(master, F_SETFL, flags);
+}
+
 /* Returns 0 at the end of the output. */
 size_t BareSession::read_more() {
   const ssize_t n = read(master, buffer.data(), buffer.size());

@@ -65,6 +65,9 @@ class BareSession {
   /* Writes data in pieces. */
   void write_pieces(const char* data, size_t length, size_t piece);
 
+  /* The same with writes that do not block: where the terminal is full, poll waits. */
+  void poll_pieces(const char* data, size_t length, size_t piece);
+
   /* Reads the next byte, which must be the zero with which a sink says that all is well. */
   void read_consent();
 

@@ -170,6 +170,18 @@ void large_pieces_bare(benchmark::State& state) {
   }
 }
 
+void large_pieces_polled(benchmark::State& state) {
+  BareSession& open = session<BareSession>(0);
+  for (auto _ : state) {
+    time_iteration(state, [&] {
+      open.start_file(archived("file"), data_size);
+      open.poll_pieces(data().data(), data_size, large_piece);
+      open.end_file();
+    });
+    check_and_remove(archived("file"), data_size);
+  }
+}
+
 /* Stream: each ends its session. */
 
 void stream_library(benchmark::State& state) {
@@ -227,6 +239,8 @@ void add_all() {
   add("copy/scp", copy_scp);
   add("large_pieces/library", large_pieces_library);
   add("large_pieces/bare", large_pieces_bare);
+  add("polled/library", large_pieces_library);
+  add("polled/bare", large_pieces_polled);
   add("stream/library", stream_library);
   add("stream/bare", stream_bare);
   for (const size_t count : {1, 2, 4, 8, 16}) {
