@@ -1,5 +1,6 @@
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <thread>
 
 #include "TavrenExceptions.h"
@@ -76,6 +77,14 @@ std::string outcome_of(const std::function<void()>& action) {
   return "";
 }
 
+constexpr int timeout = 3; /* seconds, where the cut stays */
+
+struct ShortTimeouts {
+  const ScopedTunable connect{"ssh_connect_timeout", timeout};
+  const ScopedTunable start{"ssh_shell_start_timeout", timeout};
+  const ScopedTunable command{"ssh_command_timeout", timeout};
+};
+
 class NetworkCut : public LabTest, public testing::WithParamInterface<std::tuple<Named<Step>, Named<Cut>>> {
  protected:
   const Step& step() const { return std::get<0>(GetParam()).value; }
@@ -91,6 +100,8 @@ class NetworkCut : public LabTest, public testing::WithParamInterface<std::tuple
     host.set_settings(settings.record());
     host.enable();
     if (step().needs_session) host.open_connection();
+    std::optional<ShortTimeouts> short_timeouts; /* of the step, not of what comes before it */
+    if (length == 0) short_timeouts.emplace();
     if (after == 0) lab::run(cut().begin);
     std::thread cutter([this, after, length] {
       std::this_thread::sleep_for(std::chrono::milliseconds(after));
@@ -133,11 +144,7 @@ TEST_P(NetworkCut, ThatPassesGoesUnnoticed) {
 
 TEST_P(NetworkCut, ThatStaysIsAnErrorByTheDeadline) {
   const Footprint before = Footprint::now();
-  constexpr int timeout = 3;
   constexpr int longest_run_of_steps = 6; /* each with its time-out and the second that a wait may last longer */
-  const ScopedTunable connect("ssh_connect_timeout", timeout);
-  const ScopedTunable start("ssh_shell_start_timeout", timeout);
-  const ScopedTunable command("ssh_command_timeout", timeout);
   int failures = 0;
   for (const int after : moments()) {
     int seconds = 0;
