@@ -54,9 +54,10 @@ class Faults : public LabTest {
   std::unique_ptr<TavrenHost> own;
 
  private:
-  const ScopedTunable connect_timeout{"ssh_connect_timeout", 4};
-  const ScopedTunable start_timeout{"ssh_shell_start_timeout", 4};
-  const ScopedTunable command_timeout{"ssh_command_timeout", 4};
+  /* Short enough for the faults that end in one, long enough for a busy machine. */
+  const ScopedTunable connect_timeout{"ssh_connect_timeout", 10};
+  const ScopedTunable start_timeout{"ssh_shell_start_timeout", 10};
+  const ScopedTunable command_timeout{"ssh_command_timeout", 10};
 };
 
 void send_file(TavrenHost& host) {
