@@ -2,8 +2,8 @@
  * The version of these headers, and the one place in which it stands: the build, the package files and the soname take
  * it from here.
  *
- * Within one major version a program goes on running with any later library (docs/versions.md). A program that wants to
- * compile against an earlier one, too, asks with the preprocessor: #if TAVREN_VERSION >= 10100.
+ * Within one major version a program goes on running with any later library. A program that wants to compile against an
+ * earlier one, too, asks with the preprocessor: #if TAVREN_VERSION >= 10100.
  */
 #ifndef TAVREN_VERSION_H
 #define TAVREN_VERSION_H
