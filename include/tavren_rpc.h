@@ -88,7 +88,7 @@ TAVREN_EXPORT bool_t xdr_tavren_rpc_set_interval_1_argument(XDR* xdrs, tavren_rp
 /* A filter, too; each byte of the buffer travels as a 4-byte signed integer, not packed. */
 TAVREN_EXPORT bool_t xdr_tavren_bytes_t(XDR* xdrs, tavren_bytes_t* object);
 
-/* Client stubs; see above. A string result is released with free. */
+/* Client stubs, each for the procedure that its name says; see above. A string result is released with free. */
 TAVREN_EXPORT enum clnt_stat tavren_rpc_null_1(void* result, CLIENT* client);
 TAVREN_EXPORT enum clnt_stat tavren_rpc_get_state_1(tavren_state_t* result, CLIENT* client);
 TAVREN_EXPORT enum clnt_stat tavren_rpc_set_state_1(tavren_state_t state, void* result, CLIENT* client);
