@@ -2,12 +2,14 @@
 #include <tavren.h>
 #include <tavren_rpc.h>
 
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <regex>
 #include <sstream>
 
 #include "daemon/wire.h"
+#include "support/files.h"
 
 /*
  * What the documents of formats show is what the library reads and writes.
@@ -49,6 +51,25 @@ std::map<std::string, std::string> rows_in(const std::string& text) {
     if (std::regex_match(s, match, row) && match[1] != "name" && match[1] != "code") rows[match[1]] = match[2];
   }
   return rows;
+}
+
+/* Returns the text of each entry of a list in a page of the manual, by the name that it begins with. */
+std::map<std::string, std::string> entries_in(const std::string& page) {
+  static const std::regex entry("\\.It Cm ([a-z_]+)");
+  std::ifstream in(DOCUMENTS "/man/" + page);
+  std::map<std::string, std::string> entries;
+  std::string* text = nullptr;
+  for (std::string line; std::getline(in, line);) {
+    std::smatch match;
+    if (std::regex_match(line, match, entry)) {
+      text = &entries[match[1]];
+    } else if (line == ".El") {
+      text = nullptr;
+    } else if (text != nullptr) {
+      *text += line + ' ';
+    }
+  }
+  return entries;
 }
 
 /* The error of the example. */
@@ -114,6 +135,15 @@ TEST(Documents, HaveEveryTunableWithItsDefault) {
   }
   EXPECT_EQ(rows_in(section("tunables.md", "## Names and values")), tunables);
   EXPECT_EQ(rows_in(section("../README.md", "## Tunables")), tunables);
+
+  const auto entries = entries_in("tavren_tunables.7");
+  EXPECT_EQ(entries.size(), tunables.size());
+  for (const auto& [name, value] : tunables) {
+    const auto entry = entries.find(name);
+    ASSERT_NE(entry, entries.end()) << name;
+    const std::regex says_it(" " + (value.empty() ? "empty" : value) + "(, the default,|\\.)( |$)");
+    EXPECT_TRUE(std::regex_search(entry->second, says_it)) << entry->second;
+  }
 }
 
 TEST(Documents, HaveEveryCommandWithItsText) {
@@ -125,6 +155,31 @@ TEST(Documents, HaveEveryCommandWithItsText) {
     expected += name + '=' + text + " \n";
   }
   EXPECT_EQ(expected, lines.str());
+
+  static const std::regex row("\\.It ([a-z]+) Ta (.*) Ta .*");
+  std::ifstream page(DOCUMENTS "/man/tavren_commands.7");
+  std::string shown;
+  for (std::string line; std::getline(page, line);) {
+    std::smatch match;
+    if (std::regex_match(line, match, row)) shown += match[1].str() + '=' + match[2].str() + " \n";
+  }
+  EXPECT_EQ(shown, lines.str());
+}
+
+TEST(Documents, HaveLinksThatLeadSomewhere) {
+  static const std::regex link("\\]\\(([^)#:]+)\\)");
+  int count = 0;
+  for (const std::filesystem::path directory : {DOCUMENTS, DOCUMENTS "/.."}) {
+    for (const auto& file : std::filesystem::directory_iterator(directory)) {
+      if (file.path().extension() != ".md") continue;
+      const std::string text = read_file(file.path());
+      for (auto found = std::sregex_iterator(text.begin(), text.end(), link); found != std::sregex_iterator(); ++found) {
+        EXPECT_TRUE(std::filesystem::exists(directory / (*found)[1].str())) << file.path() << ": " << (*found)[1];
+        ++count;
+      }
+    }
+  }
+  EXPECT_GT(count, 50);
 }
 
 TEST(Documents, QuoteAsTheLibraryDoes) {

@@ -14,16 +14,29 @@ add_test(NAME Manual.HasEveryFunction
 set_tests_properties(Manual.HasEveryFunction PROPERTIES TIMEOUT 120)
 
 # A function that nothing is said about does not get as far as a page.
-set(silent ${CMAKE_CURRENT_BINARY_DIR}/reference/tavren_silent.h)
-file(CONFIGURE OUTPUT ${silent} CONTENT "/*\n * A family.\n */\n\nTAVREN_EXPORT int tavren_silent(int number);\n")
-add_test(NAME Manual.RefusesAFunctionWithoutAComment
-  COMMAND ${PROJECT_SOURCE_DIR}/docs/from-headers pages ${CMAKE_CURRENT_BINARY_DIR}/reference/man3 ${silent})
-set_tests_properties(Manual.RefusesAFunctionWithoutAComment PROPERTIES TIMEOUT 60
-  PASS_REGULAR_EXPRESSION "tavren_silent.h:5: tavren_silent: no comment says what this does")
+function(refused test header declarations complaint)
+  set(path ${CMAKE_CURRENT_BINARY_DIR}/reference/${header})
+  file(CONFIGURE OUTPUT ${path} CONTENT "/*\n * A family.\n */\n\n${declarations}\n")
+  add_test(NAME ${test}
+    COMMAND ${PROJECT_SOURCE_DIR}/docs/from-headers pages ${CMAKE_CURRENT_BINARY_DIR}/reference/man3 ${path})
+  set_tests_properties(${test} PROPERTIES TIMEOUT 60 PASS_REGULAR_EXPRESSION "${header}:5: ${complaint}")
+endfunction()
+refused(Manual.RefusesAFunctionWithoutAComment tavren_silent.h
+  "TAVREN_EXPORT int tavren_silent(int number);" "tavren_silent: no comment says what this does")
+refused(Manual.RefusesAFunctionWithTheCommentOfAnother tavren_sharing.h
+  "/* Counts. */\nTAVREN_EXPORT int tavren_count(int number);\nTAVREN_EXPORT int tavren_sort(char* text);"
+  "tavren_sort: the comment is another's")
 
 add_test(NAME Manual.IsWellFormed
   COMMAND ${CMAKE_CURRENT_LIST_DIR}/lint-manual ${PROJECT_SOURCE_DIR}/docs/man ${PROJECT_BINARY_DIR}/docs/man3)
 set_tests_properties(Manual.IsWellFormed PROPERTIES TIMEOUT 60)
+
+if(TARGET tavren_send)
+  add_test(NAME Manual.HasTheOptionsOfThePrograms
+    COMMAND ${CMAKE_CURRENT_LIST_DIR}/compare-options ${PROJECT_SOURCE_DIR}/docs/man $<TARGET_FILE:tavren_send>
+      $<TARGET_FILE:tavren_ctl>)
+  set_tests_properties(Manual.HasTheOptionsOfThePrograms PROPERTIES TIMEOUT 60)
+endif()
 
 if(Doxygen_FOUND)
   add_test(NAME Reference.DoxygenHasNothingToComplainOf
