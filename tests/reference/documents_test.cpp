@@ -173,7 +173,8 @@ TEST(Documents, HaveLinksThatLeadSomewhere) {
     for (const auto& file : std::filesystem::directory_iterator(directory)) {
       if (file.path().extension() != ".md") continue;
       const std::string text = read_file(file.path());
-      for (auto found = std::sregex_iterator(text.begin(), text.end(), link); found != std::sregex_iterator(); ++found) {
+      for (auto found = std::sregex_iterator(text.begin(), text.end(), link); found != std::sregex_iterator();
+           ++found) {
         EXPECT_TRUE(std::filesystem::exists(directory / (*found)[1].str())) << file.path() << ": " << (*found)[1];
         ++count;
       }
