@@ -159,8 +159,11 @@ void BareSession::poll_pieces(const char* data, size_t length, size_t piece) {
     if (n > 0) {
       done += static_cast<size_t>(n);
     } else if (n == 0 || errno == EAGAIN) {
+      siginfo_t info{};
+      waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT);
+      if (info.si_pid != 0) fail("the client has ended");
       pollfd full{master, POLLOUT, 0};
-      poll(&full, 1, -1);
+      poll(&full, 1, 1000);
     } else {
       fail("write");
     }

@@ -65,7 +65,7 @@ class BareSession {
   /* Writes data in pieces. */
   void write_pieces(const char* data, size_t length, size_t piece);
 
-  /* The same with writes that do not block: where the terminal is full, poll waits. */
+  /* The same with writes that do not block: where the terminal is full it looks after the client, and poll waits. */
   void poll_pieces(const char* data, size_t length, size_t piece);
 
   /* Reads the next byte, which must be the zero with which a sink says that all is well. */
