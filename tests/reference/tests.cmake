@@ -7,7 +7,7 @@ if(TAVREN_SANITIZE OR CMAKE_CROSSCOMPILING)
   return()
 endif()
 
-find_package(Doxygen QUIET)
+find_package(Doxygen REQUIRED)
 add_test(NAME Manual.HasEveryFunction
   COMMAND ${CMAKE_CURRENT_LIST_DIR}/check-manual ${CMAKE_COMMAND} ${PROJECT_BINARY_DIR} ${CMAKE_INSTALL_MANDIR}
     ${CMAKE_CURRENT_SOURCE_DIR}/exported_names.txt)
@@ -38,8 +38,6 @@ if(TARGET tavren_send)
   set_tests_properties(Manual.HasTheOptionsOfThePrograms PROPERTIES TIMEOUT 60)
 endif()
 
-if(Doxygen_FOUND)
-  add_test(NAME Reference.DoxygenHasNothingToComplainOf
-    COMMAND Doxygen::doxygen ${PROJECT_BINARY_DIR}/docs/Doxyfile WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/reference)
-  set_tests_properties(Reference.DoxygenHasNothingToComplainOf PROPERTIES TIMEOUT 120)
-endif()
+add_test(NAME Reference.DoxygenHasNothingToComplainOf
+  COMMAND Doxygen::doxygen ${PROJECT_BINARY_DIR}/docs/Doxyfile WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/reference)
+set_tests_properties(Reference.DoxygenHasNothingToComplainOf PROPERTIES TIMEOUT 120)
