@@ -144,7 +144,10 @@ class TAVREN_EXPORT TavrenHost {
   /* Removes a remote file; one that is not there is no failure. */
   void remove_file(const std::string& path);
 
-  /* Removes the first file listed in dir, which may hold shell patterns. Returns whether there was one. */
+  /*
+   * Removes the first file listed in dir. Returns whether there was one. A shell pattern in dir is listed, but then
+   * nothing is removed.
+   */
   bool remove_first_file(const std::string& dir);
 
   /* Makes a remote directory and its parents. */

@@ -177,7 +177,10 @@ TAVREN_EXPORT int tavren_api_get_status(tavren_api_handle_t* handle, tavren_stat
  */
 TAVREN_EXPORT int tavren_api_get_errors(tavren_api_handle_t* handle, char** errors);
 
-/* Makes the daemon's tunables those of this process; what it says wrong is skipped. Returns 0 or an error as above. */
+/*
+ * Takes over the tunables that are not at their defaults in the daemon; all others stay as they are in this process.
+ * What is wrong is skipped. Returns 0 or an error as above.
+ */
 TAVREN_EXPORT int tavren_api_load_tunables(tavren_api_handle_t* handle);
 
 /* Makes the daemon's remote commands those of this process; others keep their texts. Returns 0 or an error as above. */

@@ -49,6 +49,11 @@ TEST_F(Loading, OfTunablesChangesThoseOfThisProcess) {
 
 TEST_F(Loading, OfNoTunablesChangesNothing) { EXPECT_EQ(tunables_after(""), ""); }
 
+TEST_F(Loading, OfTunablesLeavesThoseThatAreNotNamed) {
+  tunables_after("ssh_command_timeout=30\n");
+  EXPECT_EQ(tunables_after("ssh_connect_timeout=5\n"), "ssh_command_timeout=30\nssh_connect_timeout=5\n");
+}
+
 TEST_F(Loading, OfTunablesSkipsWhatIsWrongAndStopsAtWhatIsNoAssignment) {
   EXPECT_EQ(tunables_after("unknown=1\nssh_command_timeout=x\nssh_connect_timeout=5\nno assignment\n"
                            "ssh_shell_start_timeout=6\n"),
