@@ -46,6 +46,10 @@ TEST_F(Loopback, ABadHostHasAShellThatCannotStart) {
   EXPECT_EQ(error_body([this] { host.open_connection(); }),
             "  - Program exited unexpectedly: /no-such-command\n"
             "  - Output: \"Failed to run /no-such-command: No such file or directory\"\n");
+  tavren_connection_status_t status = TAVREN_CONNECTION_NONE;
+  long since = 0;
+  host.get_connection_status(status, since);
+  EXPECT_EQ(status, TAVREN_CONNECTION_OK); /* the shell was started; its end shows at the first command */
 }
 
 TEST_F(Loopback, AHostWhoseNameOnlyBeginsLikeTheBadOneIsAnOrdinaryOne) {

@@ -42,14 +42,6 @@ class KeyDownload : public LabTest {
   }
 
   static std::string key_file() { return std::string(tavren_get_tmp_dir()) + "/downloaded_key"; }
-
-  /* Has a program listen in the server's place that says nothing. */
-  static void serve_silence() {
-    lab::stop_sshd();
-    lab::run(
-        "socat TCP-LISTEN:22,bind=127.0.0.1,fork,reuseaddr EXEC:'sleep 100' & "
-        "until bash -c '3<>/dev/tcp/127.0.0.1/22' 2>/dev/null; do sleep 0.01; done");
-  }
 };
 
 class KeyDownloadOfType : public KeyDownload, public testing::WithParamInterface<const char*> {};
@@ -132,7 +124,7 @@ TEST_F(KeyDownload, OfAnUnknownNameShowsTheClientsWords) {
 }
 
 TEST_F(KeyDownload, OfAHostThatSaysNothingIsATimeoutThatPasses) {
-  serve_silence();
+  lab::serve_silence();
   const ScopedTunable timeout("ssh_connect_timeout", 1);
   char key[TAVREN_HOST_KEY_SIZE] = "untouched";
   char unset = 0;

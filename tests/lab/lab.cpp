@@ -28,10 +28,14 @@ void run(const std::string& command) {
   if (system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
 }
 
-static std::string public_half(const std::string& name) {
+namespace {
+
+std::string public_half(const std::string& name) {
   const std::string line = read_file(value("LAB") + "/" + name + ".pub");
   return line.substr(0, line.find_last_not_of(" \n") + 1);
 }
+
+}  // namespace
 
 std::string make_key(const std::string& name, const std::string& options) {
   run("ssh-keygen -q -N '' -C '' -f $LAB/" + name + " " + options);
@@ -58,6 +62,13 @@ void configure_sshd(const std::string& lines) {
 }
 
 void stop_sshd() { run("kill $(cat $LAB/sshd.pid); while [ -e $LAB/sshd.pid ]; do sleep 0.01; done"); }
+
+/* Connections to the stopped sshd may be left: they hold the port unless reuseaddr, and are in the table of sockets. */
+void serve_silence() {
+  stop_sshd();
+  run("socat TCP-LISTEN:22,bind=127.0.0.1,fork,reuseaddr SYSTEM:'touch $LAB/accepted; sleep 100' & "
+      "until grep -q ':0016 00000000:0000 0A ' /proc/net/tcp; do sleep 0.01; done");
+}
 
 void kill_sshd_and_sessions() { run("pkill -KILL sshd"); }
 

@@ -39,6 +39,9 @@ void configure_sshd(const std::string& lines);
 /* Stops sshd; the sessions that it has started go on. */
 void stop_sshd();
 
+/* Has a program listen in sshd's place that says nothing. $LAB/accepted appears once somebody has come. */
+void serve_silence();
+
 /* Kills sshd with all its sessions. */
 void kill_sshd_and_sessions();
 

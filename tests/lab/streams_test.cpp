@@ -6,7 +6,7 @@
 #include <random>
 
 #include "lab/lab.h"
-#include "process/busy_cores.h"
+#include "support/busy_cores.h"
 #include "support/files.h"
 
 namespace {

@@ -45,11 +45,7 @@ class OtherThread : public LabTest {
 };
 
 TEST_F(OtherThread, KillsALogin) {
-  /* A server that accepts and says nothing: the client waits for it until somebody ends it. */
-  lab::stop_sshd();
-  lab::run(
-      "socat TCP-LISTEN:22,bind=127.0.0.1,fork SYSTEM:'touch $LAB/accepted; sleep 100' & "
-      "while ! grep -q ':0016 ' /proc/net/tcp; do sleep 0.01; done");
+  lab::serve_silence();
   TavrenHost& host = session(lab::settings());
   EXPECT_EQ(interrupt([&] { host.open_connection(); }, "sleep 0.2; [ -e $LAB/accepted ]", [&] { host.kill_ssh(); }),
             End::error);

@@ -3,9 +3,9 @@
 #include <functional>
 #include <numeric>
 
-#include "process/busy_cores.h"
 #include "process/children.h"
 #include "process/observe.h"
+#include "support/busy_cores.h"
 #include "tavren_basic.h"
 
 namespace {

@@ -4,10 +4,10 @@
 #include <chrono>
 #include <random>
 
-#include "process/busy_cores.h"
 #include "process/children.h"
 #include "process/observe.h"
 #include "process/signal_storm.h"
+#include "support/busy_cores.h"
 #include "support/run_in_child.h"
 #include "tavren_basic.h"
 

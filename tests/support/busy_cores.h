@@ -1,5 +1,5 @@
-#ifndef TESTS_PROCESS_BUSY_CORES_H
-#define TESTS_PROCESS_BUSY_CORES_H
+#ifndef TESTS_SUPPORT_BUSY_CORES_H
+#define TESTS_SUPPORT_BUSY_CORES_H
 
 #include <algorithm>
 #include <atomic>
