@@ -66,32 +66,19 @@ void send_file(BareSession& session, const std::string& path, size_t size, size_
   session.end_file();
 }
 
-std::vector<LibrarySession> library_sessions;
-std::vector<std::unique_ptr<BareSession>> bare_sessions;
-
-/* Returns a connected session, made on first use together with those before it, which serve all repetitions. */
-template <class Session>
-Session& session(size_t number);
-
-template <>
-TavrenHost& session(size_t number) {
-  while (library_sessions.size() <= number) library_sessions.push_back(connected_session());
-  return *library_sessions[number];
-}
-
-template <>
-BareSession& session(size_t number) {
-  while (bare_sessions.size() <= number) bare_sessions.push_back(std::make_unique<BareSession>());
-  return *bare_sessions[number];
-}
+/*
+ * Every sample has sessions of its own, connected outside of the time that counts: one that has carried much already is
+ * faster than a new one, and what it owes to chance would be in every sample that it serves.
+ */
+std::unique_ptr<BareSession> bare_session() { return std::make_unique<BareSession>(); }
 
 /* File in small pieces. */
 
-template <class Session>
-void send_small_pieces(benchmark::State& state) {
-  Session& open = session<Session>(0);
+template <class Connect>
+void send_small_pieces(benchmark::State& state, Connect connect) {
   for (auto _ : state) {
-    time_iteration(state, [&] { send_file(open, archived("file"), data_size); });
+    const auto session = connect();
+    time_iteration(state, [&] { send_file(*session, archived("file"), data_size); });
     check_and_remove(archived("file"), data_size);
   }
 }
@@ -146,9 +133,9 @@ tavren_hp_t* open_handle() {
 }
 
 void large_pieces_library(benchmark::State& state) {
-  tavren_hp_t* const handle = open_handle();
-  char* message = nullptr;
   for (auto _ : state) {
+    tavren_hp_t* const handle = open_handle();
+    char* message = nullptr;
     time_iteration(state, [&] {
       check(tavren_hp_start_send_file(handle, archived("file").c_str(), data_size, 0644, &message), message);
       for (size_t i = 0; i < data_size; i += large_piece) {
@@ -157,32 +144,32 @@ void large_pieces_library(benchmark::State& state) {
       check(tavren_hp_end_send_file(handle, &message), message);
     });
     check_and_remove(archived("file"), data_size);
+    tavren_hp_close(handle);
+    tavren_hp_destroy(handle);
   }
-  tavren_hp_close(handle);
-  tavren_hp_destroy(handle);
 }
 
 void large_pieces_bare(benchmark::State& state) {
-  BareSession& open = session<BareSession>(0);
   for (auto _ : state) {
-    time_iteration(state, [&] { send_file(open, archived("file"), data_size, large_piece); });
+    BareSession session;
+    time_iteration(state, [&] { send_file(session, archived("file"), data_size, large_piece); });
     check_and_remove(archived("file"), data_size);
   }
 }
 
 void large_pieces_polled(benchmark::State& state) {
-  BareSession& open = session<BareSession>(0);
   for (auto _ : state) {
+    BareSession session;
     time_iteration(state, [&] {
-      open.start_file(archived("file"), data_size);
-      open.poll_pieces(data().data(), data_size, large_piece);
-      open.end_file();
+      session.start_file(archived("file"), data_size);
+      session.poll_pieces(data().data(), data_size, large_piece);
+      session.end_file();
     });
     check_and_remove(archived("file"), data_size);
   }
 }
 
-/* Stream: each ends its session. */
+/* Stream. */
 
 void stream_library(benchmark::State& state) {
   for (auto _ : state) {
@@ -210,16 +197,16 @@ void stream_bare(benchmark::State& state) {
 
 /* Sessions at once, each with a thread: together they send as much as one alone. */
 
-template <class Session>
-void send_at_once(benchmark::State& state, size_t count) {
+template <class Connect>
+void send_at_once(benchmark::State& state, Connect connect, size_t count) {
   const size_t size = data_size / count;
   const auto path = [](size_t number) { return archived("file" + std::to_string(number)); };
-  session<Session>(count - 1);
   for (auto _ : state) {
+    std::vector<decltype(connect())> sessions;
+    while (sessions.size() < count) sessions.push_back(connect());
     time_iteration(state, [&] {
       std::vector<std::thread> threads;
-      for (size_t i = 0; i < count; ++i)
-        threads.emplace_back([&, i] { send_file(session<Session>(i), path(i), size); });
+      for (size_t i = 0; i < count; ++i) threads.emplace_back([&, i] { send_file(*sessions[i], path(i), size); });
       for (std::thread& thread : threads) thread.join();
     });
     for (size_t i = 0; i < count; ++i) check_and_remove(path(i), size);
@@ -233,8 +220,8 @@ void add(const std::string& name, Function function) {
 }
 
 void add_all() {
-  add("file/library", send_small_pieces<TavrenHost>);
-  add("file/bare", send_small_pieces<BareSession>);
+  add("file/library", [](benchmark::State& state) { send_small_pieces(state, connected_session); });
+  add("file/bare", [](benchmark::State& state) { send_small_pieces(state, bare_session); });
   add("copy/library", copy_library);
   add("copy/scp", copy_scp);
   add("large_pieces/library", large_pieces_library);
@@ -245,8 +232,8 @@ void add_all() {
   add("stream/bare", stream_bare);
   for (const size_t count : {1, 2, 4, 8, 16}) {
     const std::string line = "sessions_" + std::to_string(count);
-    add(line + "/library", [count](benchmark::State& state) { send_at_once<TavrenHost>(state, count); });
-    add(line + "/bare", [count](benchmark::State& state) { send_at_once<BareSession>(state, count); });
+    add(line + "/library", [count](benchmark::State& state) { send_at_once(state, connected_session, count); });
+    add(line + "/bare", [count](benchmark::State& state) { send_at_once(state, bare_session, count); });
   }
 }
 
@@ -259,7 +246,5 @@ int main(int argc, char** argv) {
   client_command();
   add_all();
   benchmark::RunSpecifiedBenchmarks();
-  library_sessions.clear();
-  bare_sessions.clear();
   return 0;
 }
