@@ -190,8 +190,6 @@ def measure_libraries(_build):
     rows = []
     for target, directory, tools, limit in TARGETS:
         library = f"{ROOT}/build/{directory}/src/libtavren.so"
-        if not os.path.exists(library):
-            continue
         stripped = f"{ROOT}/build/{directory}/libtavren.stripped"
         run([f"{tools}strip", "-o", stripped, library])
         size = os.path.getsize(stripped)

@@ -173,17 +173,21 @@ TAVREN_EXPORT int tavren_api_get_status(tavren_api_handle_t* handle, tavren_stat
 
 /*
  * Reads the stored errors as one text, NULL when there are none. Returns 0 or an error as above. A daemon that sends
- * malformed errors is a failed assertion or a C++ exception (see TavrenError::tavren_bytes_to_errors).
+ * malformed errors is a failed assertion or a C++ exception (see TavrenError::tavren_bytes_to_errors), and so is memory
+ * that runs out here: std::bad_alloc.
  */
 TAVREN_EXPORT int tavren_api_get_errors(tavren_api_handle_t* handle, char** errors);
 
 /*
  * Takes over the tunables that are not at their defaults in the daemon; all others stay as they are in this process.
- * What is wrong is skipped. Returns 0 or an error as above.
+ * What is wrong is skipped. Returns 0 or an error as above; memory that runs out here is a std::bad_alloc.
  */
 TAVREN_EXPORT int tavren_api_load_tunables(tavren_api_handle_t* handle);
 
-/* Makes the daemon's remote commands those of this process; others keep their texts. Returns 0 or an error as above. */
+/*
+ * Makes the daemon's remote commands those of this process; others keep their texts. Returns 0 or an error as above;
+ * memory that runs out here is a std::bad_alloc.
+ */
 TAVREN_EXPORT int tavren_api_load_remote_commands(tavren_api_handle_t* handle);
 
 /* Reads the archive host into buffer (TAVREN_API_TEXT_SIZE bytes; longer is cut). Returns 0 or an error as above. */
