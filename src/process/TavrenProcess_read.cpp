@@ -96,13 +96,16 @@ bool TavrenProcess::get_next_line(std::string& line, long deadline, Prefixes pre
 
 /*
  * Returns whether the unread output begins with prefix. Since 8.0 the secure shell client writes a carriage return
- * before each prompt, so carriage returns at the very front are passed over; they stay unread like the prompt.
+ * before each prompt, so carriage returns at the very front that are not prefix's own are passed over; they stay unread
+ * like the prompt.
  */
 bool TavrenProcess::begins_with(const std::string& prefix) const {
-  if (prefix.empty()) return false;
-  if (pending_output.compare(0, prefix.size(), prefix) == 0) return true;
-  const size_t start = pending_output.find_first_not_of('\r');
-  return start != std::string::npos && pending_output.compare(start, prefix.size(), prefix) == 0;
+  const auto count_returns = [](const std::string& text) {
+    return std::min(text.find_first_not_of('\r'), text.size());
+  };
+  const size_t returns = count_returns(pending_output);
+  const size_t own = count_returns(prefix);
+  return !prefix.empty() && own <= returns && pending_output.compare(returns - own, prefix.size(), prefix) == 0;
 }
 
 /* Moves the first complete line of the unread output into line, without the carriage returns before its end. */

@@ -100,6 +100,16 @@ TEST(Prefix, MayBeginWithACarriageReturnItself) {
   EXPECT_TRUE(finds_prompt(child, "\rprompt"));
 }
 
+TEST(Prefix, ThatBeginsWithACarriageReturnIsFoundBehindMoreOfThem) {
+  TavrenProcess child = prompting("\r\r\rprompt");
+  EXPECT_TRUE(finds_prompt(child, "\rprompt"));
+}
+
+TEST(Prefix, ThatBeginsWithMoreCarriageReturnsThanTheOutputIsNotFound) {
+  TavrenProcess child = prompting("\rprompt\n");
+  EXPECT_FALSE(finds_prompt(child, "\r\rprompt"));
+}
+
 TEST(Prefix, MayHoldANewline) {
   TavrenProcess child = prompting("first\nsecond\n");
   EXPECT_TRUE(finds_prompt(child, "first\nsec"));
