@@ -100,12 +100,13 @@ bool TavrenProcess::get_next_line(std::string& line, long deadline, Prefixes pre
  * like the prompt.
  */
 bool TavrenProcess::begins_with(const std::string& prefix) const {
+  if (prefix.empty()) return false;
   const auto count_returns = [](const std::string& text) {
     return std::min(text.find_first_not_of('\r'), text.size());
   };
   const size_t returns = count_returns(pending_output);
   const size_t own = count_returns(prefix);
-  return !prefix.empty() && own <= returns && pending_output.compare(returns - own, prefix.size(), prefix) == 0;
+  return own <= returns && pending_output.compare(returns - own, prefix.size(), prefix) == 0;
 }
 
 /* Moves the first complete line of the unread output into line, without the carriage returns before its end. */
