@@ -66,21 +66,26 @@ void send_file(BareSession& session, const std::string& path, size_t size, size_
   session.end_file();
 }
 
+std::unique_ptr<BareSession> bare_session() { return std::make_unique<BareSession>(); }
+
 /*
  * Every sample has sessions of its own, connected outside of the time that counts: one that has carried much already is
  * faster than a new one, and what it owes to chance would be in every sample that it serves.
  */
-std::unique_ptr<BareSession> bare_session() { return std::make_unique<BareSession>(); }
+template <class Connect, class Send>
+void measure(benchmark::State& state, Connect connect, Send send) {
+  for (auto _ : state) {
+    const auto session = connect();
+    time_iteration(state, [&] { send(*session); });
+    check_and_remove(archived("file"), data_size);
+  }
+}
 
 /* File in small pieces. */
 
 template <class Connect>
 void send_small_pieces(benchmark::State& state, Connect connect) {
-  for (auto _ : state) {
-    const auto session = connect();
-    time_iteration(state, [&] { send_file(*session, archived("file"), data_size); });
-    check_and_remove(archived("file"), data_size);
-  }
+  measure(state, connect, [](auto& session) { send_file(session, archived("file"), data_size); });
 }
 
 /* The same, login included, beside the stock copy program. */
@@ -122,77 +127,63 @@ void check(int result, char* message) {
   if (result != 0) throw std::runtime_error(message != nullptr ? message : "out of memory");
 }
 
-tavren_hp_t* open_handle() {
+struct Close {
+  void operator()(tavren_hp_t* handle) const {
+    tavren_hp_close(handle);
+    tavren_hp_destroy(handle);
+  }
+};
+
+std::unique_ptr<tavren_hp_t, Close> open_handle() {
   tavren_settings_t settings{};
   new_session()->get_settings(settings);
   char* message = nullptr;
-  tavren_hp_t* const handle = tavren_hp_new(&settings, &message);
+  std::unique_ptr<tavren_hp_t, Close> handle(tavren_hp_new(&settings, &message));
   tavren_settings_free_contents(&settings);
-  check(handle == nullptr ? -1 : tavren_hp_open(handle, &message), message);
+  check(handle == nullptr ? -1 : tavren_hp_open(handle.get(), &message), message);
   return handle;
 }
 
 void large_pieces_library(benchmark::State& state) {
-  for (auto _ : state) {
-    tavren_hp_t* const handle = open_handle();
+  measure(state, open_handle, [](tavren_hp_t& handle) {
     char* message = nullptr;
-    time_iteration(state, [&] {
-      check(tavren_hp_start_send_file(handle, archived("file").c_str(), data_size, 0644, &message), message);
-      for (size_t i = 0; i < data_size; i += large_piece) {
-        check(tavren_hp_continue_send_file(handle, &data()[i], large_piece, &message), message);
-      }
-      check(tavren_hp_end_send_file(handle, &message), message);
-    });
-    check_and_remove(archived("file"), data_size);
-    tavren_hp_close(handle);
-    tavren_hp_destroy(handle);
-  }
+    check(tavren_hp_start_send_file(&handle, archived("file").c_str(), data_size, 0644, &message), message);
+    for (size_t i = 0; i < data_size; i += large_piece) {
+      check(tavren_hp_continue_send_file(&handle, &data()[i], large_piece, &message), message);
+    }
+    check(tavren_hp_end_send_file(&handle, &message), message);
+  });
 }
 
 void large_pieces_bare(benchmark::State& state) {
-  for (auto _ : state) {
-    BareSession session;
-    time_iteration(state, [&] { send_file(session, archived("file"), data_size, large_piece); });
-    check_and_remove(archived("file"), data_size);
-  }
+  measure(state, bare_session,
+          [](BareSession& session) { send_file(session, archived("file"), data_size, large_piece); });
 }
 
 void large_pieces_polled(benchmark::State& state) {
-  for (auto _ : state) {
-    BareSession session;
-    time_iteration(state, [&] {
-      session.start_file(archived("file"), data_size);
-      session.poll_pieces(data().data(), data_size, large_piece);
-      session.end_file();
-    });
-    check_and_remove(archived("file"), data_size);
-  }
+  measure(state, bare_session, [](BareSession& session) {
+    session.start_file(archived("file"), data_size);
+    session.poll_pieces(data().data(), data_size, large_piece);
+    session.end_file();
+  });
 }
 
 /* Stream. */
 
 void stream_library(benchmark::State& state) {
-  for (auto _ : state) {
-    const LibrarySession session = connected_session();
-    time_iteration(state, [&] {
-      session->start_send_stream(archived("file"));
-      for (size_t i = 0; i < data_size; i += small_piece) session->continue_send_stream(&data()[i], small_piece);
-      session->end_send_stream();
-    });
-    check_and_remove(archived("file"), data_size);
-  }
+  measure(state, connected_session, [](TavrenHost& session) {
+    session.start_send_stream(archived("file"));
+    for (size_t i = 0; i < data_size; i += small_piece) session.continue_send_stream(&data()[i], small_piece);
+    session.end_send_stream();
+  });
 }
 
 void stream_bare(benchmark::State& state) {
-  for (auto _ : state) {
-    BareSession session;
-    time_iteration(state, [&] {
-      session.start_stream(archived("file"));
-      session.write_pieces(data().data(), data_size, small_piece);
-      session.end_of_file();
-    });
-    check_and_remove(archived("file"), data_size);
-  }
+  measure(state, bare_session, [](BareSession& session) {
+    session.start_stream(archived("file"));
+    session.write_pieces(data().data(), data_size, small_piece);
+    session.end_of_file();
+  });
 }
 
 /* Sessions at once, each with a thread: together they send as much as one alone. */

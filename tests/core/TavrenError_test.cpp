@@ -181,7 +181,7 @@ INSTANTIATE_TEST_SUITE_P(Each, ArgumentWithNulBytes,
                          testing::Values(Escape{"|", "\\0"}, Escape{"|abc", "\\0abc"}, Escape{"abc|", "abc\\0"},
                                          Escape{"a|bcdef", "a\\0cdef"}, Escape{"x||y", "x\\0y"},
                                          Escape{"ab|cd|e", "ab\\0\\0"}, Escape{"||", "\\0\\0"},
-                                         Escape{"a\\0b", "a\\0b"}));
+                                         Escape{"|a|bcdef", "\\0a\\0ef"}, Escape{"a\\0b", "a\\0b"}));
 
 /* Called through a pointer, so that the compiler does not rely on its never returning. */
 void (*const volatile throw_error)(std::string, int) = tavren_throw_syscall_error;

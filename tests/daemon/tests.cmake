@@ -38,6 +38,7 @@ endfunction()
 
 daemon_test(api_tests daemon/api_opening_test.cpp daemon/api_reading_test.cpp daemon/api_requests_test.cpp
   daemon/api_failures_test.cpp daemon/loading_test.cpp daemon/stubs_test.cpp daemon/wrappers_test.cpp TIMEOUT 180)
+daemon_test(api_memory_tests daemon/api_memory_test.cpp $<TARGET_OBJECTS:failing_memory>)
 daemon_test(program_number_tests daemon/program_number_test.cpp)
 daemon_test(usual_number_tests daemon/usual_number_test.cpp)
 daemon_test(api_process_tests daemon/api_process_state_test.cpp)

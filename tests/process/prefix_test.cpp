@@ -38,6 +38,12 @@ TavrenProcess prompting(const std::string& output) {
   return TavrenProcess("/bin/sh", {"-c", "printf %s \"$1\"; read -r go", "sh", output}, false);
 }
 
+/* Returns whether prefix is found in such a child's output, before its first line. */
+bool is_found(const std::string& prefix, const std::string& output) {
+  TavrenProcess child = prompting(output);
+  return finds_prompt(child, prefix);
+}
+
 }  // namespace
 
 TEST(Prefix, IsFoundAtEverySplitOfItsBytes) { expect_found_at_every_split(prompt); }
@@ -75,49 +81,31 @@ TEST(Prefix, AtTheFrontWinsOverALineBehindIt) {
   EXPECT_EQ(next_line(child), prompt + "and a line");
 }
 
-TEST(Prefix, BehindACarriageReturnWinsOverALineBehindIt) {
-  TavrenProcess child = prompting("\r" + prompt + "\r\n");
-  EXPECT_TRUE(finds_prompt(child, prompt));
-}
+TEST(Prefix, BehindACarriageReturnWinsOverALineBehindIt) { EXPECT_TRUE(is_found(prompt, "\r" + prompt + "\r\n")); }
 
-TEST(Prefix, InsideALineIsNone) {
-  TavrenProcess child = prompting("a " + prompt + "\nend\n");
-  EXPECT_FALSE(finds_prompt(child, prompt));
-}
+TEST(Prefix, InsideALineIsNone) { EXPECT_FALSE(is_found(prompt, "a " + prompt + "\nend\n")); }
 
-TEST(Prefix, BehindACarriageReturnInsideALineIsNone) {
-  TavrenProcess child = prompting("a\r" + prompt + "\nend\n");
-  EXPECT_FALSE(finds_prompt(child, prompt));
-}
+TEST(Prefix, BehindACarriageReturnInsideALineIsNone) { EXPECT_FALSE(is_found(prompt, "a\r" + prompt + "\nend\n")); }
 
-TEST(Prefix, ThatIsEmptyIsNeverFound) {
-  TavrenProcess child = prompting("line\n");
-  EXPECT_FALSE(finds_prompt(child, ""));
-}
+TEST(Prefix, ThatIsEmptyIsNeverFound) { EXPECT_FALSE(is_found("", "line\n")); }
 
-TEST(Prefix, MayBeginWithACarriageReturnItself) {
-  TavrenProcess child = prompting("\rprompt");
-  EXPECT_TRUE(finds_prompt(child, "\rprompt"));
-}
+TEST(Prefix, MayBeginWithACarriageReturnItself) { EXPECT_TRUE(is_found("\rprompt", "\rprompt")); }
 
 TEST(Prefix, ThatBeginsWithACarriageReturnIsFoundBehindMoreOfThem) {
-  TavrenProcess child = prompting("\r\r\rprompt");
-  EXPECT_TRUE(finds_prompt(child, "\rprompt"));
+  EXPECT_TRUE(is_found("\rprompt", "\r\r\rprompt"));
 }
 
 TEST(Prefix, ThatBeginsWithMoreCarriageReturnsThanTheOutputIsNotFound) {
-  TavrenProcess child = prompting("\rprompt\n");
-  EXPECT_FALSE(finds_prompt(child, "\r\rprompt"));
+  EXPECT_FALSE(is_found("\r\rprompt", "\rprompt\n"));
 }
 
-TEST(Prefix, MayHoldANewline) {
-  TavrenProcess child = prompting("first\nsecond\n");
-  EXPECT_TRUE(finds_prompt(child, "first\nsec"));
-}
+TEST(Prefix, MayBeCarriageReturnsAlone) { EXPECT_TRUE(is_found("\r\r", "\r\r\rline\n")); }
+
+TEST(Prefix, MayHoldANewline) { EXPECT_TRUE(is_found("first\nsec", "first\nsecond\n")); }
 
 TEST(Prefix, LikeALineOfOutputIsFoundBeforeItsLineEnds) {
-  TavrenProcess child = prompting("Are you sure you want to continue connecting (yes/no/[fingerprint])? ");
-  EXPECT_TRUE(finds_prompt(child, "Are you sure you want to continue connecting"));
+  EXPECT_TRUE(is_found("Are you sure you want to continue connecting",
+                       "Are you sure you want to continue connecting (yes/no/[fingerprint])? "));
 }
 
 TEST(ReadUntilLineStartsWith, DropsTheLinesBeforeThePrefix) {
