@@ -120,6 +120,11 @@ TEST(RenderedLine, KeepsTheFirst1023BytesOfItsMessage) {
   EXPECT_EQ(rendered(TAVREN_E_PROGRAM_EXITED, std::string(5000, 'x'), ""), "  - " + kept + "\n");
 }
 
+TEST(RenderedLine, OfAnUnknownCodeKeepsTheFirst1023BytesOfItsMessage) {
+  const std::string kept = "Unknown error: 18, " + std::string(1023 - 19, 'x');
+  EXPECT_EQ(rendered(18, std::string(5000, 'x'), "y"), "  - " + kept + "\n");
+}
+
 TEST(PrintedError, BeginsWithItsLocalTime) {
   const TimeZone zone("EAST-2");
   TavrenError error(TAVREN_E_FILE_OPEN, "/a/b", "2");
@@ -146,6 +151,29 @@ TEST(PrintedError, ShowsAYearOfFiveDigitsWhole) {
   TavrenError error;
   error.time = static_cast<time_t>(INT64_C(253402300800));
   EXPECT_EQ(printed(error), "10000/01/01 00:00:00\n");
+}
+
+/* The first second of a year. */
+TavrenError error_of_year(int64_t year) {
+  struct tm first {};
+  first.tm_year = static_cast<int>(year - 1900);
+  first.tm_mday = 1;
+  TavrenError error;
+  error.time = timegm(&first);
+  return error;
+}
+
+/* The line with its NUL takes all the bytes that there are for it. */
+TEST(PrintedError, ShowsAYearOfEightDigitsWhole) {
+  const TimeZone zone("UTC0");
+  EXPECT_EQ(printed(error_of_year(99999999)), "99999999/01/01 00:00:00\n");
+}
+
+TEST(PrintedError, LeavesItsTimeOutWhenTheYearHasNineDigits) {
+  const TimeZone zone("UTC0");
+  TavrenError error = error_of_year(100000000);
+  error.add_line(TAVREN_E_LOGIN_DENIED, "", "");
+  EXPECT_EQ(printed(error), "  - Secure shell login failed: permission denied\n");
 }
 #endif
 

@@ -40,6 +40,12 @@ TEST_F(SetTunable, ReplacesTheErrorTextWhenItRefuses) {
   EXPECT_EQ(error, "Unknown tunable: \"x\".");
 }
 
+TEST_F(SetTunable, ReplacesTheErrorTextWhenItRefusesANumber) {
+  std::string error = "as it was";
+  tunables.set_tunable("ssh_command_timeout", "x", error);
+  EXPECT_EQ(error, "Invalid integer value: \"x\".");
+}
+
 TEST_F(SetTunable, MatchesNamesExactly) {
   for (const std::string name : {"SSH_command_timeout", "ssh_command_timeou", "ssh_command_timeout ", ""}) {
     EXPECT_EQ(refusal(name, "1"), "Unknown tunable: \"" + name + "\".");
@@ -190,6 +196,33 @@ TEST(OwnTunable, OfANameThatIsTakenReplacesTheFirst) {
     _exit(0);
   });
   EXPECT_EQ(outcome.out, "9 60");
+}
+
+TEST(OwnTunable, OfTextAndOfANameThatIsTakenReplacesTheFirst) {
+  const Outcome outcome = run_in_child([] {
+    TavrenTunables& registry = TavrenTunables::tavrend_tunables;
+    const TavrenTunables::StringTunable first("text", "x", registry);
+    const TavrenTunables::StringTunable second("text", "x", registry);
+    std::string error;
+    registry.set_tunable("text", "y", error);
+    printf("%s %s", first.get_value(false).c_str(), second.get_value(false).c_str());
+    fflush(stdout);
+    _exit(0);
+  });
+  EXPECT_EQ(outcome.out, "x y");
+}
+
+TEST(OwnTunable, OfTextWithADefaultTakesTheEmptyText) {
+  const Outcome outcome = run_in_child([] {
+    TavrenTunables& registry = TavrenTunables::tavrend_tunables;
+    const TavrenTunables::StringTunable text("text", "x", registry);
+    std::string error;
+    registry.set_tunable("text", "", error);
+    printf("%s", text.get_value(true).c_str());
+    fflush(stdout);
+    _exit(0);
+  });
+  EXPECT_EQ(outcome.out, " (default: x)");
 }
 
 TEST(OwnTunable, OfTextShowsAndRestoresADefaultThatIsNotEmpty) {

@@ -21,6 +21,21 @@ class ErrorMemory : public testing::Test {
 
   int added() const { return failing_memory::blocks() - at_start; }
 
+  /* Lets each allocation of action fail in turn, of which nothing may be left then. Returns how many there were. */
+  template <class Action>
+  int fail_without_a_trace(Action action) {
+    for (int failures = 0;; ++failures) {
+      const int before = added();
+      try {
+        const failing_memory::FailAllocation exhausted(failures + 1);
+        action();
+        return failures;
+      } catch (const std::bad_alloc&) {
+        EXPECT_EQ(added(), before) << "allocation " << failures + 1;
+      }
+    }
+  }
+
  private:
   const int at_start = failing_memory::blocks();
 };
@@ -111,6 +126,25 @@ TEST_F(ErrorMemory, OfCountedErrorsIsThatOfTheListsAlone) {
     ASSERT_EQ(errors.list.size(), 3U);
   }
   EXPECT_EQ(added(), 0);
+}
+
+TEST_F(ErrorMemory, OfALineThatCannotBeAppendedIsReleased) {
+  TavrenError error;
+  EXPECT_GE(fail_without_a_trace([&] { add_line(error); }), blocks_of_a_line);
+}
+
+TEST_F(ErrorMemory, OfALineThatCannotBePutInFrontIsReleased) {
+  TavrenError error;
+  const auto add_first_line = [&] { error.add_first_line(TAVREN_E_FILE_OPEN, long_text, long_text); };
+  EXPECT_GE(fail_without_a_trace(add_first_line), blocks_of_a_line);
+}
+
+TEST_F(ErrorMemory, OfAnErrorThatCannotBeListedIsReleased) {
+  const auto read_two = [] {
+    Errors errors;
+    parse("2|TavrenError|1|1|error_line_t|12|1|" + long_text + "|TavrenError|1|0|", errors.list);
+  };
+  EXPECT_GE(fail_without_a_trace(read_two), blocks_of_a_line);
 }
 
 }  // namespace

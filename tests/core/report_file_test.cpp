@@ -1,9 +1,14 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <stdexcept>
+#include <string>
 
 #include "support/files.h"
 #include "support/private_tmp.h"
@@ -114,6 +119,47 @@ TEST_F(ReportFile, InWhosePlaceANamedPipeStandsIsNotWaitedFor) {
     fail_a_check("tavrend");
   });
   EXPECT_EQ(tmp, "644 tavrend_error.0\nthe first");
+}
+
+/* Notes in order which files of a directory are written and closed. */
+class WrittenFiles {
+ public:
+  explicit WrittenFiles(const char* directory) : fd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    if (inotify_add_watch(fd, directory, IN_MODIFY | IN_CLOSE_WRITE) == -1) throw std::runtime_error("no watch");
+  }
+  ~WrittenFiles() { close(fd); }
+  WrittenFiles(const WrittenFiles&) = delete;
+  WrittenFiles& operator=(const WrittenFiles&) = delete;
+
+  std::string notes() const {
+    alignas(inotify_event) char events[4096];
+    std::string text;
+    const ssize_t length = read(fd, events, sizeof events);
+    for (ssize_t place = 0; place < length;) {
+      const auto* event = reinterpret_cast<const inotify_event*>(events + place);
+      text += std::string(event->name) + ((event->mask & IN_MODIFY) != 0 ? " written\n" : " closed\n");
+      place += static_cast<ssize_t>(sizeof *event + event->len);
+    }
+    return text;
+  }
+
+ private:
+  int fd;
+};
+
+TEST_F(ReportFile, IsWrittenAndClosedBeforeTheBufferedStreamsAreFlushed) {
+  const Outcome outcome = run_in_child([] {
+    if (!enter_private_tmp()) abort();
+    const WrittenFiles files("/tmp");
+    run_in_child([] {
+      dup2(open("/tmp/output", O_WRONLY | O_CREAT | O_CLOEXEC, 0666), STDOUT_FILENO);
+      fputs("buffered", stdout);
+      tavren_set_program_name("tavrend");
+      _tavren_assert("a == b", "f", 12);
+    });
+    fputs(files.notes().c_str(), stdout);
+  });
+  EXPECT_EQ(outcome.out, "tavrend_error.0 written\ntavrend_error.0 closed\noutput written\noutput closed\n");
 }
 
 TEST_F(ReportFile, ThatCannotBeOpenedIsNamedBeforeTheDiagnostic) {
