@@ -21,16 +21,66 @@ class ApiMemory : public ApiTest {
         },
         std::bad_alloc);
   }
+
+  static void answer_with_an_error() {
+    std::string stored = "1|TavrenError|1|1|error_line_t|12|1|a line|";
+    std::replace(stored.begin(), stored.end(), '|', '\0');
+    answer("get_errors", stored);
+  }
+
+  /* Expects success, and no text, of a call that cannot copy the one of the daemon. */
+  static void expect_no_text(const std::string& procedure, const std::function<int(char**)>& call) {
+    answer(procedure, "a text");
+    char unset = 0;
+    char* text = &unset;
+    int result = TAVREN_API_E_RPC;
+    {
+      const failing_memory::FailAllocation exhausted(1);
+      result = call(&text);
+    }
+    EXPECT_EQ(result, 0) << procedure;
+    EXPECT_EQ(text, nullptr) << procedure;
+  }
 };
 
 TEST_F(ApiMemory, ThatRunsOutPassesGetErrors) {
-  std::string stored = "1|TavrenError|1|1|error_line_t|12|1|a line|";
-  std::replace(stored.begin(), stored.end(), '|', '\0');
-  answer("get_errors", stored);
+  answer_with_an_error();
   char unset = 0;
   char* text = &unset;
   expect_bad_alloc([&] { tavren_api_get_errors(&handle, &text); });
   EXPECT_EQ(text, &unset);
+}
+
+/* What is made before the copy is made in memory that is there. */
+TEST_F(ApiMemory, ThatRunsOutOverTheCopyOfTheErrorsGivesNone) {
+  answer_with_an_error();
+  char unset = 0;
+  char* text = &unset;
+  int result = TAVREN_API_E_RPC;
+  for (int count = 1; text == &unset && count < 500; ++count) {
+    try {
+      const failing_memory::FailAllocation exhausted(count);
+      result = tavren_api_get_errors(&handle, &text);
+    } catch (const std::bad_alloc&) {
+    }
+  }
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(text, nullptr);
+}
+
+TEST_F(ApiMemory, ThatRunsOutOverTheCopyOfAMessageGivesNone) {
+  expect_no_text("clear_stored_data", [this](char** text) { return tavren_api_clear_stored_data(&handle, text); });
+  expect_no_text("set_tunable", [this](char** text) { return tavren_api_set_tunable(&handle, "n", "v", text); });
+  expect_no_text("set_remote_command",
+                 [this](char** text) { return tavren_api_set_remote_command(&handle, "n", "v", text); });
+  expect_no_text("set_interval", [this](char** text) { return tavren_api_set_interval(&handle, "n", "v", text); });
+}
+
+TEST_F(ApiMemory, ThatRunsOutOverTheCopyOfATableGivesNone) {
+  expect_no_text("get_tunable_table", [this](char** text) { return tavren_api_get_tunable_table(&handle, text); });
+  expect_no_text("get_remote_command_table",
+                 [this](char** text) { return tavren_api_get_remote_command_table(&handle, text); });
+  expect_no_text("get_interval_table", [this](char** text) { return tavren_api_get_interval_table(&handle, text); });
 }
 
 TEST_F(ApiMemory, ThatRunsOutPassesLoadTunables) {
