@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <sstream>
 #include <string>
@@ -14,9 +15,7 @@ class Loading : public ApiTest {
   std::string tunables_after(const std::string& text) {
     answer("get_tunables", text);
     EXPECT_EQ(tavren_api_load_tunables(&handle), 0);
-    std::ostringstream out;
-    TavrenTunables::instance().print_tunables(out);
-    return out.str();
+    return tunables();
   }
 
   /* Returns the commands that are not the usual ones after that text was loaded. */
@@ -33,7 +32,12 @@ class Loading : public ApiTest {
     return changed;
   }
 
- private:
+  static std::string tunables() {
+    std::ostringstream out;
+    TavrenTunables::instance().print_tunables(out);
+    return out.str();
+  }
+
   static std::string commands() {
     std::ostringstream out;
     TavrenHost::print_cmds(out);
@@ -72,6 +76,24 @@ TEST_F(Loading, OfCommandsChangesThoseOfThisProcess) {
 
 TEST_F(Loading, OfCommandsStopsAtWhatIsNoAssignment) {
   EXPECT_EQ(commands_after("a=b\nno assignment\nc=d\n"), "a=b\n");
+}
+
+TEST_F(Loading, OfTunablesThatFailsChangesNothing) {
+  stop(SIGKILL);
+  for (const std::string text : {"", "ssh_command_timeout=30\n"}) {
+    TavrenTunables::instance().set_tunables(text);
+    EXPECT_EQ(tavren_api_load_tunables(&handle), TAVREN_API_E_RPC);
+    EXPECT_EQ(tunables(), text);
+  }
+}
+
+TEST_F(Loading, OfCommandsThatFailsChangesNothing) {
+  stop(SIGKILL);
+  for (const std::string text : {"", "ls=/own/ls \nnew=x \n"}) {
+    TavrenHost::set_cmds(text);
+    EXPECT_EQ(tavren_api_load_remote_commands(&handle), TAVREN_API_E_RPC);
+    EXPECT_EQ(commands(), text);
+  }
 }
 
 class LoadingAndSession : public Loading {
