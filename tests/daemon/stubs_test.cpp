@@ -1,8 +1,14 @@
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <stdio.h>
+#include <unistd.h>
 
+#include <iterator>
 #include <string>
 
+#include "daemon/api_calls.h"
 #include "daemon/daemon_fixture.h"
+#include "support/run_in_child.h"
 #include "tavren_rpc.h"
 
 namespace {
@@ -30,6 +36,37 @@ TEST_F(Stub, ReturnsTheReasonOfADaemonThatSpeaksAnotherVersion) {
   tavren_api_close(&handle);
   ASSERT_EQ(tavren_api_open(&handle), 0);
   EXPECT_EQ(tavren_rpc_null_1(nullptr, handle.clnt), RPC_PROGVERSMISMATCH);
+}
+
+/* What all of them leave on the standard streams. */
+class StubOutput : public Stub {
+ protected:
+  /* Calls every procedure in a process of its own, which exits with the number of those that have failed. */
+  Outcome call_all() {
+    answer("get_errors", std::string("0\0", 2));
+    return run_in_child([this] {
+      int failures = tavren_rpc_null_1(nullptr, handle.clnt) == RPC_SUCCESS ? 0 : 1;
+      for (const auto& call : api_calls) {
+        alignas(16) unsigned char result[512] = {};
+        if (call.value.make(&handle, result) != 0) ++failures;
+      }
+      fflush(nullptr);
+      _exit(failures);
+    });
+  }
+};
+
+TEST_F(StubOutput, OfCallsThatSucceedIsNone) {
+  const Outcome outcome = call_all();
+  EXPECT_TRUE(outcome.exited_with(0)) << outcome.wait_status;
+  EXPECT_EQ(outcome.out + outcome.err, "");
+}
+
+TEST_F(StubOutput, OfCallsThatFailIsNone) {
+  stop(SIGKILL);
+  const Outcome outcome = call_all();
+  EXPECT_TRUE(outcome.exited_with(static_cast<int>(std::size(api_calls)) + 1)) << outcome.wait_status;
+  EXPECT_EQ(outcome.out + outcome.err, "");
 }
 
 const std::string megabyte(1 << 20, 'm');

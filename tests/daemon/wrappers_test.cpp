@@ -7,6 +7,7 @@
 
 #include "daemon/daemon_fixture.h"
 #include "support/process_state.h"
+#include "support/run_in_child.h"
 
 namespace {
 
@@ -64,6 +65,15 @@ TEST_F(Wrapper, WithoutADaemonHasNoConnection) {
   EXPECT_EQ(tavren_request_to_archive_audit_file(), TAVREN_API_E_CONNECT);
   EXPECT_EQ(tavren_audit_file_was_archived("x"), TAVREN_API_E_CONNECT);
   EXPECT_STREQ(buffer, "untouched");
+}
+
+TEST_F(Wrapper, WithoutADaemonPrintsNothing) {
+  unregister();
+  const Outcome outcome = run_in_child([this] {
+    for (const auto& [procedure, wrapper] : wrappers) wrapper();
+  });
+  EXPECT_TRUE(outcome.exited_with(0)) << outcome.wait_status;
+  EXPECT_EQ(outcome.out + outcome.err, "");
 }
 
 TEST_F(Wrapper, WhoseDaemonDiesDuringTheCallFails) {
