@@ -1,5 +1,9 @@
+#include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -96,6 +100,29 @@ TEST_F(ProgramNumber, IsTheUsualOneWhenTheFileHasNone) {
 TEST_F(ProgramNumber, IsTheUsualOneWithoutAFile) {
   EXPECT_EQ(fresh([&] {
               set_home();
+              return open();
+            }),
+            usual);
+}
+
+TEST_F(ProgramNumber, IsTheUsualOneWhenTheFileIsADirectory) {
+  std::filesystem::create_directory(home.path("tavren_tmp/tavrend_rpc_num"));
+  EXPECT_EQ(fresh([&] {
+              set_home();
+              return open();
+            }),
+            usual);
+}
+
+TEST_F(ProgramNumber, IsTheUsualOneWhenTheFileMayNotBeRead) {
+  name_number("100200\n");
+  const std::string file = home.path("tavren_tmp/tavrend_rpc_num");
+  chmod(file.c_str(), 0);
+  chmod(home.path().c_str(), 0755);
+  EXPECT_EQ(fresh([&]() -> std::string {
+              set_home();
+              if (seteuid(65534) != 0 || ::open(file.c_str(), O_RDONLY) != -1 || errno != EACCES)
+                return "it may be read";
               return open();
             }),
             usual);
