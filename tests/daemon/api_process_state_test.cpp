@@ -17,7 +17,8 @@
 namespace {
 
 thread_local clnt_stat reason = RPC_PROGNOTREGISTERED;
-int interruptions = 0; /* of the next connections */
+int interruptions = 0;    /* of the next connections */
+std::string long_message; /* that the RPC library gives in the place of its own */
 
 }  // namespace
 
@@ -34,6 +35,13 @@ STANDS_BEFORE_THE_REAL_ONE int connect(int fd, const sockaddr* address, socklen_
   errno = EINTR;
   return -1;
 }
+
+STANDS_BEFORE_THE_REAL_ONE char* clnt_spcreateerror(const char* introduction) {
+  static auto* const real_one = real<char*(const char*)>("clnt_spcreateerror");
+  return long_message.empty() ? real_one(introduction) : long_message.data();
+}
+
+STANDS_BEFORE_THE_REAL_ONE char* clnt_sperror(CLIENT*, const char*) { return long_message.data(); }
 
 namespace {
 
@@ -53,6 +61,22 @@ TEST(ApiOpeningInAProcess, LeavesNoSigpipe) {
   sigpending(&pending);
   EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
 }
+
+/* The RPC library of today cuts its messages earlier. */
+class LongApiMessage : public testing::TestWithParam<int32_t> {};
+
+TEST_P(LongApiMessage, IsCutTo255Bytes) {
+  for (const size_t length : {255U, 256U, 1000U}) {
+    long_message.assign(length, 'x');
+    tavren_api_handle_t handle{};
+    handle.error = GetParam();
+    std::string buffer(TAVREN_API_TEXT_SIZE + 1, 'z');
+    tavren_api_errmsg(&handle, buffer.data());
+    EXPECT_EQ(buffer, std::string(255, 'x') + '\0' + 'z') << length;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Errors, LongApiMessage, testing::Values(TAVREN_API_E_CONNECT, TAVREN_API_E_RPC));
 
 /* Opens and asks for the message, which must always be that of this thread. Returns how often it was not. */
 int mix_ups(clnt_stat status, const std::string& expected) {

@@ -94,6 +94,17 @@ TEST_F(ApiReading, OfLongNamesCutsThemTo255Bytes) {
   EXPECT_EQ(buffer, std::string(255, 'd'));
 }
 
+/* The library waits for twenty-five seconds. */
+TEST_F(ApiReading, OfWhatTheDaemonAnswersAfter24Seconds) {
+  answer("get_archive_host", "archive.example");
+  tell("get_archive_host", "sleep 24");
+  const int64_t start = tavren_get_uptime_ms();
+  char buffer[TAVREN_API_TEXT_SIZE];
+  EXPECT_EQ(tavren_api_get_archive_host(&handle, buffer), 0) << message(handle);
+  EXPECT_GE(tavren_get_uptime_ms() - start, 24000);
+  EXPECT_STREQ(buffer, "archive.example");
+}
+
 TEST_F(ApiReading, OfTheTables) {
   answer("get_tunable_table", "tunables\n");
   answer("get_remote_command_table", "commands\n");

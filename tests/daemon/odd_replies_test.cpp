@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <random>
 #include <stdexcept>
@@ -74,6 +75,20 @@ class OddReply : public testing::Test {
     ASSERT_EQ(tavren_api_open(&handle), 0);
   }
 
+  /* Opens the handle to a daemon that answers every request with the table, on every connection, one after another. */
+  void serve_all_connections() {
+    daemon = std::thread([this] {
+      for (int connection; (connection = accept(listener, nullptr, nullptr)) != -1; close(connection)) {
+        ++connections;
+        for (std::string xid; !(xid = read_request(connection)).empty();) {
+          const std::string bytes = reply(xid, text("table"));
+          if (send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL) < 0) break;
+        }
+      }
+    });
+    ASSERT_EQ(tavren_api_open(&handle), 0);
+  }
+
   /* A reply of success with these results. */
   static std::string reply(const std::string& xid, const std::string& results) {
     const std::string bytes = xid + unit(1) + unit(0) + unit(0) + unit(0) + unit(0) + results;
@@ -103,6 +118,7 @@ class OddReply : public testing::Test {
   }
 
   tavren_api_handle_t handle{};
+  std::atomic<int> connections{0}; /* that serve_all_connections has accepted */
 
  private:
   /* Returns the transaction id of the next request, nothing at the end. */
@@ -202,6 +218,12 @@ TEST_F(OddReply, IsFollowedByTheNextOne) {
 TEST_F(OddReply, ToAnotherRequestIsPassedOver) {
   serve([](const std::string& xid) { return reply("oooo", text("other")) + reply(xid, text("table")); });
   get_the_table();
+}
+
+TEST_F(OddReply, ToNoneOfManyRequestsTakesAConnectionOfItsOwn) {
+  serve_all_connections();
+  for (int i = 0; i < 100; ++i) get_the_table();
+  EXPECT_EQ(connections, 1);
 }
 
 /* Noise behind a sound beginning, so that it comes to the decoders. */
