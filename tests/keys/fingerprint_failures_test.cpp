@@ -76,9 +76,25 @@ TEST_F(FingerprintFailure, OfAKeyGeneratorThatPrintsNothingIsAFileThatCannotBeRe
   EXPECT_EQ(files_left(), "");
 }
 
+/* The reason is that of the reading: what went before it left another one. */
+TEST_F(FingerprintFailure, OfAFingerprintThatCannotBeReadNamesFileAndReason) {
+  const std::string file = private_path("host_key_fingerprint");
+  use_key_generator("while [ ! -e " + file + " ]; do sleep 0.01; done; rm " + file + "; mkdir " + file);
+  EXPECT_EQ(fingerprint("key"), "Failed to open " + file + " (errno=21).");
+}
+
 TEST_F(FingerprintFailure, OfAKeyThatCannotBeWrittenNamesFileAndReason) {
   std::filesystem::create_directory(private_path("host_key"));
   EXPECT_EQ(fingerprint("key"), "Cannot create file '" + private_path("host_key") + "': errno=21.");
+}
+
+TEST_F(FingerprintFailure, OfAKeyThatCannotBeWrittenLeavesTheOtherFilesAlone) {
+  std::filesystem::create_directory(private_path("host_key"));
+  write_file(private_path("host_key_error"), "an old error");
+  write_file(private_path("host_key_fingerprint"), "an old fingerprint");
+  fingerprint("key");
+  EXPECT_EQ(read_file(private_path("host_key_error")), "an old error");
+  EXPECT_EQ(read_file(private_path("host_key_fingerprint")), "an old fingerprint");
 }
 
 TEST_F(FingerprintFailure, WithoutRoomForTheKeyNamesFileAndReason) {
