@@ -1,9 +1,15 @@
 #include <errno.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <filesystem>
+#include <set>
 #include <string>
+#include <thread>
 
 #include "TavrenExceptions.h"
 #include "TavrenKeyDownloader.h"
@@ -38,10 +44,28 @@ TEST_F(KeyDialogue, TakesALineWithoutANewline) {
   EXPECT_EQ(fetched(), "ssh-rsa AAAA");
 }
 
+TEST_F(KeyDialogue, TakesABlankAloneForTheEndOfTheHost) {
+  play_key("archive\texample ssh-rsa AAAA\n");
+  EXPECT_EQ(fetched(), "ssh-rsa AAAA");
+}
+
 TEST_F(KeyDialogue, TakesALineThatEndsAfterTheHost) {
   play_key("archive.example \n");
   EXPECT_EQ(fetched(), "");
 }
+
+class KeyThatEndsIn : public KeyDialogue, public testing::WithParamInterface<Named<const char*>> {};
+
+TEST_P(KeyThatEndsIn, KeepsAllButTheNewline) {
+  const std::string key = std::string("ssh-rsa AAAA") + GetParam().value;
+  play_key("archive.example " + key + "\n");
+  EXPECT_EQ(fetched(), key);
+}
+
+INSTANTIATE_TEST_SUITE_P(Bytes, KeyThatEndsIn,
+                         testing::Values(Named<const char*>{"ABlank", " "}, Named<const char*>{"ATab", "\t"},
+                                         Named<const char*>{"ACarriageReturn", "\r"}),
+                         by_name);
 
 TEST_F(KeyDialogue, AnswersYesAndNothingElse) {
   play(say(dialogue.introduction() + dialogue.question()) + "take yes\necho 'h t k' >\"$file\"\n" +
@@ -188,6 +212,64 @@ TEST_F(KeyDialogue, AnObjectThatEndsLeavesTheFileAlone) {
     write_file(key_file(), "x");
   }
   EXPECT_TRUE(file_is_left());
+}
+
+/* Returns the writing ends of this process's pipes. */
+std::set<int> writing_ends() {
+  std::set<int> ends;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    struct stat status {};
+    const int fd = std::stoi(entry.path().filename().string());
+    if (fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode) && (fcntl(fd, F_GETFL) & O_ACCMODE) == O_WRONLY) {
+      ends.insert(fd);
+    }
+  }
+  return ends;
+}
+
+/*
+ * Cancels the download that is begun while it lives, once a file is there. Only the download has the client's process
+ * object, so this is what disabling that does: a byte for its pipe.
+ */
+class CancelOnceThereIs {
+ public:
+  explicit CancelOnceThereIs(const std::string& file)
+      : thread([file, before = writing_ends()] {
+          while (!std::filesystem::exists(file)) usleep(1000);
+          for (const int fd : writing_ends()) {
+            if (before.count(fd) == 0 && write(fd, "\n", 1) != 1) abort();
+          }
+        }) {}
+  ~CancelOnceThereIs() { thread.join(); }
+  CancelOnceThereIs(const CancelOnceThereIs&) = delete;
+  CancelOnceThereIs& operator=(const CancelOnceThereIs&) = delete;
+
+ private:
+  std::thread thread;
+};
+
+class CancelledKeyDownload : public KeyDialogue {
+ protected:
+  /* The client records the key and never comes to the prompt. */
+  CancelledKeyDownload() {
+    play(say(dialogue.introduction() + dialogue.question()) + "take yes\necho 'h t k' >\"$file\"\n" + wait_forever);
+  }
+};
+
+TEST_F(CancelledKeyDownload, ThrowsAndLeavesNoFile) {
+  const CancelOnceThereIs cancel(key_file());
+  EXPECT_THROW(fetched(), TavrenOperationCancelled);
+  EXPECT_FALSE(file_is_left());
+}
+
+TEST_F(CancelledKeyDownload, PassesTheFunctionOfC) {
+  const CancelOnceThereIs cancel(key_file());
+  char key[TAVREN_HOST_KEY_SIZE] = "untouched";
+  char unset = 0;
+  char* error = &unset;
+  EXPECT_THROW(tavren_download_host_key("archive.example", key, &error), TavrenOperationCancelled);
+  EXPECT_STREQ(key, "untouched");
+  EXPECT_EQ(error, &unset);
 }
 
 class KeyDownloadFault : public KeyDialogue, public testing::WithParamInterface<Named<const char*>> {};
