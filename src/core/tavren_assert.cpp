@@ -9,6 +9,8 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include "core/diagnostic.h"
+
 bool tavren_suppress_abort = false;
 
 namespace {
@@ -33,7 +35,9 @@ void write_error_file(const char* header, const char* message) {
   /* Everybody may write to /tmp: what lies there may be a link to another file, or a pipe that nobody reads. */
   const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666);
   if (fd == -1) {
-    fprintf(stderr, "Failed to open %s, errno=%d\n", path, errno);
+    char complaint[128];
+    snprintf(complaint, sizeof complaint, "Failed to open %s, errno=%d\n", path, errno);
+    print_without_waiting(stderr, complaint);
     return;
   }
   const iovec report[] = {text(header), text(message), text("\n")};
@@ -73,14 +77,11 @@ void _tavren_abort(const char* format, ...) {
 
   if (strcmp(program_name, "tavrend") == 0) write_error_file(header, message);
 
-  fflush(stdout);
-  fflush(stderr);
-  const iovec diagnostic[] = {text("\n"), text(header), text(message), text("\n")};
-  if (writev(STDERR_FILENO, diagnostic, 4) == -1) {
-    /* Nobody is left to tell. */
-  }
+  char diagnostic[sizeof header + sizeof message + 2];
+  snprintf(diagnostic, sizeof diagnostic, "\n%s%s\n", header, message);
+  write_diagnostic(diagnostic);
 
-  if (tavren_suppress_abort) exit(0);
+  if (tavren_suppress_abort) exit_without_waiting();
   abort();
 }
 

@@ -7,6 +7,7 @@
 
 #include <new>
 
+#include "core/diagnostic.h"
 #include "core/messages.h"
 #include "tavren_assert.h"
 #include "tavren_cmem.h"
@@ -16,15 +17,6 @@ namespace {
 tavren_malloc_handler_t malloc_handler = tavren_basic_malloc_handler;
 
 void private_malloc_handler() { tavren_run_malloc_handler(); }
-
-/* Unbuffered, so that the text survives when the buffered streams cannot get memory. */
-void write_diagnostic(const char* text) {
-  fflush(stdout);
-  fflush(stderr);
-  if (write(STDERR_FILENO, text, strlen(text)) == -1) {
-    /* Nobody is left to tell. */
-  }
-}
 
 }  // namespace
 
@@ -39,7 +31,7 @@ void tavren_run_malloc_handler() { malloc_handler(); }
 
 void tavren_basic_malloc_handler() {
   write_diagnostic(translate("FATAL ERROR: Ran out of heap memory.\n"));
-  if (tavren_suppress_abort) exit(0);
+  if (tavren_suppress_abort) exit_without_waiting();
   _exit(2);
 }
 

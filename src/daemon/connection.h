@@ -2,28 +2,8 @@
 #define SRC_DAEMON_CONNECTION_H
 
 #include <rpc/rpc.h>
-#include <signal.h>
 
-/*
- * Keeps a SIGPIPE from the calling thread while the RPC library writes to a daemon that may have died: the host program
- * need not expect one. One that is pending already stays so.
- */
-class WithoutSigpipe {
- public:
-  WithoutSigpipe();
-  ~WithoutSigpipe();
-  WithoutSigpipe(const WithoutSigpipe&) = delete;
-  WithoutSigpipe& operator=(const WithoutSigpipe&) = delete;
-
-  /* Takes away the signal that a write may have raised. One that another process has sent meanwhile comes through. */
-  void discard() const;
-
- private:
-  sigset_t sigpipe;
-  sigset_t old_mask;
-  bool was_blocked;
-  bool was_pending;
-};
+#include "core/without_sigpipe.h"
 
 /* Returns a client of the daemon, NULL when there is no connection. */
 CLIENT* connect_to_daemon(const WithoutSigpipe& guard);

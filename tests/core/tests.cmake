@@ -2,6 +2,7 @@ tavren_test(error_tests core/TavrenError_test.cpp core/TavrenError_text_test.cpp
   core/TavrenError_locale_test.cpp)
 tavren_test(error_memory_tests core/error_memory_test.cpp $<TARGET_OBJECTS:failing_memory>)
 tavren_test(assert_tests core/tavren_assert_test.cpp core/report_file_test.cpp)
+tavren_test(fatal_path_tests core/fatal_paths_test.cpp)
 tavren_test(malloc_tests core/tavren_malloc_test.cpp)
 foreach(name error_tests malloc_tests)
   target_compile_definitions(${name} PRIVATE SOURCES="${PROJECT_SOURCE_DIR}/src")
