@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <time.h>
 #include <unistd.h>
 
 #include "daemon/rpc.h"
@@ -14,9 +13,22 @@ namespace {
 constexpr char daemon_host[] = "localhost";
 constexpr char daemon_netid[] = "tcp";
 
-bool sigpipe_is_pending() {
-  sigset_t pending;
-  return sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
+int descriptor_of(CLIENT* client) {
+  int fd = -1;
+  return clnt_control(client, CLGET_FD, reinterpret_cast<char*>(&fd)) == FALSE ? -1 : fd;
+}
+
+/*
+ * Makes a client. In a host program that has closed its standard streams the RPC library's socket would land there, and
+ * what the program then prints would go to the daemon. Such a client holds the place until another one is made beside.
+ */
+CLIENT* create_client(rpcprog_t program) {
+  CLIENT* client = clnt_create(daemon_host, program, TAVREN_RPC_VERS, daemon_netid);
+  const int fd = client == nullptr ? -1 : descriptor_of(client);
+  if (fd == -1 || fd > STDERR_FILENO) return client;
+  CLIENT* beside = create_client(program);
+  clnt_destroy(client);
+  return beside;
 }
 
 /*
@@ -26,8 +38,7 @@ bool sigpipe_is_pending() {
  */
 void prepare_socket(CLIENT* client) {
   constexpr timeval write_timeout{6, 0};
-  int fd = -1;
-  if (clnt_control(client, CLGET_FD, reinterpret_cast<char*>(&fd)) == FALSE) return;
+  const int fd = descriptor_of(client);
   fcntl(fd, F_SETFD, FD_CLOEXEC);
   setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &write_timeout, sizeof write_timeout);
 }
@@ -64,29 +75,10 @@ bool services_answer() {
 
 }  // namespace
 
-WithoutSigpipe::WithoutSigpipe() {
-  sigemptyset(&sigpipe);
-  sigaddset(&sigpipe, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &sigpipe, &old_mask);
-  was_blocked = sigismember(&old_mask, SIGPIPE) == 1;
-  was_pending = was_blocked && sigpipe_is_pending();
-}
-
-WithoutSigpipe::~WithoutSigpipe() {
-  if (!was_blocked) pthread_sigmask(SIG_SETMASK, &old_mask, nullptr);
-}
-
-void WithoutSigpipe::discard() const {
-  constexpr timespec at_once{};
-  siginfo_t info;
-  if (was_pending || sigtimedwait(&sigpipe, &info, &at_once) != SIGPIPE) return;
-  if (info.si_pid != getpid()) kill(getpid(), SIGPIPE);
-}
-
 CLIENT* connect_to_daemon(const WithoutSigpipe& guard) {
   const int program = tavren_rpc_program_number();
   if (!services_answer()) return nullptr;
-  CLIENT* client = clnt_create(daemon_host, static_cast<rpcprog_t>(program), TAVREN_RPC_VERS, daemon_netid);
+  CLIENT* client = create_client(static_cast<rpcprog_t>(program));
   guard.discard();
   if (client != nullptr) prepare_socket(client);
   return client;

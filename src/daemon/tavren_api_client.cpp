@@ -171,8 +171,10 @@ int tavren_api_get_errors(tavren_api_handle_t* handle, char** errors) {
     if (result != 0) return result;
     TavrenError::tavren_bytes_to_errors(reply.record, stored.errors);
   }
-  *errors = nullptr;
-  if (stored.errors.empty()) return 0;
+  if (stored.errors.empty()) {
+    *errors = nullptr;
+    return 0;
+  }
   std::ostringstream text;
   for (; !stored.errors.empty(); stored.drop_first()) stored.errors.front()->print(text);
   *errors = tavren_strdup(text.str().c_str());
@@ -185,11 +187,7 @@ int tavren_api_load_tunables(tavren_api_handle_t* handle) {
 }
 
 int tavren_api_load_remote_commands(tavren_api_handle_t* handle) {
-  return call_for_text(handle, tavren_rpc_get_remote_commands_1, [](const char* text) {
-    /* The first host object fills an empty table. After the loading it would find names, and add none. */
-    const TavrenHost fills_the_table(false, false);
-    TavrenHost::set_cmds(text);
-  });
+  return call_for_text(handle, tavren_rpc_get_remote_commands_1, [](const char* text) { TavrenHost::set_cmds(text); });
 }
 
 int tavren_api_get_archive_host(tavren_api_handle_t* handle, char* buffer) {
