@@ -22,6 +22,22 @@ constexpr size_t read_size = 1024;
 /* A wait for writing looks after its child this often: nothing else would tell it that a pipe's reader is gone. */
 constexpr int64_t child_check_seconds = 1;
 
+/* The end of a terminal's output is 0, or EIO once its last slave is closed and the buffered bytes are read. */
+bool is_end(ssize_t n) { return n == 0 || (n == -1 && errno == EIO); }
+
+/*
+ * Reads what is there. Only a second end in a row is one: the kernel looks for bytes first and for the closed slave
+ * afterwards, so those that a child writes and closes behind in between are still there after the first.
+ */
+ssize_t read_output(int fd, char* buffer, size_t size) {
+  for (bool ended_before = false;;) {
+    const ssize_t n = read(fd, buffer, size);
+    if (n == -1 && errno == EINTR) continue;
+    if (!is_end(n) || ended_before) return n;
+    ended_before = true;
+  }
+}
+
 /* The longest wait that poll's milliseconds can hold is taken for no limit. */
 int poll_timeout(int64_t seconds) {
   constexpr int64_t longest = 2147483;
@@ -135,13 +151,8 @@ void TavrenProcess::wait_for_new_data(long deadline) {
 /* Takes in what the child has written, at most read_size bytes. Returns how many, 0 when there is nothing yet. */
 int TavrenProcess::read_new_data() {
   char buffer[read_size];
-  ssize_t n = 0;
-  do {
-    n = read(master_fd, buffer, sizeof buffer);
-  } while (n == -1 && errno == EINTR);
-
-  /* EIO is how a master tells that its last slave is closed and the buffered bytes are read. */
-  if (n == 0 || (n == -1 && errno == EIO)) throw_program_exited();
+  const ssize_t n = read_output(master_fd, buffer, sizeof buffer);
+  if (is_end(n)) throw_program_exited();
   if (n == -1 && errno == EAGAIN) return 0;
   if (n == -1) tavren_throw_syscall_error("read(master_fd)", -1);
 

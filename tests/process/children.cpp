@@ -69,6 +69,13 @@ std::string all_output(TavrenProcess& child) {
   return output;
 }
 
+std::string all_lines(TavrenProcess& child) {
+  std::string output;
+  std::string line;
+  while (result_of([&] { line = next_line(child); }) == "done") output += line + '\n';
+  return output + all_output(child);
+}
+
 std::string result_of(const std::function<void()>& action) {
   try {
     action();

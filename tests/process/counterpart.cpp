@@ -7,6 +7,7 @@
  *                                  prints the number of bytes, their checksum and the terminal's mode
  *   counterpart take COUNT PIECE PAUSE   the same for COUNT bytes
  *   counterpart flood COUNT        prints COUNT bytes, 0 to 255 over and over
+ *   counterpart last-words SEED    prints 12 pieces of 1 to 40 bytes, which last_words.h tells, and exits at once
  */
 #include <errno.h>
 #include <inttypes.h>
@@ -23,6 +24,7 @@
 #include <string>
 
 #include "process/checksum.h"
+#include "process/last_words.h"
 
 namespace {
 
@@ -78,6 +80,13 @@ int flood(size_t count) {
   return 0;
 }
 
+int say_last_words(unsigned int seed) {
+  for (const std::string& piece : last_words(seed)) {
+    if (write(STDOUT_FILENO, piece.data(), piece.size()) == -1) return 1;
+  }
+  return 0;
+}
+
 size_t number(const char* text) { return strtoul(text, nullptr, 10); }
 
 }  // namespace
@@ -90,6 +99,7 @@ int main(int argc, char** argv) {
     return take_input(number(argv[2]), number(argv[3]), static_cast<unsigned>(number(argv[4])));
   }
   if (what == "flood" && argc == 3) return flood(number(argv[2]));
+  if (what == "last-words" && argc == 3) return say_last_words(static_cast<unsigned>(number(argv[2])));
   fprintf(stderr, "counterpart: what?\n");
   return 2;
 }

@@ -17,14 +17,6 @@ std::string exited_after(int first, int last) {
   return text;
 }
 
-/* All output of a child that writes no carriage returns before its line ends: line by line, which is fast. */
-std::string all_lines(TavrenProcess& child) {
-  std::string output;
-  std::string line;
-  while (result_of([&] { line = next_line(child); }) == "done") output += line + '\n';
-  return output + all_output(child);
-}
-
 /* Children that print 64 kB and exit, each heard to the end. */
 void hear_many_out(int count) {
   std::string expected(65536, '\0');

@@ -22,7 +22,8 @@ process_test(process_send_eof_tests process/send_eof_test.cpp TIMEOUT 300)
 process_test(process_stop_tests process/stop_test.cpp process/hosts.cpp)
 process_test(process_read_tests process/read_line_test.cpp process/prefix_test.cpp)
 process_test(process_limits_tests process/limits_test.cpp)
-process_test(process_end_of_output_tests process/end_of_output_test.cpp TIMEOUT 400)
+process_test(process_end_of_output_tests process/end_of_output_test.cpp process/last_words_test.cpp
+  $<TARGET_OBJECTS:early_ends> TIMEOUT 400)
 process_test(process_cancel_tests process/cancel_test.cpp)
 process_test(process_host_tests process/hosts_test.cpp process/hosts.cpp)
 process_test(process_log_tests process/log_test.cpp process/log_file_test.cpp
