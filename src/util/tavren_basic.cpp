@@ -6,15 +6,16 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <string_view>
 
 #include "core/assertion.h"
 #include "core/messages.h"
 #include "tavren_cmem.h"
+#include "util/own_files.h"
 
 namespace {
 
@@ -35,6 +36,13 @@ int format_text(const char* text, char* buffer) { return snprintf(buffer, TAVREN
 int format_broken_down_time(const struct tm* broken_down, const char* format, char* buffer) {
   if (broken_down == nullptr) return std::min(format_text(translate("None"), buffer), TAVREN_FORMAT_SIZE - 1);
   return static_cast<int>(strftime(buffer, TAVREN_FORMAT_SIZE, format, broken_down));
+}
+
+/* Letters are those of ASCII: in a Turkish locale the C library's own comparison keeps I and i apart. */
+bool is_unlimited(const char* s) {
+  constexpr std::string_view word = "unlimited";
+  const auto equal = [](char a, char b) { return (a >= 'A' && a <= 'Z' ? a - 'A' + 'a' : a) == b; };
+  return std::equal(s, s + strlen(s), word.begin(), word.end(), equal);
 }
 
 }  // namespace
@@ -79,7 +87,7 @@ int tavren_split_fields(char* s, int separator, char*** fields) {
 }
 
 int tavren_parse_space_limit(const char* s, int* megabytes) {
-  if (strcasecmp(s, "unlimited") != 0) return tavren_cstring_to_int(s, megabytes);
+  if (!is_unlimited(s)) return tavren_cstring_to_int(s, megabytes);
   *megabytes = TAVREN_SPACE_UNLIMITED;
   return 0;
 }
@@ -136,22 +144,11 @@ int64_t tavren_get_uptime_ms() {
 }
 
 int tavren_create_text_file(const char* path, const char* text) {
-  FILE* file = fopen(path, "we");
-  if (file == nullptr) return -1;
-  const bool written = fputs(text, file) != EOF;
-  const bool closed = fclose(file) == 0;
-  return written && closed ? 0 : -1;
+  return write_text_and_close(fopen(path, "we"), text);
 }
 
 int tavren_read_line_from_file(const char* path, char* buffer, int size) {
-  FILE* file = fopen(path, "re");
-  if (file == nullptr) return -1;
-  const bool read = fgets(buffer, size, file) != nullptr;
-  const bool closed = fclose(file) == 0;
-  if (!read || !closed) return -1;
-  const size_t length = strlen(buffer);
-  if (length > 0 && buffer[length - 1] == '\n') buffer[length - 1] = '\0';
-  return 0;
+  return read_line_and_close(fopen(path, "re"), buffer, size);
 }
 
 void tavren_delete_all_files(const char* directory) {

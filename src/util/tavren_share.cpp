@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <poll.h>
 #include <stdio.h>
 #include <string.h>
 #include <strings.h>
@@ -48,16 +49,26 @@ class EchoOff {
   termios saved{};
 };
 
-/* Returns the next character; a signal that the program handles does not end the input. */
+/*
+ * Returns the next character. Neither a signal that the program handles ends the input, nor that there is none yet: who
+ * shares a terminal may have made it non-blocking for all.
+ */
 int next_character() {
   for (;;) {
     const int c = getchar();
-    if (c != EOF || ferror(stdin) == 0 || errno != EINTR) return c;
+    if (c != EOF || ferror(stdin) == 0 || (errno != EINTR && errno != EAGAIN)) return c;
+    if (errno == EAGAIN) {
+      pollfd input{STDIN_FILENO, POLLIN, 0};
+      poll(&input, 1, -1);
+    }
     clearerr(stdin);
   }
 }
 
 int read_line_of_input(char* buffer, int size) {
+  /* An error of earlier reading says nothing about this one. The end of the input does, and no error comes behind it.
+   */
+  if (ferror(stdin) != 0) clearerr(stdin);
   int count = 0;
   for (int c = 0; (c = next_character()) != EOF && c != '\n';) {
     if (count < size - 1) buffer[count] = static_cast<char>(c);
@@ -98,6 +109,17 @@ int open_lock_file(const char* name, char (&directory)[path_size], char (&lock_p
   /* Everybody may write here, too: no lock is looked for behind a link, nor waited for behind a named pipe. */
   const int fd = open(lock_path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666);
   return fd != -1 ? fd : refuse(message, translate("Failed to open %s, errno=%d."), lock_path, errno);
+}
+
+/*
+ * Returns whether the file open at fd is still the one at path: an instance that ended between our opening and our
+ * locking has taken it away, and the next one would lock another file of that name.
+ */
+bool is_still_there(int fd, const char* path) {
+  struct stat locked {};
+  struct stat present {};
+  return fstat(fd, &locked) == 0 && lstat(path, &present) == 0 && locked.st_dev == present.st_dev &&
+         locked.st_ino == present.st_ino;
 }
 
 bool lock_file(int fd, const char* path, char* message) {
@@ -193,10 +215,15 @@ int tavren_read_input(const char* prompt, char* buffer, int size, int hide) {
 int tavren_setup_tmp_dir(const char* name, char* message) {
   char directory[path_size];
   char lock_path[lock_path_size];
-  const mode_t old_umask = umask(0); /* before the root, which this may make */
-  const int fd = open_lock_file(name, directory, lock_path, message);
-  umask(old_umask);
-  if (fd == -1 || !lock_file(fd, lock_path, message)) return -1;
+  int fd = -1;
+  for (;;) {
+    const mode_t old_umask = umask(0); /* before the root, which this may make */
+    fd = open_lock_file(name, directory, lock_path, message);
+    umask(old_umask);
+    if (fd == -1 || !lock_file(fd, lock_path, message)) return -1;
+    if (is_still_there(fd, lock_path)) break;
+    close(fd);
+  }
   tavren_delete_all_files(directory);
   memcpy(tmp_dir_buffer, directory, sizeof tmp_dir_buffer);
   tmp_dir = tmp_dir_buffer;

@@ -1,8 +1,12 @@
 #include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
+
+#include <thread>
 
 #include "support/run_in_child.h"
 #include "tavren_share.h"
@@ -57,6 +61,46 @@ TEST(Question, EndsWhenTheInputCannotBeRead) {
     fprintf(stderr, "%d", tavren_yes_or_no("Sure? ", 0, 0));
   });
   EXPECT_EQ(outcome.err, "-1");
+}
+
+/* Whoever shares a terminal may have made it non-blocking for all. */
+class QuestionOnANonBlockingInput : public testing::Test {
+ protected:
+  /* Asks with that input, non-blocking, on the way once the question was asked; before looks at it earlier. */
+  static Outcome ask_and_answer(const std::string& answer, const std::function<void()>& before) {
+    return run_in_child([&] {
+      int question[2], input[2];
+      if (pipe(question) != 0 || pipe2(input, O_NONBLOCK) != 0) abort();
+      dup2(input[0], STDIN_FILENO);
+      before();
+      const int real_output = dup(STDOUT_FILENO);
+      dup2(question[1], STDOUT_FILENO);
+      std::thread person([&] {
+        char asked[7];
+        if (read(question[0], asked, sizeof asked) == -1) abort();
+        if (write(input[1], answer.data(), answer.size()) == -1) abort();
+        close(input[1]);
+      });
+      fprintf(stderr, "%d", tavren_yes_or_no("Sure? ", 0, 0));
+      person.join();
+      dup2(real_output, STDOUT_FILENO);
+    });
+  }
+};
+
+TEST_F(QuestionOnANonBlockingInput, WaitsForTheAnswer) {
+  EXPECT_EQ(ask_and_answer("yes\n", [] {}).err, "1");
+}
+
+TEST_F(QuestionOnANonBlockingInput, IsAskedAlthoughAnEarlierReadingFoundNothing) {
+  const auto read_too_early = [] {
+    if (getchar() != EOF || ferror(stdin) == 0) abort();
+  };
+  EXPECT_EQ(ask_and_answer("maybe\nno\n", read_too_early).err, std::string(hint) + "0");
+}
+
+TEST_F(QuestionOnANonBlockingInput, EndsWithTheInput) {
+  EXPECT_EQ(ask_and_answer("", [] {}).err, "-1");
 }
 
 TEST(Question, MayBeAnsweredYesInAdvance) {

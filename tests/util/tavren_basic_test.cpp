@@ -1,11 +1,18 @@
 #include "tavren_basic.h"
 
+#include <endian.h>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <locale.h>
+#include <stdio.h>
 #include <stdlib.h>
+#include <strings.h>
 
 #include <string>
 #include <vector>
+
+#include "support/run_in_child.h"
+#include "support/temporary_directory.h"
 
 namespace {
 
@@ -109,6 +116,22 @@ TEST(ParseSpaceLimit, KnowsUnlimitedInAnyLetterCase) {
     EXPECT_EQ(tavren_parse_space_limit(text, &megabytes), 0) << text;
     EXPECT_EQ(megabytes, -1) << text;
   }
+}
+
+/* There the small letter of I is another one than i. */
+TEST(ParseSpaceLimit, KnowsUnlimitedInATurkishLocale) {
+  const TemporaryDirectory locales;
+  const std::string byte_order = __BYTE_ORDER == __LITTLE_ENDIAN ? "--little-endian" : "--big-endian";
+  const std::string make = "localedef --quiet --no-archive " + byte_order + " -i tr_TR -f ISO-8859-9 ";
+  ASSERT_EQ(system((make + locales.path("tr_TR")).c_str()), 0);
+  const Outcome outcome = run_in_child([&] {
+    setenv("LOCPATH", locales.path().c_str(), 1);
+    if (setlocale(LC_ALL, "tr_TR") == nullptr || strcasecmp("I", "i") == 0) fputs("not Turkish ", stdout);
+    int megabytes = 0;
+    const int result = tavren_parse_space_limit("UNLIMITED", &megabytes);
+    printf("%d %d", result, megabytes);
+  });
+  EXPECT_EQ(outcome.out, "0 -1");
 }
 
 TEST(ParseSpaceLimit, ReadsNumbers) {

@@ -31,8 +31,9 @@ const timespec* shown = nullptr;
 int lock_command = -1;
 off_t lock_size = -1;
 
-/* Called before a directory is removed; set in children only. */
+/* Called before a directory is removed, and before a lock is taken; set in children only. */
 std::function<void()> at_rmdir = [] {};
+std::function<void()> at_lockf = [] {};
 
 bool fails(const char* name) { return strcmp(failing, name) == 0; }
 
@@ -65,6 +66,7 @@ STANDS_BEFORE_THE_REAL_ONE int rmdir(const char* path) noexcept {
 
 /* The headers give this function the name that programs with 64-bit file offsets call. */
 STANDS_BEFORE_THE_REAL_ONE int lockf(int fd, int command, off_t size) {
+  at_lockf();
   lock_command = command;
   lock_size = size;
   if (!fails("lockf")) return real<int(int, int, off_t)>("lockf64")(fd, command, size);
@@ -174,6 +176,38 @@ TEST_F(Lock, IsOnTheWholeFileAndNotWaitedFor) {
               return std::to_string(lock_command) + " " + std::to_string(lock_size);
             }),
             std::to_string(F_TLOCK) + " 0");
+}
+
+/* What the predecessor locked is no lock any more once it has gone: the next instance would make one of its own. */
+TEST_F(Lock, IsThatOfTheFileThatIsThereAfterAPredecessorTookItsOwnAway) {
+  EXPECT_EQ(in_instance([this] {
+              int predecessors = 2;
+              at_lockf = [&] {
+                if (predecessors-- <= 0) return;
+                std::filesystem::remove(lock);
+                std::filesystem::remove(directory);
+              };
+              const std::string result = set_up();
+              return result + " " + std::to_string(descriptors_of(lock).size()) + " " +
+                     std::to_string(descriptors_of(lock + " (deleted)").size());
+            }),
+            std::string(success) + " 1 0");
+}
+
+TEST_F(Lock, IsThatOfTheFileThatAPredecessorPutInItsPlace) {
+  EXPECT_EQ(in_instance([this] {
+              const auto put_another_one_there = [this] {
+                std::filesystem::rename(lock, lock + ".old");
+                write_file(lock, "");
+              };
+              int lockings = 0;
+              at_lockf = [&] {
+                if (++lockings == 1) put_another_one_there();
+              };
+              const std::string result = set_up();
+              return result + " " + std::to_string(descriptors_of(lock).size());
+            }),
+            std::string(success) + " 1");
 }
 
 /* Otherwise a new instance could take the directory and have its files removed. */

@@ -1,0 +1,41 @@
+#include "util/own_files.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <unistd.h>
+
+FILE* make_own_file(const char* path) {
+  unlink(path);
+  return fopen(path, "wxe"); /* exclusively, which follows no link */
+}
+
+FILE* open_own_file(const char* path) {
+  /* Nor is a writer waited for at a named pipe. */
+  const int fd = open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (fd == -1) return nullptr;
+  FILE* file = fdopen(fd, "re");
+  if (file == nullptr) {
+    const int error = errno;
+    close(fd);
+    errno = error;
+  }
+  return file;
+}
+
+int write_text_and_close(FILE* file, const char* text) {
+  if (file == nullptr) return -1;
+  const bool written = fputs(text, file) != EOF;
+  const bool closed = fclose(file) == 0;
+  return written && closed ? 0 : -1;
+}
+
+int read_line_and_close(FILE* file, char* buffer, int size) {
+  if (file == nullptr) return -1;
+  const bool read = fgets(buffer, size, file) != nullptr;
+  const bool closed = fclose(file) == 0;
+  if (!read || !closed) return -1;
+  const size_t length = strlen(buffer);
+  if (length > 0 && buffer[length - 1] == '\n') buffer[length - 1] = '\0';
+  return 0;
+}
