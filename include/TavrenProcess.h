@@ -2,12 +2,14 @@
 #ifndef TAVREN_PROCESS_H
 #define TAVREN_PROCESS_H
 
+#include <signal.h>
 #include <stddef.h>
 #include <sys/types.h>
 
 #include <atomic>
 #include <list>
 #include <string>
+#include <vector>
 
 #include "tavren_constants.h"
 
@@ -84,6 +86,7 @@ class TAVREN_EXPORT TavrenProcess {
 
  private:
   friend class TavrenHost;
+  friend void accept_host_key(TavrenProcess& client, const std::vector<std::string>& prompts, long deadline);
 
   /* Prompts to recognise at the front of the unread output; any of them will do. */
   struct Prefixes {
@@ -101,6 +104,10 @@ class TAVREN_EXPORT TavrenProcess {
   /* What send and send_bytes share: a string may be longer than an unsigned int can tell. Not exported. */
   __attribute__((visibility("hidden"))) void send_all(const char* data, size_t length, int timeout);
   bool child_has_ended() const;
+
+  /* Waits until the child has ended; returns how, si_pid 0 if that cannot be known. Reaps nothing. Not exported. */
+  __attribute__((visibility("hidden"))) siginfo_t wait_for_end(long deadline) const;
+
   bool reap_child(int options);
   [[noreturn]] void fail_with_last_output(long deadline);
   [[noreturn]] void throw_program_exited() const;

@@ -15,6 +15,7 @@
 #include "process/deadline.h"
 #include "process/ssh_client.h"
 #include "tavren_share.h"
+#include "util/own_files.h"
 
 /*
  * The login dialogue with the secure shell client. Its texts are matched as they have stood from 7.2 to 10.5.
@@ -31,28 +32,55 @@ bool starts_with(const std::string& line, const char* text) {
   return start != std::string::npos && line.compare(start, strlen(text), text) == 0;
 }
 
+/*
+ * Where the machine's own configuration turns StrictHostKeyChecking off, the client takes a key that is not the pinned
+ * one and only says so. Without the apostrophe it speaks of another address of a host whose key is the pinned one, as
+ * it does by itself up to 8.4.
+ */
+constexpr char unknown_key_accepted[] = "Warning: Permanently added '";
+
 bool says_host_key_is_wrong(const std::string& line) {
   return contains(line, "REMOTE HOST IDENTIFICATION HAS CHANGED") || contains(line, "Host key verification failed.") ||
-         starts_with(line, "The authenticity of ") || starts_with(line, "Add correct host key in ");
+         starts_with(line, "The authenticity of ") || starts_with(line, "Add correct host key in ") ||
+         starts_with(line, unknown_key_accepted);
+}
+
+/* Returns the canonical form of an IPv4 address, or an empty text when host is none. */
+std::string canonical_address(const char* host) {
+  in_addr address{};
+  char canonical[INET_ADDRSTRLEN];
+  if (inet_aton(host, &address) == 0 || inet_ntop(AF_INET, &address, canonical, sizeof canonical) == nullptr) return "";
+  return canonical;
 }
 
 /*
  * Returns how the client may write target in its password prompt. It prints the host in lower case, and an address
- * in its canonical form, whatever was asked for; older ones print it as given.
+ * in its canonical form, whatever was asked for; older ones print it as given. Up to 7.9 it cuts user and host.
  */
 std::vector<std::string> prompt_spellings(const tavren_settings_t& settings) {
-  const std::string user = std::string(settings.user) + "@";
-  std::string lower_case = settings.host;
+  constexpr size_t longest_user = 30;
+  constexpr size_t longest_host = 128;
+  const std::string user = settings.user;
+  const std::string host = settings.host;
+  std::string lower_case = host;
   std::transform(lower_case.begin(), lower_case.end(), lower_case.begin(),
                  [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-  std::vector<std::string> spellings = {user + settings.host, user + lower_case};
 
-  in_addr address{};
-  char canonical[INET_ADDRSTRLEN];
-  if (inet_aton(settings.host, &address) != 0 && inet_ntop(AF_INET, &address, canonical, sizeof canonical) != nullptr) {
-    spellings.push_back(user + canonical);
+  std::vector<std::string> spellings;
+  for (const std::string& spelling : {host, lower_case, canonical_address(settings.host)}) {
+    if (spelling.empty()) continue;
+    spellings.push_back(user + "@" + spelling);
+    if (user.size() > longest_user || spelling.size() > longest_host) {
+      spellings.push_back(user.substr(0, longest_user) + "@" + spelling.substr(0, longest_host));
+    }
   }
   return spellings;
+}
+
+/* Returns the names under which the client may look for the host in a known-hosts file. */
+std::string known_host_names(const char* host) {
+  const std::string canonical = canonical_address(host);
+  return canonical.empty() || canonical == host ? host : host + ("," + canonical);
 }
 
 /* Returns the blank-separated words of a command text. */
@@ -136,9 +164,9 @@ void TavrenHost::run_ssh_with_key(const std::string& target, long deadline) {
 }
 
 void TavrenHost::run_ssh_without_key(const std::string& target, long deadline) {
-  /* No host is known there, so the client always asks. */
+  /* No host is known there, so the client asks, unless the machine's own configuration tells it not to. */
   start_ssh_process(target, no_file);
-  accept_host_key(child(), deadline);
+  accept_host_key(child(), prompt_spellings(settings), deadline);
 }
 
 void TavrenHost::wait_for_password_prompt(long deadline) {
@@ -170,13 +198,13 @@ void TavrenHost::update_hosts_file() {
   const std::string path = std::string(tavren_get_tmp_dir()) + "/known_hosts";
 
   const mode_t old_umask = umask(022);
-  FILE* file = fopen(path.c_str(), "we");
+  FILE* file = make_own_file(path.c_str());
   const int open_error = errno;
   umask(old_umask);
   errno = open_error;
   if (file == nullptr) throw_file_error("fopen", path, false);
 
-  if (fprintf(file, "%s %s\n", settings.host, settings.host_key) < 0) {
+  if (fprintf(file, "%s %s\n", known_host_names(settings.host).c_str(), settings.host_key) < 0) {
     const int error = errno;
     fclose(file);
     errno = error;
@@ -188,23 +216,26 @@ void TavrenHost::update_hosts_file() {
 
 void TavrenHost::start_ssh_process(const std::string& target, const std::string& known_hosts_file) {
   const std::string ssh = get_cmd("ssh");
-  std::list<std::string> words = words_of(ssh);
-  if (words.empty()) words.push_back(ssh); /* nothing to run, which the child then reports */
-  if (words.size() == 1) {
+  if (ssh.find(' ') == ssh.size() - 1) {
     const std::string sh = get_cmd("sh");
     /*
      * Everything arrives on the error stream, so that it comes in order, and the marker tells that the password was
      * accepted.
      */
     const std::string remote_command = sh + "-c 'echo SHELL STARTED. >&2; " + sh + ">&2'";
-    process = new TavrenProcess(
-        words.front() + " ",
-        {"-2", "-4", "-T", "-oPreferredAuthentications=password", "-oGlobalKnownHostsFile=" + known_hosts_file,
-         "-oUserKnownHostsFile=/dev/null", target, remote_command},
-        false);
+    process = new TavrenProcess(ssh,
+                                {"-2", "-4", "-T", "-oPreferredAuthentications=password",
+                                 "-oGlobalKnownHostsFile=" + option_word(known_hosts_file),
+                                 "-oUserKnownHostsFile=/dev/null", target, remote_command},
+                                false);
     return;
   }
-  /* Words of its own replace the whole command line, deliberately: target and remote command included. */
+  /*
+   * Words of its own replace the whole command line, deliberately: target and remote command included. A blank that is
+   * not the last character makes it one, also where no second word follows.
+   */
+  std::list<std::string> words = words_of(ssh);
+  if (words.empty()) words.emplace_back(); /* nothing to run, which the child then reports */
   const std::string executable = words.front();
   words.pop_front();
   process = new TavrenProcess(executable, words, false);

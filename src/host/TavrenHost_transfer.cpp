@@ -1,5 +1,6 @@
 #include <ctype.h>
 #include <errno.h>
+#include <signal.h>
 #include <stdio.h>
 #include <unistd.h>
 
@@ -56,6 +57,15 @@ unsigned int read_piece(int fd, const std::string& name, char* buffer, size_t le
   } while (n == -1 && errno == EINTR);
   if (n <= 0) tavren_throw_syscall_error("read(" + name + ")", n == 0 ? 0 : -1);
   return static_cast<unsigned int>(n);
+}
+
+/*
+ * Returns whether the secure shell client ended without the far shell's having ended well: by a signal, or by itself
+ * because the connection or the shell was gone.
+ */
+bool was_cut_off(const siginfo_t& end) {
+  constexpr int lost_connection = 255;
+  return end.si_pid != 0 && (end.si_code != CLD_EXITED || end.si_status == lost_connection);
 }
 
 }  // namespace
@@ -211,13 +221,16 @@ void TavrenHost::end_send_stream() {
   }
 }
 
-/* Returns true when the child has ended without another word, false with the line that it said instead. */
+/*
+ * Returns true when the child has come to its end without another word, false with the line that it said instead. A
+ * child that was killed, or has lost the far shell, has not come to its end.
+ */
 bool TavrenHost::child_says_nothing_more(std::string& line, long deadline) {
   try {
     child().read_line(line, deadline, "");
     return false;
   } catch (const TavrenError& error) {
-    if (error.get_ecode() != TAVREN_E_PROGRAM_EXITED) throw;
+    if (error.get_ecode() != TAVREN_E_PROGRAM_EXITED || was_cut_off(child().wait_for_end(deadline))) throw;
     return true;
   }
 }

@@ -12,6 +12,7 @@
 #include "process/ssh_client.h"
 #include "tavren_share.h"
 #include "tavren_util.h"
+#include "util/own_files.h"
 
 namespace {
 
@@ -24,9 +25,24 @@ struct Free {
   void operator()(char* text) const { free(text); }
 };
 
+/* Removes the client's file on every way out. The client first: one that still runs could write it after its removal.
+ */
+struct RemovedAtTheEnd {
+  RemovedAtTheEnd(TavrenProcess& writer, const char* path) : client(writer), file(path) {}
+  ~RemovedAtTheEnd() {
+    client.stop(stop_grace_time);
+    unlink(file);
+  }
+  RemovedAtTheEnd(const RemovedAtTheEnd&) = delete;
+  RemovedAtTheEnd& operator=(const RemovedAtTheEnd&) = delete;
+
+  TavrenProcess& client;
+  const char* file;
+};
+
 /* Reads the first line of path, with its newline. */
 std::string read_first_line(const char* path) {
-  const std::unique_ptr<FILE, Close> file(fopen(path, "re"));
+  const std::unique_ptr<FILE, Close> file(open_own_file(path));
   if (file == nullptr) throw TavrenError(TAVREN_E_FILE_OPEN, path, tavren_int_to_string(errno));
   char* buffer = nullptr;
   size_t size = 0;
@@ -50,31 +66,24 @@ TavrenKeyDownloader::TavrenKeyDownloader(const std::string& archive_host) : host
   process = std::make_unique<TavrenProcess>(
       "/usr/bin/ssh",
       std::list<std::string>{"-2", "-4", "-oPreferredAuthentications=password", "-oGlobalKnownHostsFile=/dev/null",
-                             std::string("-oUserKnownHostsFile=") + key_file, user + host},
+                             "-oUserKnownHostsFile=" + option_word(key_file), user + host},
       false);
 }
 
 TavrenKeyDownloader::~TavrenKeyDownloader() = default;
 
 void TavrenKeyDownloader::download_host_key(std::string& key) {
-  try {
-    download_key_to_file();
-    read_key_from_file(key);
-    if (key.size() >= TAVREN_HOST_KEY_SIZE) {
-      throw TavrenError(TAVREN_E_HOST_KEY_TOO_LARGE, tavren_int_to_string(static_cast<int>(key.size())), "");
-    }
-  } catch (...) {
-    /* A client that still runs could write the file after its removal. */
-    process->stop(stop_grace_time);
-    unlink(key_file);
-    throw;
+  const RemovedAtTheEnd file(*process, key_file);
+  download_key_to_file();
+  read_key_from_file(key);
+  if (key.size() >= TAVREN_HOST_KEY_SIZE) {
+    throw TavrenError(TAVREN_E_HOST_KEY_TOO_LARGE, tavren_int_to_string(static_cast<int>(key.size())), "");
   }
-  unlink(key_file);
 }
 
 void TavrenKeyDownloader::download_key_to_file() {
   const long deadline = deadline_after(TavrenTunables::instance().get_ssh_connect_timeout());
-  accept_host_key(*process, deadline);
+  accept_host_key(*process, {user}, deadline);
   /* The client has written the key before it asks for a password, or says that it will not. */
   process->read_until_line_starts_with(user, deadline);
 }

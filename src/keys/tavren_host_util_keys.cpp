@@ -10,9 +10,9 @@
 #include "TavrenKeyDownloader.h"
 #include "core/assertion.h"
 #include "core/messages.h"
-#include "tavren_basic.h"
 #include "tavren_host_util.h"
 #include "tavren_share.h"
+#include "util/own_files.h"
 
 /*
  * The C functions for host keys.
@@ -21,6 +21,12 @@ namespace {
 
 constexpr size_t path_size = 4096;
 constexpr size_t command_size = 12500; /* three such paths, those of two tools, and the words between them */
+
+/*
+ * Before the command: everybody may write where its files are, and its results must not go to where a link leads that
+ * somebody plants there meanwhile. The shell then makes files only where there are none, also in the place of touch.
+ */
+constexpr char through_no_link[] = "set -C; touch() { : >\"$1\"; }; ";
 
 /* Returns the first of places that can be run, or name, for the shell to find. */
 const char* find_tool(const char* const (&places)[4], const char* name) {
@@ -111,10 +117,10 @@ int tavren_host_key_fingerprint(const char* key, char* fingerprint, char* error)
   TAVREN_ASSERT("tavren_host_util", tavren_get_tmp_dir() != NULL);
   const Files files;
   char command[command_size];
-  snprintf(command, sizeof command, "(%s -l -f %s 2>/dev/null || touch %s) | %s '{print $2}' >%s",
+  snprintf(command, sizeof command, "%s(%s -l -f %s 2>/dev/null || touch %s) | %s '{print $2}' >%s", through_no_link,
            tavren_get_ssh_keygen_path(), files.key, files.error, tavren_get_awk_path(), files.fingerprint);
 
-  if (tavren_create_text_file(files.key, key) != 0) {
+  if (write_text_and_close(make_own_file(files.key), key) != 0) {
     const int reason = errno;
     return refuse(error, translate("Cannot create file '%s': errno=%d."), files.key, reason);
   }
@@ -129,7 +135,7 @@ int tavren_host_key_fingerprint(const char* key, char* fingerprint, char* error)
     files.remove_results();
     return refuse(error, "%s", translate("The specified public host key is invalid or incomplete."));
   }
-  if (tavren_read_line_from_file(files.fingerprint, fingerprint, TAVREN_FINGERPRINT_SIZE) != 0) {
+  if (read_line_and_close(open_own_file(files.fingerprint), fingerprint, TAVREN_FINGERPRINT_SIZE) != 0) {
     const int reason = errno;
     unlink(files.fingerprint);
     return refuse(error, translate("Failed to open %s (errno=%d)."), files.fingerprint, reason);

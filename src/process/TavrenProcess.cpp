@@ -15,6 +15,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "TavrenError.h"
@@ -47,6 +48,14 @@ void nap(int milliseconds) {
   timespec rest{milliseconds / 1000, (milliseconds % 1000) * 1000000L};
   while (nanosleep(&rest, &rest) == -1 && errno == EINTR) {
   }
+}
+
+/*
+ * Learns how the child pid has ended, and leaves it to be reaped; end stays as it is while the child lives. Returns
+ * false when this process cannot know.
+ */
+bool look_at_end(pid_t pid, siginfo_t& end) {
+  return waitid(P_PID, static_cast<id_t>(pid), &end, WEXITED | WNOHANG | WNOWAIT) == 0;
 }
 
 bool process_exists(pid_t pid) { return kill(pid, 0) == 0 || errno != ESRCH; }
@@ -317,9 +326,17 @@ void TavrenProcess::disable() {
 bool TavrenProcess::child_has_ended() const {
   const pid_t pid = child_pid;
   if (pid == -1) return true;
-  siginfo_t info{};
-  if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0) return info.si_pid == pid;
-  return !process_exists(pid);
+  siginfo_t end{};
+  return look_at_end(pid, end) ? end.si_pid == pid : !process_exists(pid);
+}
+
+siginfo_t TavrenProcess::wait_for_end(long deadline) const {
+  for (int pause_ms = 1;; pause_ms = std::min(2 * pause_ms, check_interval_ms)) {
+    siginfo_t end{};
+    if (!look_at_end(child_pid, end) || end.si_pid != 0) return end;
+    if (seconds_until(deadline) < 1) throw TavrenTimeout();
+    wait_unless_cancelled(pause_ms);
+  }
 }
 
 /*
