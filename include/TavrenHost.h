@@ -228,9 +228,6 @@ class TAVREN_EXPORT TavrenHost {
   [[noreturn]] void throw_transfer_timeout(const char* step) const;
   [[noreturn]] void throw_unexpected_line(const std::string& line) const;
 
-  std::list<std::string> list_chassis_markers();
-  [[noreturn]] void throw_chassis_conflict(const std::list<std::string>& lines) const;
-
   static std::map<std::string, std::string> cmd_map;
   static TavrenMutex cmd_map_mutex;
 

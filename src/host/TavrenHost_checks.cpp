@@ -21,21 +21,6 @@ constexpr char list_markers[] = "echo .chassis.*";
 
 constexpr int command_not_found = 127;
 
-/*
- * Returns whether the line holds the marker name, and not only a longer one with the same text in it, which would be
- * another chassis's. Names may hold blanks: what tells that one has ended is the end of the line or the next marker.
- */
-bool holds_marker(const std::string& line, const std::string& name) {
-  const std::string next_marker = std::string(" ") + marker_prefix;
-  for (size_t p = 0; (p = line.find(name, p)) != std::string::npos; ++p) {
-    const size_t end = p + name.size();
-    const bool begins = p == 0 || line[p - 1] == ' ';
-    const bool ends = end == line.size() || line.compare(end, next_marker.size(), next_marker) == 0;
-    if (begins && ends) return true;
-  }
-  return false;
-}
-
 /* Returns whether what list_markers prints is the marker of a chassis, and not the pattern that matched nothing. */
 bool is_marker_line(const std::string& line) {
   return line.rfind(marker_prefix, 0) == 0 && line.find(marker_pattern) == std::string::npos;
@@ -54,20 +39,6 @@ void TavrenHost::test_host() {
   run_and_check_ecode(get_cmd("rm") + "-r test");
 }
 
-std::list<std::string> TavrenHost::list_chassis_markers() {
-  int status = 0;
-  std::list<std::string> lines;
-  run_command(list_markers, status, lines, TavrenTunables::instance().get_ssh_command_timeout());
-  return lines;
-}
-
-void TavrenHost::throw_chassis_conflict(const std::list<std::string>& lines) const {
-  TavrenError error(TAVREN_E_CHASSIS_CONFLICT, settings.dir, "");
-  error.add_line(TAVREN_E_INCORRECT_OUTPUT, list_markers, tavren_int_to_string(static_cast<int>(lines.size())));
-  for (const std::string& line : lines) error.add_line(TAVREN_E_COMMAND_OUTPUT, line, "");
-  throw error;
-}
-
 void TavrenHost::create_chassis_file() {
   const char* id = nullptr;
   const char* failed_call = nullptr;
@@ -75,25 +46,18 @@ void TavrenHost::create_chassis_file() {
   if (result != 0) tavren_throw_syscall_error(std::string("create_chassis_file->") + failed_call, result);
 
   const std::string name = std::string(marker_prefix) + id;
-  std::list<std::string> lines = list_chassis_markers();
+  int status = 0;
+  std::list<std::string> lines;
+  run_command(list_markers, status, lines, TavrenTunables::instance().get_ssh_command_timeout());
   /* Markers of others beside ours are tolerated, deliberately: the directory was ours before. */
-  if (lines.size() == 1 && holds_marker(lines.front(), name)) return;
-  if (lines.size() == 1 && is_marker_line(lines.front())) throw_chassis_conflict(lines);
-  send_data("", 0, name, file_mode);
-
-  /*
-   * Another chassis may have looked into the empty directory at the same time. Whoever finds that it is not alone
-   * withdraws, so that of several at most one stays.
-   */
-  lines = list_chassis_markers();
-  if (lines.size() == 1 && is_marker_line(lines.front()) && lines.front() != name) {
-    try {
-      remove_file(name);
-    } catch (const TavrenError&) {
-      /* The conflict is what the administrator must hear of. */
-    }
-    throw_chassis_conflict(lines);
+  if (lines.size() == 1 && lines.front().find(name) != std::string::npos) return;
+  if (lines.size() == 1 && is_marker_line(lines.front())) {
+    TavrenError error(TAVREN_E_CHASSIS_CONFLICT, settings.dir, "");
+    error.add_line(TAVREN_E_INCORRECT_OUTPUT, list_markers, "1");
+    error.add_line(TAVREN_E_COMMAND_OUTPUT, lines.front(), "");
+    throw error;
   }
+  send_data("", 0, name, file_mode);
 }
 
 bool TavrenHost::get_dir_sizes(const std::string& pattern, std::map<std::string, int>& sizes) {
