@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <set>
 #include <thread>
 #include <type_traits>
 #include <vector>
@@ -139,6 +141,33 @@ TEST(CancelledRead, LeavesWhatCameUnread) {
   EXPECT_EQ(next_bytes(child, 10), "unfinished");
 }
 
+/* A wait looks at its deadline before it looks whether it is cancelled. */
+TEST(CancelledRead, IsATimeoutOnceItsDeadlineHasPassed) {
+  TavrenProcess child("/bin/cat", {}, false);
+  child.disable();
+  EXPECT_EQ(result_of([&] { child.read_byte(past_deadline()); }), "TavrenTimeout");
+}
+
+TEST(CancelledSend, IsATimeoutOnceItsDeadlineHasPassed) {
+  for (const bool separate_stdin : {false, true}) {
+    TavrenProcess child("/bin/sleep", {"600"}, separate_stdin);
+    child.disable();
+    EXPECT_EQ(result_of([&] { child.send(megabyte, -1); }), "TavrenTimeout");
+  }
+}
+
+TEST(CancelledSend, ToAChildThatExitedReportsItsEnd) {
+  for (const bool separate_stdin : {false, true}) {
+    TavrenProcess child = shell("echo $$; read -r line; echo last words", separate_stdin);
+    const pid_t pid = announced_pid(child);
+    child.send("go\n", patience);
+    ASSERT_TRUE(wait_until_exited(pid));
+    child.disable();
+    EXPECT_EQ(result_of([&] { child.send(megabyte, patience); }),
+              "13(/bin/sh) 12(" + std::to_string(pid) + ") 12(last words)");
+  }
+}
+
 TEST(CancelledSend, SendsWhatNeedsNoWait) {
   TavrenProcess child("/bin/head", {"-c", "5"}, false);
   child.disable();
@@ -165,6 +194,22 @@ TEST(CancelledObject, MayBeCancelledAnyNumberOfTimes) {
   TavrenProcess child("/bin/cat", {}, false);
   for (int i = 0; i < 70000; ++i) child.disable();
   EXPECT_EQ(result_of([&] { child.read_byte(patient_deadline()); }), cancelled);
+}
+
+/* A newline in the pipe that the waits look at, and nothing else. */
+TEST(CancelledObject, IsToldByOneByteEachTime) {
+  const std::set<int> before = open_descriptors();
+  TavrenProcess child("/bin/cat", {}, false);
+  for (int i = 0; i < 2; ++i) child.disable();
+  std::string told;
+  for (const int fd : new_descriptors(before)) {
+    pollfd entry{fd, POLLIN, 0};
+    if (poll(&entry, 1, 0) != 1 || entry.revents != POLLIN) continue;
+    char bytes[10];
+    const ssize_t n = read(fd, bytes, sizeof bytes);
+    if (n > 0) told.append(bytes, static_cast<size_t>(n));
+  }
+  EXPECT_EQ(told, "\n\n");
 }
 
 static_assert(std::is_empty_v<TavrenTimeout> && !std::is_polymorphic_v<TavrenTimeout>);

@@ -175,6 +175,43 @@ TEST_F(ChildOutputLog, ThatTakesOnlyAPartIsTakenForAFullDisk) {
   EXPECT_EQ(output, "24(write(log_child_output), 28)");
 }
 
+namespace {
+
+/* A piece that was not written, or not whole, takes nothing of what the file may hold. */
+class CountOfTheLog : public ChildOutputLog {
+ protected:
+  /* Logs 50 bytes behind a piece of 60 of which the file takes only so many; the limit is 100. */
+  void log_after_a_failed_write(rlim_t taken) const {
+    const std::string output = run("0", [taken] {
+      signal(SIGXFSZ, SIG_IGN);
+      TavrenProcess child = shell("for i in 60 50; do read -r go; head -c $i /dev/zero | tr '\\0' x; done; read -r go");
+      set_limit("100");
+      rlimit largest{};
+      getrlimit(RLIMIT_FSIZE, &largest);
+      const rlimit small{taken, largest.rlim_max};
+      setrlimit(RLIMIT_FSIZE, &small);
+      child.send("\n", patience);
+      printf("%s", result_of([&child] { next_bytes(child, 60); }).c_str());
+      setrlimit(RLIMIT_FSIZE, &largest);
+      child.send("\n", patience);
+      next_bytes(child, 60 + 50);
+    });
+    ASSERT_EQ(output.find("24(write(log_child_output), "), 0U) << output;
+  }
+};
+
+}  // namespace
+
+TEST_F(CountOfTheLog, DoesNotGrowByAPieceThatFails) {
+  log_after_a_failed_write(0);
+  EXPECT_FALSE(exists("tavren_child_output.tester.0"));
+}
+
+TEST_F(CountOfTheLog, DoesNotGrowByAPieceThatIsWrittenInPart) {
+  log_after_a_failed_write(55);
+  EXPECT_FALSE(exists("tavren_child_output.tester.0"));
+}
+
 TEST_F(ChildOutputLog, OpensAgainOnceItCan) {
   make_unwritable();
   run("10000", [this] {

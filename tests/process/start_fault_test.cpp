@@ -8,6 +8,7 @@
 #include "TavrenTunables.h"
 #include "process/children.h"
 #include "process/faults.h"
+#include "process/log_fixture.h"
 #include "process/observe.h"
 #include "support/named.h"
 #include "support/run_in_child.h"
@@ -117,6 +118,17 @@ TEST(FailedDup2, ConcernsOnlyAChildWithAnInputPipe) {
   const Faulty call("dup2", EBADF);
   TavrenProcess child("/bin/echo", {"words"}, false);
   EXPECT_EQ(next_line(child), "words");
+}
+
+/* The pipes come first: a child that cannot be started for want of one is not announced. */
+TEST_F(ChildOutputLog, IsNotBegunByAChildWhosePipesCannotBeMade) {
+  for (const int pipe : {1, 2}) {
+    run("1000", [pipe] {
+      const Faulty call("pipe2", EMFILE, pipe);
+      result_of([] { TavrenProcess("/bin/true", {}, true); });
+    });
+    EXPECT_FALSE(exists("tavren_child_output.tester")) << pipe;
+  }
 }
 
 /* The log would lie in a directory that cannot be made. */
