@@ -3,19 +3,36 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <functional>
 #include <future>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "TavrenHost.h"
 #include "support/client_dialogue.h"
 #include "support/host_session.h"
 #include "support/process_state.h"
+#include "support/real_function.h"
+#include "support/recorded_system.h"
+#include "support/run_in_child.h"
 #include "support/scripted_client.h"
 
 /*
- * Disabling, opening and closing come one after the other; the status waits for none of them.
+ * Disabling, opening and closing come one after the other; the status, the settings and enabling wait for none of them.
  */
+namespace {
+
+/* Run before the next signal is sent, as closing sends one under its lock. */
+std::function<void()> at_next_kill;
+
+}  // namespace
+
+STANDS_BEFORE_THE_REAL_ONE int kill(pid_t pid, int number) noexcept {
+  if (at_next_kill) std::exchange(at_next_kill, nullptr)();
+  return real<int(pid_t, int)>("kill")(pid, number);
+}
+
 namespace {
 
 class ConnectionLock : public LoopbackTest {
@@ -99,6 +116,36 @@ TEST_F(ConnectionLock, DisablingWaitsForAClosingInProgress) {
   host.disable();
   EXPECT_FALSE(is_alive(child));
   closing.get();
+}
+
+/* A thread that takes the lock a second time does not wait for itself, it ends the process. */
+TEST_F(ConnectionLock, IsHeldUntilAnOpeningHasSentItsLastLine) {
+  expect_assertion("TavrenMutex", "owner != pthread_self()", [this] {
+    TavrenHost configured(true, false);
+    configured.set_settings(settings.record());
+    configured.enable();
+    recorded_system::at_next("write umask 022; set +f\n", [&] { configured.disable(); });
+    configured.open_connection();
+  });
+}
+
+TEST_F(ConnectionLock, IsNotTakenToSetTheSettings) {
+  const Outcome outcome = run_in_child([this] {
+    open();
+    at_next_kill = [this] { host.set_settings(settings.record()); };
+    host.close_connection();
+  });
+  EXPECT_TRUE(outcome.exited_with(0)) << outcome.err;
+}
+
+TEST_F(ConnectionLock, IsNotTakenToEnable) {
+  const Outcome outcome = run_in_child([this] {
+    open();
+    host.disable();
+    at_next_kill = [this] { host.enable(); };
+    host.close_connection();
+  });
+  EXPECT_TRUE(outcome.exited_with(0)) << outcome.err;
 }
 
 TEST_F(HangingLogin, DoesNotKeepTheStatusFromBeingRead) {

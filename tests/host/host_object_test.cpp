@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdio.h>
 #include <sys/wait.h>
 
+#include <functional>
 #include <future>
 #include <string>
 #include <thread>
@@ -51,6 +53,22 @@ TEST_F(HostObject, SettingsAreCopiedDeeply) {
   host.get_settings(copy);
   EXPECT_STREQ(copy.host, "archive.example");
   tavren_settings_free_contents(&copy);
+}
+
+/* Freeing the record's strings, which are no blocks of their own, would end the process. */
+TEST_F(HostObject, SettingsAreCopiedOverARecordWhoseStringsStay) {
+  const Outcome outcome = run_in_child([this] {
+    host.set_settings(settings.record());
+    Settings old{"old.example", "/old", "old user", "old secret", "old key", "old fingerprint"};
+    tavren_settings_t copy = old.record();
+    host.get_settings(copy);
+    for (const std::string* text : {&old.host, &old.dir, &old.user, &old.password, &old.host_key, &old.fingerprint}) {
+      printf("%s, ", text->c_str());
+    }
+    printf("%s", copy.host);
+    tavren_settings_free_contents(&copy);
+  });
+  EXPECT_EQ(outcome.out, "old.example, /old, old user, old secret, old key, old fingerprint, archive.example");
 }
 
 TEST_F(HostObject, NewSettingsTakeTheOldOnesPlace) {
@@ -186,6 +204,29 @@ TEST_F(HostObject, TheStatusIsConsistentForOtherThreads) {
     host.clear_connection_status();
   }
   reader.join();
+}
+
+/* What stands under the lock of the status: the time is taken there, and a thread that locks twice ends the process. */
+class StatusLock : public HostObject {
+ protected:
+  void expect_lock(const std::function<void()>& access) {
+    expect_assertion("TavrenMutex", "owner != pthread_self()", [&] {
+      recorded_system::at_next("time", access);
+      host.set_connection_status(TAVREN_CONNECTION_OK);
+    });
+  }
+};
+
+TEST_F(StatusLock, IsTakenToSetTheStatus) {
+  expect_lock([this] { host.set_connection_status(TAVREN_CONNECTION_FAILED); });
+}
+
+TEST_F(StatusLock, IsTakenToClearTheStatus) {
+  expect_lock([this] { host.clear_connection_status(); });
+}
+
+TEST_F(StatusLock, IsTakenToReadTheStatus) {
+  expect_lock([this] { status_of(host); });
 }
 
 TEST_F(HostObject, ClosingStopsTheChild) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -182,6 +183,53 @@ TEST_F(LoginOutcome, TheLoginAfterTwoFailuresIsNotLogged) {
 TEST_F(LoginOutcome, AFailedLoginWarnsOnTheConsole) {
   fail_to_log_in(logging_host);
   EXPECT_EQ(take_console(), std::vector<std::string>{warning});
+}
+
+/* What has been done about a failed login when the log, and when the console, is turned to. */
+class FailedLogin : public LoginOutcome {
+ protected:
+  /* Returns the first line of the error that is being handled. */
+  static std::string first_line() {
+    return first_lines(error_body([] { std::rethrow_exception(std::current_exception()); }), 1);
+  }
+
+  tavren_connection_status_t status() {
+    tavren_connection_status_t result{};
+    long when = 0;
+    logging_host.get_connection_status(result, when);
+    return result;
+  }
+
+  const std::string reason = "  - Program exited unexpectedly: " + broken_client.path() + "\n";
+  const std::string what_failed = "  - Failed to start secure shell session on archive.example\n";
+};
+
+TEST_F(FailedLogin, HasItsStatusBeforeItIsLogged) {
+  tavren_connection_status_t seen = TAVREN_CONNECTION_NONE;
+  recorded_system::at_next("syslog", [&] { seen = status(); });
+  fail_to_log_in(logging_host);
+  EXPECT_EQ(seen, TAVREN_CONNECTION_FAILED);
+}
+
+TEST_F(FailedLogin, IsLoggedBeforeItsErrorSaysWhatFailed) {
+  std::string seen;
+  recorded_system::at_next("syslog", [&] { seen = first_line(); });
+  fail_to_log_in(logging_host);
+  EXPECT_EQ(seen, reason);
+}
+
+TEST_F(FailedLogin, SaysInItsErrorWhatFailedBeforeItIsOnTheConsole) {
+  std::string seen;
+  recorded_system::at_next("console", [&] { seen = first_line(); });
+  fail_to_log_in(logging_host);
+  EXPECT_EQ(seen, what_failed);
+}
+
+TEST_F(FailedLogin, IsLoggedBeforeItIsOnTheConsole) {
+  std::vector<LogEntry> seen;
+  recorded_system::at_next("console", [&] { seen = take_log(); });
+  fail_to_log_in(logging_host);
+  EXPECT_EQ(seen, std::vector<LogEntry>{failed});
 }
 
 TEST_F(LoginOutcome, TwoFailedLoginsWarnOnce) {

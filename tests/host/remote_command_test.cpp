@@ -239,6 +239,11 @@ TEST_F(RemoteCommand, WithoutAChildIsAFailedAssertion) {
   expect_assertion("TavrenHost", "process != NULL", [&] { unconnected.run_and_check_ecode("pwd"); });
 }
 
+TEST_F(RemoteCommand, OfOneRawLineWithoutAChildIsAFailedAssertion) {
+  TavrenHost unconnected(false, false);
+  expect_assertion("TavrenHost", "process != NULL", [&] { unconnected.run_line("pwd", nullptr); });
+}
+
 TEST_F(RemoteCommand, DuringATransferIsAFailedAssertion) {
   host.start_send_stream("stream");
   expect_assertion("TavrenHost", "running_command.size() == 0", [this] { run("pwd"); });

@@ -13,8 +13,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <map>
 #include <mutex>
 #include <stdexcept>
+#include <utility>
 
 #include "support/real_function.h"
 
@@ -36,6 +38,8 @@ std::string translated_text, its_translation;
 std::atomic<time_t> stopped_time{-1};
 std::atomic<int> last_console_flags{-1};
 std::atomic<bool> has_console{true};
+std::map<std::string, std::function<void()>> actions; /* at the call that is each one's key */
+std::atomic<bool> has_actions{false};
 
 /* Datagrams keep each write apart. */
 int console_end(size_t which) {
@@ -53,6 +57,20 @@ timespec sum(timespec time, int64_t milliseconds) {
   time.tv_sec += static_cast<time_t>(milliseconds / 1000 + nanoseconds / 1000000000);
   time.tv_nsec = static_cast<long>(nanoseconds % 1000000000);
   return time;
+}
+
+/* Runs, not under the lock, what is to be run at call. */
+void arrive_at(const std::string& call) {
+  std::function<void()> action;
+  {
+    const std::lock_guard<std::mutex> lock(mutex);
+    const auto found = actions.find(call);
+    if (found == actions.end()) return;
+    action = std::move(found->second);
+    actions.erase(found);
+    has_actions = !actions.empty();
+  }
+  action();
 }
 
 bool is_refused(const void* data, size_t length) {
@@ -92,6 +110,9 @@ void reset() {
   last_console_flags = -1;
   has_console = true;
   translate("", "");
+  const std::lock_guard<std::mutex> lock(mutex);
+  actions.clear();
+  has_actions = false;
 }
 
 std::vector<LogEntry> take_log() {
@@ -145,6 +166,12 @@ std::vector<std::string> take_writes() {
   return taken;
 }
 
+void at_next(const std::string& call, std::function<void()> action) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  actions[call] = std::move(action);
+  has_actions = true;
+}
+
 void translate(const std::string& text, const std::string& translation) {
   const std::lock_guard<std::mutex> lock(mutex);
   translated_text = text;
@@ -159,12 +186,14 @@ STANDS_BEFORE_THE_REAL_ONE void syslog(int priority, const char* format, ...) {
   va_start(arguments, format);
   vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
+  if (has_actions) arrive_at("syslog");
   const std::lock_guard<std::mutex> lock(mutex);
   log_entries.push_back({priority, text});
 }
 
 STANDS_BEFORE_THE_REAL_ONE time_t time(time_t* result) noexcept {
   static auto* const real_time = real<time_t(time_t*)>("time");
+  if (has_actions) arrive_at("time");
   const time_t stopped = stopped_time;
   const time_t now = stopped == -1 ? real_time(nullptr) : stopped;
   if (result != nullptr) *result = now;
@@ -207,6 +236,7 @@ STANDS_BEFORE_THE_REAL_ONE int nanosleep(const timespec* time, timespec* rest) {
 /* The headers give this function the name that programs with 64-bit file offsets call. */
 STANDS_BEFORE_THE_REAL_ONE int open(const char* path, int flags, ...) {
   if (strcmp(path, "/dev/console") == 0) {
+    if (has_actions) arrive_at("console");
     last_console_flags = flags;
     if (has_console) return fcntl(console_end(1), F_DUPFD_CLOEXEC, 0);
     errno = ENXIO;
@@ -228,6 +258,7 @@ STANDS_BEFORE_THE_REAL_ONE char* dgettext(const char* domain, const char* text) 
 
 STANDS_BEFORE_THE_REAL_ONE ssize_t write(int fd, const void* data, size_t length) {
   static auto* const real_write = real<ssize_t(int, const void*, size_t)>("write");
+  if (has_actions) arrive_at("write " + std::string(static_cast<const char*>(data), length));
   refusing = is_refused(data, length);
   if (refusing) {
     errno = EAGAIN;

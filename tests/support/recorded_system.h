@@ -3,6 +3,7 @@
 
 #include <time.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,8 +21,8 @@ struct LogEntry {
 inline bool operator==(const LogEntry& a, const LogEntry& b) { return a.priority == b.priority && a.text == b.text; }
 
 /*
- * Forgets all records, stops recording and refusing writes, lets both clocks run by themselves and gives the machine a
- * console.
+ * Forgets all records and actions, stops recording and refusing writes, lets both clocks run by themselves and gives
+ * the machine a console.
  */
 void reset();
 
@@ -69,6 +70,13 @@ void record_writes();
 
 /* Returns what was written since record_writes or the last call, one text for each write that took something. */
 std::vector<std::string> take_writes();
+
+/*
+ * Runs action once, in the thread that makes the call and before it takes effect: when "time" or "syslog" is called
+ * next, when the "console" is opened or, for "write" and the whole text behind a blank, when that text is written. In
+ * the two latter the action may throw.
+ */
+void at_next(const std::string& call, std::function<void()> action);
 
 /* Installs a message catalogue of one text for the domain "tavren". */
 void translate(const std::string& text, const std::string& translation);
