@@ -1,6 +1,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -92,6 +93,38 @@ TEST_F(KnownHosts, IsUnlinkedBeforeItIsWrittenAgain) {
   ASSERT_EQ(fstat(old, &status), 0);
   close(old);
   EXPECT_EQ(status.st_nlink, 0u);
+}
+
+TEST_F(KnownHosts, IsGoneWhenItCannotBeWrittenAgain) {
+  log_in();
+  host.close_connection();
+  host.set_settings(settings.record());
+  rlimit usual{};
+  getrlimit(RLIMIT_NOFILE, &usual);
+  const rlimit none{0, usual.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  const std::string error = error_body([this] { host.open_connection(); });
+  setrlimit(RLIMIT_NOFILE, &usual);
+  EXPECT_EQ(error, syscall_error("fopen", std::to_string(EMFILE)));
+  EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+/* One that could not be written is none, and what stands in its place afterwards is somebody else's. */
+TEST_F(KnownHosts, IsNotUnlinkedByTheLoginAfterOneThatCouldNotWriteIt) {
+  log_in();
+  host.close_connection();
+  host.set_settings(settings.record());
+  std::filesystem::remove(file);
+  std::filesystem::create_directory(file);
+  error_body([this] { host.open_connection(); });
+  std::filesystem::remove(file);
+  write_file(file, "x");
+  const int other = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  log_in_again();
+  struct stat status {};
+  ASSERT_EQ(fstat(other, &status), 0);
+  close(other);
+  EXPECT_EQ(status.st_nlink, 1u);
 }
 
 TEST_F(KnownHosts, AFileThatCannotBeOpenedIsASystemCallError) {

@@ -150,6 +150,70 @@ INSTANTIATE_TEST_SUITE_P(, LoginMismatch, testing::Combine(testing::ValuesIn(mis
                            return std::string(std::get<0>(test.param).name) + "_" + std::get<1>(test.param).name;
                          });
 
+/* A line that lacks one character of a text that is looked for. */
+class LoginNearMiss : public LoginDialogue, public testing::WithParamInterface<Named<const char*>> {
+ protected:
+  const std::string line = std::string(GetParam().value) + "\r\n";
+};
+
+class LoginAlmostAMismatch : public LoginNearMiss {};
+
+TEST_P(LoginAlmostAMismatch, IsNone) {
+  use_key();
+  dialogue.noise = line;
+  expect_login(dialogue.login_with_key());
+}
+
+INSTANTIATE_TEST_SUITE_P(, LoginAlmostAMismatch,
+                         testing::Values(Literal{"ChangedKeyWithoutItsEnd", "REMOTE HOST IDENTIFICATION HAS CHANGE"},
+                                         Literal{"ChangedKeyWithoutItsFront", "EMOTE HOST IDENTIFICATION HAS CHANGED"},
+                                         Literal{"FailedVerificationWithoutItsEnd", "Host key verification failed"},
+                                         Literal{"FailedVerificationWithoutItsFront", "ost key verification failed."},
+                                         Literal{"UnknownKeyWithoutItsEnd", "The authenticity of"},
+                                         Literal{"UnknownKeyWithoutItsFront", "he authenticity of "},
+                                         Literal{"OffendingKeyWithoutItsEnd", "Add correct host key in"},
+                                         Literal{"OffendingKeyWithoutItsFront", "dd correct host key in "}),
+                         by_name);
+
+class LoginAlmostARefusal : public LoginNearMiss {};
+
+TEST_P(LoginAlmostARefusal, IsNone) {
+  use_key();
+  expect_login(say(dialogue.prompt()) + "take password\n" + say(line + ClientDialogue::shell_started()) +
+               "become_shell\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(, LoginAlmostARefusal,
+                         testing::Values(Literal{"WithoutItsEnd", "Permission denied, please try agai"},
+                                         Literal{"WithoutItsFront", "ermission denied, please try again"}),
+                         by_name);
+
+class LoginAlmostAShell : public LoginNearMiss {};
+
+/* The refusal that follows is then read and counts. */
+TEST_P(LoginAlmostAShell, IsNone) {
+  EXPECT_EQ(open_error(dialogue.up_to_prompt() + "take password\n" + say(line + dialogue.refusal()) + "take another\n"),
+            denied);
+}
+
+INSTANTIATE_TEST_SUITE_P(, LoginAlmostAShell,
+                         testing::Values(Literal{"WithoutItsEnd", "SHELL STARTED"},
+                                         Literal{"WithoutItsFront", "HELL STARTED."}),
+                         by_name);
+
+class LoginAlmostAQuestion : public LoginNearMiss {};
+
+TEST_P(LoginAlmostAQuestion, IsNotAnswered) {
+  set_tunable("ssh_connect_timeout", "1");
+  EXPECT_EQ(open_error(say(GetParam().value) + "take_rest\n"), connect_timeout);
+  EXPECT_EQ(client->rest(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(, LoginAlmostAQuestion,
+                         testing::Values(Literal{"WithoutItsEnd", "Are you sure you want to continue connectin? "},
+                                         Literal{"WithoutItsFront", "re you sure you want to continue connecting? "}),
+                         by_name);
+
 TEST_F(LoginDialogue, LinesBeforeTheQuestionAreIgnored) {
   expect_login(say("/etc/ssh/ssh_config line 53: Unsupported option \"gssapiauthentication\"\r\nanother line\r\n\r\n") +
                dialogue.login());

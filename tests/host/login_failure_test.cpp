@@ -78,6 +78,15 @@ TEST_F(LoginFailure, ARefusalMayStandBehindOtherText) {
             denied);
 }
 
+TEST_F(LoginFailure, ARefusalWinsOverTheShellsFirstLineInTheSameLine) {
+  for (const char* line : {"Permission denied, please try again. SHELL STARTED.\n",
+                           "SHELL STARTED. Permission denied, please try again.\n"}) {
+    use_key();
+    EXPECT_EQ(open_error(say(dialogue.prompt()) + "take password\n" + say(line) + "become_shell\n"), denied);
+    start_over();
+  }
+}
+
 TEST_F(LoginFailure, AWrongPasswordIsNotTriedAgain) {
   EXPECT_EQ(open_error(dialogue.up_to_prompt() + "take password\n" + say(dialogue.refusal()) + "take_rest\n"), denied);
   EXPECT_EQ(client->rest(), "");
