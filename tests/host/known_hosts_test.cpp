@@ -1,18 +1,52 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include "host/login_fixture.h"
 #include "support/files.h"
 #include "support/process_state.h"
+#include "support/real_function.h"
+#include "support/temporary_directory.h"
 
 namespace {
+
+/* Called when a file has been taken away, if set. */
+std::function<void(const std::string&)> after_unlinking;
+
+}  // namespace
+
+STANDS_BEFORE_THE_REAL_ONE int unlink(const char* path) noexcept {
+  const int result = real<int(const char*)>("unlink")(path);
+  if (after_unlinking) after_unlinking(path);
+  return result;
+}
+
+namespace {
+
+/* While it lives, files of this process take nothing, as on a full disk. */
+class FullDisk {
+ public:
+  FullDisk() {
+    signal(SIGXFSZ, SIG_IGN);
+    getrlimit(RLIMIT_FSIZE, &usual);
+    const rlimit none{0, usual.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &none);
+  }
+  ~FullDisk() { setrlimit(RLIMIT_FSIZE, &usual); }
+  FullDisk(const FullDisk&) = delete;
+  FullDisk& operator=(const FullDisk&) = delete;
+
+ private:
+  rlimit usual{};
+};
 
 class KnownHosts : public LoginTest {
  protected:
@@ -26,6 +60,13 @@ class KnownHosts : public LoginTest {
   void log_in_again() {
     host.close_connection();
     host.open_connection();
+  }
+
+  std::string error_on_a_full_disk() {
+    play(dialogue.login_with_key());
+    enable();
+    const FullDisk full;
+    return error_body([this] { host.open_connection(); });
   }
 
   std::string syscall_error(const std::string& call, const std::string& code) const {
@@ -109,27 +150,55 @@ TEST_F(KnownHosts, IsGoneWhenItCannotBeWrittenAgain) {
   EXPECT_FALSE(std::filesystem::exists(file));
 }
 
-/* One that could not be written is none, and what stands in its place afterwards is somebody else's. */
-TEST_F(KnownHosts, IsNotUnlinkedByTheLoginAfterOneThatCouldNotWriteIt) {
+/* Everybody may write in the directory: what is planted there leads nowhere. */
+TEST_F(KnownHosts, IsMadeAnewInThePlaceOfALink) {
+  const TemporaryDirectory elsewhere;
+  write_file(elsewhere.path("precious"), "precious");
+  std::filesystem::create_symlink(elsewhere.path("precious"), file);
   log_in();
-  host.close_connection();
-  host.set_settings(settings.record());
-  std::filesystem::remove(file);
-  std::filesystem::create_directory(file);
-  error_body([this] { host.open_connection(); });
-  std::filesystem::remove(file);
-  write_file(file, "x");
-  const int other = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-  log_in_again();
-  struct stat status {};
-  ASSERT_EQ(fstat(other, &status), 0);
-  close(other);
-  EXPECT_EQ(status.st_nlink, 1u);
+  EXPECT_EQ(read_file(elsewhere.path("precious")), "precious");
+  EXPECT_EQ(read_file(file), "archive.example ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAIJ\n");
+  EXPECT_FALSE(std::filesystem::is_symlink(file));
+}
+
+TEST_F(KnownHosts, IsMadeAnewInThePlaceOfAFileThatHasAnotherName) {
+  const std::string other_name = private_directory() + "/other";
+  write_file(file, "somebody's");
+  std::filesystem::create_hard_link(file, other_name);
+  log_in();
+  EXPECT_EQ(read_file(other_name), "somebody's");
+}
+
+TEST_F(KnownHosts, IsNoLinkThatIsPlantedAtTheLastMoment) {
+  const TemporaryDirectory elsewhere;
+  after_unlinking = [&](const std::string& path) {
+    if (path == file) std::filesystem::create_symlink(elsewhere.path("made"), file);
+  };
+  EXPECT_EQ(open_error(dialogue.login_with_key()), syscall_error("fopen", std::to_string(EEXIST)));
+  after_unlinking = nullptr;
+  EXPECT_FALSE(std::filesystem::exists(elsewhere.path("made")));
+}
+
+/* The client looks for an address in its canonical form. */
+TEST_F(KnownHosts, NamesTheCanonicalFormOfAnAddressToo) {
+  dialogue.host = "127.0.0.1";
+  for (const char* host_name : {"127.1", "0x7f.0.0.1", "2130706433"}) {
+    settings.host = host_name;
+    log_in();
+    EXPECT_EQ(read_file(file), settings.host + ",127.0.0.1 ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAIJ\n");
+    start_over();
+  }
+}
+
+TEST_F(KnownHosts, NamesACanonicalAddressOnce) {
+  dialogue.host = settings.host = "127.0.0.1";
+  log_in();
+  EXPECT_EQ(read_file(file), "127.0.0.1 ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAIJ\n");
 }
 
 TEST_F(KnownHosts, AFileThatCannotBeOpenedIsASystemCallError) {
   std::filesystem::create_directory(file);
-  EXPECT_EQ(open_error(dialogue.login_with_key()), syscall_error("fopen", std::to_string(EISDIR)));
+  EXPECT_EQ(open_error(dialogue.login_with_key()), syscall_error("fopen", std::to_string(EEXIST)));
 }
 
 TEST_F(KnownHosts, AFailedOpeningRestoresTheUmask) {
@@ -154,16 +223,14 @@ TEST_F(KnownHosts, ALoginAfterAFailureWritesTheFile) {
 }
 
 TEST_F(KnownHosts, AFileThatCannotBeWrittenIsASystemCallError) {
-  std::filesystem::create_symlink("/dev/full", file);
   settings.host_key = "ssh-rsa " + std::string(100000, 'B');
-  EXPECT_EQ(open_error(dialogue.login_with_key()), syscall_error("fprintf", std::to_string(ENOSPC)));
+  EXPECT_EQ(error_on_a_full_disk(), syscall_error("fprintf", std::to_string(EFBIG)));
 }
 
 TEST_F(KnownHosts, AFileThatCannotBeWrittenIsTakenAway) {
-  std::filesystem::create_symlink("/dev/full", file);
   settings.host_key = "ssh-rsa " + std::string(100000, 'B');
-  open_error(dialogue.login_with_key());
-  EXPECT_FALSE(std::filesystem::is_symlink(file));
+  error_on_a_full_disk();
+  EXPECT_FALSE(std::filesystem::exists(file));
 }
 
 TEST_F(KnownHosts, WritingItLeavesNoDescriptorOpen) {
@@ -174,20 +241,17 @@ TEST_F(KnownHosts, WritingItLeavesNoDescriptorOpen) {
 }
 
 TEST_F(KnownHosts, AFileThatCannotBeWrittenLeavesNoDescriptorOpen) {
-  std::filesystem::create_symlink("/dev/full", file);
   settings.host_key = "ssh-rsa " + std::string(100000, 'B');
   const std::ptrdiff_t before = count_open_descriptors();
-  open_error(dialogue.login_with_key());
+  error_on_a_full_disk();
   EXPECT_EQ(count_open_descriptors(), before);
 }
 
 TEST_F(KnownHosts, AFileThatCannotBeClosedIsASystemCallError) {
-  std::filesystem::create_symlink("/dev/full", file);
-  EXPECT_EQ(open_error(dialogue.login_with_key()), syscall_error("fclose", std::to_string(ENOSPC)));
+  EXPECT_EQ(error_on_a_full_disk(), syscall_error("fclose", std::to_string(EFBIG)));
 }
 
 TEST_F(KnownHosts, AFileThatCannotBeClosedIsTakenAway) {
-  std::filesystem::create_symlink("/dev/full", file);
-  open_error(dialogue.login_with_key());
-  EXPECT_FALSE(std::filesystem::is_symlink(file));
+  error_on_a_full_disk();
+  EXPECT_FALSE(std::filesystem::exists(file));
 }

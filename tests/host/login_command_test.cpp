@@ -87,20 +87,37 @@ TEST_F(LoginCommand, WithWordsOfItsOwnReadsFromTheTerminal) {
   EXPECT_TRUE(std::filesystem::exists(client->path("terminal")));
 }
 
-TEST_F(LoginCommand, OfOneWordMayHaveBlanksAroundIt) {
-  play(dialogue.login());
-  set_command("ssh", " " + client->path() + " ");
-  enable();
-  host.open_connection();
-  EXPECT_EQ(client->arguments().size(), 8U);
+/* Only a single blank, at the very end, leaves a command one word. */
+TEST_F(LoginCommand, OfOneWordWithAnotherBlankHasWordsOfItsOwn) {
+  for (const char* format : {" %s", "%s ", "  %s  "}) {
+    play(dialogue.login());
+    std::string text = format;
+    text.replace(text.find("%s"), 2, client->path());
+    set_command("ssh", text);
+    enable();
+    EXPECT_NO_THROW(host.open_connection()) << "\"" << text << "\"";
+    EXPECT_EQ(client->arguments(), std::vector<std::string>{}) << "\"" << text << "\"";
+    start_over();
+  }
 }
 
-TEST_F(LoginCommand, OfNothingButBlanksCannotBeRun) {
+TEST_F(LoginCommand, LoadedWithoutABlankHasWordsOfItsOwn) {
+  play(dialogue.login());
+  TavrenHost::set_cmds("ssh=" + client->path() + "\n");
+  enable();
+  host.open_connection();
+  EXPECT_EQ(client->arguments(), std::vector<std::string>{});
+}
+
+TEST_F(LoginCommand, OfNothingButBlanksRunsNothing) {
   for (const char* blanks : {"", " ", "  "}) {
     set_command("ssh", blanks);
     enable();
-    EXPECT_EQ(first_lines(error_body([&] { host.open_connection(); }), 1),
-              "  - Failed to start secure shell session on archive.example\n")
+    const std::string error = error_body([&] { host.open_connection(); });
+    EXPECT_EQ(error,
+              "  - Failed to start secure shell session on archive.example\n"
+              "  - Program exited unexpectedly: \n"
+              "  - Output: \"Failed to run : No such file or directory\"\n")
         << "\"" << blanks << "\"";
     start_over();
   }

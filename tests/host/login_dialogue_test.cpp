@@ -2,6 +2,7 @@
 
 #include <string>
 #include <tuple>
+#include <utility>
 
 #include "host/login_fixture.h"
 #include "support/named.h"
@@ -144,11 +145,81 @@ constexpr Literal mismatches[] = {
     {"ChangedKey", "@    WARNING: REMOTE HOST IDENTIFICATION HAS CHANGED!     @"},
     {"FailedVerification", "Host key verification failed."},
     {"UnknownKey", "The authenticity of host 'archive.example (127.0.0.1)' can't be established."},
-    {"OffendingKey", "Add correct host key in /dev/null to get rid of this message."}};
+    {"OffendingKey", "Add correct host key in /dev/null to get rid of this message."},
+    {"AcceptedKey", "Warning: Permanently added 'archive.example' (ED25519) to the list of known hosts."}};
 INSTANTIATE_TEST_SUITE_P(, LoginMismatch, testing::Combine(testing::ValuesIn(mismatches), testing::ValuesIn(line_ends)),
                          [](const auto& test) {
                            return std::string(std::get<0>(test.param).name) + "_" + std::get<1>(test.param).name;
                          });
+
+/* With a pinned key that is not the host's, where the machine's own configuration has the client accept any. */
+TEST_F(LoginDialogue, AnAcceptedKeyGetsNoPassword) {
+  use_key();
+  EXPECT_EQ(open_error(say(dialogue.answered() + dialogue.prompt()) + "take_rest\n"), key_mismatch);
+  EXPECT_EQ(client->rest(), "");
+}
+
+/* Up to 8.4 the client adds the host's address by itself when the host's name has the pinned key. */
+TEST_F(LoginDialogue, AnAddedAddressIsNoMismatch) {
+  use_key();
+  dialogue.noise =
+      "Warning: Permanently added the ED25519 host key for IP address '192.0.2.1' to the list of known hosts.\r\n";
+  expect_login(dialogue.login_with_key());
+}
+
+/* Where the machine's own configuration has the client accept any key, it does not ask. */
+TEST_F(LoginDialogue, TheQuestionMayNotComeAtAll) { expect_login(say(dialogue.answered() + dialogue.prompt()) + rest); }
+
+TEST_F(LoginDialogue, AQuestionThatDoesNotComeIsNotAnswered) {
+  open(say(dialogue.answered() + dialogue.prompt()) + "take password\ntimeout --foreground 0.2 cat >$dir/early\n" +
+       say(ClientDialogue::shell_started()) + "become_shell\n");
+  EXPECT_EQ(client->taken("early"), "");
+}
+
+/* Up to 7.9 the client cuts the user behind 30 bytes and the host behind 128. */
+class LoginCutPrompt : public LoginDialogue, public testing::WithParamInterface<Named<std::pair<size_t, size_t>>> {
+ protected:
+  LoginCutPrompt() {
+    settings.user = std::string(GetParam().value.first, 'u');
+    settings.host = std::string(GetParam().value.second, 'h');
+    dialogue.user = settings.user.substr(0, 30);
+    dialogue.host = settings.host.substr(0, 128);
+  }
+};
+
+TEST_P(LoginCutPrompt, IsFound) { expect_login(dialogue.login()); }
+
+TEST_P(LoginCutPrompt, IsFoundWithAKey) {
+  use_key();
+  expect_login(dialogue.login_with_key());
+}
+
+INSTANTIATE_TEST_SUITE_P(, LoginCutPrompt,
+                         testing::Values(Named<std::pair<size_t, size_t>>{"Of31And10Bytes", {31, 10}},
+                                         Named<std::pair<size_t, size_t>>{"Of30And129Bytes", {30, 129}},
+                                         Named<std::pair<size_t, size_t>>{"Of63And255Bytes", {63, 255}}),
+                         by_name);
+
+TEST_F(LoginDialogue, ALongUserAndHostMayBePromptedForWhole) {
+  dialogue.user = settings.user = std::string(63, 'u');
+  dialogue.host = settings.host = std::string(255, 'h');
+  expect_login(dialogue.login());
+}
+
+TEST_F(LoginDialogue, AUserIsNotCutBefore30Bytes) {
+  set_tunable("ssh_connect_timeout", "1");
+  settings.user = std::string(31, 'u');
+  dialogue.user = std::string(29, 'u');
+  EXPECT_EQ(open_error(dialogue.up_to_prompt() + "take_rest\n"), connect_timeout);
+}
+
+TEST_F(LoginDialogue, AHostIsNotCutBefore128Bytes) {
+  set_tunable("ssh_connect_timeout", "1");
+  settings.host = std::string(129, 'h');
+  dialogue.host = std::string(127, 'h');
+  const std::string error = open_error(dialogue.up_to_prompt() + "take_rest\n");
+  EXPECT_NE(error.find("Timeout occurred while connecting to "), std::string::npos) << error;
+}
 
 /* A line that lacks one character of a text that is looked for. */
 class LoginNearMiss : public LoginDialogue, public testing::WithParamInterface<Named<const char*>> {
