@@ -16,7 +16,8 @@
 /* A session on a terminal whose far end sees the end of a stream. */
 class StreamTest : public HostTest {
  protected:
-  StreamTest() : client(polling_shell + ClientDialogue().login()) {
+  /* become: how the client becomes a shell. */
+  explicit StreamTest(const std::string& become = polling_shell) : client(become + ClientDialogue().login()) {
     recorded_system::reset();
     settings.dir = directory.path();
     set_command("ssh", client.path());

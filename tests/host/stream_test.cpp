@@ -1,5 +1,7 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/wait.h>
 
 #include <atomic>
 #include <filesystem>
@@ -11,7 +13,11 @@
 #include "host/odd_names.h"
 #include "host/stream_fixture.h"
 #include "host/transfer_fixture.h"
+#include "support/named.h"
 #include "support/run_in_child.h"
+
+using testing::EndsWith;
+using testing::StartsWith;
 
 namespace {
 
@@ -19,6 +25,26 @@ class Stream : public StreamTest {};
 
 /* The far end of a loopback session reads from a pipe, where the end of file is an ordinary byte. */
 class LoopbackStream : public TransferTest {};
+
+/* What a client that has heard its far end out does is what it knows of the connection and the far shell. */
+class StreamEnd : public StreamTest, public testing::WithParamInterface<Named<const char*>> {
+ protected:
+  StreamEnd() : StreamTest(polling_shell_that_then(GetParam().value)) {}
+};
+
+class StreamCutOff : public StreamEnd {};
+
+class StreamOfALostConnection : public StreamTest {
+ protected:
+  StreamOfALostConnection() : StreamTest(polling_shell_that_then("exit 255")) {}
+};
+
+/* The client closes its terminal, and does not end. */
+class StreamOfAClientThatStays : public StreamTest {
+ protected:
+  StreamOfAClientThatStays()
+      : StreamTest(polling_shell_that_then("exec <&- >&- 2>&-; [ ! -p $dir/closed ] || : >$dir/closed; sleep 100")) {}
+};
 
 class StreamSize : public Stream, public testing::WithParamInterface<size_t> {};
 class StreamName : public Stream, public testing::WithParamInterface<Named<const char*>> {};
@@ -136,6 +162,63 @@ TEST_F(Stream, AChildThatEndedBeforeIsNoSuccess) {
   wait_for_exit(child);
   const std::string error = error_body([this] { host.end_send_stream(); });
   EXPECT_EQ(first_lines(error, 1), "  - Program exited unexpectedly: " + client.path() + "\n");
+}
+
+TEST_P(StreamEnd, IsASuccess) {
+  send("content");
+  EXPECT_EQ(received("file"), "content");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , StreamEnd,
+    testing::Values(Named<const char*>{"WithStatus0", "exit 0"}, Named<const char*>{"WithStatus1", "exit 1"},
+                    Named<const char*>{"WithStatus254", "exit 254"},
+                    Named<const char*>{"AMomentAfterTheTerminalWasClosed", "exec <&- >&- 2>&-; sleep 0.3; exit 0"}),
+    by_name);
+
+TEST_P(StreamCutOff, IsAnEndOfTheProgramWithItsLastLines) {
+  const std::string error = error_body([this] { send("content"); });
+  EXPECT_THAT(error, StartsWith("  - Program exited unexpectedly: " + client.path() + "\n  - Output: "));
+  EXPECT_THAT(error, EndsWith("  - Output: \"** EXIT CODE: 0\"\n  - Output: \"_TAV/REN_ BEGIN\"\n"));
+}
+
+TEST_P(StreamCutOff, LeavesTheChildToBeReaped) {
+  error_body([this] { send("content"); });
+  siginfo_t info{};
+  EXPECT_EQ(waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT), 0);
+  EXPECT_NE(info.si_pid, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(, StreamCutOff,
+                         testing::Values(Named<const char*>{"ByALostConnection", "exit 255"},
+                                         Named<const char*>{"BySigterm", "kill -TERM $$; sleep 100"},
+                                         Named<const char*>{"BySigkill", "kill -KILL $$; sleep 100"},
+                                         Named<const char*>{"AMomentAfterTheTerminalWasClosed",
+                                                            "exec <&- >&- 2>&-; sleep 0.3; exit 255"}),
+                         by_name);
+
+/* Nobody can tell then how the client ended. */
+TEST_F(StreamOfALostConnection, IsASuccessInAHostThatReapsAllChildren) {
+  signal(SIGCHLD, SIG_IGN);
+  EXPECT_NO_THROW(send("content"));
+  signal(SIGCHLD, SIG_DFL);
+}
+
+TEST_F(StreamOfAClientThatStays, IsATimeout) {
+  set_tunable("ssh_command_timeout", "1");
+  EXPECT_EQ(error_body([this] { send("content"); }),
+            "  - Timeout occurred while running remote command: \"/bin/cat >'file' (1)\"\n");
+}
+
+TEST_F(StreamOfAClientThatStays, IsCancelledByDisabling) {
+  host.start_send_stream("file");
+  client.make_fifo("closed");
+  std::thread other([this] {
+    wait_at(client.path("closed"));
+    host.disable();
+  });
+  EXPECT_THROW(host.end_send_stream(), TavrenOperationCancelled);
+  other.join();
 }
 
 TEST_F(Stream, MayBeKilledByAnotherThreadWhileItEnds) {
