@@ -9,6 +9,7 @@ tavren_test(lab_session_tests lab/threads_test.cpp lab/many_sessions_test.cpp la
 tavren_test(lab_stream_tests lab/streams_test.cpp LAB TIMEOUT 900)
 
 tavren_test(lab_check_tests lab/host_check_test.cpp LAB)
+tavren_test(lab_configuration_tests lab/client_configuration_test.cpp LAB)
 
 program_of(tavren_send tavren_send)
 

@@ -1,0 +1,158 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "TavrenKeyDownloader.h"
+#include "lab/lab.h"
+#include "support/files.h"
+#include "support/named.h"
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+/*
+ * What the machine's own configuration of the client makes of a session: the table in docs/login-dialogue.md. Rows
+ * whose outcome is not the same every time, or that would change devices, are not here.
+ */
+namespace {
+
+#define STARTING "4\n  - Failed to start secure shell session on localhost\n"
+#define ENDED "  - Program exited unexpectedly: /usr/bin/ssh\n"
+#define SHOWN(line) "  - Output: \"" line "\"\n"
+#define PROMPT SHOWN("\rarchiver@localhost's password: ")
+#define UNKNOWN_KEY SHOWN("Host key verification failed.")
+#define NO_KEY SHOWN("No ED25519 host key is known for localhost and you have requested strict checking.")
+#define DENIED SHOWN("archiver@localhost: Permission denied (publickey,password).")
+
+constexpr char connect_timeout[] = STARTING "  - Timeout occurred while connecting to localhost\n";
+constexpr char shell_timeout[] = STARTING "  - Timeout occurred while waiting for shell to start on localhost\n" PROMPT;
+
+enum class How { with_key, without_key, wrong_key, wrong_password };
+
+struct Row {
+  const char* configuration;
+  How how;
+  const char* outcome;
+};
+
+class ClientConfiguration : public LabTest {
+ protected:
+  ClientConfiguration() : connect("ssh_connect_timeout", 2), start("ssh_shell_start_timeout", 2) {}
+
+  /* Puts lines in the place of the machine's configuration, which the client reads at its start. */
+  static void configure(const std::string& lines) { write_file("/etc/ssh/ssh_config", "Host *\n" + lines + "\n"); }
+
+  static Settings settings_for(How how) {
+    Settings settings = lab::settings();
+    if (how != How::without_key) settings.host_key = lab::value("LAB_HOST_KEY");
+    if (how == How::wrong_key) settings.host_key = lab::make_key("other_key", "-t ed25519");
+    if (how == How::wrong_password) settings.password = "wrong";
+    return settings;
+  }
+
+  std::string outcome_of_login(const Settings& settings) {
+    return error_of([&] { session(settings).open_connection(); });
+  }
+
+  static std::string outcome_of_fetch() {
+    return error_of([] {
+      std::string key;
+      TavrenKeyDownloader(lab::value("LAB_HOST")).download_host_key(key);
+    });
+  }
+
+ private:
+  const ScopedTunable connect;
+  const ScopedTunable start;
+};
+
+class ClientConfigurationOf : public ClientConfiguration, public testing::WithParamInterface<Named<Row>> {};
+
+TEST_P(ClientConfigurationOf, HasItsOneOutcome) {
+  configure(GetParam().value.configuration);
+  EXPECT_EQ(outcome_of_login(settings_for(GetParam().value.how)), GetParam().value.outcome);
+}
+
+constexpr Named<Row> rows[] = {
+    {"AnotherHostName", {"HostName 127.0.0.1", How::without_key, connect_timeout}},
+    {"AnotherHostNameWithAKey", {"HostName 127.0.0.1", How::with_key, key_mismatch}},
+    {"AnAlias", {"HostKeyAlias other", How::without_key, connect_timeout}},
+    {"AnAliasWithAKey", {"HostKeyAlias other", How::with_key, key_mismatch}},
+    {"Batches", {"BatchMode yes", How::without_key, STARTING ENDED UNKNOWN_KEY}},
+    {"BatchesWithAKey", {"BatchMode yes", How::with_key, STARTING ENDED DENIED}},
+    {"NoPasswords", {"PasswordAuthentication no", How::with_key, STARTING ENDED DENIED}},
+    {"OnePrompt", {"NumberOfPasswordPrompts 1", How::wrong_password, STARTING ENDED PROMPT DENIED}},
+    {"StrictChecking", {"StrictHostKeyChecking yes", How::without_key, STARTING ENDED NO_KEY UNKNOWN_KEY}},
+    {"StrictCheckingWithAKey", {"StrictHostKeyChecking yes", How::with_key, no_error}},
+    {"ACommand",
+     {"RemoteCommand uptime", How::with_key, STARTING ENDED SHOWN("Cannot execute command-line and remote command.")}},
+    {"NoShell", {"SessionType none", How::with_key, shell_timeout}},
+    {"ASubsystem",
+     {"SessionType subsystem", How::with_key, STARTING ENDED PROMPT SHOWN("subsystem request failed on channel 0")}},
+    {"NoInput", {"StdinNull yes", How::with_key, "13\n" ENDED PROMPT SHOWN("SHELL STARTED.")}},
+    {"TheBackground", {"ForkAfterAuthentication yes", How::with_key, STARTING ENDED PROMPT}},
+    {"SilenceAboutAWrongPassword", {"LogLevel QUIET", How::wrong_password, shell_timeout}},
+    {"SilenceAboutAWrongKey", {"LogLevel QUIET", How::wrong_key, STARTING ENDED}},
+    {"TheFatalAboutAWrongPassword", {"LogLevel FATAL", How::wrong_password, shell_timeout}},
+    {"TheFatalAboutAWrongKey", {"LogLevel FATAL", How::wrong_key, key_mismatch}},
+    {"ErrorsAboutAWrongPassword", {"LogLevel ERROR", How::wrong_password, login_denied}},
+};
+
+INSTANTIATE_TEST_SUITE_P(, ClientConfigurationOf, testing::ValuesIn(rows), by_name);
+
+struct Fetch {
+  const char* configuration;
+  const char* outcome;
+};
+
+class ClientConfigurationForAFetch : public ClientConfiguration, public testing::WithParamInterface<Named<Fetch>> {};
+
+TEST_P(ClientConfigurationForAFetch, HasItsOneOutcome) {
+  configure(GetParam().value.configuration);
+  EXPECT_EQ(outcome_of_fetch(), GetParam().value.outcome);
+}
+
+constexpr Named<Fetch> fetches[] = {
+    {"Batches", {"BatchMode yes", "13\n" ENDED UNKNOWN_KEY}},
+    {"StrictChecking", {"StrictHostKeyChecking yes", "13\n" ENDED NO_KEY UNKNOWN_KEY}},
+    {"TheBackground",
+     {"ForkAfterAuthentication yes", "13\n" ENDED SHOWN("Cannot fork into background without a command to execute.")}},
+};
+
+INSTANTIATE_TEST_SUITE_P(, ClientConfigurationForAFetch, testing::ValuesIn(fetches), by_name);
+
+TEST_F(ClientConfiguration, ThatIsVerboseMakesAFailureOfAWholeStream) {
+  configure("LogLevel VERBOSE");
+  const std::string text = "All of this arrives.\n";
+  TavrenHost& host = connected_session();
+  host.start_send_stream("stream");
+  host.continue_send_stream(text.data(), static_cast<unsigned int>(text.size()));
+  EXPECT_THAT(error_of([&] { host.end_send_stream(); }),
+              AllOf(StartsWith("10\n"), HasSubstr("  - Command output: \"Transferred: sent ")));
+  EXPECT_EQ(read_file(lab::archived("stream")), text);
+}
+
+TEST_F(ClientConfiguration, ThatSharesConnectionsKeepsASecondSessionFromOpening) {
+  configure("ControlMaster auto\nControlPath " + lab::value("LAB") + "/shared");
+  EXPECT_EQ(outcome_of_login(settings_for(How::with_key)), no_error);
+  EXPECT_EQ(outcome_of_login(settings_for(How::with_key)), connect_timeout);
+}
+
+/* Up to 8.4 it does so by itself, and says that it has added the address to the keys that it knows. */
+TEST_F(ClientConfiguration, ThatChecksAddressesIsNoReasonToRefuseTheRightKey) {
+  lab::run("ip address add 10.9.8.7/32 dev lo && echo '10.9.8.7 archive.example' >>/etc/hosts");
+  lab::configure_sshd("ListenAddress 10.9.8.7");
+  configure("CheckHostIP yes");
+  Settings settings = settings_for(How::with_key);
+  settings.host = "archive.example";
+  EXPECT_EQ(outcome_of_login(settings), no_error);
+}
+
+class ServerConfiguration : public ClientConfiguration {};
+
+TEST_F(ServerConfiguration, WithACommandOfItsOwnIsATimeout) {
+  lab::configure_sshd("ForceCommand /bin/cat");
+  EXPECT_EQ(outcome_of_login(settings_for(How::with_key)), shell_timeout);
+}
+
+}  // namespace
