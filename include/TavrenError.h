@@ -95,7 +95,10 @@ class TAVREN_EXPORT TavrenError {
   /* Returns the code of the first line, 0 when there are no lines. */
   tavren_error_code_t get_ecode() const;
 
-  /* Writes the time as local time on a line of its own, then the lines. */
+  /*
+   * Writes the time as local time on a line of its own, then the lines. A time that the C library cannot break down, or
+   * whose year has more than eight characters, has no such line.
+   */
   void print(std::ostream& os) const;
 
   /* Writes each line behind two blanks, a hyphen and a blank. */
@@ -125,7 +128,8 @@ class TAVREN_EXPORT TavrenError {
   /*
    * Appends to out the errors of a counted buffer, newly allocated, the caller's. A buffer that ends where an item
    * should begin, or has no number where one should be, is a std::ios_base::failure, out then holding the errors before
-   * it; a wrong tag or separator, or bytes behind the last error, are a failed assertion.
+   * it; a wrong tag or separator, or more than white space behind the last error, are a failed assertion. A buffer that
+   * was cut inside its last argument passes for a whole one.
    */
   static void tavren_bytes_to_errors(tavren_bytes_t& bytes, std::list<TavrenError*>& out);
 

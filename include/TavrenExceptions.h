@@ -7,7 +7,10 @@
 /* A deadline passed. What was waited for may still come: nothing that arrived is lost. */
 class TAVREN_EXPORT TavrenTimeout {};
 
-/* The object was disabled by another thread; no later wait on it succeeds. */
+/*
+ * The session or process was disabled, by whichever thread, or the session never enabled. No later wait on that process
+ * succeeds; a session can be closed, enabled and opened again.
+ */
 class TAVREN_EXPORT TavrenOperationCancelled {};
 
 #endif

@@ -29,13 +29,14 @@
  *
  * Failures are TavrenError. TavrenOperationCancelled means that the session was disabled. Sizes are bytes; each step of
  * a command or transfer may take ssh_command_timeout seconds (a tunable) and fails with TAVREN_E_COMMAND_TIMEOUT, but
- * for data that the far side does not take in time: TavrenTimeout.
+ * for data that the far side does not take in time: TavrenTimeout. What the machine's own configuration of the client
+ * must not say stands in docs/login-dialogue.md.
  */
 class TAVREN_EXPORT TavrenHost {
  public:
   /*
-   * Makes a disabled session without settings. configure_shell sends "umask 022; set +f" to the shell after login;
-   * log_outcomes reports connection outcomes to the system log.
+   * Makes a disabled session without settings, and fills an empty remote command table. configure_shell sends "umask
+   * 022; set +f" to the shell after login; log_outcomes reports connection outcomes to the system log.
    */
   TavrenHost(bool configure_shell, bool log_outcomes);
 
@@ -138,39 +139,57 @@ class TAVREN_EXPORT TavrenHost {
   /* The same as continue_send_file. */
   void continue_send_stream(const char* data, unsigned int length);
 
-  /* Ends the stream and with it the child: close the connection afterwards. */
+  /*
+   * Ends the stream and with it the child: close the connection afterwards. That it returns says that the client ended
+   * normally, not that all has arrived: a far cat that is killed alone cannot be seen. TAVREN_E_PROGRAM_EXITED with the
+   * client's last lines when it ended by a signal (kill_ssh included) or with status 255; TAVREN_E_INCORRECT_OUTPUT
+   * when it said something instead.
+   */
   void end_send_stream();
 
   /* Removes a remote file; one that is not there is no failure. */
   void remove_file(const std::string& path);
 
   /*
-   * Removes the first file listed in dir. Returns whether there was one. A shell pattern in dir is listed, but then
-   * nothing is removed.
+   * Lists dir and removes the file in the listing's first line. dir goes into the shell's command line as it is,
+   * deliberately: it must hold nothing that the shell would expand, part or execute, unless that is wanted. What is
+   * removed is dir, a slash and the line, as one quoted path: for a pattern, a quoted dir, or names parted by blanks
+   * that is nothing; for a file whose name holds a newline, one that has the part before the newline for its name. A
+   * directory in the first line is TAVREN_E_COMMAND_FAILED. Returns whether there was a line, not whether anything was
+   * removed.
    */
   bool remove_first_file(const std::string& dir);
 
   /* Makes a remote directory and its parents. */
   void make_directory(const std::string& path);
 
-  /* Proves that path can be created, written and read, and removes it. */
+  /*
+   * Proves that path can be created, written and read. What was in it is lost. Its removal is sent, but the result is
+   * not awaited: after a failure, or when the connection is closed at once, the file can stay. Throws as a command
+   * does.
+   */
   void try_to_create_file(const std::string& path);
 
   /* Checks of the archive directory, which the shell of an open connection stands in. */
 
-  /* Tries what archiving needs in a directory "test" and removes it. Throws the first failure, which leaves it. */
+  /*
+   * Tries what archiving needs in a directory "test" and removes it with all that is in it, also one that was there
+   * before. Throws the first failure, which leaves it.
+   */
   void test_host();
 
   /*
-   * Claims the archive directory, unless it is ours, by an empty file ".chassis." and the chassis identifier.
-   * TAVREN_E_CHASSIS_CONFLICT when another chassis has claimed it, also at the same time; TAVREN_E_SYSCALL without an
-   * identifier.
+   * Claims the archive directory, unless it is ours, by an empty file ".chassis." and the chassis identifier. It is
+   * ours when the markers' one line holds that name anywhere, so an identifier that is a part of another's passes for
+   * it; two chassis that look at the same time can both claim it. TAVREN_E_CHASSIS_CONFLICT when another chassis has
+   * claimed it; TAVREN_E_SYSCALL without an identifier.
    */
   void create_chassis_file();
 
   /*
-   * Measures what pattern, which the shell expands, matches, within ssh_du_command_timeout seconds (a tunable), and
-   * sets the kibibytes of each name; what cannot be read is missing or too small. Returns whether there was any; throws
+   * Measures what pattern matches, within ssh_du_command_timeout seconds (a tunable), and sets the kibibytes of each
+   * name; what cannot be read is missing or too small. pattern goes into the shell's command line as it is,
+   * deliberately: quote what must not be expanded or executed. Returns whether there was any; throws
    * TAVREN_E_COMMAND_FAILED when the host cannot measure.
    */
   bool get_dir_sizes(const std::string& pattern, std::map<std::string, int>& sizes);
@@ -178,9 +197,15 @@ class TAVREN_EXPORT TavrenHost {
   /* Reads a line of get_dir_sizes' command: kibibytes, tab, name. Returns 0, or -1 when the line is none. */
   static int parse_du_output_line(const std::string& line, std::string& name, int& size);
 
-  /* The remote command table: one for the process, from a short name to the command that is run for it. */
+  /*
+   * The remote command table: one for the process, from a short name to the command that is run for it. It is empty
+   * until the first object is made, which adds the ten defaults to an empty table, and to no other.
+   */
 
-  /* Restores the ten defaults, under the lock that the caller holds; other names stay. */
+  /*
+   * For the library itself, which holds the table's lock meanwhile: nobody else can, and without it this is a failed
+   * assertion. Programs call reset_cmd_map.
+   */
   static void initialize_cmd_map();
 
   /* Restores the ten defaults; other names stay. */
@@ -191,14 +216,17 @@ class TAVREN_EXPORT TavrenHost {
 
   /*
    * Sets the command text of name, one blank added; "all" with "default" restores the defaults. message is written only
-   * for an unknown name.
+   * for an unknown name, which is any while the table is empty.
    */
   static void set_cmd(const std::string& name, const std::string& text, std::string& message);
 
-  /* Loads lines of the form name=text, each ended by a newline, as they stand; a line without "=" ends the work. */
+  /*
+   * Loads lines of the form name=text, each ended by a newline, as they stand; a line without "=" ends the work. Where
+   * the table was empty the defaults are not added later: names that text lacks are then missing.
+   */
   static void set_cmds(const std::string& text);
 
-  /* Writes the table in the form that set_cmds reads, names ascending. */
+  /* Writes the table, which may be empty, in the form that set_cmds reads, names ascending. */
   static void print_cmds(std::ostream& out);
 
   /* Writes the table for people. */

@@ -29,7 +29,8 @@ class TAVREN_EXPORT TavrenKeyDownloader {
   /*
    * Fetches the key: type, blank, encoded key. Once only. Throws TavrenError: what TavrenProcess reports of the client,
    * TAVREN_E_FILE_OPEN and TAVREN_E_FILE_READ for a key that cannot be read back, TAVREN_E_HOST_KEY_TOO_LARGE for one
-   * of TAVREN_HOST_KEY_SIZE characters or more; and TavrenTimeout after ssh_connect_timeout seconds (a tunable).
+   * of TAVREN_HOST_KEY_SIZE characters or more; and TavrenTimeout after ssh_connect_timeout seconds (a tunable), as for
+   * a host whose banner does not end in a newline.
    */
   void download_host_key(std::string& key);
 

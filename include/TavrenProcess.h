@@ -17,9 +17,10 @@
  * Runs a program as a child whose standard input, output and error are a raw pseudo-terminal, as if a person sat there;
  * writes to it, reads its output as lines with deadlines, and stops it.
  *
- * The object owns its descriptors, all of them close-on-exec, and its child. It collects no exit status, restarts
- * nothing and changes no signal disposition. One thread uses it at a time; any other may call disable() and
- * send_signal().
+ * The object owns its descriptors, all of them close-on-exec, and its child. (Forking with a terminal has no flag for
+ * that: a program that another thread of the host starts by other means at that moment can inherit the terminal, which
+ * then outlives the child.) It collects no exit status, restarts nothing and changes no signal disposition. One thread
+ * uses it at a time; any other may call disable() and send_signal().
  *
  * Time-outs are relative, in whole seconds. Deadlines are absolute, in whole seconds of tavren_get_uptime, and may be
  * passed by up to one second; 2147483647 is no deadline.
@@ -57,7 +58,10 @@ class TAVREN_EXPORT TavrenProcess {
    */
   void send_eof(int timeout);
 
-  /* Sends a signal to the child. Returns the result of kill; -1 with errno ESRCH when there is no live child. */
+  /*
+   * Sends a signal to the child. Returns the result of kill, which is 0, too, for a child that has exited and is not
+   * reaped; -1 with errno ESRCH when there is no child.
+   */
   int send_signal(int signal_number);
 
   /* Ends the child: SIGTERM, and SIGKILL when it is still there after grace_time seconds. Throws nothing. */

@@ -61,7 +61,10 @@ class TAVREN_EXPORT TavrenTunables {
     int32_t default_value;
   };
 
-  /* A tunable that holds text. It cannot be set to the word default. */
+  /*
+   * A tunable that holds text. It cannot be set to the word default. A newline in it, which is not refused, breaks the
+   * form of print_tunables: a reader takes the first line for the value, and the rest for a line of its own.
+   */
   class TAVREN_EXPORT StringTunable : public Tunable {
    public:
     /* Starts at default_value and enters itself into registry, which must not outlive it. */

@@ -122,21 +122,24 @@ typedef struct tavren_api_handle_t {
 #define TAVREN_API_E_RPC (-3)
 
 /*
- * Each call below gives up after 25 seconds in which the daemon says nothing, or takes nothing of a long request; the
- * first call after that connects anew. (A daemon that dribbles its answer can hold a call for longer: the RPC library
- * waits for each piece anew.) It returns 0 on success. When it fails it stores TAVREN_API_E_RPC in the handle's error,
+ * Each call below gives up after 25 seconds in which the daemon says nothing, or takes nothing of a long request. The
+ * next call then makes a connection anew first, which can take as long as tavren_api_open: up to 60 seconds more where
+ * the RPC services say nothing. (A daemon that dribbles its answer can hold a call for longer: the RPC library waits
+ * for each piece anew.) It returns 0 on success. When it fails it stores TAVREN_API_E_RPC in the handle's error,
  * returns it, and leaves its results untouched; on a handle without a connection the same with TAVREN_API_E_CONNECT. A
  * daemon that has died is such a failure and never a SIGPIPE; a process that is stopped and continued while the daemon
  * has yet to take the rest of a long request can see one, too. Signals for the calling thread wait until the call is
  * over. Texts and records that a call returns belong to the caller: texts are released with free, records with their
- * *_free_contents. A reply may be as long as the daemon says: memory for it is asked for at once. Arguments must not be
- * NULL but where it is said.
+ * *_free_contents. A text for which there is no memory is NULL, with the result 0: a message or errors then look as if
+ * there were none. A reply may be as long as the daemon says: memory for it is asked for at once. The RPC library
+ * itself may write to the standard error stream, for instance when it has no memory. Arguments must not be NULL but
+ * where it is said.
  */
 
 /*
- * Connects the handle with the daemon. Returns 0, or TAVREN_API_E_CONNECT. Another version of the daemon shows at the
- * first call. A machine whose RPC services accept connections and say nothing can hold this for a minute, one on which
- * they do not even accept any more for about two.
+ * Connects the handle with the daemon. Another version of the daemon shows at the first call. RPC services that accept
+ * connections and say nothing can hold this for a minute, services or a daemon that do not even accept any more for
+ * about two, and so can what the machine asks for the address of "localhost". Returns 0, or TAVREN_API_E_CONNECT.
  */
 TAVREN_EXPORT int tavren_api_open(tavren_api_handle_t* handle);
 
@@ -185,7 +188,9 @@ TAVREN_EXPORT int tavren_api_get_errors(tavren_api_handle_t* handle, char** erro
 TAVREN_EXPORT int tavren_api_load_tunables(tavren_api_handle_t* handle);
 
 /*
- * Makes the daemon's remote commands those of this process; others keep their texts. Returns 0 or an error as above;
+ * Makes the daemon's remote commands those of this process; others keep their texts. The commands that the daemon sends
+ * are all that is loaded: in a program that loads before it has made its first session, default commands that are not
+ * among them are missing for good, and a session that needs one is a failed assertion. Returns 0 or an error as above;
  * memory that runs out here is a std::bad_alloc.
  */
 TAVREN_EXPORT int tavren_api_load_remote_commands(tavren_api_handle_t* handle);
@@ -203,14 +208,15 @@ TAVREN_EXPORT int tavren_api_run_task(tavren_api_handle_t* handle, const char* t
 TAVREN_EXPORT int tavren_api_request_to_archive_audit_file(tavren_api_handle_t* handle);
 
 /*
- * Asks about an audit file. Returns the daemon's answer, which is stored in the handle's error as well when it is
+ * Names an audit file to the daemon; whether that asks if it was archived or reports that it was, and what the answer's
+ * number means, is the daemon's matter. Returns the answer, which is stored in the handle's error as well when it is
  * negative, or an error as above; a daemon that answers -1 or -3 cannot be told from one that cannot be asked.
  */
 TAVREN_EXPORT int tavren_api_audit_file_was_archived(tavren_api_handle_t* handle, const char* file_name);
 
 /*
- * Asks for the stored data to be cleared. Returns 0, with *message NULL, or why the daemon refused; or an error as
- * above.
+ * Asks for the stored data to be cleared. Only this and the next three calls have a text for a refusal: what else the
+ * daemon refuses is a failed call. Returns 0, with *message NULL, or why the daemon refused; or an error as above.
  */
 TAVREN_EXPORT int tavren_api_clear_stored_data(tavren_api_handle_t* handle, char** message);
 

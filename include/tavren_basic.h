@@ -81,8 +81,9 @@ TAVREN_EXPORT void tavren_delete_all_files(const char* directory);
 
 /*
  * Returns the directory of temporary files: "/tmp", or "tavren_tmp" under the environment variable TAVREN_HOME, made
- * (mode 0755) when missing. The first call decides for the life of the process: make it before threads exist. The text
- * belongs to the library; no errors.
+ * when missing: with the mode 0755 by tavren_setup_tmp_dir, and by an earlier call of this with what the umask leaves
+ * of that. The first call decides for the life of the process: make it before threads exist. The text belongs to the
+ * library; no errors.
  */
 TAVREN_EXPORT const char* tavren_get_tmp_root(void);
 

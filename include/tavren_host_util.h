@@ -9,8 +9,9 @@
  * is refused, for a newline behind its last slash, is no failed transfer; streams take such names.
  *
  * A function with a message returns 0 with *message NULL, or -1 with the reason in *message: the caller's, released
- * with free. TavrenTimeout and TavrenOperationCancelled pass to the caller as C++ exceptions, and so does any other but
- * a TavrenError, unless it is said that nothing is thrown or what memory that ran out does; *message says nothing then.
+ * with free; NULL when there was no memory for its text. TavrenTimeout and TavrenOperationCancelled pass to the caller
+ * as C++ exceptions, and so does any other but a TavrenError, unless it is said that nothing is thrown or what memory
+ * that ran out does; *message says nothing then.
  */
 #ifndef TAVREN_HOST_UTIL_H
 #define TAVREN_HOST_UTIL_H
@@ -70,10 +71,17 @@ TAVREN_EXPORT int tavren_hp_start_send_stream(tavren_hp_t* handle, const char* f
 TAVREN_EXPORT int tavren_hp_continue_send_stream(tavren_hp_t* handle, const char* data, uint32_t length,
                                                  char** message);
 
-/* Ends the stream, and the session's child with it. */
+/*
+ * Ends the stream, and the session's child with it. Returns 0 when the child ended normally, which does not say that
+ * all has arrived: a far cat that is killed alone cannot be seen; -1 when it ended by a signal (tavren_hp_kill_ssh) or
+ * with status 255, with its last lines in *message, or when it said something instead.
+ */
 TAVREN_EXPORT int tavren_hp_end_send_stream(tavren_hp_t* handle, char** message);
 
-/* Proves that file_name can be created, written and read, and removes it. */
+/*
+ * Proves that file_name can be created, written and read. What was in it is lost. Its removal is sent, but the result
+ * is not awaited: after a failure, or when the connection is closed at once, the file can stay.
+ */
 TAVREN_EXPORT int tavren_hp_try_to_create_file(tavren_hp_t* handle, const char* file_name, char** message);
 
 /* Removes file_name; a file that is not there is no failure. */
@@ -90,13 +98,15 @@ TAVREN_EXPORT void tavren_hp_kill_ssh(tavren_hp_t* handle);
 /*
  * Fetches the public key that host, a name or an address, shows; nothing says that it is the right one. Returns 0 with
  * it in key (TAVREN_HOST_KEY_SIZE bytes) and *error NULL, or -1, key untouched, with the reason in *error, the
- * caller's. A host that does not answer in time is a TavrenTimeout, a C++ exception.
+ * caller's, NULL when there was no memory for its text. A host that does not answer in time is a TavrenTimeout, a C++
+ * exception.
  */
 TAVREN_EXPORT int tavren_download_host_key(const char* host, char* key, char** error);
 
 /*
  * Returns 0 with the fingerprint of key in fingerprint (TAVREN_FINGERPRINT_SIZE bytes), or -1 with the reason,
- * translated, in error (TAVREN_MESSAGE_SIZE bytes). Throws nothing.
+ * translated, in error (TAVREN_MESSAGE_SIZE bytes). Runs ssh-keygen by system(3), during which SIGINT and SIGQUIT are
+ * ignored and SIGCHLD is blocked. Throws nothing.
  */
 TAVREN_EXPORT int tavren_host_key_fingerprint(const char* key, char* fingerprint, char* error);
 

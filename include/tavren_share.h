@@ -13,8 +13,9 @@
 TAVREN_BEGIN_C
 
 /*
- * Splits spec, user@host:directory, in place; the three results point into it. The directory is all that follows,
- * without a slash at its end unless it is only a slash. Returns 0, or -1 when a part is missing.
+ * Splits spec, user@host:directory, in place; the three results point into it. The directory is all that follows; one
+ * slash at its end, if it is longer than that, is cut off, of several only the last. Returns 0, or -1 when a part is
+ * missing.
  */
 TAVREN_EXPORT int tavren_parse_target(char* spec, char** user, char** host, char** directory);
 
@@ -40,15 +41,19 @@ TAVREN_EXPORT int tavren_read_input(const char* prompt, char* buffer, int size, 
 
 /*
  * Makes name's private directory under tavren_get_tmp_root, open to everybody, takes its lock until the process ends or
- * tavren_cleanup_tmp_dir is called, and removes what an earlier run left there. Not to be set up twice. Returns 0,
- * message untouched, or -1 with the reason in message, such as another running instance.
+ * tavren_cleanup_tmp_dir is called, and removes what an earlier run left there, but for names that begin with a point
+ * and for subdirectories. The lock does not pass a fork: a program that goes into the background does so before. Not to
+ * be set up twice. Returns 0, message untouched, or -1 with the reason in message, such as another running instance.
  */
 TAVREN_EXPORT int tavren_setup_tmp_dir(const char* name, char* message);
 
 /* Returns the private directory, which belongs to the library, or NULL before a successful set-up. */
 TAVREN_EXPORT const char* tavren_get_tmp_dir(void);
 
-/* Removes the private directory with its files and releases the lock. Failures are ignored. */
+/*
+ * Removes from the private directory what tavren_setup_tmp_dir would, then its lock and, when nothing else is in it,
+ * the directory; releases the lock. Failures are ignored.
+ */
 TAVREN_EXPORT void tavren_cleanup_tmp_dir(void);
 
 TAVREN_END_C

@@ -11,8 +11,9 @@ TAVREN_BEGIN_C
 
 /*
  * Logs in with a complete settings record (NULL is a failed assertion), tries a directory "test" in the archive
- * directory, and claims that directory for this chassis by an empty file ".chassis." and the chassis identifier. A host
- * key needs the private temporary directory (tavren_setup_tmp_dir). For one thread.
+ * directory and removes it with all that is in it, also one that was there before, and claims the archive directory for
+ * this chassis by an empty file ".chassis." and the chassis identifier. A host key needs the private temporary
+ * directory (tavren_setup_tmp_dir). For one thread.
  *
  * Returns 0 with *message NULL. Every failure passes to the caller as a C++ exception, TavrenError (TavrenTimeout or
  * TavrenOperationCancelled in a few places): call it through a function in C++ that catches. The secure shell child is
