@@ -180,9 +180,9 @@ class TAVREN_EXPORT TavrenHost {
 
   /*
    * Claims the archive directory, unless it is ours, by an empty file ".chassis." and the chassis identifier. It is
-   * ours when the markers' one line holds that name anywhere, so an identifier that is a part of another's passes for
-   * it; two chassis that look at the same time can both claim it. TAVREN_E_CHASSIS_CONFLICT when another chassis has
-   * claimed it; TAVREN_E_SYSCALL without an identifier.
+   * ours when the one line of markers holds that name anywhere, so a chassis takes the marker of another whose
+   * identifier begins with its own for its own; two chassis that look at the same time both claim it.
+   * TAVREN_E_CHASSIS_CONFLICT when another chassis has claimed it; TAVREN_E_SYSCALL without an identifier.
    */
   void create_chassis_file();
 
