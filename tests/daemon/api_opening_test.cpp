@@ -79,6 +79,30 @@ TEST_F(ApiOpening, WithoutDescriptorsFails) {
   tavren_api_close(&handle);
 }
 
+/* What a host without standard streams prints would go to the daemon, as a request of that many bytes. */
+TEST_F(ApiOpening, KeepsOffTheStandardStreams) {
+  answer("get_state", "1\n");
+  for (unsigned missing = 1; missing < 8; ++missing) {
+    const pid_t host = fork();
+    if (host == 0) {
+      for (int fd = 0; fd < 3; ++fd) {
+        if ((missing >> fd & 1) != 0) close(fd);
+      }
+      if (tavren_api_open(&handle) != 0) _exit(1);
+      for (int fd = 0; fd < 3; ++fd) {
+        if ((missing >> fd & 1) != 0 && write(fd, "printed", 7) != -1) _exit(2);
+      }
+      tavren_state_t state{};
+      const bool answered = tavren_api_get_state(&handle, &state) == 0 && state == TAVREN_STATE_ENABLED;
+      tavren_api_close(&handle);
+      _exit(answered ? 0 : 3);
+    }
+    int status = 0;
+    waitpid(host, &status, 0);
+    EXPECT_EQ(status, 0) << missing;
+  }
+}
+
 TEST_F(ApiOpening, OfAnotherVersionSucceedsAndItsFirstCallFails) {
   unregister();
   start("100171", "2");

@@ -121,11 +121,22 @@ TEST_F(LoadingAndSession, LetASessionThatIsThereRunWithWhatWasLoaded) {
   expect_to_run_with_what_was_loaded(host);
 }
 
-/* The commands that the daemon does not name are the usual ones then, too. */
 TEST_F(LoadingAndSession, LetASessionThatIsMadeLaterRunWithWhatWasLoaded) {
-  load();
+  answer("get_remote_commands", "cd=true \nls=echo listed by the daemon # \nsh=/bin/sh \n");
+  answer("get_tunables", "loopback_login=1\n");
+  ASSERT_EQ(tavren_api_load_tunables(&handle), 0);
+  ASSERT_EQ(tavren_api_load_remote_commands(&handle), 0);
   TavrenHost host(false, false);
   expect_to_run_with_what_was_loaded(host);
+}
+
+/* A table that is not empty is not filled by the first session object. */
+TEST_F(Loading, OfCommandsBeforeTheFirstSessionAddsNoOthers) {
+  answer("get_remote_commands", "ls=/own/ls \n");
+  ASSERT_EQ(tavren_api_load_remote_commands(&handle), 0);
+  EXPECT_EQ(commands(), "ls=/own/ls \n");
+  const TavrenHost first(false, false);
+  EXPECT_EQ(commands(), "ls=/own/ls \n");
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include <errno.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -13,10 +14,12 @@
 #include "host/odd_names.h"
 #include "host/stream_fixture.h"
 #include "host/transfer_fixture.h"
+#include "support/early_ends.h"
 #include "support/named.h"
 #include "support/run_in_child.h"
 
 using testing::EndsWith;
+using testing::HasSubstr;
 using testing::StartsWith;
 
 namespace {
@@ -145,6 +148,17 @@ TEST_F(Stream, AComplaintAfterItsEndIsIncorrectOutput) {
                                                          " >'file'\" produced incorrect output: 1 line(s) of output\n"
                                                          "  - Command output: \"no room\"\n"
                                                          "  - Expected output: \"\"\n");
+}
+
+TEST_F(Stream, AComplaintAsTheFarSidesLastActIsIncorrectOutput) {
+  const ScriptedClient writer("cat; echo no room >&2", "writer");
+  set_command("cat", writer.path());
+  const EarlyEnds ends(EIO);
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_THAT(error_body([this] { send("content"); }), HasSubstr("  - Command output: \"no room\"\n")) << i;
+    reopen();
+  }
+  EXPECT_GT(EarlyEnds::count(), 0);
 }
 
 TEST_F(Stream, MuchOutputWithoutANewlineAfterItsEndIsExcessive) {

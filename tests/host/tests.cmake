@@ -13,7 +13,8 @@ tavren_test(host_command_tests host/checked_command_test.cpp host/command_time_t
 tavren_test(host_transfer_tests host/file_operations_test.cpp host/sink_test.cpp host/transfer_name_test.cpp
   host/transfer_test.cpp host/transfer_time_test.cpp ${host_support})
 tavren_test(host_large_transfer_tests host/large_transfer_test.cpp ${host_support} TIMEOUT 600)
-tavren_test(host_stream_tests host/stream_test.cpp host/stream_time_test.cpp ${host_support})
+tavren_test(host_stream_tests host/stream_test.cpp host/stream_time_test.cpp $<TARGET_OBJECTS:early_ends>
+  ${host_support})
 tavren_test(host_handle_tests host/handle_creation_test.cpp host/handle_exceptions_test.cpp host/handle_open_test.cpp
   host/handle_test.cpp $<TARGET_OBJECTS:failing_memory> ${host_support})
 

@@ -1,10 +1,25 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <utility>
 
 #include "keys/fingerprint_fixture.h"
+#include "support/real_function.h"
 #include "support/run_in_child.h"
+
+namespace {
+
+/* Called before the shell is, if set. */
+std::function<void()> before_the_shell;
+
+}  // namespace
+
+STANDS_BEFORE_THE_REAL_ONE int system(const char* command) {
+  if (before_the_shell) std::exchange(before_the_shell, nullptr)();
+  return real<int(const char*)>("system")(command);
+}
 
 namespace {
 
@@ -50,6 +65,61 @@ TEST_F(FingerprintFailure, OfShellCharactersRunsNothing) {
     EXPECT_EQ(fingerprint(text), invalid) << text;
   }
   EXPECT_FALSE(std::filesystem::exists(witness));
+}
+
+/* Everybody may write in the directory: what is planted there leads nowhere. */
+class FingerprintBesideAPlantedLink : public FingerprintFailure {
+ protected:
+  /* Puts a link to the precious file in the place of name once the old results have been taken away. */
+  void plant(const std::string& name) const {
+    before_the_shell = [=] { std::filesystem::create_symlink(precious, private_path(name)); };
+  }
+
+  void expect_precious_untouched() const {
+    EXPECT_EQ(read_file(precious), "precious\n");
+    EXPECT_EQ(std::filesystem::last_write_time(precious), time_of_writing);
+  }
+
+  const std::string precious = lab::value("LAB") + "/precious";
+  const std::filesystem::file_time_type time_of_writing = [this] {
+    write_file(precious, "precious\n");
+    return std::filesystem::last_write_time(precious);
+  }();
+};
+
+TEST_F(FingerprintBesideAPlantedLink, WritesTheKeyToAFileOfItsOwn) {
+  std::filesystem::create_symlink(precious, private_path("host_key"));
+  const std::string key = make_key("-t ed25519");
+  EXPECT_EQ(fingerprint(key), listed_fingerprint());
+  expect_precious_untouched();
+}
+
+TEST_F(FingerprintBesideAPlantedLink, WritesNoFingerprintThroughIt) {
+  const std::string key = make_key("-t ed25519");
+  plant("host_key_fingerprint");
+  EXPECT_EQ(fingerprint(key), internal);
+  expect_precious_untouched();
+}
+
+TEST_F(FingerprintBesideAPlantedLink, ReadsNoFingerprintThroughIt) {
+  use_key_generator("ln -sf " + precious + " " + private_path("host_key_fingerprint") + "; echo 256 SHA256:x");
+  EXPECT_EQ(fingerprint("key"),
+            ("Failed to open " + private_path("host_key_fingerprint") + " (errno=40).").substr(0, 127));
+}
+
+TEST_F(FingerprintBesideAPlantedLink, MarksNoFailureThroughIt) {
+  plant("host_key_error");
+  EXPECT_EQ(fingerprint("key"), invalid);
+  expect_precious_untouched();
+}
+
+TEST_F(FingerprintBesideAPlantedLink, MakesNoFileThroughOneThatLeadsToNone) {
+  for (const char* name : {"host_key_fingerprint", "host_key_error"}) {
+    std::filesystem::remove(precious);
+    plant(name);
+    fingerprint("key");
+    EXPECT_FALSE(std::filesystem::exists(precious)) << name;
+  }
 }
 
 TEST_F(FingerprintFailure, WithoutAwkIsAnInternalError) {

@@ -38,6 +38,12 @@ class KeyDialogue : public LabTest {
     play_recording("cat " + lab::value("LAB") + "/content >\"$file\"");
   }
 
+  /* A client that records a key, asks for the password and, told to end, does that first. */
+  void play_until_stopped(const std::string& action) {
+    play("trap '" + action + "; exit' TERM\n" + say(dialogue.introduction() + dialogue.question()) +
+         "take yes\necho 'h t k' >\"$file\"\n" + say(dialogue.answered() + dialogue.prompt()) + "sleep 100 & wait\n");
+  }
+
   static std::string fetched() {
     TavrenKeyDownloader downloader("archive.example");
     std::string key;

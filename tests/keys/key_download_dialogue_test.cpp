@@ -68,13 +68,10 @@ INSTANTIATE_TEST_SUITE_P(Bytes, KeyThatEndsIn,
                          by_name);
 
 TEST_F(KeyDialogue, AnswersYesAndNothingElse) {
-  play(say(dialogue.introduction() + dialogue.question()) + "take yes\necho 'h t k' >\"$file\"\n" +
-       say(dialogue.answered() + dialogue.prompt()) + "take_rest\n");
-  TavrenKeyDownloader downloader("archive.example");
-  std::string key;
-  downloader.download_host_key(key);
+  play_until_stopped("timeout --foreground 0.2 cat >$dir/rest <&2");
+  EXPECT_EQ(fetched(), "t k");
   EXPECT_EQ(client->taken("yes"), "yes\n");
-  EXPECT_EQ(client->rest(), "");
+  EXPECT_EQ(client->taken("rest"), "");
 }
 
 TEST_F(KeyDialogue, WaitsForTheQuestionBehindOtherLines) {
@@ -104,6 +101,32 @@ TEST_F(KeyDialogue, TakesTheRefusalOfAPasswordLoginForThePrompt) {
        say(dialogue.answered() + "tavren_anonymous@archive.example: Permission denied (publickey).\r\n") +
        wait_forever);
   EXPECT_EQ(fetched(), "t k");
+}
+
+/* Where the machine's own configuration has the client accept any key, it does not ask. */
+TEST_F(KeyDialogue, NeedNotAsk) {
+  play("echo 'h t k' >\"$file\"\n" + say(dialogue.answered() + dialogue.prompt()) + wait_forever);
+  EXPECT_EQ(fetched(), "t k");
+}
+
+TEST_F(KeyDialogue, RefusesALinkInThePlaceOfTheFile) {
+  write_file(lab::value("LAB") + "/precious", "h secret\n");
+  play_recording("ln -s " + lab::value("LAB") + "/precious \"$file\"");
+  EXPECT_EQ(error_of([] { fetched(); }),
+            "5\n  - Failed to open file " + key_file() + ", ecode=" + std::to_string(ELOOP) + "\n");
+}
+
+TEST_F(KeyDialogue, WaitsForNoWriterAtAPipeInThePlaceOfTheFile) {
+  play_recording("mkfifo \"$file\"");
+  EXPECT_EQ(error_of([] { fetched(); }), "6\n  - Failed to read from file " + key_file() + ", ecode=0\n");
+}
+
+/* A client that still ran could write the file after its removal. */
+TEST_F(KeyDialogue, StopsTheClientBeforeItRemovesTheFile) {
+  play_until_stopped("[ ! -e \"$file\" ] || echo >$dir/was-there");
+  EXPECT_EQ(fetched(), "t k");
+  EXPECT_TRUE(std::filesystem::exists(client->path("was-there")));
+  EXPECT_FALSE(file_is_left());
 }
 
 TEST_F(KeyDialogue, AKeyOf895CharactersIsTaken) {

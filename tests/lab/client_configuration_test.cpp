@@ -1,10 +1,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <string.h>
+
+#include <stdexcept>
+#include <string>
 
 #include "TavrenKeyDownloader.h"
 #include "lab/lab.h"
 #include "support/files.h"
 #include "support/named.h"
+#include "tavren_share.h"
 
 using testing::AllOf;
 using testing::HasSubstr;
@@ -147,6 +152,66 @@ TEST_F(ClientConfiguration, ThatChecksAddressesIsNoReasonToRefuseTheRightKey) {
   settings.host = "archive.example";
   EXPECT_EQ(outcome_of_login(settings), no_error);
 }
+
+/*
+ * Where the client accepts any key, a host that it does not find in its known-hosts file would get the password. The
+ * file's line is found under all names that the client may look for, and the file itself wherever it lies.
+ */
+struct Unasked {
+  const char* checking;
+  const char* host;
+  const char* directory;
+};
+
+class ClientThatIsNotAsked : public ClientConfiguration, public testing::WithParamInterface<Named<Unasked>> {
+ protected:
+  ClientThatIsNotAsked() {
+    configure(std::string("StrictHostKeyChecking ") + GetParam().value.checking);
+    tavren_cleanup_tmp_dir();
+    char message[TAVREN_MESSAGE_SIZE];
+    if (tavren_setup_tmp_dir(GetParam().value.directory, message) != 0) throw std::runtime_error(message);
+  }
+
+  std::string outcome(How how) {
+    Settings settings = settings_for(how);
+    settings.host = GetParam().value.host;
+    std::string text = outcome_of_login(settings);
+    /* Both messages name the host as it was configured. */
+    for (const char* before : {"session on ", "remote host ("}) {
+      const size_t name = text.find(before + settings.host);
+      if (name != std::string::npos) text.replace(name + strlen(before), settings.host.size(), "localhost");
+    }
+    return text;
+  }
+};
+
+TEST_P(ClientThatIsNotAsked, LogsInWithTheRightKey) { EXPECT_EQ(outcome(How::with_key), no_error); }
+
+TEST_P(ClientThatIsNotAsked, GivesAnotherKeyNoPassword) {
+  EXPECT_EQ(outcome(How::wrong_key), key_mismatch);
+  EXPECT_EQ(read_file(lab::value("LAB_SSHD_LOG")).find("password for archiver"), std::string::npos);
+}
+
+TEST_P(ClientThatIsNotAsked, LogsInWithoutAKey) { EXPECT_EQ(outcome(How::without_key), no_error); }
+
+TEST_P(ClientThatIsNotAsked, FetchesTheKey) {
+  std::string key;
+  TavrenKeyDownloader(GetParam().value.host).download_host_key(key);
+  EXPECT_EQ(key, lab::value("LAB_HOST_KEY"));
+}
+
+constexpr Named<Unasked> unasked[] = {
+    {"New", {"accept-new", "localhost", "lab"}},
+    {"Any", {"no", "localhost", "lab"}},
+    {"NewByAShortAddress", {"accept-new", "127.1", "lab"}},
+    {"AnyByAShortAddress", {"no", "127.1", "lab"}},
+    {"NewBesideBlanks", {"accept-new", "localhost", "a lab"}},
+    {"AnyBesideBlanks", {"no", "localhost", "a lab"}},
+    {"NewBesideQuotes", {"accept-new", "localhost", "the \"lab's\" \\ own"}},
+    {"AnyBesideQuotes", {"no", "localhost", "the \"lab's\" \\ own"}},
+};
+
+INSTANTIATE_TEST_SUITE_P(, ClientThatIsNotAsked, testing::ValuesIn(unasked), by_name);
 
 class ServerConfiguration : public ClientConfiguration {};
 
