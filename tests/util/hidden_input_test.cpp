@@ -20,10 +20,12 @@
 namespace {
 
 int interruptions = 0; /* of the next calls of tcsetattr */
+std::string changes;   /* when each call of tcsetattr was to take effect */
 
 }  // namespace
 
 STANDS_BEFORE_THE_REAL_ONE int tcsetattr(int fd, int actions, const termios* settings) noexcept {
+  changes += actions == TCSAFLUSH ? "flush " : actions == TCSANOW ? "now " : "drain ";
   if (interruptions == 0) {
     return real<int(int, int, const termios*)>("tcsetattr")(fd, actions, settings);
   }
@@ -74,6 +76,7 @@ class TerminalInput : public testing::Test {
       const int count = tavren_read_input("Password: ", buffer, sizeof buffer, hide);
       dprintf(result[1], "%d %s;", count, buffer);
     }
+    dprintf(result[1], "%s;", changes.c_str());
     fflush(stdout);
     _exit(0);
   }
@@ -100,6 +103,9 @@ class TerminalInput : public testing::Test {
     child = -1;
     return text;
   }
+
+  /* Returns when each change of the terminal was to take effect; the child's lines must have been taken. */
+  std::string changes_of_the_terminal() { return read_until(result[0], ';'); }
 
   /* Returns what the child has written after its prompt; it must have ended. */
   std::string rest_of_output() {
@@ -185,6 +191,13 @@ TEST_F(TerminalInput, HiddenRestoresTheTerminalAtTheEndOfTheInput) {
   type({static_cast<char>(initial.c_cc[VEOF])});
   EXPECT_EQ(line(), "0 ;");
   EXPECT_TRUE(same(attributes(), initial));
+}
+
+TEST_F(TerminalInput, HiddenFlushesTheTerminalOnceAndRestoresItAtOnce) {
+  start_and_wait(1);
+  type("secret\n");
+  line();
+  EXPECT_EQ(changes_of_the_terminal(), "flush now ;");
 }
 
 TEST_F(TerminalInput, HiddenLeavesATerminalWithoutEchoAsItIs) {

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <string>
 
+#include "TavrenExceptions.h"
 #include "support/failing_memory.h"
 #include "support/files.h"
 #include "support/host_session.h"
@@ -93,6 +94,13 @@ TEST_F(TestHost, ThrowsTheFailureOfTheLoginAndLogsNothing) {
             "  - Program exited unexpectedly: " +
                 client.path() + "\n  - Output: \"no route\"\n");
   EXPECT_TRUE(recorded_system::take_log().empty());
+}
+
+/* The far side takes nothing of the first file. */
+TEST_F(TestHost, ThrowsATimeoutAsItIs) {
+  recorded_system::stop_uptime();
+  recorded_system::refuse_to_write("test file\n");
+  EXPECT_THROW(failed_test(), TavrenTimeout);
 }
 
 TEST_F(TestHost, ClaimsNothingWhenTheTestFails) {

@@ -31,6 +31,9 @@ const timespec* shown = nullptr;
 int lock_command = -1;
 off_t lock_size = -1;
 
+/* Why no lock can be had when lockf fails; set in children only. */
+int lock_error = ENOLCK;
+
 /* Called before a directory is removed, and before a lock is taken; set in children only. */
 std::function<void()> at_rmdir = [] {};
 std::function<void()> at_lockf = [] {};
@@ -70,7 +73,7 @@ STANDS_BEFORE_THE_REAL_ONE int lockf(int fd, int command, off_t size) {
   lock_command = command;
   lock_size = size;
   if (!fails("lockf")) return real<int(int, int, off_t)>("lockf64")(fd, command, size);
-  errno = ENOLCK;
+  errno = lock_error;
   return -1;
 }
 
@@ -148,6 +151,16 @@ TEST_F(FailingLock, RefusesThePrivateDirectoryWithTheReason) {
               return set_up();
             }),
             "-1 Failed to lock " + lock + ", errno=37.");
+}
+
+/* Some systems say this when another process holds the lock; here only EAGAIN does. */
+TEST_F(FailingLock, WithoutPermissionIsNoRunningInstance) {
+  EXPECT_EQ(in_instance([] {
+              failing = "lockf";
+              lock_error = EACCES;
+              return set_up();
+            }),
+            "-1 Failed to lock " + lock + ", errno=13.");
 }
 
 TEST_F(FailingLock, LeavesNoDescriptorBehind) {
