@@ -71,6 +71,7 @@ class TerminalInput : public testing::Test {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     dup2(slave, STDIN_FILENO);
     dup2(output[1], STDOUT_FILENO);
+    changes.clear();
     for (; lines > 0; --lines, hide = 0) {
       char buffer[20];
       const int count = tavren_read_input("Password: ", buffer, sizeof buffer, hide);
