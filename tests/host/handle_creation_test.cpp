@@ -2,9 +2,11 @@
 #include <stdio.h>
 
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "TavrenExceptions.h"
 #include "host/handle_fixture.h"
 #include "support/failing_memory.h"
 #include "support/process_state.h"
@@ -109,6 +111,32 @@ TEST_F(HandleCreation, ThatFailsDeliberatelyKeepsItsChild) {
   create_from(settings);
   take_message();
   EXPECT_TRUE(has_survived(std::stoi(refusing_client->taken("pid"))));
+}
+
+/* Each wait of an opening turns a time-out into an error of its own, so this one comes where nothing is waited for. */
+TEST_F(HandleCreation, PassesATimeoutOn) {
+  char text[] = "left over";
+  message = text;
+  refuse_login();
+  recorded_system::at_next("console", [] { throw TavrenTimeout(); });
+  EXPECT_THROW(create_from(settings), TavrenTimeout);
+  EXPECT_EQ(message, nullptr);
+}
+
+TEST_F(HandleCreation, PassesACancellationOn) {
+  char text[] = "left over";
+  message = text;
+  recorded_system::at_next("write " + settings.password + "\n", [] { throw TavrenOperationCancelled(); });
+  EXPECT_THROW(create_from(settings), TavrenOperationCancelled);
+  EXPECT_EQ(message, nullptr);
+}
+
+TEST_F(HandleCreation, PassesAnyOtherExceptionOn) {
+  char text[] = "left over";
+  message = text;
+  recorded_system::at_next("write " + settings.password + "\n", [] { throw std::length_error("too long"); });
+  EXPECT_THROW(create_from(settings), std::length_error);
+  EXPECT_EQ(message, nullptr);
 }
 
 TEST_F(HandleCreation, WithoutAKeyFieldIsAFailedAssertion) {

@@ -2,6 +2,7 @@
 #include <signal.h>
 
 #include <new>
+#include <stdexcept>
 
 #include "TavrenExceptions.h"
 #include "host/handle_fixture.h"
@@ -113,6 +114,13 @@ TEST_P(HandleFunction, PassesACancellationOn) {
   EXPECT_THROW(call_until_it_fails(), TavrenOperationCancelled);
   EXPECT_EQ(message, untouched_or_cleared());
   kill(child, SIGCONT);
+}
+
+TEST_P(HandleFunction, PassesAnyOtherExceptionOn) {
+  prepare();
+  recorded_system::at_next("write", [] { throw std::length_error("too long"); });
+  EXPECT_THROW(call(), std::length_error);
+  EXPECT_EQ(message, untouched_or_cleared());
 }
 
 INSTANTIATE_TEST_SUITE_P(, HandleFunction, testing::ValuesIn(functions), by_name);

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <string>
 
+#include "host/measured_time.h"
 #include "host/transfer_fixture.h"
 
 namespace {
@@ -95,6 +96,17 @@ TEST_F(HostCheck, FailsWhenSizesCannotBeMeasured) {
   set_command("du", "false");
   EXPECT_EQ(test_error(), "  - Remote command \"false test\" failed with error code 1\n");
   EXPECT_TRUE(left(second_file));
+}
+
+/* A size program that says nothing more. */
+class HostCheckTime : public HostCheck, protected MeasuredTime {};
+
+TEST_F(HostCheckTime, SizesAreMeasuredWithinTheTimeOfACommand) {
+  const ScriptedClient du(": >$dir/silence; exec sleep 100", "du");
+  set_command("du", du.path());
+  start_measuring(du.path("silence"));
+  EXPECT_EQ(test_error(), "  - Timeout occurred while running remote command: \"" + du.path() + " test\"\n");
+  EXPECT_EQ(passed(), all_of(command_time));
 }
 
 TEST_F(HostCheck, FailsWhenTheDirectoryCannotBeRemoved) {

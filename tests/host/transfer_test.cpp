@@ -271,6 +271,15 @@ TEST_F(Transfer, ThatFailedAtItsEndKeepsTheShellToItself) {
   expect_assertion("TavrenHost", "running_command.size() == 0", [this] { host.run_and_check_ecode("pwd"); });
 }
 
+TEST_F(Transfer, ThatWasCancelledAtItsEndKeepsTheShellToItself) {
+  use_sink("printf '\\0'; next_line header; printf '\\0'; exec sleep 100");
+  host.start_send_file("file", 3, 0644);
+  host.continue_send_file("abc", 3);
+  host.disable();
+  EXPECT_THROW(host.end_send_file(), TavrenOperationCancelled);
+  expect_assertion("TavrenHost", "running_command.size() == 0", [this] { host.run_and_check_ecode("pwd"); });
+}
+
 TEST_F(Transfer, OfAFileThatIsShorterKeepsTheShellToItself) {
   const OpenFile file(local.path("file"), "content");
   EXPECT_THROW(host.send_file(file, "the log", "file", 10, 0644), TavrenError);

@@ -258,7 +258,10 @@ STANDS_BEFORE_THE_REAL_ONE char* dgettext(const char* domain, const char* text) 
 
 STANDS_BEFORE_THE_REAL_ONE ssize_t write(int fd, const void* data, size_t length) {
   static auto* const real_write = real<ssize_t(int, const void*, size_t)>("write");
-  if (has_actions) arrive_at("write " + std::string(static_cast<const char*>(data), length));
+  if (has_actions) {
+    arrive_at("write");
+    arrive_at("write " + std::string(static_cast<const char*>(data), length));
+  }
   refusing = is_refused(data, length);
   if (refusing) {
     errno = EAGAIN;

@@ -72,9 +72,9 @@ void record_writes();
 std::vector<std::string> take_writes();
 
 /*
- * Runs action once, in the thread that makes the call and before it takes effect: when "time" or "syslog" is called
- * next, when the "console" is opened or, for "write" and the whole text behind a blank, when that text is written. In
- * the two latter the action may throw.
+ * Runs action once, in the thread that makes the call and before it takes effect: when "time", "syslog" or "write" is
+ * called next, when the "console" is opened or, for "write" and a whole text behind a blank, when that text is written.
+ * In "console" and the writes the action may throw.
  */
 void at_next(const std::string& call, std::function<void()> action);
 
