@@ -77,6 +77,7 @@ FAILS(int, "clock_gettime", faulty_clock_gettime, -1, (clockid_t clock, timespec
 FAILS(DIR*, "opendir", faulty_opendir, nullptr, (const char* path), (path))
 FAILS(dirent*, "readdir64", faulty_readdir, nullptr, (DIR * directory), (directory))
 FAILS(int, "dup2", faulty_dup2, -1, (int from, int to), (from, to))
+FAILS(FILE*, "fdopen", faulty_fdopen, nullptr, (int fd, const char* mode), (fd, mode))
 FAILS(int, "fflush", faulty_fflush, EOF, (FILE * file), (file))
 FAILS(char*, "fgets", faulty_fgets, nullptr, (char* line, int size, FILE* file), (line, size, file))
 FAILS(FILE*, "fopen64", faulty_fopen, nullptr, (const char* path, const char* mode), (path, mode))
@@ -84,6 +85,7 @@ FAILS(int, "fputs", faulty_fputs, EOF, (const char* text, FILE* file), (text, fi
 FAILS(int, "forkpty", faulty_forkpty, -1, (int* fd, char* name, const termios* t, const winsize* w), (fd, name, t, w))
 FAILS(ssize_t, "__getdelim", faulty_getdelim, -1, (char** line, size_t* size, int end, FILE* file),
       (line, size, end, file))
+FAILS(int, "fstat64", faulty_fstat, -1, (int fd, struct stat64* status), (fd, status))
 FAILS(int, "kill", faulty_kill, -1, (pid_t pid, int number), (pid, number))
 FAILS(int, "lockf64", faulty_lockf, -1, (int fd, int command, off64_t size), (fd, command, size))
 FAILS(off64_t, "lseek64", faulty_lseek, -1, (int fd, off64_t offset, int whence), (fd, offset, whence))
@@ -226,12 +228,14 @@ const std::vector<Fault> all = {
     {"dup2", "fails", EBADF},
     {"fclose", "fails", ENOSPC},
     {"fcntl64", "fails", EINVAL},
+    {"fdopen", "fails", ENOMEM},
     {"fflush", "fails", ENOSPC},
     {"fgets", "fails", EIO},
     {"fopen64", "fails", EMFILE},
     {"forkpty", "fails", EAGAIN},
     {"fprintf", "fails", ENOSPC},
     {"fputs", "fails", ENOSPC},
+    {"fstat64", "fails", EIO},
     {"ioctl", "fails", EIO},
     {"kill", "fails", EPERM},
     {"lockf64", "fails", ENOLCK},

@@ -7,6 +7,7 @@ tavren_test(lab_login_tests lab/login_test.cpp lab/host_key_test.cpp lab/passwor
 tavren_test(lab_transfer_tests lab/files_test.cpp lab/failures_test.cpp LAB TIMEOUT 120)
 tavren_test(lab_session_tests lab/threads_test.cpp lab/many_sessions_test.cpp lab/guest_test.cpp LAB TIMEOUT 120)
 tavren_test(lab_stream_tests lab/streams_test.cpp LAB TIMEOUT 900)
+tavren_test(lab_stream_end_tests lab/stream_ends_test.cpp LAB TIMEOUT 120)
 
 tavren_test(lab_check_tests lab/host_check_test.cpp LAB)
 tavren_test(lab_configuration_tests lab/client_configuration_test.cpp LAB)
