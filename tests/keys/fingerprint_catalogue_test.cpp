@@ -48,7 +48,7 @@ class FingerprintCatalogue : public CatalogueTest {
 };
 
 TEST_F(FingerprintCatalogue, TranslatesAKeyThatCannotBeWritten) {
-  EXPECT_EQ(failure([&] { std::filesystem::create_directory(key_file); }), "Datei '" + key_file + "': 21");
+  EXPECT_EQ(failure([&] { std::filesystem::create_directory(key_file); }), "Datei '" + key_file + "': 17");
 }
 
 TEST_F(FingerprintCatalogue, TranslatesAnInvalidKey) {

@@ -155,7 +155,7 @@ TEST_F(FingerprintFailure, OfAFingerprintThatCannotBeReadNamesFileAndReason) {
 
 TEST_F(FingerprintFailure, OfAKeyThatCannotBeWrittenNamesFileAndReason) {
   std::filesystem::create_directory(private_path("host_key"));
-  EXPECT_EQ(fingerprint("key"), "Cannot create file '" + private_path("host_key") + "': errno=21.");
+  EXPECT_EQ(fingerprint("key"), "Cannot create file '" + private_path("host_key") + "': errno=17.");
 }
 
 TEST_F(FingerprintFailure, OfAKeyThatCannotBeWrittenLeavesTheOtherFilesAlone) {

@@ -110,8 +110,9 @@ TEST_F(KeyTools, AreRunByOneShellCommand) {
               const int result = tavren_host_key_fingerprint("key", fingerprint, message);
               return shell_command + "\n" + std::to_string(result) + " " + message;
             }),
-            "(/sbin/ssh-keygen -l -f " + key_file + " 2>/dev/null || touch " + key_file +
-                "_error) | /bin/awk '{print $2}' >" + key_file +
+            "set -C; touch() { : >\"$1\"; }; "
+            "(/sbin/ssh-keygen -l -f " +
+                key_file + " 2>/dev/null || touch " + key_file + "_error) | /bin/awk '{print $2}' >" + key_file +
                 "_fingerprint\n-1 Internal error: cannot generate host key fingerprint.");
 }
 
