@@ -45,12 +45,13 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int shell_start = input.byte() % 32 - 2;
   const int seconds = input.byte() % 32 - 2;
 
-  play.pieces = played_child::pieces_of(
-      expanded(input.rest(), {"Are you sure you want to continue connecting", settings.user + "@" + settings.host,
-                              settings.user + "@" + settings.spellings.back(), "SHELL STARTED.\n",
-                              "** RUNNING cd " + PlainHost::quoted(settings.dir) + "\n", "** EXIT CODE: 0\n",
-                              "Permission denied, please try again", "REMOTE HOST IDENTIFICATION HAS CHANGED",
-                              "Host key verification failed.", "The authenticity of ", "Add correct host key in "}));
+  play.pieces = played_child::pieces_of(expanded(
+      input.rest(),
+      {"Are you sure you want to continue connecting", settings.user + "@" + settings.host,
+       settings.user + "@" + settings.spellings.back(), "SHELL STARTED.\n",
+       "** RUNNING cd " + PlainHost::quoted(settings.dir) + "\n", "** EXIT CODE: 0\n",
+       "Permission denied, please try again", "REMOTE HOST IDENTIFICATION HAS CHANGED", "Host key verification failed.",
+       "The authenticity of ", "Add correct host key in ", "Warning: Permanently added '"}));
 
   std::string said;
   for (const played_child::Piece& piece : play.pieces) said += piece.bytes;

@@ -45,6 +45,15 @@ class PlainChild {
   long after(int seconds) const { return static_cast<long>(now / 1000) + seconds; }
   bool is_past(long deadline) const { return now / 1000 > deadline; }
 
+  /* Whether the unread output begins with prompt, but for carriage returns. */
+  bool is_at_the_front(const std::string& prompt) const {
+    size_t start = taken;
+    for (;; ++start) {
+      if (!prompt.empty() && arrived.compare(start, prompt.size(), prompt) == 0) return true;
+      if (start == arrived.size() || arrived[start] != '\r') return false;
+    }
+  }
+
   int read_byte(long deadline) {
     if (taken == arrived.size()) arrive(deadline);
     return static_cast<uint8_t>(arrived[taken++]);
@@ -113,6 +122,15 @@ class PlainChild {
     send("\x04", timeout);
   }
 
+  /* Looks again and again, less and less often. */
+  void wait_for_end(long deadline) {
+    for (int pause_ms = 1; !has_ended(); pause_ms = std::min(2 * pause_ms, 100)) {
+      if (is_past(deadline)) throw Timeout();
+      if (is_cancelled) throw Cancelled();
+      now += pause_ms;
+    }
+  }
+
   void stop(int grace_time) {
     if (is_forgotten) return;
     const bool ends = has_ended() || play.obeys_sigterm;
@@ -167,14 +185,6 @@ class PlainChild {
       }
       if (take_line(line)) return false;
       arrive(deadline);
-    }
-  }
-
-  bool is_at_the_front(const std::string& prompt) const {
-    size_t start = taken;
-    for (;; ++start) {
-      if (!prompt.empty() && arrived.compare(start, prompt.size(), prompt) == 0) return true;
-      if (start == arrived.size() || arrived[start] != '\r') return false;
     }
   }
 

@@ -124,6 +124,7 @@ class PlainHost : public PlainShell {
       try {
         child.read_line(line, deadline, {});
       } catch (const PlainChild::Exited&) {
+        child.wait_for_end(deadline);
         throw Done();
       }
       throw PlainError(10, running, "1").add(15, line).add(3);
@@ -135,15 +136,17 @@ class PlainHost : public PlainShell {
     const long deadline = child.after(connect_timeout);
     std::vector<std::string> prompts;
     for (const std::string& spelling : settings.spellings) prompts.push_back(settings.user + "@" + spelling);
-    const std::vector<std::string> question = {"Are you sure you want to continue connecting"};
+    const std::string question = "Are you sure you want to continue connecting";
+    std::vector<std::string> first = prompts;
+    if (settings.host_key.empty()) first.push_back(question);
     within_time(21, settings.host, [&] {
       std::string line;
       for (bool is_prompt = false;;) {
-        read_line(line, deadline, settings.host_key.empty() ? question : prompts, is_prompt);
+        read_line(line, deadline, first, is_prompt);
         if (is_prompt) break;
         if (!settings.host_key.empty() && refuses_key(line)) throw PlainError(7, settings.host).add(8);
       }
-      if (settings.host_key.empty()) child.send("yes\n", 5);
+      if (settings.host_key.empty() && child.is_at_the_front(question)) child.send("yes\n", 5);
       child.read_until_line_starts_with(prompts, deadline);
       child.send(settings.password + "\n", connect_timeout);
     });
@@ -154,7 +157,8 @@ class PlainHost : public PlainShell {
     const std::string content = line.substr(std::min(line.find_first_not_of('\r'), line.size()));
     const auto begins = [&content](const char* text) { return content.find(text) == 0; };
     return has("REMOTE HOST IDENTIFICATION HAS CHANGED") || has("Host key verification failed.") ||
-           begins("The authenticity of ") || begins("Add correct host key in ");
+           begins("The authenticity of ") || begins("Add correct host key in ") ||
+           begins("Warning: Permanently added '");
   }
 
   void wait_for_shell(const Settings& settings) {

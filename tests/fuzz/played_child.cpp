@@ -239,7 +239,10 @@ STANDS_BEFORE_THE_REAL_ONE int waitid(idtype_t type, id_t id, siginfo_t* info, i
   if (child.state == State::none) return fail(ECHILD);
   MUST((options & (WNOHANG | WNOWAIT)) == (WNOHANG | WNOWAIT));
   memset(info, 0, sizeof *info);
-  if (child.state == State::ended) info->si_pid = child_pid;
+  if (child.state == State::ended) {
+    info->si_pid = child_pid;
+    info->si_code = CLD_EXITED; /* with status 0 */
+  }
   return 0;
 }
 

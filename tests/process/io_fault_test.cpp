@@ -101,11 +101,12 @@ TEST(FailedRead, IsNamed) {
   EXPECT_EQ(result_of_reading_on(child), "24(read(master_fd), 9)");
 }
 
-TEST(FailedRead, ThatReturnsNothingIsTheEndOfTheOutput) {
+TEST(FailedRead, ThatReturnsNothingTwiceIsTheEndOfTheOutput) {
   TavrenProcess child("/bin/cat", {}, false);
   for (const int error : {0, EIO}) {
-    const Faulty call("read", error);
+    const Faulty call("read", error, Faulty::every);
     EXPECT_EQ(result_of_reading_on(child), "13(/bin/cat)");
+    EXPECT_EQ(call.calls(), 2U);
   }
 }
 
