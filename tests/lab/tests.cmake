@@ -1,3 +1,7 @@
+if(NOT with_archive_host)
+  return()
+endif()
+
 add_library(lab_support STATIC lab/lab.cpp)
 target_compile_definitions(lab_support PRIVATE RSA_8192="${CMAKE_CURRENT_LIST_DIR}/rsa_8192")
 target_link_libraries(lab_support PUBLIC test_support)

@@ -1,5 +1,5 @@
 # The stand-in for the platform's configuration database, and the library over it and over others.
-if(TARGET hodra-put)
+if(with_googletest AND TARGET hodra-put)
   tavren_test(hodra_tests platform/hodra_test.cpp)
   target_link_libraries(hodra_tests PRIVATE hodra hodrahelper)
   tavren_test(database_tests platform/database_test.cpp)
@@ -27,7 +27,7 @@ if(NOT TAVREN_SANITIZE AND NOT CMAKE_CROSSCOMPILING)
     ENVIRONMENT LD_LIBRARY_PATH=${tree}/lib PASS_REGULAR_EXPRESSION "^PLATFORM-1\n$")
   add_test(NAME PlatformTree.IsChosenWhenConfiguring
     COMMAND ${CMAKE_CURRENT_LIST_DIR}/configure-with-tree
-      ${PROJECT_SOURCE_DIR} ${tree} ${CMAKE_COMMAND} ${CMAKE_C_COMPILER})
+      ${PROJECT_SOURCE_DIR} ${tree} ${CMAKE_COMMAND} ${CMAKE_GENERATOR} ${CMAKE_C_COMPILER})
   set_tests_properties(PlatformTree.IsChosenWhenConfiguring PROPERTIES TIMEOUT 600
     PASS_REGULAR_EXPRESSION "^PLATFORM-1\n$")
 endif()

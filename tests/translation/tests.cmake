@@ -1,6 +1,8 @@
-tavren_test(translation_tests translation/german_test.cpp)
-target_compile_definitions(translation_tests PRIVATE CATALOGUES="${PROJECT_BINARY_DIR}/po")
-add_dependencies(translation_tests translations)
+if(with_googletest)
+  tavren_test(translation_tests translation/german_test.cpp)
+  target_compile_definitions(translation_tests PRIVATE CATALOGUES="${PROJECT_BINARY_DIR}/po")
+  add_dependencies(translation_tests translations)
+endif()
 
 # Files only, the same for every target.
 if(NOT CMAKE_CROSSCOMPILING AND NOT TAVREN_SANITIZE)
