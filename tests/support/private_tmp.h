@@ -14,10 +14,19 @@
  * mount namespace, and a /tmp, of its own.
  */
 
+/* Makes all mounts private. Returns false when it may not. The root of a chroot may be no mount point; bound to /proc,
+   which is one, it becomes one. */
+inline bool keep_mounts_private() {
+  const auto make_private = [](const char* path) {
+    return mount("none", path, nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+  };
+  return make_private("/") || (make_private("/proc") && mount("/", "/proc", nullptr, MS_BIND | MS_REC, nullptr) == 0 &&
+                               make_private("/proc") && chroot("/proc") == 0);
+}
+
 /* Gives the calling process a /tmp of its own, empty. Returns false when it may not. */
 inline bool enter_private_tmp() {
-  return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         mount("none", "/tmp", "tmpfs", 0, "mode=1777") == 0;
+  return unshare(CLONE_NEWNS) == 0 && keep_mounts_private() && mount("none", "/tmp", "tmpfs", 0, "mode=1777") == 0;
 }
 
 class PrivateTmpTest : public testing::Test {
