@@ -9,6 +9,7 @@
 #include <string>
 
 #include "support/files.h"
+#include "support/own_machine.h"
 #include "support/real_function.h"
 #include "support/run_in_child.h"
 #include "support/temporary_directory.h"
@@ -177,6 +178,7 @@ TEST_F(ProgramNumber, StaysTheUsualOneWhenTheHomeComesAfterTheFirstOpening) {
 }
 
 TEST_F(ProgramNumber, StaysTheUsualOneAlsoAfterAFirstOpeningWithoutRpcServices) {
+  need_own_machine("an rpcbind that listens on every address");
   name_number("100200\n");
   ASSERT_EQ(system("pkill -x rpcbind; while pgrep -x rpcbind >/dev/null; do sleep 0.01; done"), 0);
   EXPECT_EQ(fresh([&] {

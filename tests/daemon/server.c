@@ -10,10 +10,12 @@
  * "ready" appears. A quiet server looks at no file: it notes nothing, and its state is enabled.
  */
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <rpc/pmap_clnt.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -274,6 +276,16 @@ int tavrend_1_freeresult(SVCXPRT* transport, xdrproc_t filter, caddr_t result) {
   return 1;
 }
 
+/* Returns a socket that listens on 127.0.0.1 alone: by itself the RPC library would listen on every address. */
+static int listen_here(void) {
+  const struct sockaddr_in address = {.sin_family = AF_INET, .sin_addr.s_addr = htonl(INADDR_LOOPBACK)};
+  const int fd = socket(AF_INET, SOCK_STREAM, 0);
+  if (fd == -1 || bind(fd, (const struct sockaddr*)&address, sizeof address) == -1 || listen(fd, SOMAXCONN) == -1) {
+    fail("listen");
+  }
+  return fd;
+}
+
 int main(int argc, char** argv) {
   if (argc < 4 || chdir(argv[1]) == -1) {
     fail("server");
@@ -282,7 +294,7 @@ int main(int argc, char** argv) {
   const rpcprog_t program = (rpcprog_t)strtoul(argv[2], NULL, 0);
   const rpcvers_t version = (rpcvers_t)strtoul(argv[3], NULL, 0);
   pmap_unset(program, version);
-  SVCXPRT* transport = svctcp_create(RPC_ANYSOCK, 0, 0);
+  SVCXPRT* transport = svctcp_create(listen_here(), 0, 0);
   if (transport == NULL || !svc_register(transport, program, version, tavrend_1, IPPROTO_TCP)) {
     fail("svc_register");
   }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "support/files.h"
+#include "support/own_machine.h"
 #include "support/private_tmp.h"
 #include "support/real_function.h"
 #include "support/temporary_directory.h"
@@ -37,6 +38,7 @@ namespace {
 class UsualNumber : public testing::Test {
  protected:
   UsualNumber() {
+    need_own_machine("a /tmp of its own");
     if (!enter_private_tmp()) throw std::runtime_error("no /tmp of our own");
     write_file("/tmp/tavrend_rpc_num", "100172\n");
     unsetenv("TAVREN_HOME");

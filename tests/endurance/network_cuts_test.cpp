@@ -7,6 +7,7 @@
 #include "TavrenKeyDownloader.h"
 #include "endurance/endurance.h"
 #include "support/named.h"
+#include "support/own_machine.h"
 #include "tavren_basic.h"
 
 /*
@@ -87,6 +88,8 @@ struct ShortTimeouts {
 
 class NetworkCut : public LabTest, public testing::WithParamInterface<std::tuple<Named<Step>, Named<Cut>>> {
  protected:
+  NetworkCut() { need_own_machine("a network that is cut"); }
+
   const Step& step() const { return std::get<0>(GetParam()).value; }
   const Cut& cut() const { return std::get<1>(GetParam()).value; }
 

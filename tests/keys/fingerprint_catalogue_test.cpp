@@ -61,7 +61,7 @@ TEST_F(FingerprintCatalogue, TranslatesAnInternalError) {
 
 /* A key generator that is content and says nothing. */
 TEST_F(FingerprintCatalogue, TranslatesAFingerprintThatCannotBeRead) {
-  lab::run("mount --bind /bin/true /usr/bin/ssh-keygen");
+  lab::change_machine("mount --bind /bin/true /usr/bin/ssh-keygen");
   EXPECT_EQ(failure([] {}), "Nicht zu öffnen: " + key_file + "_fingerprint");
 }
 

@@ -29,11 +29,11 @@ constexpr char internal[] = "Internal error: cannot generate host key fingerprin
 class FingerprintFailure : public FingerprintTest {
  protected:
   /* Takes awk away: it is found by a link that this machine's /etc has to itself. */
-  static void remove_awk() { lab::run("rm /etc/alternatives/awk"); }
+  static void remove_awk() { lab::change_machine("rm /etc/alternatives/awk"); }
 
   /* Gives the private directory a file system of that many bytes. */
   static void limit_space(size_t bytes) {
-    lab::run("mount -t tmpfs -o size=" + std::to_string(bytes) + " tmpfs " + tavren_get_tmp_dir());
+    lab::change_machine("mount -t tmpfs -o size=" + std::to_string(bytes) + " tmpfs " + tavren_get_tmp_dir());
   }
 };
 
@@ -131,7 +131,7 @@ TEST_F(FingerprintFailure, WithoutAwkIsAnInternalError) {
 
 TEST_F(FingerprintFailure, WithoutAKeyGeneratorIsAnInvalidKey) {
   write_file(lab::value("LAB") + "/nothing", "");
-  lab::run("mount --bind $LAB/nothing /usr/bin/ssh-keygen");
+  lab::change_machine("mount --bind $LAB/nothing /usr/bin/ssh-keygen");
   EXPECT_STREQ(tavren_get_ssh_keygen_path(), "ssh-keygen");
   EXPECT_EQ(fingerprint(lab::value("LAB_HOST_KEY")), invalid);
   EXPECT_EQ(files_left(), "");

@@ -38,7 +38,7 @@ class FingerprintTest : public LabTest {
   /* Puts a shell script into the key generator's place. */
   static void use_key_generator(const std::string& script) {
     write_file(lab::value("LAB") + "/generator", "#!/bin/sh\n" + script + "\n");
-    lab::run("chmod 755 $LAB/generator; mount --bind $LAB/generator /usr/bin/ssh-keygen");
+    lab::change_machine("chmod 755 $LAB/generator; mount --bind $LAB/generator /usr/bin/ssh-keygen");
   }
 
   /* Returns the names of the files in the private directory, but for its lock. */

@@ -23,7 +23,7 @@ class KeyDialogue : public LabTest {
   void play(const std::string& body) {
     client = std::make_unique<ScriptedClient>(
         "for argument; do case $argument in -oUserKnownHostsFile=*) file=${argument#*=};; esac; done\n" + body);
-    lab::run("mount --bind " + client->path() + " /usr/bin/ssh");
+    lab::change_machine("mount --bind " + client->path() + " /usr/bin/ssh");
   }
 
   /* A client that is told yes, runs the lines record and asks for the password. */

@@ -8,6 +8,7 @@
 #include "TavrenExceptions.h"
 #include "lab/lab.h"
 #include "support/files.h"
+#include "support/own_machine.h"
 #include "tavren_host_util.h"
 #include "tavren_share.h"
 
@@ -74,17 +75,17 @@ TEST_F(KeyDownload, OfA8192BitKeyIsTooLarge) {
 }
 
 TEST_F(KeyDownload, WorksWithHashedHostNames) {
-  lab::run("sed -i '1i HashKnownHosts yes' /etc/ssh/ssh_config");
+  lab::change_machine("sed -i '1i HashKnownHosts yes' /etc/ssh/ssh_config");
   EXPECT_EQ(fetched(), lab::value("LAB_HOST_KEY"));
 }
 
 TEST_F(KeyDownload, WorksWithPlainHostNames) {
-  lab::run("sed -i '1i HashKnownHosts no' /etc/ssh/ssh_config");
+  lab::change_machine("sed -i '1i HashKnownHosts no' /etc/ssh/ssh_config");
   EXPECT_EQ(fetched(), lab::value("LAB_HOST_KEY"));
 }
 
 TEST_F(KeyDownload, OfAHostThatTheSystemKnowsWorks) {
-  lab::run("echo \"localhost $LAB_HOST_KEY\" >/etc/ssh/ssh_known_hosts");
+  lab::change_machine("echo \"localhost $LAB_HOST_KEY\" >/etc/ssh/ssh_known_hosts");
   EXPECT_EQ(fetched(), lab::value("LAB_HOST_KEY"));
 }
 
@@ -118,6 +119,7 @@ TEST_F(KeyDownload, OfARefusedPortShowsTheClientsWords) {
 }
 
 TEST_F(KeyDownload, OfAnUnknownNameShowsTheClientsWords) {
+  need_own_machine("the network would be asked for a name");
   EXPECT_THAT(fetched("nowhere.invalid"),
               testing::StartsWith("  - Program exited unexpectedly: /usr/bin/ssh\n"
                                   "  - Output: \"ssh: Could not resolve hostname nowhere.invalid: "));

@@ -53,7 +53,7 @@ TEST_F(FarSide, WithAReadOnlyDirectoryShowsTheSinksWords) {
 }
 
 TEST_F(FarSide, WithAFullDiskShowsTheSinksWords) {
-  lab::run("mkdir $LAB_ARCHIVE/small; mount -t tmpfs -o size=64k,mode=777 tmpfs $LAB_ARCHIVE/small");
+  lab::change_machine("mkdir $LAB_ARCHIVE/small; mount -t tmpfs -o size=64k,mode=777 tmpfs $LAB_ARCHIVE/small");
   const std::string error = error_of_sending(1 << 20, "small/file");
   EXPECT_THAT(error,
               AllOf(HasSubstr("Remote command \"scp -q -t 'small/file'\" "), HasSubstr("No space left on device")));
@@ -64,7 +64,7 @@ TEST_F(FarSide, WithANameThatIsTooLongShowsTheSinksWords) {
 }
 
 TEST_F(FarSide, WithAFullDiskEndsAStreamWithTheWritersWords) {
-  lab::run("mkdir $LAB_ARCHIVE/small; mount -t tmpfs -o size=64k,mode=777 tmpfs $LAB_ARCHIVE/small");
+  lab::change_machine("mkdir $LAB_ARCHIVE/small; mount -t tmpfs -o size=64k,mode=777 tmpfs $LAB_ARCHIVE/small");
   TavrenHost& host = connected_session();
   const std::string content(1 << 20, 'x');
   const std::string error = error_of([&] {

@@ -23,20 +23,20 @@ class HostCheckInTheLab : public LabTest {
   /* Takes a program away from the archive host. */
   static void remove_program(const std::string& name) {
     write_file(lab::value("LAB") + "/nothing", "");
-    lab::run("mount --bind $LAB/nothing /usr/bin/" + name);
+    lab::change_machine("mount --bind $LAB/nothing /usr/bin/" + name);
   }
 
   /* Puts a script into the place of a program, which it finds at $real. */
   static void replace_program(const std::string& name, const std::string& script) {
     const std::string real = lab::value("LAB") + "/real_" + name;
     write_file(lab::value("LAB") + "/script", "#!/bin/sh\nreal=" + real + "\n" + script + "\n");
-    lab::run("cp /usr/bin/" + name + " " + real + "; chmod 755 $LAB $LAB/script; mount --bind $LAB/script /usr/bin/" +
-             name);
+    lab::change_machine("cp /usr/bin/" + name + " " + real +
+                        "; chmod 755 $LAB $LAB/script; mount --bind $LAB/script /usr/bin/" + name);
   }
 
   /* Gives the archive directory a file system with those options. */
   static void limit_space(const std::string& options) {
-    lab::run("mount -t tmpfs -o uid=4711,mode=755," + options + " tmpfs $LAB_ARCHIVE");
+    lab::change_machine("mount -t tmpfs -o uid=4711,mode=755," + options + " tmpfs $LAB_ARCHIVE");
   }
 };
 

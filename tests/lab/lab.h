@@ -21,8 +21,12 @@ std::string value(const char* name);
 /* Returns settings that log in, without a host key. */
 Settings settings();
 
-/* Runs a shell command as root of the archive host; a failing one is a failure of the test. */
+/* Runs a shell command as root of the archive host; a failing one is a failure of the test. Nothing but $LAB and the
+   account may change, since all else is other people's where the archive host is in place. */
 void run(const std::string& command);
+
+/* The same for what changes the machine. The test is skipped where that is not the archive host's own. */
+void change_machine(const std::string& command);
 
 /* Makes the key $LAB/name with those options of ssh-keygen. Returns its public half: type, blank, encoded key. */
 std::string make_key(const std::string& name, const std::string& options);
@@ -42,13 +46,14 @@ void stop_sshd();
 /* Has a program listen in sshd's place that says nothing. $LAB/accepted appears once somebody has come. */
 void serve_silence();
 
-/* Kills sshd with all its sessions. */
+/* Kills the archive host's sshd with all sessions. */
 void kill_sshd_and_sessions();
 
-/* Returns what the system console has shown. */
+/* Returns what the system console has shown. Skips the test where the console is somebody else's. */
 std::string console();
 
-/* Returns the system log with everything that this program has sent to it. */
+/* Returns the system log with everything that this program has sent to it. Skips the test where it is somebody else's.
+ */
 std::string system_log();
 
 /* Returns the path of name in the archive directory, as root of the archive host sees it. */

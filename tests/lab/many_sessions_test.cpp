@@ -62,7 +62,7 @@ class DescriptorsOfManySessions : public ManySessions {
     write_file(lab + "/ssh",
                "#!/bin/sh\n(ls -l /proc/$$/fd >" + lab + "/given/$$)\nexec " + lab + "/real-ssh \"$@\"\n");
     lab::run("mkdir $LAB/given && cp /usr/bin/ssh $LAB/real-ssh && chmod +x $LAB/ssh");
-    lab::run("mount --bind $LAB/ssh /usr/bin/ssh");
+    lab::change_machine("mount --bind $LAB/ssh /usr/bin/ssh");
     for (const Attempt& attempt : log_in(count, true)) EXPECT_EQ(attempt.outcome, no_error);
   }
 
