@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Runs the benchmarks that scripts/bench has built, line by line, and prints one table of medians and ratios.
+"""Runs the benchmarks that scripts/bench has built, and prints a table of medians and ratios, each line when it is known.
 
    bench/run.py BUILD [--write-docs] [LINE...]
 
@@ -215,12 +215,15 @@ def cells(row):
             row.get("goal", ""), row.get("verdict", "")]
 
 
-def text_table(rows):
-    table = [HEADINGS] + [cells(row) for row in rows]
-    widths = [max(len(line[i]) for line in table) for i in range(len(HEADINGS))]
-    right = {2, 4, 5}
-    return "\n".join("  ".join(c.rjust(w) if i in right else c.ljust(w) for i, (c, w) in enumerate(zip(line, widths))).rstrip()
-                     for line in table)
+# Of the table's columns, before anything is measured; negative ones are aligned on the right.
+WIDTHS = [max(len(line.name) for line in LINES), max(len(line.what) for line in LINES), -10,
+          max(len(line.beside_what) for line in LINES), -10, -5, len("0.95 to 1.05"), len("256 KiB more"), 0]
+
+
+def print_line(texts):
+    """Prints a line of the table at once: who stops the program has what was measured until then."""
+    print("  ".join(text.ljust(width) if width >= 0 else text.rjust(-width) for text, width in zip(texts, WIDTHS)).rstrip(),
+          flush=True)
 
 
 def machine():
@@ -270,17 +273,20 @@ def main():
         sys.exit("lines: " + " ".join(name for name, _ in steps) + "\n--write-docs wants all of them")
 
     report = {"machine": machine(), "date": time.strftime("%Y-%m-%d %H:%M"), "load_before": load(), "rows": []}
+    print(f"{report['machine']}\nload before: {report['load_before']}\n")
+    print_line(HEADINGS)
     start = time.monotonic()
     for name, step in steps:
         if wanted and name not in wanted:
             continue
-        print(f"{time.monotonic() - start:4.0f} s: {name}", file=sys.stderr, flush=True)
-        report["rows"] += step(build)
+        rows = step(build)
+        for row in rows:
+            print_line(cells(row))
+        report["rows"] += rows
         report.update(load_after=load(), seconds=time.monotonic() - start)
         with open(f"{build}/bench.json", "w") as file:
             json.dump(report, file, indent=1)
-    print(f"{report['machine']}\nload before {report['load_before']}, after {report['load_after']}; "
-          f"{report['seconds']:.0f} seconds\n\n{text_table(report['rows'])}")
+    print(f"\nload after: {report['load_after']}; {report['seconds']:.0f} seconds")
     if docs:
         write_docs(report, build)
 
