@@ -1,0 +1,90 @@
+#include "plan/growing_file.h"
+
+#include <algorithm>
+#include <tuple>
+
+namespace {
+
+using Files = std::vector<LogFile>;
+
+bool is_older(const LogFile& a, const LogFile& b) {
+  return std::tie(a.mtime_ns, a.path) < std::tie(b.mtime_ns, b.path);
+}
+
+bool is_one_of(const std::vector<Identity>& known, const LogFile& file) {
+  return std::any_of(known.begin(), known.end(), [&file](const Identity& k) { return is_same_file(k, file); });
+}
+
+/* Takes the rest of the file that progress speaks of out of beside. A file that is empty so far begins like any other.
+ */
+std::optional<LogFile> take_old_file(const Progress& progress, Files& beside, const std::vector<Identity>& known) {
+  const auto is_long_enough = [&progress](const LogFile& file) { return file.size >= progress.offset; };
+  auto old = std::find_if(beside.begin(), beside.end(), [&](const LogFile& file) {
+    return is_same_file(progress.identity, file) && is_long_enough(file);
+  });
+  if (old == beside.end() && progress.identity.head_length > 0) {
+    old = std::find_if(beside.begin(), beside.end(), [&](const LogFile& file) {
+      return begins_like(progress.identity, file) && is_long_enough(file) && file.mtime_ns >= progress.mtime_ns &&
+             !is_one_of(known, file);
+    });
+  }
+  if (old == beside.end()) return std::nullopt;
+  LogFile found = *old;
+  beside.erase(old);
+  return found;
+}
+
+Stretch rest_of(const LogFile& file, int64_t first, bool grows) { return {file, first, file.size, grows, false}; }
+
+Stretch lost(const std::string& path, int64_t first, int64_t end) {
+  LogFile gone;
+  gone.path = path;
+  return {gone, first, end, false, true};
+}
+
+/* Whole files between the old one and the new one. */
+void plan_files_between(const Progress& progress, const Files& beside, const std::vector<Identity>& known,
+                        std::vector<Stretch>& plan) {
+  for (const LogFile& file : beside) {
+    if (file.mtime_ns < progress.mtime_ns || is_one_of(known, file) || is_same_file(progress.identity, file)) continue;
+    plan.push_back(is_compressed(file) ? lost(file.path, 0, file.size) : rest_of(file, 0, false));
+  }
+}
+
+}  // namespace
+
+std::vector<Stretch> plan_growing_file(const std::string& path, const std::optional<Progress>& progress,
+                                       const std::optional<LogFile>& present, std::vector<LogFile> beside,
+                                       const std::vector<Identity>& known) {
+  std::vector<Stretch> plan;
+  const bool is_known = progress && !progress->finished;
+  if (is_known && present && is_same_file(progress->identity, *present) && present->size >= progress->offset) {
+    plan.push_back(rest_of(*present, progress->offset, true));
+    return plan;
+  }
+  if (progress) {
+    std::sort(beside.begin(), beside.end(), is_older);
+    if (is_known) {
+      const std::optional<LogFile> old = take_old_file(*progress, beside, known);
+      plan.push_back(old ? rest_of(*old, progress->offset, false) : lost(path, progress->offset, progress->seen));
+    }
+    plan_files_between(*progress, beside, known, plan);
+  }
+  if (present) plan.push_back(rest_of(*present, 0, true));
+  return plan;
+}
+
+int64_t end_of_piece(const Stretch& stretch, int64_t first,
+                     const std::function<int64_t(int64_t first, int64_t end)>& last_newline) {
+  const int64_t end = std::min(stretch.end, first + longest_piece);
+  const bool is_last = end == stretch.end;
+  if (is_last && !stretch.grows) return end;
+  const int64_t newline = end > first ? last_newline(first, end) : -1;
+  if (newline != -1) return newline + 1;
+  return is_last ? first : end;
+}
+
+bool is_rotated_name(const std::string& base, const std::string& name) {
+  return name.size() > base.size() + 1 && name.rfind(base, 0) == 0 &&
+         (name[base.size()] == '.' || name[base.size()] == '-');
+}

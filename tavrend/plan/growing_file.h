@@ -1,0 +1,56 @@
+#ifndef TAVREND_PLAN_GROWING_FILE_H
+#define TAVREND_PLAN_GROWING_FILE_H
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "plan/log_file.h"
+
+/* How far a followed log was archived. */
+struct Progress {
+  Identity identity;
+  int64_t offset = 0;    /* bytes that are archived */
+  int64_t seen = 0;      /* bytes that there were when it was looked at last, offset or more */
+  int64_t mtime_ns = 0;  /* when it was looked at last */
+  bool finished = false; /* it was rotated away, and what there was of it is archived or known to be lost */
+};
+
+/* What is to be done with a followed log, in this order. */
+struct Stretch {
+  LogFile file;
+  int64_t first = 0;  /* bytes from the file's beginning */
+  int64_t end = 0;    /* the one behind the last */
+  bool grows = false; /* more may follow: what stands behind the last newline waits for its end */
+  bool lost = false;  /* these bytes were rotated away unread: file.path and the range are all that is known of them */
+};
+
+/*
+ * Returns what is to be archived, and what was lost, of the log at path. present is the file that is there now; beside
+ * are those in its directory whose names go on behind its name with "." or "-"; known are files of this log that were
+ * archived whole.
+ *
+ * A file that was rotated away is finished first. It is looked for beside by its identity, or, when it was copied and
+ * truncated, by its first bytes alone; then files beside that are not known and not older come whole, oldest first,
+ * because there may have been several rotations between two looks; then the new file, from its beginning.
+ */
+std::vector<Stretch> plan_growing_file(const std::string& path, const std::optional<Progress>& progress,
+                                       const std::optional<LogFile>& present, std::vector<LogFile> beside,
+                                       const std::vector<Identity>& known);
+
+/* At most so many bytes make one piece, before compression. */
+constexpr int64_t longest_piece = int64_t{64} * 1024 * 1024;
+
+/*
+ * Returns where the piece that begins at first ends, first when there is none yet. It ends behind a newline where it
+ * holds one; what follows waits for its end, unless the piece is a longest one or the file does not grow any more.
+ * last_newline(first, end) returns the place of the last newline between the two, or -1.
+ */
+int64_t end_of_piece(const Stretch& stretch, int64_t first,
+                     const std::function<int64_t(int64_t first, int64_t end)>& last_newline);
+
+/* Whether name is that of a rotated file of the log called base. */
+bool is_rotated_name(const std::string& base, const std::string& name);
+
+#endif

@@ -1,0 +1,29 @@
+#include "plan/log_file.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+
+#include "plan/checksum.h"
+
+Identity identity_of(const LogFile& file) {
+  return {file.device, file.inode, static_cast<uint32_t>(file.head.size()), checksum(file.head)};
+}
+
+bool begins_like(const Identity& known, const LogFile& file) {
+  if (file.head.size() < known.head_length) return false;
+  return checksum(std::string_view(file.head).substr(0, known.head_length)) == known.head_checksum;
+}
+
+bool is_same_file(const Identity& known, const LogFile& file) {
+  return known.device == file.device && known.inode == file.inode && begins_like(known, file);
+}
+
+bool is_compressed(const LogFile& file) {
+  using namespace std::string_view_literals;
+  /* gzip, compress, bzip2, xz, zstd, lz4 */
+  static constexpr std::string_view beginnings[] = {"\x1F\x8B"sv,      "\x1F\x9D"sv,         "BZh"sv,
+                                                    "\xFD\x37zXZ\0"sv, "\x28\xB5\x2F\xFD"sv, "\x04\x22\x4D\x18"sv};
+  return std::any_of(std::begin(beginnings), std::end(beginnings),
+                     [&file](std::string_view beginning) { return file.head.rfind(beginning, 0) == 0; });
+}

@@ -1,0 +1,44 @@
+#ifndef TAVREND_PLAN_LOG_FILE_H
+#define TAVREND_PLAN_LOG_FILE_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <string>
+
+/* How many bytes at a file's beginning tell it from others. */
+constexpr size_t head_size = 1024;
+
+/* A local file as it is now. */
+struct LogFile {
+  std::string path; /* as the configuration has it, without log_dir_prefix */
+  uint64_t device = 0;
+  uint64_t inode = 0;
+  int64_t size = 0;     /* bytes */
+  int64_t mtime_ns = 0; /* nanoseconds since the epoch */
+  std::string head;     /* its first bytes, head_size of them or all */
+};
+
+/*
+ * By what a file is known again. Its name is no part of it, because names change with each rotation; its inode is not
+ * enough, because inodes are used again; its first bytes are not, because two logs may begin alike.
+ */
+struct Identity {
+  uint64_t device = 0;
+  uint64_t inode = 0;
+  uint32_t head_length = 0; /* bytes, as many as there were: head_size at the most */
+  uint64_t head_checksum = 0;
+};
+
+Identity identity_of(const LogFile& file);
+
+/* Whether file begins with the bytes that known had, which an empty beginning says of every file. */
+bool begins_like(const Identity& known, const LogFile& file);
+
+/* Whether file is the known one. It may have grown since. */
+bool is_same_file(const Identity& known, const LogFile& file);
+
+/* Whether file's first bytes are those of a compressed one. */
+bool is_compressed(const LogFile& file);
+
+#endif

@@ -1,0 +1,291 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "plan/closed_files.h"
+#include "plan/growing_file.h"
+#include "plan/names.h"
+#include "plan/schedule.h"
+#include "plan/space.h"
+
+namespace {
+
+LogFile file(const std::string& path, uint64_t inode, const std::string& content, int64_t mtime_ns) {
+  return {path, 1, inode, static_cast<int64_t>(content.size()), mtime_ns, content.substr(0, head_size)};
+}
+
+Progress progress_in(const LogFile& log, int64_t offset) {
+  return {identity_of(log), offset, log.size, log.mtime_ns, false};
+}
+
+/* What is planned, one word for each stretch: name:first-end, "+" behind one that grows, "!" behind one that is lost.
+ */
+std::string words_of(const std::vector<Stretch>& plan) {
+  std::string words;
+  for (const Stretch& s : plan) {
+    words += (words.empty() ? "" : " ") + s.file.path + ":" + std::to_string(s.first) + "-" + std::to_string(s.end) +
+             (s.grows ? "+" : "") + (s.lost ? "!" : "");
+  }
+  return words;
+}
+
+std::vector<std::string> paths_of(const std::vector<LogFile>& files) {
+  std::vector<std::string> paths;
+  for (const LogFile& f : files) paths.push_back(f.path);
+  return paths;
+}
+
+using Paths = std::vector<std::string>;
+
+}  // namespace
+
+TEST(ItemName, SortsByTheTimeOfArchiving) {
+  EXPECT_EQ(time_stamp(1763792991123), "2025-11-22T06:29:51.123");
+  EXPECT_EQ(time_stamp(0), "1970-01-01T00:00:00.000");
+  EXPECT_EQ(item_path("audit", 1763792991007, "audit.log.1", false), "audit/2025-11-22T06:29:51.007.audit.log.1");
+  EXPECT_EQ(item_path("audit", 0, "log", true), "audit/1970-01-01T00:00:00.000.log.zst");
+}
+
+TEST(ItemName, HasNoControlCharacters) {
+  EXPECT_EQ(item_path("s", 0,
+                      "a\nb\tc\x7F"
+                      "d\x1F",
+                      false),
+            "s/1970-01-01T00:00:00.000.a_b_c_d_");
+}
+
+TEST(ItemName, HasTwoHundredBytesOfTheLocalOne) {
+  EXPECT_EQ(item_path("s", 0, std::string(200, 'x'), false).size(), 26 + 200U);
+  EXPECT_EQ(item_path("s", 0, std::string(201, 'x') + ".1", false).size(), 26 + 200U);
+}
+
+TEST(ItemTime, IsLaterThanTheLastOneAlsoByAClockThatWasSetBack) {
+  EXPECT_EQ(next_item_time(1000, 0), 1000);
+  EXPECT_EQ(next_item_time(1000, 999), 1000);
+  EXPECT_EQ(next_item_time(1000, 1000), 1001);
+  EXPECT_EQ(next_item_time(1000, 5000), 5001);
+}
+
+TEST(RoomFor, IsTheLimitInMegabytesOf1024Kibibytes) {
+  EXPECT_EQ(room_for(1024 * 1024, 0, 1), Room::fits);
+  EXPECT_EQ(room_for(1024 * 1024 + 1, 0, 1), Room::never);
+  EXPECT_EQ(room_for(1024, 1023, 1), Room::fits);
+  EXPECT_EQ(room_for(1025, 1023, 1), Room::after_removing_the_oldest);
+  EXPECT_EQ(room_for(0, 1024, 1), Room::fits);
+  EXPECT_EQ(room_for(0, 1025, 1), Room::after_removing_the_oldest);
+  EXPECT_EQ(room_for(1, 0, 0), Room::never);
+}
+
+TEST(RoomFor, IsThereWithoutALimit) {
+  EXPECT_EQ(room_for(int64_t{1} << 50, int64_t{1} << 50, no_space_limit), Room::fits);
+}
+
+TEST(Interval, IsReadWithItsUnit) {
+  EXPECT_EQ(parse_interval("1"), 1);
+  EXPECT_EQ(parse_interval("90s"), 90);
+  EXPECT_EQ(parse_interval("10min"), 600);
+  EXPECT_EQ(parse_interval("1h"), 3600);
+  EXPECT_EQ(parse_interval("365d"), 31536000);
+  EXPECT_EQ(parse_interval("31536000"), 31536000);
+}
+
+TEST(Interval, ThatIsNoneIsZero) {
+  for (const char* text : {"", "0", "-1", "s", "1 h", "1H", "1m", "1.5h", " 1", "1 ", "366d", "31536001", "0x10", "+1",
+                           "99999999999999999999", "1hh"}) {
+    EXPECT_EQ(parse_interval(text), 0) << text;
+  }
+}
+
+TEST(FirstRun, IsSomewhereInTheInterval) {
+  int early = 0;
+  for (int i = 0; i < 1000; ++i) {
+    const int64_t delay = first_delay_ms("CH-" + std::to_string(i), "LogTypeTask.audit", 3600);
+    EXPECT_GE(delay, 0);
+    EXPECT_LT(delay, 3600000);
+    if (delay < 1800000) ++early;
+  }
+  EXPECT_GT(early, 400);
+  EXPECT_LT(early, 600);
+}
+
+TEST(FirstRun, OfAChassisAndATaskIsAlwaysTheSame) {
+  EXPECT_EQ(first_delay_ms("CH-1", "a", 3600), first_delay_ms("CH-1", "a", 3600));
+  EXPECT_NE(first_delay_ms("CH-1", "a", 3600), first_delay_ms("CH-1", "b", 3600));
+}
+
+TEST(Retry, IsWaitedForATenthMoreOrLess) {
+  EXPECT_EQ(retry_delay_ms(300, 0.0), 270000);
+  EXPECT_EQ(retry_delay_ms(300, 0.5), 300000);
+  EXPECT_EQ(retry_delay_ms(300, 1.0), 330000);
+}
+
+TEST(Retry, IsNeverAtOnce) {
+  EXPECT_EQ(retry_delay_ms(0, 0.5), 1000);
+  EXPECT_EQ(retry_delay_ms(-5, 0.5), 1000);
+}
+
+TEST(NextRun, KeepsItsPlace) {
+  EXPECT_EQ(next_due_ms(1000, 1000, 10), 11000);
+  EXPECT_EQ(next_due_ms(1000, 1500, 10), 11000);
+  EXPECT_EQ(next_due_ms(1000, 10999, 10), 11000);
+  EXPECT_EQ(next_due_ms(1000, 11000, 10), 21000);
+  EXPECT_EQ(next_due_ms(1000, 999999, 10), 1001000);
+}
+
+TEST(ClosedFiles, ComeOldestFirst) {
+  const std::vector<LogFile> found = {file("a.1", 11, "one", 300), file("a.3", 13, "three", 100),
+                                      file("a.2", 12, "two", 200)};
+  EXPECT_EQ(paths_of(files_to_archive(found, {})), (Paths{"a.3", "a.2", "a.1"}));
+}
+
+TEST(ClosedFiles, ThatWereArchivedUnderAnotherNameAreDone) {
+  const LogFile before = file("a.1", 11, "one", 300);
+  const ArchivedFile archived{identity_of(before), before.size, before.mtime_ns};
+  EXPECT_EQ(paths_of(files_to_archive({file("a.2", 11, "one", 300)}, {archived})), Paths{});
+}
+
+TEST(ClosedFiles, ThatHaveChangedAreNew) {
+  const LogFile before = file("a.1", 11, "one", 300);
+  const ArchivedFile archived{identity_of(before), before.size, before.mtime_ns};
+  EXPECT_EQ(paths_of(files_to_archive({file("a.1", 11, "one more", 300)}, {archived})), Paths{"a.1"});
+  EXPECT_EQ(paths_of(files_to_archive({file("a.1", 11, "one", 301)}, {archived})), Paths{"a.1"});
+}
+
+TEST(ClosedFiles, OnAReusedInodeAreNew) {
+  const LogFile before = file("a.1", 11, "one", 300);
+  const ArchivedFile archived{identity_of(before), before.size, before.mtime_ns};
+  EXPECT_EQ(paths_of(files_to_archive({file("a.1", 11, "two", 300)}, {archived})), Paths{"a.1"});
+}
+
+TEST(ClosedFiles, ThatBeginAlikeAreNotOne) {
+  const LogFile before = file("a.1", 11, "one", 300);
+  const ArchivedFile archived{identity_of(before), before.size, before.mtime_ns};
+  EXPECT_EQ(paths_of(files_to_archive({file("a.2", 12, "one", 300)}, {archived})), Paths{"a.2"});
+}
+
+TEST(ClosedFiles, OfTwoNamesComeOnce) {
+  EXPECT_EQ(paths_of(files_to_archive({file("a", 11, "one", 1), file("b", 11, "one", 1)}, {})), Paths{"a"});
+}
+
+TEST(GrowingFile, IsTakenFromItsBeginningAtFirst) {
+  EXPECT_EQ(words_of(plan_growing_file("m", {}, file("m", 1, "text\n", 10), {file("m.1", 2, "old\n", 5)}, {})),
+            "m:0-5+");
+}
+
+TEST(GrowingFile, ThatIsNotThereYetIsNothing) { EXPECT_EQ(words_of(plan_growing_file("m", {}, {}, {}, {})), ""); }
+
+TEST(GrowingFile, GoesOnWhereItWasLeft) {
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "one\ntwo\n", 20), {}, {})), "m:4-8+");
+}
+
+TEST(GrowingFile, RotatedByRenameIsFinishedFirst) {
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "three\n", 30), {file("m.1", 1, "one\ntwo", 20)}, {})),
+            "m.1:4-7 m:0-6+");
+}
+
+TEST(GrowingFile, RotatedByCopyAndTruncationIsFinishedFirst) {
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "thr", 30), {file("m.1", 7, "one\ntwo\n", 20)}, {})),
+            "m.1:4-8 m:0-3+");
+}
+
+TEST(GrowingFile, TruncatedWithoutACopyHasLostWhatWasNotRead) {
+  const Progress before = progress_in(file("m", 1, "one\ntwo\n", 10), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "three\n", 30), {}, {})), "m:4-8! m:0-6+");
+}
+
+TEST(GrowingFile, OnAReusedInodeIsAnotherOne) {
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "two\nthree\n", 30), {}, {})), "m:4-4! m:0-10+");
+}
+
+TEST(GrowingFile, RotatedTwiceBetweenTwoLooksLosesNothing) {
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  EXPECT_EQ(words_of(plan_growing_file(
+                "m", before, file("m", 4, "four\n", 40),
+                {file("m.1", 3, "three\n", 30), file("m.2", 1, "one\ntwo\n", 20), file("m.3", 9, "older\n", 5)}, {})),
+            "m.2:4-8 m.1:0-6 m:0-5+");
+}
+
+TEST(GrowingFile, DoesNotTakeAKnownFileAgain) {
+  const LogFile known = file("m.2", 9, "known\n", 15);
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 4, "four\n", 40), {file("m.1", 1, "one\n", 11), known},
+                                       {identity_of(known)})),
+            "m.1:4-4 m:0-5+");
+}
+
+TEST(GrowingFile, OnlyCompressedBesideIsLost) {
+  const Progress before = progress_in(file("m", 1, "one\ntwo", 10), 4);
+  EXPECT_EQ(
+      words_of(plan_growing_file("m", before, file("m", 2, "x\n", 30), {file("m.1.gz", 3, "\x1F\x8B...", 20)}, {})),
+      "m:4-7! m.1.gz:0-5! m:0-2+");
+}
+
+TEST(GrowingFile, ThatWasFinishedIsNotLostAgain) {
+  Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  before.finished = true;
+  EXPECT_EQ(words_of(plan_growing_file("m", before, {}, {}, {})), "");
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 3, "three\n", 30), {file("m.1", 2, "two\n", 20)}, {})),
+            "m.1:0-4 m:0-6+");
+}
+
+TEST(GrowingFile, ThatWasEmptyIsNotFoundInAnyFileBeside) {
+  const Progress before = progress_in(file("m", 1, "", 10), 0);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "x\n", 30), {file("m.1", 5, "other\n", 5)}, {})),
+            "m:0-0! m:0-2+");
+}
+
+namespace {
+
+/* The end of the piece of text that begins at first. */
+int64_t piece_of(const std::string& text, int64_t first, bool grows) {
+  Stretch stretch;
+  stretch.end = static_cast<int64_t>(text.size());
+  stretch.grows = grows;
+  return end_of_piece(stretch, first, [&text](int64_t from, int64_t end) {
+    const size_t newline = text.substr(0, static_cast<size_t>(end)).rfind('\n');
+    return newline == std::string::npos || static_cast<int64_t>(newline) < from ? -1 : static_cast<int64_t>(newline);
+  });
+}
+
+}  // namespace
+
+TEST(PieceOfALog, EndsBehindItsLastNewline) {
+  EXPECT_EQ(piece_of("one\ntwo\nthr", 0, true), 8);
+  EXPECT_EQ(piece_of("one\ntwo\nthr", 4, true), 8);
+  EXPECT_EQ(piece_of("one\n", 0, true), 4);
+}
+
+TEST(PieceOfALog, WithoutANewlineWaitsForIt) {
+  EXPECT_EQ(piece_of("one\ntwo\nthr", 8, true), 8);
+  EXPECT_EQ(piece_of("", 0, true), 0);
+}
+
+TEST(PieceOfALog, ThatIsRotatedTakesTheRest) {
+  EXPECT_EQ(piece_of("one\ntwo\nthr", 8, false), 11);
+  EXPECT_EQ(piece_of("one\ntwo\nthr", 0, false), 11);
+}
+
+TEST(PieceOfALog, HasALongestOne) {
+  const auto none = [](int64_t, int64_t) { return int64_t{-1}; };
+  const auto behind_five = [](int64_t first, int64_t) { return first + 4; };
+  Stretch stretch;
+  stretch.end = longest_piece + 1;
+  stretch.grows = true;
+  EXPECT_EQ(end_of_piece(stretch, 0, none), longest_piece);
+  EXPECT_EQ(end_of_piece(stretch, 0, behind_five), 5);
+  EXPECT_EQ(end_of_piece(stretch, longest_piece, none), longest_piece);
+  stretch.grows = false;
+  EXPECT_EQ(end_of_piece(stretch, 0, behind_five), 5);
+  EXPECT_EQ(end_of_piece(stretch, longest_piece, none), longest_piece + 1);
+}
+
+TEST(RotatedName, GoesOnWithAPointOrAHyphen) {
+  for (const char* name : {"m.1", "m-20261122", "m.1.gz", "m.old"}) EXPECT_TRUE(is_rotated_name("m", name)) << name;
+  for (const char* name : {"m", "m.", "m-", "m1", "mm.1", "x.m.1", ""})
+    EXPECT_FALSE(is_rotated_name("m", name)) << name;
+}
