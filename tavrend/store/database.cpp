@@ -1,0 +1,99 @@
+#include "store/database.h"
+
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <utility>
+
+#include "store/store.h"
+
+Database::Database(const std::string& file) : path(file) {
+  const mode_t old_umask = umask(077);
+  const int result = sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+  umask(old_umask);
+  try {
+    if (result != SQLITE_OK) fail();
+    sqlite3_extended_result_codes(handle, 1);
+    /* A power cut may come after any write: the journal's directory is synced, too. */
+    run("PRAGMA locking_mode = EXCLUSIVE");
+    run("PRAGMA journal_mode = DELETE");
+    run("PRAGMA synchronous = EXTRA");
+    run("BEGIN EXCLUSIVE; COMMIT");
+  } catch (...) {
+    sqlite3_close_v2(handle);
+    throw;
+  }
+}
+
+Database::~Database() {
+  for (const auto& [sql, statement] : statements) sqlite3_finalize(statement);
+  sqlite3_close_v2(handle);
+}
+
+void Database::fail() const { throw StoreError(path + ": " + sqlite3_errmsg(handle)); }
+
+Database::Query Database::query(const char* sql) {
+  sqlite3_stmt*& statement = statements[sql];
+  if (statement == nullptr &&
+      sqlite3_prepare_v3(handle, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) != SQLITE_OK) {
+    fail();
+  }
+  return Query(*this, statement);
+}
+
+void Database::run(const char* sql) {
+  if (sqlite3_exec(handle, sql, nullptr, nullptr, nullptr) != SQLITE_OK) fail();
+}
+
+void Database::transaction(const std::function<void()>& change) {
+  run("BEGIN IMMEDIATE");
+  try {
+    change();
+    run("COMMIT");
+  } catch (...) {
+    /* A commit that failed may have ended the transaction by itself. */
+    if (sqlite3_get_autocommit(handle) == 0) sqlite3_exec(handle, "ROLLBACK", nullptr, nullptr, nullptr);
+    throw;
+  }
+}
+
+Database::Query::Query(Database& owner, sqlite3_stmt* prepared) : database(owner), statement(prepared) {}
+
+Database::Query::~Query() {
+  if (statement == nullptr) return;
+  sqlite3_reset(statement);
+  sqlite3_clear_bindings(statement);
+}
+
+Database::Query::Query(Query&& other) noexcept
+    : database(other.database), statement(std::exchange(other.statement, nullptr)), bound(other.bound) {}
+
+Database::Query& Database::Query::bind(int64_t value) {
+  if (sqlite3_bind_int64(statement, ++bound, value) != SQLITE_OK) database.fail();
+  return *this;
+}
+
+Database::Query& Database::Query::bind(std::string_view value) {
+  const void* const bytes = value.empty() ? "" : value.data(); /* NULL would be no blob, but no value */
+  if (sqlite3_bind_blob64(statement, ++bound, bytes, value.size(), SQLITE_TRANSIENT) != SQLITE_OK) database.fail();
+  return *this;
+}
+
+bool Database::Query::next() {
+  const int result = sqlite3_step(statement);
+  if (result != SQLITE_ROW && result != SQLITE_DONE) database.fail();
+  return result == SQLITE_ROW;
+}
+
+void Database::Query::run() {
+  while (next()) {
+  }
+}
+
+int64_t Database::Query::number(int column) const { return sqlite3_column_int64(statement, column); }
+
+std::string Database::Query::text(int column) const {
+  const void* const bytes = sqlite3_column_blob(statement, column);
+  const auto size = static_cast<size_t>(sqlite3_column_bytes(statement, column));
+  return bytes == nullptr ? "" : std::string(static_cast<const char*>(bytes), size);
+}

@@ -1,0 +1,68 @@
+#ifndef TAVREND_STORE_DATABASE_H
+#define TAVREND_STORE_DATABASE_H
+
+#include <stdint.h>
+
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+/*
+ * An open SQLite database, with statements that are prepared once. Whatever SQLite reports is a StoreError that names
+ * the file. Not for more than one thread.
+ */
+class Database {
+ public:
+  /* Opens the database at path for this process alone, made when it is not there, mode 0600. */
+  explicit Database(const std::string& path);
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  /* A statement with its arguments, run row by row. Reset when it goes. */
+  class Query {
+   public:
+    Query(Database& database, sqlite3_stmt* statement);
+    ~Query();
+    Query(Query&& other) noexcept;
+    Query& operator=(Query&&) = delete;
+    Query(const Query&) = delete;
+
+    Query& bind(int64_t value);
+    Query& bind(std::string_view value); /* any bytes */
+
+    /* Goes on to the next row. Returns whether there is one. */
+    bool next();
+    /* Runs a statement that has no rows. */
+    void run();
+
+    int64_t number(int column) const;
+    std::string text(int column) const;
+
+   private:
+    Database& database;
+    sqlite3_stmt* statement;
+    int bound = 0;
+  };
+
+  Query query(const char* sql);
+
+  /* Runs statements without arguments or rows. */
+  void run(const char* sql);
+
+  /* Runs change as one transaction, which is on the disk when this returns, and has not taken place when it throws. */
+  void transaction(const std::function<void()>& change);
+
+ private:
+  [[noreturn]] void fail() const;
+
+  std::string path;
+  sqlite3* handle = nullptr;
+  std::map<std::string, sqlite3_stmt*> statements;
+};
+
+#endif

@@ -1,0 +1,291 @@
+#include "store/store.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include "store/database.h"
+
+namespace {
+
+constexpr int schema_version = 1;
+constexpr int most_errors = 100;
+
+/* Texts are blobs, because paths may hold any bytes. Device, inode and checksum are unsigned: cast there and back. */
+constexpr char schema[] =
+    "CREATE TABLE number (name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;"
+    "CREATE TABLE text (name BLOB PRIMARY KEY, value BLOB NOT NULL) WITHOUT ROWID;"
+    "CREATE TABLE error (id INTEGER PRIMARY KEY, serialised BLOB NOT NULL);"
+    "CREATE TABLE section (name BLOB PRIMARY KEY, compartment INTEGER NOT NULL, last_item_ms INTEGER NOT NULL)"
+    " WITHOUT ROWID;"
+    "CREATE TABLE archived (id INTEGER PRIMARY KEY, section BLOB NOT NULL, device INTEGER NOT NULL,"
+    " inode INTEGER NOT NULL, head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, size INTEGER NOT NULL,"
+    " mtime_ns INTEGER NOT NULL);"
+    "CREATE INDEX archived_section ON archived (section);"
+    "CREATE TABLE progress (section BLOB PRIMARY KEY, device INTEGER NOT NULL, inode INTEGER NOT NULL,"
+    " head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, offset INTEGER NOT NULL, seen INTEGER NOT NULL,"
+    " mtime_ns INTEGER NOT NULL, finished INTEGER NOT NULL) WITHOUT ROWID;"
+    "CREATE TABLE intent (section BLOB PRIMARY KEY, remote_path BLOB NOT NULL, path BLOB NOT NULL,"
+    " device INTEGER NOT NULL, inode INTEGER NOT NULL, size INTEGER NOT NULL, mtime_ns INTEGER NOT NULL,"
+    " head BLOB NOT NULL, follows INTEGER NOT NULL, grows INTEGER NOT NULL, first INTEGER NOT NULL,"
+    " length INTEGER NOT NULL) WITHOUT ROWID;";
+
+/* The directory is made when it is not there; one that is there is the administrator's. */
+void make_directory(const std::string& directory) {
+  if (mkdir(directory.c_str(), 0700) == 0 || errno == EEXIST) return;
+  throw StoreError(directory + ": " + strerror(errno));
+}
+
+void check(Database& database, const std::string& directory) {
+  auto version = database.query("PRAGMA user_version");
+  version.next();
+  const int64_t found = version.number(0);
+  if (found > schema_version) throw StoreError(directory + "/tavrend.db: written by a newer version of this program");
+  auto damage = database.query("PRAGMA quick_check(1)");
+  if (!damage.next() || damage.text(0) != "ok") throw StoreError(directory + "/tavrend.db: damaged: " + damage.text(0));
+  if (found == schema_version) return;
+  database.transaction([&database] {
+    database.run(schema);
+    database.run("PRAGMA user_version = 1");
+  });
+}
+
+Identity identity_at(const Database::Query& row, int column) {
+  return {static_cast<uint64_t>(row.number(column)), static_cast<uint64_t>(row.number(column + 1)),
+          static_cast<uint32_t>(row.number(column + 2)), static_cast<uint64_t>(row.number(column + 3))};
+}
+
+Database::Query& bind(Database::Query& query, const Identity& identity) {
+  return query.bind(static_cast<int64_t>(identity.device))
+      .bind(static_cast<int64_t>(identity.inode))
+      .bind(static_cast<int64_t>(identity.head_length))
+      .bind(static_cast<int64_t>(identity.head_checksum));
+}
+
+constexpr const char* setting_names[] = {"host", "dir", "user", "password", "host_key", "fingerprint"};
+
+std::string& setting(Settings& settings, int number) {
+  std::string* const all[] = {&settings.host,     &settings.dir,      &settings.user,
+                              &settings.password, &settings.host_key, &settings.fingerprint};
+  return *all[number];
+}
+
+}  // namespace
+
+Store::Store(const std::string& directory) {
+  make_directory(directory);
+  database = std::make_unique<Database>(directory + "/tavrend.db");
+  check(*database, directory);
+}
+
+Store::~Store() = default;
+
+int64_t Store::number(const char* name) {
+  auto query = database->query("SELECT value FROM number WHERE name = ?");
+  query.bind(std::string_view(name));
+  return query.next() ? query.number(0) : 0;
+}
+
+void Store::set_number(const char* name, int64_t value) {
+  database->query("INSERT OR REPLACE INTO number VALUES (?, ?)").bind(std::string_view(name)).bind(value).run();
+}
+
+std::optional<ArchiveConfig> Store::config() {
+  if (number("configured") == 0) return std::nullopt;
+  ArchiveConfig config;
+  for (int i = 0; i < 6; ++i) setting(config.settings, i) = text(std::string("config.") + setting_names[i]);
+  config.space_limit[0] = static_cast<int32_t>(number("space_limit.0"));
+  config.space_limit[1] = static_cast<int32_t>(number("space_limit.1"));
+  return config;
+}
+
+bool Store::is_enabled() { return number("enabled") != 0; }
+
+void Store::set_config_now(const ArchiveConfig& config) {
+  ArchiveConfig copy = config;
+  for (int i = 0; i < 6; ++i) {
+    database->query("INSERT OR REPLACE INTO text VALUES (?, ?)")
+        .bind(std::string("config.") + setting_names[i])
+        .bind(setting(copy.settings, i))
+        .run();
+  }
+  set_number("space_limit.0", config.space_limit[0]);
+  set_number("space_limit.1", config.space_limit[1]);
+  set_number("configured", 1);
+  set_number("claimed", 0);
+}
+
+void Store::set_config(const std::optional<ArchiveConfig>& config, bool enabled) {
+  database->transaction([&] {
+    if (config) set_config_now(*config);
+    set_number("enabled", enabled ? 1 : 0);
+  });
+}
+
+void Store::set_enabled(bool enabled) { set_config(std::nullopt, enabled); }
+
+bool Store::is_claimed() { return number("claimed") != 0; }
+
+void Store::set_claimed() {
+  database->transaction([this] { set_number("claimed", 1); });
+}
+
+std::string Store::text(const std::string& kind) {
+  auto query = database->query("SELECT value FROM text WHERE name = ?");
+  query.bind(kind);
+  return query.next() ? query.text(0) : "";
+}
+
+void Store::set_text(const std::string& kind, const std::string& text) {
+  database->transaction(
+      [&] { database->query("INSERT OR REPLACE INTO text VALUES (?, ?)").bind(kind).bind(text).run(); });
+}
+
+std::vector<std::string> Store::errors() {
+  std::vector<std::string> errors;
+  for (auto query = database->query("SELECT serialised FROM error ORDER BY id"); query.next();) {
+    errors.push_back(query.text(0));
+  }
+  return errors;
+}
+
+void Store::add_error(const std::string& serialised) {
+  database->transaction([&] {
+    database->query("INSERT INTO error (serialised) VALUES (?)").bind(serialised).run();
+    database->query("DELETE FROM error WHERE id <= (SELECT MAX(id) FROM error) - ?")
+        .bind(static_cast<int64_t>(most_errors))
+        .run();
+  });
+}
+
+void Store::clear_errors() {
+  database->transaction([this] { database->query("DELETE FROM error").run(); });
+}
+
+std::vector<ArchivedFile> Store::archived_files(const std::string& section) {
+  std::vector<ArchivedFile> files;
+  auto query = database->query(
+      "SELECT device, inode, head_length, head_checksum, size, mtime_ns FROM archived WHERE section = ? ORDER BY id");
+  query.bind(section);
+  while (query.next()) files.push_back({identity_at(query, 0), query.number(4), query.number(5)});
+  return files;
+}
+
+std::vector<Identity> Store::known_files(const std::string& section) {
+  std::vector<Identity> known;
+  for (const ArchivedFile& file : archived_files(section)) known.push_back(file.identity);
+  return known;
+}
+
+std::optional<Progress> Store::progress(const std::string& section) {
+  auto query = database->query(
+      "SELECT device, inode, head_length, head_checksum, offset, seen, mtime_ns, finished FROM progress"
+      " WHERE section = ?");
+  query.bind(section);
+  if (!query.next()) return std::nullopt;
+  return Progress{identity_at(query, 0), query.number(4), query.number(5), query.number(6), query.number(7) != 0};
+}
+
+void Store::set_progress(const std::string& section, const Progress& progress) {
+  database->transaction([&] {
+    auto query = database->query("INSERT OR REPLACE INTO progress VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    bind(query.bind(section), progress.identity)
+        .bind(progress.offset)
+        .bind(progress.seen)
+        .bind(progress.mtime_ns)
+        .bind(int64_t{progress.finished})
+        .run();
+  });
+}
+
+std::vector<ArchivedSection> Store::sections() {
+  std::vector<ArchivedSection> sections;
+  for (auto query = database->query("SELECT name, compartment FROM section ORDER BY name"); query.next();) {
+    sections.push_back({query.text(0), static_cast<int>(query.number(1))});
+  }
+  return sections;
+}
+
+void Store::add_section(const ArchivedSection& section) {
+  database->transaction([&] {
+    database
+        ->query(
+            "INSERT INTO section VALUES (?, ?, 0) ON CONFLICT (name) DO UPDATE SET compartment = excluded.compartment")
+        .bind(section.name)
+        .bind(static_cast<int64_t>(section.compartment))
+        .run();
+  });
+}
+
+int64_t Store::last_item_time(const std::string& section) {
+  auto query = database->query("SELECT last_item_ms FROM section WHERE name = ?");
+  query.bind(section);
+  return query.next() ? query.number(0) : 0;
+}
+
+std::optional<Intent> Store::open_intent(const std::string& section) {
+  auto query = database->query(
+      "SELECT remote_path, path, device, inode, size, mtime_ns, head, follows, grows, first, length FROM intent"
+      " WHERE section = ?");
+  query.bind(section);
+  if (!query.next()) return std::nullopt;
+  const LogFile file{query.text(1),
+                     static_cast<uint64_t>(query.number(2)),
+                     static_cast<uint64_t>(query.number(3)),
+                     query.number(4),
+                     query.number(5),
+                     query.text(6)};
+  return Intent{section,         query.text(0),   file, query.number(7) != 0, query.number(8) != 0,
+                query.number(9), query.number(10)};
+}
+
+void Store::begin_item(const Intent& intent, int64_t item_time_ms) {
+  database->transaction([&] {
+    database->query("INSERT OR REPLACE INTO intent VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
+        .bind(intent.section)
+        .bind(intent.remote_path)
+        .bind(intent.file.path)
+        .bind(static_cast<int64_t>(intent.file.device))
+        .bind(static_cast<int64_t>(intent.file.inode))
+        .bind(intent.file.size)
+        .bind(intent.file.mtime_ns)
+        .bind(intent.file.head)
+        .bind(int64_t{intent.follows})
+        .bind(int64_t{intent.grows})
+        .bind(intent.first)
+        .bind(intent.length)
+        .run();
+    database->query("UPDATE section SET last_item_ms = ? WHERE name = ?").bind(item_time_ms).bind(intent.section).run();
+  });
+}
+
+void Store::remember_file(const std::string& section, const LogFile& file) {
+  auto query = database->query(
+      "INSERT INTO archived (section, device, inode, head_length, head_checksum, size, mtime_ns)"
+      " VALUES (?, ?, ?, ?, ?, ?, ?)");
+  bind(query.bind(section), identity_of(file)).bind(file.size).bind(file.mtime_ns).run();
+}
+
+void Store::end_intent(const Intent& intent) {
+  database->query("DELETE FROM intent WHERE section = ?").bind(intent.section).run();
+}
+
+void Store::finish_item(const Intent& intent) {
+  const int64_t end = intent.first + intent.length;
+  const bool is_whole = !intent.grows && end == intent.file.size;
+  database->transaction([&] {
+    auto query = database->query("INSERT OR REPLACE INTO progress VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    bind(query.bind(intent.section), identity_of(intent.file))
+        .bind(end)
+        .bind(intent.file.size)
+        .bind(intent.file.mtime_ns)
+        .bind(int64_t{is_whole})
+        .run();
+    if (is_whole) remember_file(intent.section, intent.file);
+    end_intent(intent);
+  });
+}
+
+void Store::give_up_item(const Intent& intent) {
+  database->transaction([&] { end_intent(intent); });
+}

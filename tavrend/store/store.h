@@ -1,0 +1,111 @@
+#ifndef TAVREND_STORE_STORE_H
+#define TAVREND_STORE_STORE_H
+
+#include <stdint.h>
+
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "plan/closed_files.h"
+#include "plan/growing_file.h"
+
+class Database;
+
+/* Why the state cannot be used; nothing was thrown away. */
+struct StoreError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+/* What the administrator has configured. */
+struct Settings {
+  std::string host, dir, user, password, host_key, fingerprint;
+};
+struct ArchiveConfig {
+  Settings settings;
+  int32_t space_limit[2] = {-1, -1}; /* MB; -1: none */
+};
+
+/* An item that is on its way: what is sent again after a crash, under the same name. */
+struct Intent {
+  std::string section;
+  std::string remote_path; /* in the archive directory */
+  LogFile file;            /* its path and identity; size and mtime_ns as they were when it was planned */
+  bool follows = false;    /* a piece of a growing file */
+  bool grows = false;      /* and more of that file may follow */
+  int64_t first = 0;       /* bytes from the file's beginning */
+  int64_t length = 0;
+};
+
+/* A directory of the archive and the compartment whose space it takes. */
+struct ArchivedSection {
+  std::string name;
+  int compartment = 0;
+};
+
+/*
+ * What outlives the daemon: configuration, state, tunables, commands, intervals, stored errors, and what was archived.
+ *
+ * One SQLite database in a directory of its own (0700, the file 0600). Each function that changes something is one
+ * transaction, on the disk when it returns. Used by one thread at a time. Throws StoreError when the database cannot be
+ * opened, is damaged or of a newer version, or cannot be written: a change that throws has not taken place.
+ */
+class Store {
+ public:
+  explicit Store(const std::string& directory);
+  ~Store();
+  Store(const Store&) = delete;
+  Store& operator=(const Store&) = delete;
+
+  /* The administrator's part. */
+  std::optional<ArchiveConfig> config();
+  bool is_enabled();
+  /* Sets both in one; a config that is not there keeps the old one. */
+  void set_config(const std::optional<ArchiveConfig>& config, bool enabled);
+  void set_enabled(bool enabled);
+
+  /* Whether the archive directory was claimed with the present configuration. */
+  bool is_claimed();
+  void set_claimed();
+
+  /* Texts that are kept by name: kind is "tunables", "commands", or "interval." and a task. */
+  std::string text(const std::string& kind);
+  void set_text(const std::string& kind, const std::string& text);
+
+  /* Stored errors, serialised, oldest first; of more than a hundred the oldest go. */
+  std::vector<std::string> errors();
+  void add_error(const std::string& serialised);
+  void clear_errors();
+
+  /* What was archived. */
+  std::vector<ArchivedFile> archived_files(const std::string& section);
+  std::vector<Identity> known_files(const std::string& section);
+  std::optional<Progress> progress(const std::string& section);
+  void set_progress(const std::string& section, const Progress& progress);
+
+  /* Sections that were configured at any time, with their directories in the archive. */
+  std::vector<ArchivedSection> sections();
+  void add_section(const ArchivedSection& section);
+
+  /* The time of a section's last item, in milliseconds since the epoch; 0: none yet. */
+  int64_t last_item_time(const std::string& section);
+
+  /* An item's life: it is stored before it is sent, and done after the far side's last answer, or given up. */
+  std::optional<Intent> open_intent(const std::string& section);
+  void begin_item(const Intent& intent, int64_t item_time_ms);
+  void finish_item(const Intent& intent);
+  void give_up_item(const Intent& intent);
+
+ private:
+  void set_config_now(const ArchiveConfig& config);
+  void set_number(const char* name, int64_t value);
+  int64_t number(const char* name);
+  void remember_file(const std::string& section, const LogFile& file);
+  void end_intent(const Intent& intent);
+
+  std::unique_ptr<Database> database;
+};
+
+#endif

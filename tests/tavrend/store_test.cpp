@@ -1,0 +1,269 @@
+#include "store/store.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "support/files.h"
+#include "support/temporary_directory.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+class StoreTest : public testing::Test {
+ protected:
+  StoreTest() { reopen(); }
+
+  void reopen() {
+    store.reset();
+    store = std::make_unique<Store>(path);
+  }
+
+  std::string error_of_opening() const {
+    try {
+      const Store other(path);
+    } catch (const StoreError& error) {
+      return error.what();
+    }
+    return "none";
+  }
+
+  void run(const std::string& sql) const {
+    sqlite3* handle = nullptr;
+    ASSERT_EQ(sqlite3_open(database.c_str(), &handle), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(handle);
+    sqlite3_close(handle);
+  }
+
+  static ArchiveConfig config() {
+    return {{"archive.example", "/it's", "logger", "se\"cret", "ssh-ed25519 AAAA", "SHA256:x"}, {1000, -1}};
+  }
+
+  static LogFile file(int64_t size = 10) {
+    return {
+        std::string("/var/log/a\nb\xFF", 13), 0xFFFFFFFFFFFFFFFF, 0x8000000000000001, size, 123456789012345678, "head"};
+  }
+
+  static Intent intent(int64_t first = 0, int64_t length = 10, bool grows = false) {
+    return {"audit", "audit/2026-11-22T06:29:51.123.x", file(), grows, grows, first, length};
+  }
+
+  const TemporaryDirectory directory;
+  const std::string path = directory.path("state");
+  const std::string database = path + "/tavrend.db";
+  std::unique_ptr<Store> store;
+};
+
+mode_t mode_of(const std::string& path) {
+  struct stat status {};
+  stat(path.c_str(), &status);
+  return status.st_mode & 07777;
+}
+
+}  // namespace
+
+TEST_F(StoreTest, IsForRootAloneWhateverTheUmask) {
+  const mode_t old_umask = umask(0);
+  const Store other(directory.path("other"));
+  umask(old_umask);
+  EXPECT_EQ(mode_of(directory.path("other")), 0700U);
+  EXPECT_EQ(mode_of(directory.path("other/tavrend.db")), 0600U);
+}
+
+TEST_F(StoreTest, HasNothingAtFirst) {
+  EXPECT_FALSE(store->config());
+  EXPECT_FALSE(store->is_enabled());
+  EXPECT_FALSE(store->is_claimed());
+  EXPECT_EQ(store->text("tunables"), "");
+  EXPECT_TRUE(store->errors().empty());
+  EXPECT_TRUE(store->sections().empty());
+  EXPECT_TRUE(store->archived_files("audit").empty());
+  EXPECT_FALSE(store->progress("audit"));
+  EXPECT_FALSE(store->open_intent("audit"));
+  EXPECT_EQ(store->last_item_time("audit"), 0);
+}
+
+TEST_F(StoreTest, KeepsTheConfigurationAndTheState) {
+  store->set_config(config(), true);
+  reopen();
+  ASSERT_TRUE(store->config());
+  EXPECT_EQ(store->config()->settings.host, "archive.example");
+  EXPECT_EQ(store->config()->settings.dir, "/it's");
+  EXPECT_EQ(store->config()->settings.user, "logger");
+  EXPECT_EQ(store->config()->settings.password, "se\"cret");
+  EXPECT_EQ(store->config()->settings.host_key, "ssh-ed25519 AAAA");
+  EXPECT_EQ(store->config()->settings.fingerprint, "SHA256:x");
+  EXPECT_EQ(store->config()->space_limit[0], 1000);
+  EXPECT_EQ(store->config()->space_limit[1], -1);
+  EXPECT_TRUE(store->is_enabled());
+}
+
+TEST_F(StoreTest, KeepsTheConfigurationWhenOnlyTheStateIsSet) {
+  store->set_config(config(), true);
+  store->set_config(std::nullopt, false);
+  EXPECT_EQ(store->config()->settings.host, "archive.example");
+  EXPECT_FALSE(store->is_enabled());
+  store->set_enabled(true);
+  EXPECT_TRUE(store->is_enabled());
+}
+
+TEST_F(StoreTest, ClaimsAnewWithEachConfiguration) {
+  store->set_config(config(), true);
+  store->set_claimed();
+  reopen();
+  EXPECT_TRUE(store->is_claimed());
+  store->set_enabled(false);
+  EXPECT_TRUE(store->is_claimed());
+  store->set_config(config(), true);
+  EXPECT_FALSE(store->is_claimed());
+}
+
+TEST_F(StoreTest, KeepsTexts) {
+  store->set_text("tunables", "a=b\n");
+  store->set_text("tunables", "c=d\n");
+  store->set_text("commands", "");
+  reopen();
+  EXPECT_EQ(store->text("tunables"), "c=d\n");
+  EXPECT_EQ(store->text("commands"), "");
+}
+
+TEST_F(StoreTest, KeepsTheLastHundredErrors) {
+  for (int i = 0; i < 150; ++i) store->add_error(std::string("TavrenError\0", 12) + std::to_string(i));
+  reopen();
+  const auto errors = store->errors();
+  ASSERT_EQ(errors.size(), 100U);
+  EXPECT_EQ(errors.front(), std::string("TavrenError\0", 12) + "50");
+  EXPECT_EQ(errors.back(), std::string("TavrenError\0", 12) + "149");
+  store->clear_errors();
+  EXPECT_TRUE(store->errors().empty());
+  store->add_error("x");
+  EXPECT_THAT(store->errors(), ElementsAre("x"));
+}
+
+TEST_F(StoreTest, KeepsAnIntentUntilTheItemIsDone) {
+  store->add_section({"audit", 0});
+  store->begin_item(intent(), 4711);
+  reopen();
+  const auto open = store->open_intent("audit");
+  ASSERT_TRUE(open);
+  EXPECT_EQ(open->remote_path, intent().remote_path);
+  EXPECT_EQ(open->file.path, file().path);
+  EXPECT_EQ(open->file.device, file().device);
+  EXPECT_EQ(open->file.inode, file().inode);
+  EXPECT_EQ(open->file.size, 10);
+  EXPECT_EQ(open->file.mtime_ns, file().mtime_ns);
+  EXPECT_EQ(open->file.head, "head");
+  EXPECT_EQ(open->length, 10);
+  EXPECT_EQ(store->last_item_time("audit"), 4711);
+  EXPECT_TRUE(store->archived_files("audit").empty());
+  store->finish_item(*open);
+  reopen();
+  EXPECT_FALSE(store->open_intent("audit"));
+  ASSERT_EQ(store->archived_files("audit").size(), 1U);
+  EXPECT_TRUE(is_archived(store->archived_files("audit")[0], file()));
+}
+
+TEST_F(StoreTest, OfAPartOfAFileKnowsHowFarItCame) {
+  store->begin_item(intent(0, 4), 1);
+  store->finish_item(intent(0, 4));
+  EXPECT_TRUE(store->archived_files("audit").empty());
+  ASSERT_TRUE(store->progress("audit"));
+  EXPECT_EQ(store->progress("audit")->offset, 4);
+  EXPECT_FALSE(store->progress("audit")->finished);
+  store->begin_item(intent(4, 6), 2);
+  store->finish_item(intent(4, 6));
+  EXPECT_EQ(store->archived_files("audit").size(), 1U);
+  EXPECT_TRUE(store->progress("audit")->finished);
+}
+
+TEST_F(StoreTest, OfAFileThatGrowsKnowsHowFarItCame) {
+  store->begin_item(intent(0, 10, true), 1);
+  store->finish_item(intent(0, 10, true));
+  reopen();
+  const auto progress = store->progress("audit");
+  ASSERT_TRUE(progress);
+  EXPECT_TRUE(is_same_file(progress->identity, file()));
+  EXPECT_EQ(progress->offset, 10);
+  EXPECT_EQ(progress->seen, 10);
+  EXPECT_EQ(progress->mtime_ns, file().mtime_ns);
+  EXPECT_FALSE(progress->finished);
+  EXPECT_TRUE(store->known_files("audit").empty());
+}
+
+TEST_F(StoreTest, ForgetsAnItemThatIsGivenUp) {
+  store->begin_item(intent(), 1);
+  store->give_up_item(intent());
+  EXPECT_FALSE(store->open_intent("audit"));
+  EXPECT_TRUE(store->archived_files("audit").empty());
+  EXPECT_FALSE(store->progress("audit"));
+}
+
+TEST_F(StoreTest, KnowsTheSectionsOfAllTimes) {
+  store->add_section({"messages", 1});
+  store->add_section({"audit", 1});
+  store->begin_item(intent(), 77);
+  store->add_section({"audit", 0});
+  reopen();
+  const auto sections = store->sections();
+  ASSERT_EQ(sections.size(), 2U);
+  EXPECT_EQ(sections[0].name, "audit");
+  EXPECT_EQ(sections[0].compartment, 0);
+  EXPECT_EQ(sections[1].name, "messages");
+  EXPECT_EQ(store->last_item_time("audit"), 77);
+}
+
+TEST_F(StoreTest, ThatAnotherProcessUsesIsRefused) { EXPECT_THAT(error_of_opening(), HasSubstr("database is locked")); }
+
+TEST_F(StoreTest, OfANewerVersionIsRefusedAndKept) {
+  store.reset();
+  run("PRAGMA user_version = 2");
+  const std::string before = read_file(database);
+  EXPECT_EQ(error_of_opening(), database + ": written by a newer version of this program");
+  EXPECT_EQ(read_file(database), before);
+}
+
+TEST_F(StoreTest, ThatIsDamagedIsRefusedAndKept) {
+  for (int i = 0; i < 100; ++i) store->add_error(std::string(1000, 'x'));
+  store.reset();
+  std::string damaged = read_file(database);
+  for (size_t i = 4096; i < damaged.size(); ++i) damaged[i] = 'x';
+  write_file(database, damaged);
+  EXPECT_THAT(error_of_opening(), HasSubstr(database + ": "));
+  EXPECT_EQ(read_file(database), damaged);
+}
+
+TEST_F(StoreTest, ThatIsNoDatabaseIsRefusedAndKept) {
+  store.reset();
+  write_file(database, "these are somebody's notes, and they are longer than nothing");
+  EXPECT_EQ(error_of_opening(), database + ": file is not a database");
+  EXPECT_EQ(read_file(database), "these are somebody's notes, and they are longer than nothing");
+}
+
+TEST_F(StoreTest, WithoutADirectoryIsRefused) { EXPECT_THROW(Store(directory.path("no/such/directory")), StoreError); }
+
+TEST_F(StoreTest, SurvivesAnEndInTheMiddleOfAChange) {
+  store->set_config(config(), true);
+  store.reset();
+  const pid_t child = fork();
+  if (child == 0) {
+    sqlite3* handle = nullptr;
+    sqlite3_open(database.c_str(), &handle);
+    sqlite3_exec(handle, "PRAGMA cache_size = 1; BEGIN; DELETE FROM number; DELETE FROM text", nullptr, nullptr,
+                 nullptr);
+    _exit(0);
+  }
+  waitpid(child, nullptr, 0);
+  store = std::make_unique<Store>(path);
+  EXPECT_TRUE(store->is_enabled());
+  EXPECT_EQ(store->config()->settings.host, "archive.example");
+}
