@@ -187,14 +187,29 @@ std::optional<Progress> Store::progress(const std::string& section) {
 }
 
 void Store::set_progress(const std::string& section, const Progress& progress) {
+  database->transaction([&] { write_progress(section, progress); });
+}
+
+void Store::write_progress(const std::string& section, const Progress& progress) {
+  auto query = database->query("INSERT OR REPLACE INTO progress VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
+  bind(query.bind(section), progress.identity)
+      .bind(progress.offset)
+      .bind(progress.seen)
+      .bind(progress.mtime_ns)
+      .bind(int64_t{progress.finished})
+      .run();
+}
+
+void Store::look_is_over(const std::string& section, const LogFile& file, const Progress& now) {
+  const auto before = progress(section);
+  const bool is_same = before && is_same_file(before->identity, file);
+  if (is_same && before->offset == now.offset && before->seen == now.seen && before->finished == now.finished &&
+      before->identity.head_length == now.identity.head_length) {
+    return;
+  }
   database->transaction([&] {
-    auto query = database->query("INSERT OR REPLACE INTO progress VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    bind(query.bind(section), progress.identity)
-        .bind(progress.offset)
-        .bind(progress.seen)
-        .bind(progress.mtime_ns)
-        .bind(int64_t{progress.finished})
-        .run();
+    write_progress(section, now);
+    if (now.finished && !(is_same && before->finished)) remember_file(section, file);
   });
 }
 
@@ -274,13 +289,7 @@ void Store::finish_item(const Intent& intent) {
   const int64_t end = intent.first + intent.length;
   const bool is_whole = !intent.grows && end == intent.file.size;
   database->transaction([&] {
-    auto query = database->query("INSERT OR REPLACE INTO progress VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    bind(query.bind(intent.section), identity_of(intent.file))
-        .bind(end)
-        .bind(intent.file.size)
-        .bind(intent.file.mtime_ns)
-        .bind(int64_t{is_whole})
-        .run();
+    write_progress(intent.section, {identity_of(intent.file), end, intent.file.size, intent.file.mtime_ns, is_whole});
     if (is_whole) remember_file(intent.section, intent.file);
     end_intent(intent);
   });

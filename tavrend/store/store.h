@@ -84,6 +84,8 @@ class Store {
   std::vector<Identity> known_files(const std::string& section);
   std::optional<Progress> progress(const std::string& section);
   void set_progress(const std::string& section, const Progress& progress);
+  /* Notes what was seen of a followed log, written only when it is news; one that is finished is a known file. */
+  void look_is_over(const std::string& section, const LogFile& file, const Progress& progress);
 
   /* Sections that were configured at any time, with their directories in the archive. */
   std::vector<ArchivedSection> sections();
@@ -102,6 +104,7 @@ class Store {
   void set_config_now(const ArchiveConfig& config);
   void set_number(const char* name, int64_t value);
   int64_t number(const char* name);
+  void write_progress(const std::string& section, const Progress& progress);
   void remember_file(const std::string& section, const LogFile& file);
   void end_intent(const Intent& intent);
 

@@ -1,0 +1,283 @@
+#include "archiver/archiver.h"
+
+#include <errno.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include <sstream>
+#include <system_error>
+
+#include "TavrenExceptions.h"
+#include "TavrenTunables.h"
+#include "plan/names.h"
+#include "sources/compression.h"
+#include "sources/local_files.h"
+#include "tavren_util.h"
+
+namespace {
+
+/* Bytes that one item of a closed file may have: what the copy protocol can announce, and less before compression. */
+constexpr int64_t longest_item = 0xFFFFFFFF;
+constexpr int64_t longest_compressed = longest_item - int64_t{64} * 1024 * 1024;
+
+int64_t now_ms() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+TavrenError error_of(const UnreadableFile& file) {
+  return TavrenError(file.was_open ? TAVREN_E_FILE_READ : TAVREN_E_FILE_OPEN, file.path,
+                     tavren_int_to_string(file.error));
+}
+
+TavrenError error_of(const NoRoom& item) {
+  TavrenError error(TAVREN_E_CREATE_REMOTE_FILE, item.what(), "");
+  error.add_line(TAVREN_E_SYSCALL, "limit", tavren_int_to_string(EFBIG));
+  return error;
+}
+
+TavrenError error_of(const std::system_error& failure) {
+  return TavrenError(TAVREN_E_SYSCALL, failure.what(), tavren_int_to_string(failure.code().value()));
+}
+
+/* What the far side refuses of one item says nothing about the next. */
+bool is_about_one_item(const TavrenError& error) {
+  return error.get_ecode() == TAVREN_E_COMMAND_FAILED || error.get_ecode() == TAVREN_E_CREATE_REMOTE_FILE;
+}
+
+std::string base_of(const std::string& path) { return tavren_basename(path); }
+
+int64_t size_of(const OpenFile& file) {
+  struct stat status {};
+  return fstat(file.descriptor(), &status) == 0 ? status.st_size : 0;
+}
+
+}  // namespace
+
+Archiver::Archiver(Desk& where, const std::string& temporary)
+    : desk(where), directory(temporary), random(static_cast<unsigned>(now_ms())) {}
+
+void Archiver::run() {
+  while (const auto work = desk.wait_for_work()) {
+    std::optional<TavrenError> failure;
+    try {
+      archive(*work);
+      desk.work_is_done(*work);
+    } catch (const Cancelled&) {
+      /* What was on its way is taken up again. */
+    } catch (const TavrenError& error) {
+      failure = error;
+    } catch (const TavrenTimeout&) {
+      failure = TavrenError(TAVREN_E_COMMAND_TIMEOUT, "archive session", "");
+    }
+    open_session.reset();
+    if (!failure) continue;
+    desk.report(*failure);
+    desk.work_has_failed(std::uniform_real_distribution<>(0, 1)(random));
+  }
+}
+
+/* Returns the session, opened when there is none: at the beginning, or where the last one broke. */
+Session& Archiver::session(const Work& work) {
+  if (open_session == nullptr) {
+    open_session = std::make_unique<Session>(desk, work);
+    open_session->open();
+    if (work.claim) open_session->claim();
+  }
+  return *open_session;
+}
+
+void Archiver::archive(const Work& work) {
+  /* Otherwise a session is opened when there is something for it. */
+  if (work.claim) session(work);
+  if (work.measure_space) measure(work);
+  for (const Section& section : work.sections) archive_section(work, section);
+}
+
+void Archiver::measure(const Work& work) {
+  for (int compartment = 0; compartment < 2; ++compartment) {
+    if (work.config.space_limit[compartment] == -1) continue;
+    try {
+      session(work).used_kib(compartment);
+    } catch (const TavrenError&) {
+      desk.set_used(compartment, -3);
+      throw;
+    }
+  }
+}
+
+void Archiver::archive_section(const Work& work, const Section& section) {
+  try {
+    resume(work, section);
+    if (section.follow.empty()) {
+      archive_closed_files(work, section);
+    } else {
+      archive_growing_file(work, section);
+    }
+  } catch (const UnreadableFile& file) {
+    desk.report(error_of(file));
+  }
+}
+
+/* Carries out an item that was on its way when the daemon or its session ended, under the same name. */
+void Archiver::resume(const Work& work, const Section& section) {
+  const auto intent = desk.with_store([&](Store& store) { return store.open_intent(section.name); });
+  if (!intent) return;
+  const auto file = find_again(section, *intent);
+  if (file) {
+    try {
+      send_item(work, section, *file, *intent, false);
+      return;
+    } catch (const NoRoom& error) {
+      desk.report(error_of(error));
+    }
+  }
+  /* The file is gone, or another one by now: what is planned anew says what was lost. Nothing half stays behind. */
+  session(work).remove(intent->remote_path);
+  desk.with_store([&](Store& store) { store.give_up_item(*intent); });
+}
+
+std::optional<OpenFile> Archiver::find_again(const Section& section, const Intent& intent) {
+  const std::string prefix = log_dir_prefix();
+  const Identity identity = identity_of(intent.file);
+  const auto is_it = [&](const LogFile& file) {
+    if (intent.follows) return is_same_file(identity, file) && file.size >= intent.first + intent.length;
+    return is_same_file(identity, file) && file.size == intent.file.size && file.mtime_ns == intent.file.mtime_ns;
+  };
+  std::vector<LogFile> candidates;
+  if (section.follow.empty()) {
+    candidates = find_matching(prefix, section.files).files;
+  } else {
+    candidates = find_beside(prefix, section.follow).files;
+    if (const auto present = look_at(prefix, section.follow)) candidates.push_back(*present);
+  }
+  for (const LogFile& file : candidates) {
+    if (!is_it(file)) continue;
+    OpenFile open(prefix, file.path);
+    if (open.is_open() && is_it(describe(open, file.path))) return open;
+  }
+  return std::nullopt;
+}
+
+void Archiver::archive_closed_files(const Work& work, const Section& section) {
+  const std::string prefix = log_dir_prefix();
+  const Found found = find_matching(prefix, section.files);
+  for (const UnreadableFile& file : found.unreadable) desk.report(error_of(file));
+  const auto archived = desk.with_store([&](Store& store) { return store.archived_files(section.name); });
+  const auto files = files_to_archive(found.files, archived);
+  int32_t waiting = static_cast<int32_t>(files.size());
+  for (const LogFile& file : files) {
+    desk.set_waiting(section.compartment, waiting--);
+    try {
+      const OpenFile open(prefix, file.path);
+      if (!open.is_open()) throw UnreadableFile(file.path, ENOENT, false);
+      Intent intent{section.name, "", file, false, false, 0, file.size};
+      const auto begun = desk.with_store([&](Store& store) { return store.progress(section.name); });
+      if (begun && !begun->finished && is_archived({begun->identity, begun->seen, begun->mtime_ns}, file)) {
+        intent.first = begun->offset;
+      }
+      archive_range(work, section, open, intent);
+    } catch (const UnreadableFile& error) {
+      desk.report(error_of(error));
+      open_session.reset();
+    }
+  }
+  desk.set_waiting(section.compartment, 0);
+}
+
+void Archiver::archive_growing_file(const Work& work, const Section& section) {
+  const std::string prefix = log_dir_prefix();
+  const auto present = look_at(prefix, section.follow);
+  const Found beside = find_beside(prefix, section.follow);
+  for (const UnreadableFile& file : beside.unreadable) desk.report(error_of(file));
+  const auto progress = desk.with_store([&](Store& store) { return store.progress(section.name); });
+  const auto known = desk.with_store([&](Store& store) { return store.known_files(section.name); });
+  for (const Stretch& stretch : plan_growing_file(section.follow, progress, present, beside.files, known)) {
+    if (stretch.lost) {
+      report_lost(stretch);
+      if (progress && stretch.file.path == section.follow) {
+        Progress gone = *progress;
+        gone.finished = true;
+        desk.with_store([&](Store& store) { store.set_progress(section.name, gone); });
+      }
+    } else if (!archive_stretch(work, section, stretch)) {
+      return; /* what comes behind it waits: pieces keep their order */
+    }
+  }
+}
+
+void Archiver::report_lost(const Stretch& stretch) {
+  const std::string range = " (bytes " + std::to_string(stretch.first) + " to " + std::to_string(stretch.end) + ")";
+  desk.report(TavrenError(TAVREN_E_FILE_READ, stretch.file.path + range, tavren_int_to_string(ENODATA)));
+}
+
+bool Archiver::archive_stretch(const Work& work, const Section& section, const Stretch& stretch) {
+  const OpenFile file(log_dir_prefix(), stretch.file.path);
+  if (!file.is_open() || !is_same_file(identity_of(stretch.file), describe(file, stretch.file.path))) return false;
+  int64_t first = stretch.first;
+  const auto newline = [&](int64_t from, int64_t end) { return last_newline(file, stretch.file.path, from, end); };
+  for (int64_t end = first; (end = end_of_piece(stretch, first, newline)) != first; first = end) {
+    const Intent intent{section.name, "", stretch.file, true, stretch.grows, first, end - first};
+    if (!archive_range(work, section, file, intent)) return false;
+  }
+  const bool is_whole = !stretch.grows && first == stretch.end;
+  const Progress now{identity_of(stretch.file), first, stretch.file.size, stretch.file.mtime_ns, is_whole};
+  desk.with_store([&](Store& store) { store.look_is_over(section.name, stretch.file, now); });
+  return true;
+}
+
+/* Archives what intent says of file, in as many items as it takes. Returns whether all of them are there. */
+bool Archiver::archive_range(const Work& work, const Section& section, const OpenFile& file, Intent intent) {
+  const int64_t longest = section.compress ? longest_compressed : longest_item;
+  const int64_t end = intent.first + intent.length;
+  do {
+    intent.length = std::min(end - intent.first, longest);
+    try {
+      send_item(work, section, file, intent, true);
+    } catch (const NoRoom& error) {
+      desk.report(error_of(error));
+      return false;
+    } catch (const std::system_error& error) {
+      desk.report(error_of(error));
+      return false;
+    } catch (const TavrenError& error) {
+      if (!is_about_one_item(error)) throw;
+      desk.report(error);
+      open_session.reset(); /* the transfer has it */
+      return false;
+    }
+    intent.first += intent.length;
+  } while (intent.first < end);
+  return true;
+}
+
+void Archiver::send_item(const Work& work, const Section& section, const OpenFile& file, const Intent& planned,
+                         bool is_new) {
+  Intent intent = planned;
+  int64_t time_ms = 0;
+  desk.with_store([&](Store& store) { time_ms = store.last_item_time(section.name); });
+  if (is_new) {
+    time_ms = next_item_time(now_ms(), time_ms);
+    intent.remote_path = item_path(
+        section.name, time_ms, base_of(section.follow.empty() ? intent.file.path : section.follow), section.compress);
+  }
+  Session& open = session(work);
+  const auto send = [&](const OpenFile& payload, int64_t first, int64_t bytes) {
+    open.make_room(section.compartment, bytes, intent.remote_path);
+    desk.with_store([&](Store& store) { store.begin_item(intent, time_ms); });
+    try {
+      open.send(payload, intent.file.path, first, bytes, intent.remote_path, section.compartment);
+    } catch (const TavrenTimeout&) {
+      throw TavrenError(TAVREN_E_COMMAND_TIMEOUT, intent.remote_path, "");
+    }
+  };
+  if (section.compress) {
+    const OpenFile compressed = compress(file, intent.file.path, intent.first, intent.length, directory);
+    send(compressed, 0, size_of(compressed));
+  } else {
+    send(file, intent.first, intent.length);
+  }
+  desk.with_store([&](Store& store) { store.finish_item(intent); });
+  desk.count_archived(section.compartment);
+}

@@ -1,0 +1,45 @@
+#ifndef TAVREND_ARCHIVER_ARCHIVER_H
+#define TAVREND_ARCHIVER_ARCHIVER_H
+
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+
+#include "archiver/desk.h"
+#include "archiver/session.h"
+
+/*
+ * Archives what is due, session after session, until the desk says that it is over. Runs in a thread of its own.
+ *
+ * A session that fails is stored as an error, and all due tasks stay due; an item that fails is stored, too, and the
+ * next one goes on, in a new session where that one broke.
+ */
+class Archiver {
+ public:
+  /* directory is where temporary files are made. */
+  Archiver(Desk& desk, const std::string& directory);
+
+  void run();
+
+ private:
+  void archive(const Work& work);
+  void measure(const Work& work);
+  void archive_section(const Work& work, const Section& section);
+  void archive_closed_files(const Work& work, const Section& section);
+  void archive_growing_file(const Work& work, const Section& section);
+  bool archive_stretch(const Work& work, const Section& section, const Stretch& stretch);
+  void resume(const Work& work, const Section& section);
+  std::optional<OpenFile> find_again(const Section& section, const Intent& intent);
+  bool archive_range(const Work& work, const Section& section, const OpenFile& file, Intent intent);
+  void send_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent, bool is_new);
+  void report_lost(const Stretch& stretch);
+  Session& session(const Work& work);
+
+  Desk& desk;
+  const std::string directory;
+  std::unique_ptr<Session> open_session;
+  std::minstd_rand random;
+};
+
+#endif

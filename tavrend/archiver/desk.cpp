@@ -1,0 +1,308 @@
+#include "archiver/desk.h"
+
+#include <signal.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <sstream>
+
+#include "plan/schedule.h"
+#include "tavren_basic.h"
+
+namespace {
+
+using Lock = std::unique_lock<std::mutex>;
+
+constexpr int64_t never = INT64_MAX;
+constexpr int32_t space_interval = 3600; /* seconds */
+
+std::string kind_of_interval(const std::string& task) { return "interval." + task; }
+
+/* The uptime as the condition variable counts it. */
+std::chrono::steady_clock::time_point uptime_at(int64_t ms) {
+  return std::chrono::steady_clock::time_point(std::chrono::milliseconds(ms));
+}
+
+/* Returns the value of a tunable that has no getter, an empty text when it is the default. */
+std::string changed_tunable(const std::string& name) {
+  std::ostringstream changed;
+  TavrenTunables::instance().print_tunables(changed);
+  std::istringstream lines(changed.str());
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind(name + "=", 0) == 0) return line.substr(name.size() + 1);
+  }
+  return "";
+}
+
+int32_t retry_interval() {
+  int seconds = 300;
+  tavren_cstring_to_int(changed_tunable("failure_retry_interval").c_str(), &seconds);
+  return seconds;
+}
+
+/* Ends the children that a thread of this process has: a login waits for its client, and for nothing else. */
+void end_children_of(pid_t thread) {
+  std::ifstream children("/proc/self/task/" + std::to_string(thread) + "/children");
+  for (pid_t child = 0; children >> child;) kill(child, SIGTERM);
+}
+
+}  // namespace
+
+std::string log_dir_prefix() { return changed_tunable("log_dir_prefix"); }
+
+Desk::Desk(Store& state, const std::vector<Section>& sections, const std::string& chassis_name)
+    : store(state), chassis(chassis_name) {
+  plan_tasks(sections);
+}
+
+void Desk::plan_tasks(const std::vector<Section>& new_sections) {
+  std::map<std::string, Task> old;
+  old.swap(tasks);
+  all_sections = new_sections;
+  add_task(space_task, space_interval, old);
+  for (const Section& section : all_sections) {
+    add_task(task_of(section), section.interval, old);
+    store.add_section({section.name, section.compartment});
+  }
+}
+
+void Desk::add_task(const std::string& name, int32_t usual_interval, std::map<std::string, Task>& old) {
+  Task task;
+  const int32_t kept = parse_interval(store.text(kind_of_interval(name)));
+  task.usual_interval = usual_interval;
+  task.interval = kept != 0 ? kept : usual_interval;
+  task.due_ms = tavren_get_uptime_ms() + first_delay_ms(chassis, name, task.interval);
+  /* One that was planned before keeps its place, unless its interval is another now. */
+  const auto before = old.find(name);
+  if (before != old.end() && before->second.interval == task.interval) task.due_ms = before->second.due_ms;
+  tasks[name] = task;
+}
+
+bool Desk::is_enabled() {
+  const Lock lock(mutex);
+  return store.is_enabled();
+}
+
+std::optional<ArchiveConfig> Desk::config() {
+  const Lock lock(mutex);
+  return store.config();
+}
+
+Status Desk::status() {
+  const Lock lock(mutex);
+  Status status = present;
+  const auto config = store.config();
+  for (int i = 0; i < 2; ++i) {
+    if (!config || config->space_limit[i] == -1) status.compartments[i].used_mb = -1;
+  }
+  return status;
+}
+
+bool Desk::is_sleeping() {
+  const Lock lock(mutex);
+  return sleeping;
+}
+
+std::vector<std::string> Desk::errors() {
+  const Lock lock(mutex);
+  return store.errors();
+}
+
+void Desk::clear_errors() {
+  const Lock lock(mutex);
+  store.clear_errors();
+}
+
+std::map<std::string, Interval> Desk::intervals() {
+  const Lock lock(mutex);
+  std::map<std::string, Interval> all;
+  for (const auto& [name, task] : tasks) all[name] = {task.interval, task.usual_interval};
+  return all;
+}
+
+bool Desk::set_interval(const std::string& name, std::optional<int32_t> seconds) {
+  const Lock lock(mutex);
+  const auto found = tasks.find(name);
+  if (found == tasks.end()) return false;
+  store.set_text(kind_of_interval(name), seconds ? std::to_string(*seconds) : "");
+  Task& task = found->second;
+  task.interval = seconds.value_or(task.usual_interval);
+  task.due_ms = std::min(task.due_ms, tavren_get_uptime_ms() + static_cast<int64_t>(task.interval) * 1000);
+  changed.notify_all();
+  return true;
+}
+
+bool Desk::run_task(const std::string& name) {
+  const Lock lock(mutex);
+  const auto found = tasks.find(name);
+  if (found == tasks.end()) return false;
+  found->second.due_ms = tavren_get_uptime_ms();
+  retry_ms = 0;
+  changed.notify_all();
+  return true;
+}
+
+std::vector<Section> Desk::sections() {
+  const Lock lock(mutex);
+  return all_sections;
+}
+
+std::vector<ArchivedFile> Desk::archived_files(const std::string& section) {
+  const Lock lock(mutex);
+  return store.archived_files(section);
+}
+
+void Desk::keep_text(const std::string& kind, const std::string& text) {
+  const Lock lock(mutex);
+  store.set_text(kind, text);
+}
+
+std::string Desk::kept_text(const std::string& kind) {
+  const Lock lock(mutex);
+  return store.text(kind);
+}
+
+void Desk::set_config(const std::optional<ArchiveConfig>& config, bool enabled) {
+  Lock lock(mutex);
+  store.set_config(config, enabled);
+  if (config) {
+    for (CompartmentStatus& compartment : present.compartments) compartment.used_mb = -2;
+  }
+  retry_ms = 0;
+  if (config || !enabled) cancel(lock);
+  changed.notify_all();
+}
+
+void Desk::set_sections(const std::vector<Section>& sections) {
+  Lock lock(mutex);
+  plan_tasks(sections);
+  cancel(lock);
+  changed.notify_all();
+}
+
+void Desk::stop() {
+  Lock lock(mutex);
+  stopping = true;
+  cancel(lock);
+  changed.notify_all();
+}
+
+/*
+ * The session's client is ended, which breaks every wait for it, those of a login too, for which disabling the session
+ * would have to wait. Again and again, because the client may not have been started yet.
+ */
+void Desk::cancel(Lock& lock) {
+  cancelled = in_session;
+  while (in_session) {
+    end_children_of(archiving_thread);
+    changed.wait_for(lock, std::chrono::milliseconds(20));
+  }
+}
+
+std::optional<Work> Desk::due_work(int64_t now_ms) {
+  const auto config = store.config();
+  if (!config || !store.is_enabled() || now_ms < retry_ms) return std::nullopt;
+  const auto is_due = [this, now_ms](const std::string& name) { return tasks[name].due_ms <= now_ms; };
+  Work work;
+  work.config = *config;
+  work.claim = !store.is_claimed();
+  work.measure_space = is_due(space_task);
+  std::copy_if(all_sections.begin(), all_sections.end(), std::back_inserter(work.sections),
+               [&is_due](const Section& section) { return is_due(task_of(section)); });
+  if (!work.measure_space && work.sections.empty()) return std::nullopt;
+  return work;
+}
+
+int64_t Desk::next_look_ms() const {
+  if (!store.config() || !store.is_enabled()) return never;
+  int64_t next = never;
+  for (const auto& [name, task] : tasks) next = std::min(next, task.due_ms);
+  return std::max(next, retry_ms);
+}
+
+std::optional<Work> Desk::wait_for_work() {
+  Lock lock(mutex);
+  archiving_thread = gettid();
+  sleeping = true;
+  for (;;) {
+    if (stopping) return std::nullopt;
+    if (auto work = due_work(tavren_get_uptime_ms())) {
+      sleeping = false;
+      return work;
+    }
+    const int64_t next = next_look_ms();
+    if (next == never) {
+      changed.wait(lock);
+    } else {
+      changed.wait_until(lock, uptime_at(next));
+    }
+  }
+}
+
+void Desk::work_is_done(const Work& work) {
+  const Lock lock(mutex);
+  const int64_t now_ms = tavren_get_uptime_ms();
+  const auto is_done = [this, now_ms](const std::string& name) {
+    const auto task = tasks.find(name);
+    if (task != tasks.end()) task->second.due_ms = next_due_ms(task->second.due_ms, now_ms, task->second.interval);
+  };
+  if (work.measure_space) is_done(space_task);
+  for (const Section& section : work.sections) is_done(task_of(section));
+}
+
+void Desk::work_has_failed(double draw) {
+  const Lock lock(mutex);
+  retry_ms = tavren_get_uptime_ms() + retry_delay_ms(retry_interval(), draw);
+}
+
+void Desk::session_begins() {
+  const Lock lock(mutex);
+  in_session = true;
+  cancelled = false;
+}
+
+void Desk::session_ends() {
+  const Lock lock(mutex);
+  in_session = false;
+  changed.notify_all();
+}
+
+bool Desk::is_cancelled() {
+  const Lock lock(mutex);
+  return cancelled || stopping;
+}
+
+void Desk::report(const TavrenError& error) {
+  std::ostringstream serialised;
+  error.serialize(serialised);
+  std::ostringstream text;
+  error.print_body(text);
+  std::istringstream lines(text.str());
+  for (std::string line; std::getline(lines, line);) syslog(LOG_ERR, "%s", line.c_str());
+  const Lock lock(mutex);
+  store.add_error(serialised.str());
+}
+
+void Desk::set_connection(tavren_connection_status_t status, int64_t when) {
+  const Lock lock(mutex);
+  present.connection = status;
+  present.connection_time = when;
+}
+
+void Desk::set_used(int compartment, int32_t megabytes) {
+  const Lock lock(mutex);
+  present.compartments[compartment].used_mb = megabytes;
+}
+
+void Desk::set_waiting(int compartment, int32_t items) {
+  const Lock lock(mutex);
+  present.compartments[compartment].waiting = items;
+}
+
+void Desk::count_archived(int compartment) {
+  const Lock lock(mutex);
+  ++present.compartments[compartment].archived;
+}

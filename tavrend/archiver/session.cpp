@@ -1,0 +1,160 @@
+#include "archiver/session.h"
+
+#include <errno.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <list>
+#include <vector>
+
+#include "TavrenExceptions.h"
+#include "plan/space.h"
+
+namespace {
+
+constexpr unsigned int item_mode = 0644;
+constexpr size_t piece_size = 32768; /* bytes */
+
+/* A copy of the configuration in the form that the library takes. */
+class SettingsRecord {
+ public:
+  explicit SettingsRecord(Settings settings) : copy(std::move(settings)) {}
+  tavren_settings_t record() {
+    return {copy.host.data(),     copy.dir.data(),      copy.user.data(),
+            copy.password.data(), copy.host_key.data(), copy.fingerprint.data()};
+  }
+
+ private:
+  Settings copy;
+};
+
+size_t read_piece(const OpenFile& file, const std::string& path, int64_t offset, int64_t rest, char* piece) {
+  ssize_t n = 0;
+  do {
+    n = pread(file.descriptor(), piece, static_cast<size_t>(std::min<int64_t>(rest, piece_size)),
+              static_cast<off_t>(offset));
+  } while (n == -1 && errno == EINTR);
+  if (n <= 0) throw UnreadableFile(path, n == 0 ? 0 : errno, true);
+  return static_cast<size_t>(n);
+}
+
+std::string directory_of(const std::string& remote_path) { return remote_path.substr(0, remote_path.find('/')); }
+
+int32_t megabytes_of(int64_t kib) { return static_cast<int32_t>((kib + 1023) / 1024); }
+
+}  // namespace
+
+Session::Session(Desk& where, const Work& what) : desk(where), work(what), host(true, true) {
+  SettingsRecord settings(work.config.settings);
+  host.set_settings(settings.record());
+  host.enable();
+  desk.session_begins();
+}
+
+Session::~Session() {
+  tavren_connection_status_t status{};
+  long when = 0;
+  host.get_connection_status(status, when);
+  host.close_connection();
+  if (when != 0) desk.set_connection(status, when);
+  desk.session_ends();
+}
+
+void Session::check_cancelled() {
+  if (desk.is_cancelled()) throw Cancelled();
+}
+
+/* Runs action; what goes wrong because the session was ended meanwhile is no failure. */
+template <class Step>
+auto Session::step(Step action) {
+  check_cancelled();
+  try {
+    return action();
+  } catch (const TavrenError&) {
+    check_cancelled();
+    throw;
+  } catch (const TavrenTimeout&) {
+    check_cancelled();
+    throw;
+  } catch (const TavrenOperationCancelled&) {
+    throw Cancelled();
+  }
+}
+
+void Session::open() {
+  step([this] { host.open_connection(); });
+  desk.set_connection(TAVREN_CONNECTION_OK, time(nullptr));
+}
+
+void Session::claim() {
+  step([this] { host.create_chassis_file(); });
+  desk.with_store([](Store& store) { store.set_claimed(); });
+}
+
+int64_t Session::used_kib(int compartment) {
+  const auto known = measured.find(compartment);
+  if (known != measured.end()) return known->second;
+  std::string pattern;
+  for (const ArchivedSection& section : desk.with_store([](Store& store) { return store.sections(); })) {
+    if (section.compartment == compartment) pattern += " " + TavrenHost::quote_for_shell(section.name);
+  }
+  std::map<std::string, int> sizes;
+  if (!pattern.empty()) step([&] { host.get_dir_sizes(pattern.substr(1) + " 2>/dev/null", sizes); });
+  int64_t used = 0;
+  for (const auto& [name, kib] : sizes) used += kib;
+  measured[compartment] = used;
+  desk.set_used(compartment, megabytes_of(used));
+  return used;
+}
+
+std::string Session::oldest_item(int compartment, const std::string& but) {
+  std::string oldest;
+  std::string oldest_name;
+  for (const ArchivedSection& section : desk.with_store([](Store& store) { return store.sections(); })) {
+    if (section.compartment != compartment) continue;
+    std::list<std::string> lines;
+    const std::string list = TavrenHost::get_cmd("ls") + TavrenHost::quote_for_shell(section.name) + " 2>/dev/null | " +
+                             TavrenHost::get_cmd("head");
+    step([&] { host.run_and_check_ecode(list, lines); });
+    if (lines.empty() || section.name + "/" + lines.front() == but) continue;
+    if (oldest.empty() || lines.front() < oldest_name) {
+      oldest_name = lines.front();
+      oldest = section.name + "/" + oldest_name;
+    }
+  }
+  return oldest;
+}
+
+void Session::make_room(int compartment, int64_t bytes, const std::string& remote_path) {
+  const int32_t limit = work.config.space_limit[compartment];
+  if (limit == no_space_limit) return;
+  if (room_for(bytes, 0, limit) == Room::never) throw NoRoom(remote_path);
+  while (room_for(bytes, used_kib(compartment), limit) != Room::fits) {
+    const std::string oldest = oldest_item(compartment, remote_path);
+    if (oldest.empty()) throw NoRoom(remote_path);
+    remove(oldest);
+  }
+}
+
+void Session::remove(const std::string& remote_path) {
+  step([&] { host.remove_file(remote_path); });
+  measured.clear();
+}
+
+void Session::send(const OpenFile& file, const std::string& path, int64_t first, int64_t bytes,
+                   const std::string& remote_path, int compartment) {
+  const std::string directory = directory_of(remote_path);
+  if (directories.insert(directory).second) step([&] { host.make_directory(directory); });
+  step([&] { host.start_send_file(remote_path, static_cast<uint32_t>(bytes), item_mode); });
+  std::vector<char> piece(piece_size);
+  for (int64_t sent = 0; sent < bytes;) {
+    const size_t length = read_piece(file, path, first + sent, bytes - sent, piece.data());
+    step([&] { host.continue_send_file(piece.data(), static_cast<unsigned int>(length)); });
+    sent += static_cast<int64_t>(length);
+  }
+  step([&] { host.end_send_file(); });
+  const auto known = measured.find(compartment);
+  if (known == measured.end()) return;
+  known->second += kib_of(bytes);
+  desk.set_used(compartment, megabytes_of(known->second));
+}

@@ -1,0 +1,66 @@
+#ifndef TAVREND_ARCHIVER_SESSION_H
+#define TAVREND_ARCHIVER_SESSION_H
+
+#include <stdint.h>
+
+#include <map>
+#include <set>
+#include <stdexcept>
+#include <string>
+
+#include "TavrenHost.h"
+#include "archiver/desk.h"
+#include "sources/local_files.h"
+
+/* An item for which its compartment has no room, whatever is removed. */
+struct NoRoom : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+/* The session was ended by the serving thread. */
+struct Cancelled {};
+
+/*
+ * One session with the archive host, from its opening to its end. Its functions throw TavrenError, TavrenTimeout and,
+ * once the desk has cancelled the session, Cancelled.
+ */
+class Session {
+ public:
+  Session(Desk& desk, const Work& work);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  void open();
+  void claim();
+
+  /* Returns the KiB that a compartment uses, measured once a session and after each removal. */
+  int64_t used_kib(int compartment);
+
+  /*
+   * Makes room for bytes in a compartment by removing its oldest items, but never the one at remote_path. Throws
+   * NoRoom.
+   */
+  void make_room(int compartment, int64_t bytes, const std::string& remote_path);
+
+  /* Sends bytes of file from first on to remote_path, in a directory that is made when it is not there. */
+  void send(const OpenFile& file, const std::string& path, int64_t first, int64_t bytes, const std::string& remote_path,
+            int compartment);
+
+  /* Removes an item; one that is not there is no failure. */
+  void remove(const std::string& remote_path);
+
+ private:
+  template <class Step>
+  auto step(Step action);
+  void check_cancelled();
+  std::string oldest_item(int compartment, const std::string& but);
+
+  Desk& desk;
+  const Work& work;
+  TavrenHost host;
+  std::map<int, int64_t> measured;   /* KiB by compartment */
+  std::set<std::string> directories; /* that were made */
+};
+
+#endif

@@ -1,0 +1,70 @@
+#include "sources/compression.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <unistd.h>
+#include <zstd.h>
+
+#include <algorithm>
+#include <memory>
+#include <system_error>
+#include <vector>
+
+namespace {
+
+struct Free {
+  void operator()(ZSTD_CCtx* context) const { ZSTD_freeCCtx(context); }
+};
+
+[[noreturn]] void fail(int error) { throw std::system_error(error, std::generic_category(), "compressing"); }
+
+void write_all(int fd, const char* data, size_t length) {
+  for (size_t written = 0; written < length;) {
+    const ssize_t n = write(fd, data + written, length - written);
+    if (n == -1 && errno != EINTR) fail(errno);
+    if (n > 0) written += static_cast<size_t>(n);
+  }
+}
+
+/* Reads what fits into piece, at most length bytes. */
+size_t read_piece(const OpenFile& file, const std::string& path, int64_t offset, int64_t length,
+                  std::vector<char>& piece) {
+  const auto wanted = static_cast<size_t>(std::min<int64_t>(length, static_cast<int64_t>(piece.size())));
+  ssize_t n = 0;
+  do {
+    n = pread(file.descriptor(), piece.data(), wanted, static_cast<off_t>(offset));
+  } while (n == -1 && errno == EINTR);
+  if (n <= 0) throw UnreadableFile(path, n == 0 ? 0 : errno, true);
+  return static_cast<size_t>(n);
+}
+
+}  // namespace
+
+OpenFile compress(const OpenFile& file, const std::string& path, int64_t first, int64_t length,
+                  const std::string& directory) {
+  OpenFile result(open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+  if (!result.is_open()) fail(errno);
+  const std::unique_ptr<ZSTD_CCtx, Free> context(ZSTD_createCCtx());
+  if (context == nullptr) throw std::bad_alloc();
+  ZSTD_CCtx_setParameter(context.get(), ZSTD_c_checksumFlag, 1);
+
+  std::vector<char> in(ZSTD_CStreamInSize());
+  std::vector<char> out(ZSTD_CStreamOutSize());
+  int64_t done = 0;
+  bool is_last = false;
+  do {
+    const size_t size = done == length ? 0 : read_piece(file, path, first + done, length - done, in);
+    done += static_cast<int64_t>(size);
+    is_last = done == length;
+    ZSTD_inBuffer input{in.data(), size, 0};
+    bool more = true;
+    while (more) {
+      ZSTD_outBuffer output{out.data(), out.size(), 0};
+      const size_t left = ZSTD_compressStream2(context.get(), &output, &input, is_last ? ZSTD_e_end : ZSTD_e_continue);
+      if (ZSTD_isError(left) != 0) fail(ENOMEM);
+      write_all(result.descriptor(), out.data(), output.pos);
+      more = is_last ? left != 0 : input.pos < input.size;
+    }
+  } while (!is_last);
+  return result;
+}

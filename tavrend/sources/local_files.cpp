@@ -1,0 +1,143 @@
+#include "sources/local_files.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <glob.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "plan/growing_file.h"
+
+namespace {
+
+constexpr size_t block_size = 65536;
+
+/* Not there, another kind of file, or a link in the last part: no log. */
+bool is_no_log(int error) {
+  return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENXIO || error == ENODEV;
+}
+
+int open_regular(const std::string& prefix, const std::string& path) {
+  /* Non-blocking, because a named pipe would wait for its writer; a device may react to being opened, so it is not. */
+  const std::string local = prefix + path;
+  struct stat status {};
+  if (lstat(local.c_str(), &status) == -1) {
+    if (is_no_log(errno)) return -1;
+    throw UnreadableFile(path, errno, false);
+  }
+  if (!S_ISREG(status.st_mode)) return -1;
+  const int fd = open(local.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  if (fd == -1 && !is_no_log(errno)) throw UnreadableFile(path, errno, false);
+  if (fd != -1 && (fstat(fd, &status) == -1 || !S_ISREG(status.st_mode))) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+/* Reads at most size bytes at offset, as many as there are. */
+std::string read_at(int fd, const std::string& path, int64_t offset, size_t size) {
+  std::string bytes(size, '\0');
+  size_t length = 0;
+  while (length < size) {
+    const ssize_t n =
+        pread(fd, bytes.data() + length, size - length, static_cast<off_t>(offset) + static_cast<off_t>(length));
+    if (n == -1 && errno == EINTR) continue;
+    if (n == -1) throw UnreadableFile(path, errno, true);
+    if (n == 0) break;
+    length += static_cast<size_t>(n);
+  }
+  bytes.resize(length);
+  return bytes;
+}
+
+void add(Found& found, const std::string& prefix, const std::string& path) {
+  try {
+    if (const auto file = look_at(prefix, path)) found.files.push_back(*file);
+  } catch (const UnreadableFile& error) {
+    found.unreadable.push_back(error);
+  }
+}
+
+/* A directory's name in a pattern stands for itself. */
+std::string without_wildcards(const std::string& text) {
+  std::string pattern;
+  for (const char c : text) {
+    if (strchr("*?[]\\", c) != nullptr) pattern += '\\';
+    pattern += c;
+  }
+  return pattern;
+}
+
+}  // namespace
+
+UnreadableFile::UnreadableFile(const std::string& file_path, int number, bool opened)
+    : std::runtime_error(file_path + ": " + strerror(number)), path(file_path), error(number), was_open(opened) {}
+
+OpenFile::OpenFile(const std::string& prefix, const std::string& path) : fd(open_regular(prefix, path)) {}
+
+OpenFile::~OpenFile() {
+  if (fd != -1) close(fd);
+}
+
+OpenFile::OpenFile(OpenFile&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
+
+LogFile describe(const OpenFile& file, const std::string& path) {
+  struct stat status {};
+  if (fstat(file.descriptor(), &status) == -1) throw UnreadableFile(path, errno, true);
+  LogFile log;
+  log.path = path;
+  log.device = status.st_dev;
+  log.inode = status.st_ino;
+  log.size = status.st_size;
+  log.mtime_ns = static_cast<int64_t>(status.st_mtim.tv_sec) * 1000000000 + status.st_mtim.tv_nsec;
+  log.head = read_at(file.descriptor(), path, 0, std::min<size_t>(head_size, static_cast<size_t>(log.size)));
+  return log;
+}
+
+std::optional<LogFile> look_at(const std::string& prefix, const std::string& path) {
+  const OpenFile file(prefix, path);
+  if (!file.is_open()) return std::nullopt;
+  return describe(file, path);
+}
+
+Found find_matching(const std::string& prefix, const std::string& pattern) {
+  Found found;
+  glob_t matches{};
+  const int result = glob((without_wildcards(prefix) + pattern).c_str(), GLOB_NOSORT, nullptr, &matches);
+  for (size_t i = 0; result == 0 && i < matches.gl_pathc; ++i) add(found, prefix, matches.gl_pathv[i] + prefix.size());
+  globfree(&matches);
+  if (result != 0 && result != GLOB_NOMATCH) found.unreadable.emplace_back(pattern, ENOMEM, false);
+  return found;
+}
+
+Found find_beside(const std::string& prefix, const std::string& path) {
+  Found found;
+  const size_t slash = path.rfind('/');
+  const std::string directory = path.substr(0, slash + 1);
+  const std::string base = path.substr(slash + 1);
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(prefix + directory, error)) {
+    const std::string name = entry.path().filename();
+    if (is_rotated_name(base, name)) add(found, prefix, directory + name);
+  }
+  if (error && !is_no_log(error.value())) found.unreadable.emplace_back(directory, error.value(), false);
+  return found;
+}
+
+int64_t last_newline(const OpenFile& file, const std::string& path, int64_t first, int64_t end) {
+  for (int64_t block_end = end; block_end > first;) {
+    const int64_t start = std::max(first, block_end - static_cast<int64_t>(block_size));
+    const std::string block = read_at(file.descriptor(), path, start, static_cast<size_t>(block_end - start));
+    const size_t newline = block.rfind('\n');
+    if (newline != std::string::npos) return start + static_cast<int64_t>(newline);
+    block_end = start;
+  }
+  return -1;
+}

@@ -1,0 +1,71 @@
+#ifndef TAVREND_SOURCES_LOCAL_FILES_H
+#define TAVREND_SOURCES_LOCAL_FILES_H
+
+#include <stdint.h>
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "plan/log_file.h"
+
+/*
+ * Local files, which are only ever read. Paths are as the configuration has them; prefix stands before each of them, so
+ * that the logs of another root can be archived. Only regular files count, and the last part of a path is never
+ * followed as a link.
+ */
+
+/* A file that is there and cannot be read. */
+struct UnreadableFile : std::runtime_error {
+  UnreadableFile(const std::string& file_path, int number, bool opened);
+  const std::string path;
+  const int error;     /* errno */
+  const bool was_open; /* it could be opened, and not be read */
+};
+
+/* A descriptor that is closed at the end. */
+class OpenFile {
+ public:
+  /* Opens a regular file for reading. Throws UnreadableFile; nothing is open when it is not there or of another kind.
+   */
+  OpenFile(const std::string& prefix, const std::string& path);
+  explicit OpenFile(int descriptor) : fd(descriptor) {}
+  ~OpenFile();
+  OpenFile(OpenFile&& other) noexcept;
+  OpenFile& operator=(OpenFile&&) = delete;
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  bool is_open() const { return fd != -1; }
+  int descriptor() const { return fd; }
+
+ private:
+  int fd;
+};
+
+/* Returns what the open file is now. Throws UnreadableFile. */
+LogFile describe(const OpenFile& file, const std::string& path);
+
+/* Returns what is at path, or nothing when that is no regular file. Throws UnreadableFile. */
+std::optional<LogFile> look_at(const std::string& prefix, const std::string& path);
+
+/* What was found, and what of it cannot be read. */
+struct Found {
+  std::vector<LogFile> files;
+  std::vector<UnreadableFile> unreadable;
+};
+
+/* Returns the regular files that match pattern. */
+Found find_matching(const std::string& prefix, const std::string& pattern);
+
+/* Returns the regular files in the directory of the log at path whose names are those of rotated ones. */
+Found find_beside(const std::string& prefix, const std::string& path);
+
+/*
+ * Returns the place of the last newline in the bytes from first to before end, or -1. Looks from the end, so that it
+ * reads no more than it must. Throws UnreadableFile with path.
+ */
+int64_t last_newline(const OpenFile& file, const std::string& path, int64_t first, int64_t end);
+
+#endif
