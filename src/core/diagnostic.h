@@ -4,8 +4,8 @@
 #include <stdio.h>
 
 /*
- * What a process says before it ends. Nothing here allocates, and nothing keeps the process: neither a reader that
- * takes nothing or is gone, nor a stream that another thread holds.
+ * What a process says before it ends. Nothing here allocates, and the standard streams keep nobody: neither those whose
+ * reader takes nothing or is gone, nor one that another thread holds.
  */
 
 /* Flushes the standard output and error streams as far as they take it, and writes text, unbuffered, to descriptor 2.

@@ -22,6 +22,7 @@
 #include "TavrenExceptions.h"
 #include "TavrenMutex.h"
 #include "core/assertion.h"
+#include "core/standard_streams.h"
 #include "process/deadline.h"
 #include "process/descriptors.h"
 

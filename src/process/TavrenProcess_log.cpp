@@ -10,6 +10,7 @@
 #include "TavrenMutex.h"
 #include "TavrenProcess.h"
 #include "TavrenTunables.h"
+#include "core/standard_streams.h"
 #include "process/descriptors.h"
 #include "tavren_assert.h"
 #include "tavren_basic.h"

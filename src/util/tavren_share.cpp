@@ -15,6 +15,7 @@
 
 #include "core/assertion.h"
 #include "core/messages.h"
+#include "core/standard_streams.h"
 #include "tavren_assert.h"
 #include "tavren_basic.h"
 
@@ -107,7 +108,8 @@ int open_lock_file(const char* name, char (&directory)[path_size], char (&lock_p
     return refuse(message, translate("Failed to create directory %s, errno=%d"), directory, errno);
   }
   /* Everybody may write here, too: no lock is looked for behind a link, nor waited for behind a named pipe. */
-  const int fd = open(lock_path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666);
+  constexpr int flags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+  const int fd = keep_off_standard_streams(open(lock_path, flags, 0666));
   return fd != -1 ? fd : refuse(message, translate("Failed to open %s, errno=%d."), lock_path, errno);
 }
 

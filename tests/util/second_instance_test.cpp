@@ -195,4 +195,18 @@ TEST_F(CleanUp, IgnoresThatASubdirectoryStays) {
   EXPECT_EQ(entries(), Names({"subdirectory"}));
 }
 
+/* There the host could close it, or write to it, without knowing. */
+TEST_F(SecondInstance, LockIsOffTheStandardStreamsOfAHostWithoutThem) {
+  const Outcome outcome = run_in_child([this] {
+    setenv("TAVREN_HOME", home.path().c_str(), 1);
+    const int result = dup(STDOUT_FILENO);
+    for (int fd = 0; fd < 3; ++fd) close(fd);
+    set_up();
+    const std::set<int> held = descriptors_of(lock);
+    const bool is_off = held.size() == 1 && *held.begin() > STDERR_FILENO;
+    if (write(result, is_off ? "off" : "on!", 3) == -1) _exit(1);
+  });
+  EXPECT_EQ(outcome.out, "off");
+}
+
 }  // namespace
