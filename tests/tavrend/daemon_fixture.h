@@ -1,0 +1,167 @@
+#ifndef TESTS_TAVREND_DAEMON_FIXTURE_H
+#define TESTS_TAVREND_DAEMON_FIXTURE_H
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "lab/lab.h"
+#include "support/files.h"
+#include "tavren_api.h"
+#include "tavren_basic.h"
+
+/*
+ * The daemon itself, beside a private archive host with a real rpcbind. Its logs are in $LAB/logs, its configuration is
+ * written by the test. It is asked and told through the client API.
+ */
+class TavrendTest : public testing::Test {
+ protected:
+  static constexpr int patience = 60; /* seconds that only a test that hangs waits for */
+
+  TavrendTest() {
+    std::filesystem::create_directory(logs);
+    lab::run(
+        "mkdir -p /run/rpcbind; rpcbind -w 2>/dev/null; until rpcinfo -p 127.0.0.1 >/dev/null 2>&1; do sleep 0.02; "
+        "done");
+    become_chassis("CH-1");
+  }
+  ~TavrendTest() override {
+    if (daemon != -1) stop(SIGKILL);
+    lab::run("pkill -x rpcbind || true");
+  }
+
+  static void become_chassis(const std::string& id) {
+    setenv("HODRA_DIR", (lab::value("LAB") + "/hodra").c_str(), 1);
+    lab::run(HODRA_PUT " 1 setup_system_id_info 1024 40=" + id);
+  }
+
+  /* Starts the daemon with that configuration, and waits until it is registered. */
+  void start(const std::string& configuration) {
+    write_file(config_file, configuration);
+    start_again();
+  }
+
+  void start_again() {
+    daemon = fork();
+    if (daemon == 0) {
+      execl(TAVREND, TAVREND, "--config", config_file.c_str(), "--state", state.c_str(), nullptr);
+      _exit(127);
+    }
+    wait_until("the daemon is registered", [this] {
+      if (waitpid(daemon, nullptr, WNOHANG) != 0) throw std::runtime_error("the daemon has ended");
+      tavren_api_handle_t handle;
+      if (tavren_api_open(&handle) != 0) return false;
+      tavren_state_t now{};
+      const bool answers = tavren_api_get_state(&handle, &now) == 0;
+      tavren_api_close(&handle);
+      return answers;
+    });
+  }
+
+  /* Ends the daemon. Returns its wait status. */
+  int stop(int signal_number = SIGTERM) {
+    int status = 0;
+    kill(daemon, signal_number);
+    waitpid(daemon, &status, 0);
+    daemon = -1;
+    return status;
+  }
+
+  /* Makes one call and returns its result. */
+  template <class Call>
+  static int call(Call action) {
+    tavren_api_handle_t handle;
+    if (tavren_api_open(&handle) != 0) return TAVREN_API_E_CONNECT;
+    const int result = action(&handle);
+    tavren_api_close(&handle);
+    return result;
+  }
+
+  static int set_config(const std::string& password, int audit_limit = -1, int logs_limit = -1, bool on = true) {
+    Settings settings = lab::settings();
+    settings.password = password;
+    settings.host_key = lab::value("LAB_HOST_KEY");
+    const tavren_config_t config = {settings.record(), {audit_limit, logs_limit}};
+    return call([&](tavren_api_handle_t* handle) { return tavren_api_set_config(handle, &config, on ? 1 : 0); });
+  }
+
+  static int set_config() { return set_config(lab::value("LAB_PASSWORD")); }
+
+  static int set_state(tavren_state_t wanted) {
+    return call([&](tavren_api_handle_t* handle) { return tavren_api_set_state(handle, wanted); });
+  }
+
+  static int run_task(const std::string& task) {
+    return call([&](tavren_api_handle_t* handle) { return tavren_api_run_task(handle, task.c_str()); });
+  }
+
+  /* Returns the stored errors as they are printed. */
+  static std::string errors() {
+    char* text = nullptr;
+    call([&](tavren_api_handle_t* handle) { return tavren_api_get_errors(handle, &text); });
+    const std::string result = text == nullptr ? "" : text;
+    free(text);
+    return result;
+  }
+
+  /* Returns the result of a request that may be refused: the reason, or an empty text. */
+  template <class Call>
+  static std::string refusal_of(Call action) {
+    char* text = nullptr;
+    if (call([&](tavren_api_handle_t* handle) { return action(handle, &text); }) != 0) return "no answer";
+    const std::string result = text == nullptr ? "" : text;
+    free(text);
+    return result;
+  }
+
+  static void wait_until(const std::string& what, const std::function<bool()>& condition) {
+    const int end = tavren_get_uptime() + patience;
+    while (!condition()) {
+      if (tavren_get_uptime() > end) throw std::runtime_error("in vain: " + what);
+      usleep(20000);
+    }
+  }
+
+  /* Returns the names of the items of a section, oldest first. */
+  static std::vector<std::string> items(const std::string& section) {
+    std::vector<std::string> names;
+    std::error_code none;
+    for (const auto& entry : std::filesystem::directory_iterator(lab::archived(section), none)) {
+      names.push_back(entry.path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  /* Returns the contents of a section's items, one behind the other. */
+  static std::string archive_of(const std::string& section) {
+    std::string content;
+    for (const std::string& name : items(section)) content += read_file(lab::archived(section + "/" + name));
+    return content;
+  }
+
+  std::string log(const std::string& name) const { return logs + "/" + name; }
+
+  void append(const std::string& name, const std::string& text) const {
+    FILE* file = fopen(log(name).c_str(), "ae");
+    if (file == nullptr || fputs(text.c_str(), file) == EOF || fclose(file) != 0)
+      throw std::runtime_error("cannot append");
+  }
+
+  const std::string logs = lab::value("LAB") + "/logs";
+  const std::string config_file = lab::value("LAB") + "/tavrend.conf";
+  const std::string state = lab::value("LAB") + "/state";
+  pid_t daemon = -1;
+};
+
+#endif

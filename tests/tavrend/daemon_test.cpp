@@ -1,0 +1,421 @@
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <atomic>
+#include <random>
+#include <thread>
+
+#include "support/process_state.h"
+#include "tavrend/daemon_fixture.h"
+
+namespace {
+
+class Daemon : public TavrendTest {
+ protected:
+  std::string following(const std::string& name) const {
+    return "[messages]\nfollow = " + log(name) + "\ninterval = 1\n";
+  }
+};
+
+/* A log that somebody writes lines to, and rotates. */
+class Writer {
+ public:
+  Writer(const std::string& log_path, bool copies) : path(log_path), copies_and_truncates(copies) {
+    thread = std::thread([this] {
+      while (!enough) {
+        write_line();
+        if (count % 200 == 0) rotate();
+        usleep(2000);
+      }
+    });
+  }
+  ~Writer() { end(); }
+
+  void end() {
+    enough = true;
+    if (thread.joinable()) thread.join();
+  }
+
+  std::string all; /* that was written; to be read after the end */
+
+ private:
+  void write_line() {
+    const std::string line = "line " + std::to_string(++count) + " of a log that grows\n";
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (write(fd, line.data(), line.size()) == static_cast<ssize_t>(line.size())) all += line;
+    close(fd);
+  }
+
+  void rotate() {
+    for (int i = 20; i > 0; --i) {
+      rename((path + "." + std::to_string(i)).c_str(), (path + "." + std::to_string(i + 1)).c_str());
+    }
+    if (copies_and_truncates) {
+      std::filesystem::copy_file(path, path + ".1");
+      std::filesystem::resize_file(path, 0);
+    } else {
+      rename(path.c_str(), (path + ".1").c_str());
+    }
+  }
+
+  const std::string path;
+  const bool copies_and_truncates;
+  int count = 0;
+  std::atomic<bool> enough{false};
+  std::thread thread;
+};
+
+}  // namespace
+
+TEST_F(Daemon, ArchivesClosedFilesOnceOldestFirst) {
+  for (int i = 1; i <= 3; ++i) {
+    append("audit.log." + std::to_string(i), "closed " + std::to_string(i) + "\n");
+    lab::run("touch -d '2026-01-0" + std::to_string(4 - i) + "' " + log("audit.log." + std::to_string(i)));
+  }
+  start("[audit]\nfiles = " + log("audit.log.*") + "\ncompartment = audit\ninterval = 1\n");
+  ASSERT_EQ(set_config(), 0);
+  wait_until("three items", [] { return items("audit").size() == 3; });
+  EXPECT_EQ(archive_of("audit"), "closed 3\nclosed 2\nclosed 1\n");
+  lab::run("cd " + logs + " && mv audit.log.3 audit.log.4 && mv audit.log.2 audit.log.3");
+  append("audit.log.2", "closed 5\n");
+  wait_until("the fourth item", [] { return items("audit").size() == 4; });
+  EXPECT_EQ(archive_of("audit"), "closed 3\nclosed 2\nclosed 1\nclosed 5\n");
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(Daemon, ArchivesWhatIsAppendedUpToItsLastNewline) {
+  append("messages", "one\ntwo\nthr");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  wait_until("two lines", [] { return archive_of("messages") == "one\ntwo\n"; });
+  append("messages", "ee\n");
+  wait_until("the third line", [] { return archive_of("messages") == "one\ntwo\nthree\n"; });
+  lab::run("mv " + log("messages") + " " + log("messages.1"));
+  append("messages.1", "four");
+  append("messages", "five\n");
+  wait_until("all", [] { return archive_of("messages") == "one\ntwo\nthree\nfourfive\n"; });
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(Daemon, CompressesWhatItIsToldTo) {
+  append("messages", "one\ntwo\n");
+  start(following("messages") + "compress = zstd\n");
+  ASSERT_EQ(set_config(), 0);
+  wait_until("an item", [] { return items("messages").size() == 1; });
+  EXPECT_EQ(items("messages")[0].substr(23), ".messages.zst");
+  wait_until("the whole item", [] { return system("zstd -dc $LAB_ARCHIVE/messages/* 2>/dev/null >$LAB/plain") == 0; });
+  EXPECT_EQ(read_file(lab::value("LAB") + "/plain"), "one\ntwo\n");
+}
+
+class DaemonThatIsKilled : public Daemon, public testing::WithParamInterface<bool> {};
+
+TEST_P(DaemonThatIsKilled, ArchivesEveryByteOnce) {
+  std::minstd_rand random(4711);
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  Writer writer(log("messages"), GetParam());
+  for (int i = 0; i < 20; ++i) {
+    usleep(static_cast<useconds_t>(100000 + random() % 400000));
+    stop(SIGKILL);
+    start_again();
+  }
+  writer.end();
+  wait_until("every byte", [&] { return archive_of("messages").size() >= writer.all.size(); });
+  EXPECT_TRUE(archive_of("messages") == writer.all);
+  EXPECT_EQ(errors(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(, DaemonThatIsKilled, testing::Values(false, true),
+                         [](const auto& rotation) { return rotation.param ? "CopyAndTruncate" : "Rename"; });
+
+TEST_F(Daemon, SaysWhichBytesWereLost) {
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  wait_until("a line", [] { return archive_of("messages") == "one\n"; });
+  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+  append("messages", "two\n");
+  lab::run("rm " + log("messages"));
+  append("messages", "three\n");
+  ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
+  wait_until("the new log", [] { return archive_of("messages") == "one\nthree\n"; });
+  EXPECT_NE(errors().find("Failed to read from file " + log("messages") + " (bytes 4 to 4), ecode=61"),
+            std::string::npos)
+      << errors();
+}
+
+TEST_F(Daemon, KeepsWhatItWasToldOverARestart) {
+  start(following("messages"));
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 1000, -1, false), 0);
+  EXPECT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_tunable(h, "ssh_command_timeout", "33", m); }),
+            "");
+  EXPECT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_remote_command(h, "ls", "/bin/ls -1A", m); }), "");
+  EXPECT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_interval(h, "LogTypeTask.messages", "7min", m); }),
+            "");
+  stop(SIGKILL);
+  start_again();
+  EXPECT_NE(refusal_of(tavren_api_get_tunable_table).find("ssh_command_timeout      33 (default: 60)\n"),
+            std::string::npos);
+  EXPECT_NE(refusal_of(tavren_api_get_remote_command_table).find("ls          /bin/ls -1A \n"), std::string::npos);
+  EXPECT_NE(refusal_of(tavren_api_get_interval_table)
+                .find("LogTypeTask.messages" + std::string(26, ' ') + "420 (default: 1)\n"),
+            std::string::npos)
+      << refusal_of(tavren_api_get_interval_table);
+  tavren_config_t config{};
+  ASSERT_EQ(call([&](auto* handle) { return tavren_api_get_config(handle, &config); }), 0);
+  EXPECT_EQ(config.settings.password, lab::value("LAB_PASSWORD"));
+  EXPECT_EQ(config.space_limit[0], 1000);
+  tavren_config_free_contents(&config);
+  tavren_state_t now = TAVREN_STATE_ENABLED;
+  EXPECT_EQ(tavren_get_state(&now), 0);
+  EXPECT_EQ(now, TAVREN_STATE_DISABLED);
+}
+
+TEST_F(Daemon, RefusesWhatItCannotUse) {
+  start(following("messages"));
+  EXPECT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_tunable(h, "x", "1", m); }),
+            "Unknown tunable: \"x\".");
+  EXPECT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_tunable(h, "log_dir_prefix", "a\nb", m); }),
+            "A newline is not allowed here.");
+  EXPECT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_remote_command(h, "x", "y", m); }),
+            "Unknown command name: \"x\".");
+  EXPECT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_interval(h, "x", "1", m); }),
+            "Unknown task: \"x\".");
+  EXPECT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_interval(h, "SpaceTask", "0", m); }),
+            "Invalid interval: \"0\".");
+  Settings settings = lab::settings();
+  settings.host = "";
+  const tavren_config_t config = {settings.record(), {-1, -1}};
+  EXPECT_EQ(call([&](auto* handle) { return tavren_api_set_config(handle, &config, 1); }), TAVREN_API_E_RPC);
+}
+
+TEST_F(Daemon, ServesStrangersWhatNeitherChangesNorShowsAnything) {
+  start(following("messages"));
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, -1, false), 0);
+  const pid_t stranger = fork();
+  if (stranger == 0) {
+    if (setgid(4711) != 0 || setuid(4711) != 0) _exit(100);
+    tavren_api_handle_t h;
+    if (tavren_api_open(&h) != 0) _exit(101);
+    tavren_state_t now{};
+    tavren_status_t status{};
+    tavren_config_t config{};
+    char buffer[TAVREN_API_TEXT_SIZE];
+    char* text = nullptr;
+    int sleeping = 0;
+    const bool may = tavren_api_get_state(&h, &now) == 0 && tavren_api_get_status(&h, &status) == 0 &&
+                     tavren_api_get_archive_host(&h, buffer) == 0 &&
+                     tavren_api_get_archive_directory(&h, buffer) == 0 &&
+                     tavren_api_is_tavrend_sleeping(&h, &sleeping) == 0;
+    const int refused[] = {tavren_api_set_state(&h, TAVREN_STATE_ENABLED),
+                           tavren_api_get_config(&h, &config),
+                           tavren_api_set_config(&h, nullptr, 1),
+                           tavren_api_get_errors(&h, &text),
+                           tavren_api_load_tunables(&h),
+                           tavren_api_load_remote_commands(&h),
+                           tavren_api_run_task(&h, "SpaceTask"),
+                           tavren_api_audit_file_was_archived(&h, "/x"),
+                           tavren_api_clear_stored_data(&h, &text),
+                           tavren_api_set_tunable(&h, "loopback_login", "1", &text),
+                           tavren_api_set_remote_command(&h, "ls", "x", &text),
+                           tavren_api_set_interval(&h, "SpaceTask", "1", &text),
+                           tavren_api_get_tunable_table(&h, &text),
+                           tavren_api_get_remote_command_table(&h, &text),
+                           tavren_api_get_interval_table(&h, &text)};
+    const bool may_not =
+        std::all_of(std::begin(refused), std::end(refused), [](int r) { return r == TAVREN_API_E_RPC; });
+    const bool says_why = strstr(tavren_api_errmsg(&h, buffer), "Client credential too weak") != nullptr;
+    _exit(!may ? 1 : !may_not ? 2 : !says_why ? 3 : 0);
+  }
+  int status = 0;
+  waitpid(stranger, &status, 0);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  tavren_state_t now{};
+  EXPECT_EQ(tavren_get_state(&now), 0);
+  EXPECT_EQ(now, TAVREN_STATE_DISABLED);
+}
+
+/* For a caller that has hung up the kernel names root. */
+TEST_F(Daemon, TakesNoStrangerWhoHangsUpForRoot) {
+  start(following("messages"));
+  lab::run("rpcinfo -p 127.0.0.1 | awk '$1 == 100171 {print $4}' >$LAB/port");
+  const auto port = static_cast<uint16_t>(std::stoi(read_file(lab::value("LAB") + "/port")));
+  const pid_t stranger = fork();
+  if (stranger == 0) {
+    if (setgid(4711) != 0 || setuid(4711) != 0) _exit(100);
+    for (uint32_t i = 1; i <= 30; ++i) {
+      /* A call of set_state(1), as it travels. */
+      const uint32_t words[] = {0x80000000 | 44, i, 0, 2, 100171, 1, 2, 0, 0, 0, 0, 1};
+      uint32_t request[12];
+      std::transform(std::begin(words), std::end(words), request, [](uint32_t word) { return htonl(word); });
+      const int fd = socket(AF_INET, SOCK_STREAM, 0);
+      const sockaddr_in address = {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+      if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) _exit(101);
+      if (write(fd, request, sizeof request) != sizeof request) _exit(102);
+      close(fd);
+    }
+    _exit(0);
+  }
+  int status = 0;
+  waitpid(stranger, &status, 0);
+  ASSERT_EQ(WEXITSTATUS(status), 0);
+  for (int i = 0; i < 10; ++i) {
+    tavren_state_t now{};
+    ASSERT_EQ(tavren_get_state(&now), 0);
+    EXPECT_EQ(now, TAVREN_STATE_DISABLED);
+    usleep(10000);
+  }
+}
+
+TEST_F(Daemon, AnswersBesideCallersThatSendHalfARequestOrNothing) {
+  start(following("messages"));
+  lab::run("rpcinfo -p 127.0.0.1 | awk '$1 == 100171 {print $4}' >$LAB/port");
+  const std::string port = read_file(lab::value("LAB") + "/port");
+  lab::run(
+      "for i in $(seq 20); do (printf '\\200\\0\\0' | socat -u - TCP:127.0.0.1:$(cat $LAB/port),ignoreeof & "
+      "socat -u TCP:127.0.0.1:$(cat $LAB/port) /dev/null &); done >/dev/null 2>&1; sleep 0.3");
+  const int before = tavren_get_uptime();
+  tavren_state_t now{};
+  EXPECT_EQ(tavren_get_state(&now), 0);
+  EXPECT_LT(tavren_get_uptime(), before + 10);
+  lab::run("pkill socat || true");
+}
+
+TEST_F(Daemon, RemovesTheOldestItemForRoomAndNoMore) {
+  start("[audit]\nfiles = " + log("a.*") + "\ncompartment = audit\ninterval = 1\n[other]\nfiles = " + log("b.*") +
+        "\ninterval = 1\n");
+  append("b.1", std::string(300000, 'b'));
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 1, -1), 0);
+  wait_until("the other section", [] { return items("other").size() == 1; });
+  for (int i = 1; i <= 4; ++i) {
+    append("a." + std::to_string(i), std::string(400000, static_cast<char>('0' + i)));
+    const std::string ending = ".a." + std::to_string(i);
+    wait_until("item " + ending, [&ending] {
+      const auto all = items("audit");
+      return std::any_of(all.begin(), all.end(), [&](const std::string& name) { return name.substr(23) == ending; }) &&
+             call([](auto*) { return 0; }) == 0;
+    });
+  }
+  wait_until("room for the last", [] { return archive_of("audit").size() == 800000; });
+  EXPECT_EQ(archive_of("audit"), std::string(400000, '3') + std::string(400000, '4'));
+  EXPECT_EQ(items("other").size(), 1U);
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(Daemon, ReportsAnItemThatIsLargerThanTheLimitAndGoesOn) {
+  append("a.1", std::string(2000000, 'x'));
+  lab::run("touch -d 2026-01-01 " + log("a.1"));
+  append("a.2", "small\n");
+  start("[audit]\nfiles = " + log("a.*") + "\ncompartment = audit\ninterval = 3600\n");
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 1, -1), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("the small one", [] { return archive_of("audit") == "small\n"; });
+  EXPECT_NE(errors().find("  - Unable to create file audit/"), std::string::npos) << errors();
+  EXPECT_NE(errors().find("  - System call \"limit\" failed with error code 27\n"), std::string::npos) << errors();
+}
+
+TEST_F(Daemon, StoresAFailedLoginAndTriesAgainWhenItIsTold) {
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config("wrong"), 0);
+  wait_until("an error",
+             [] { return errors().find("Secure shell login failed: permission denied") != std::string::npos; });
+  EXPECT_EQ(items("messages").size(), 0U);
+  tavren_status_t status{};
+  call([&](auto* handle) { return tavren_api_get_status(handle, &status); });
+  EXPECT_EQ(status.connection_status, TAVREN_CONNECTION_FAILED);
+  ASSERT_EQ(set_config(), 0);
+  wait_until("the line", [] { return archive_of("messages") == "one\n"; });
+  call([&](auto* handle) { return tavren_api_get_status(handle, &status); });
+  EXPECT_EQ(status.connection_status, TAVREN_CONNECTION_OK);
+}
+
+TEST_F(Daemon, LeavesTheDirectoryOfAnotherChassisAlone) {
+  lab::run("touch $LAB_ARCHIVE/.chassis.OTHER");
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  wait_until("an error", [] { return errors().find("Another QRV chassis is already using") != std::string::npos; });
+  EXPECT_EQ(items("messages").size(), 0U);
+}
+
+TEST_F(Daemon, EndsWithinFiveSecondsAlsoInALoginThatHangs) {
+  lab::serve_silence();
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  wait_until("a login", [] { return std::filesystem::exists(lab::value("LAB") + "/accepted"); });
+  const int before = tavren_get_uptime();
+  EXPECT_EQ(stop(), 0);
+  EXPECT_LT(tavren_get_uptime(), before + 5);
+}
+
+TEST_F(Daemon, EndsWithStatusZeroAndTakesItsNameFromRpcbind) {
+  start(following("messages"));
+  EXPECT_EQ(stop(SIGINT), 0);
+  tavren_state_t now{};
+  EXPECT_EQ(tavren_get_state(&now), TAVREN_API_E_CONNECT);
+}
+
+TEST_F(Daemon, OfASecondInstanceSaysSo) {
+  start(following("messages"));
+  lab::run(TAVREND " --config " + config_file + " --state " + state + "2 2>$LAB/second; [ $? = 1 ]");
+  EXPECT_EQ(read_file(lab::value("LAB") + "/second"), "tavrend: An instance of tavrend is already running.\n");
+}
+
+TEST_F(Daemon, ReadsItsConfigurationAgain) {
+  append("messages", "one\n");
+  append("other", "two\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  write_file(config_file, following("messages") + "[other]\nfollow = " + log("other") + "\ninterval = 1\n");
+  kill(daemon, SIGHUP);
+  wait_until("the new section", [] { return archive_of("other") == "two\n"; });
+  write_file(config_file, "nonsense\n");
+  kill(daemon, SIGHUP);
+  append("other", "three\n");
+  wait_until("what stays", [] { return archive_of("other") == "two\nthree\n"; });
+}
+
+TEST_F(Daemon, DoesNotStartWithABadConfiguration) {
+  write_file(config_file, "[a]\ncolour = red\n");
+  lab::run(TAVREND " --config " + config_file + " --state " + state + " 2>$LAB/why; [ $? = 1 ]");
+  EXPECT_EQ(read_file(lab::value("LAB") + "/why"), "tavrend: " + config_file + ":2: there is no key \"colour\"\n");
+}
+
+TEST_F(Daemon, TakesUpWhatItMissedWhileTheHostWasAway) {
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_tunable(h, "failure_retry_interval", "1", m); }),
+            "");
+  ASSERT_EQ(set_config(), 0);
+  wait_until("a line", [] { return archive_of("messages") == "one\n"; });
+  lab::stop_sshd();
+  append("messages", "two\n");
+  wait_until("an error", [] { return errors().find("Failed to start secure shell session") != std::string::npos; });
+  lab::run("\"$LAB_RESTART_SSHD\"");
+  wait_until("the other line", [] { return archive_of("messages") == "one\ntwo\n"; });
+}
+
+TEST_F(Daemon, DoesNothingWhileNothingIsDue) {
+  start("[messages]\nfollow = " + log("messages") + "\ninterval = 1d\n");
+  ASSERT_EQ(set_config(), 0);
+  wait_until("the claim", [] { return std::filesystem::exists(lab::archived(".chassis.CH-1")); });
+  const auto switches = [this] {
+    std::string all;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(daemon) + "/task")) {
+      const std::string status = read_file(task.path().string() + "/status");
+      all += status.substr(status.find("voluntary_ctxt_switches"));
+    }
+    return all;
+  };
+  std::string before = switches();
+  wait_until("quiet", [&] {
+    usleep(300000);
+    const std::string now = switches();
+    return std::exchange(before, now) == now;
+  });
+  sleep(3);
+  EXPECT_EQ(switches(), before);
+}
