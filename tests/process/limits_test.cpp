@@ -48,6 +48,13 @@ TEST(Limit, OneByteMoreIsExcessive) {
   EXPECT_EQ(result_of_read_line(child), one_too_many);
 }
 
+TEST(Limit, PassedByMoreThanOneByteTellsHowManyWereTakenIn) {
+  TavrenProcess child = printing("", limit - 1, "'; read -r go; printf 'four");
+  next_bytes(child, limit - 1);
+  child.send("go\n", patience);
+  EXPECT_EQ(result_of([&] { next_bytes(child, 1); }), "25(/bin/sh, 102403)");
+}
+
 TEST(Limit, CountsWhatWasPendingBefore) {
   TavrenProcess child = printing("first\\n", limit, "\\n");
   ASSERT_EQ(next_line(child), "first");
