@@ -62,6 +62,16 @@ TEST_F(ChildOutputLog, IsNamedForTheProgramAtTheFirstWrite) {
   EXPECT_FALSE(exists("tavren_child_output.third"));
 }
 
+TEST_F(ChildOutputLog, KeepsItsNameWhenItRotates) {
+  run("30", [] {
+    tavren_set_program_name("other");
+    TavrenProcess("/bin/true", {}, false).stop(0);
+    tavren_set_program_name("third");
+    TavrenProcess("/bin/false", {}, false).stop(0);
+  });
+  EXPECT_EQ(read_file(path("tavren_child_output.other")), "STARTING CHILD: /bin/false\n");
+}
+
 TEST_F(ChildOutputLog, RotatesBeforeAPieceThatWouldPassTheLimit) {
   log_pieces("100", "60 50");
   EXPECT_EQ(previous(), piece(60));
