@@ -40,6 +40,14 @@ TEST(Stop, LooksTwentyTimesInItsTwoSecondsOfGraceAndThenWaits) {
   EXPECT_EQ(recorder.arguments(), looks(20));
 }
 
+/* More than the destructor gives: a longer grace time is not cut to that. */
+TEST(Stop, LooksThirtyTimesInThreeSecondsOfGrace) {
+  const auto child = deaf_child();
+  const Faulty recorder("waitpid");
+  child->stop(3);
+  EXPECT_EQ(recorder.arguments(), looks(30));
+}
+
 TEST(Stop, NapsATenthOfASecondBetweenItsLooks) {
   const auto child = deaf_child();
   const Faulty recorder("nanosleep");
