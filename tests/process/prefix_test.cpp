@@ -87,6 +87,8 @@ TEST(Prefix, InsideALineIsNone) { EXPECT_FALSE(is_found(prompt, "a " + prompt + 
 
 TEST(Prefix, BehindACarriageReturnInsideALineIsNone) { EXPECT_FALSE(is_found(prompt, "a\r" + prompt + "\nend\n")); }
 
+TEST(Prefix, BehindABlankIsNone) { EXPECT_FALSE(is_found(prompt, " " + prompt + "\nend\n")); }
+
 TEST(Prefix, ThatIsEmptyIsNeverFound) { EXPECT_FALSE(is_found("", "line\n")); }
 
 TEST(Prefix, MayBeginWithACarriageReturnItself) { EXPECT_TRUE(is_found("\rprompt", "\rprompt")); }
