@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 #include <stdexcept>
 #include <string>
@@ -63,8 +64,8 @@ class TerminalInput : public testing::Test {
     for (const int fd : {master, slave, output[0], output[1], result[0], result[1]}) close(fd);
   }
 
-  /* Starts a child that reads so many lines, the first hidden or not, the others not. */
-  void start(int hide, int lines = 1) {
+  /* Starts a child at the terminal that does that. */
+  void start(const std::function<void()>& action) {
     child = fork();
     if (child == -1) throw std::runtime_error("fork failed");
     if (child > 0) return;
@@ -72,14 +73,27 @@ class TerminalInput : public testing::Test {
     dup2(slave, STDIN_FILENO);
     dup2(output[1], STDOUT_FILENO);
     changes.clear();
-    for (; lines > 0; --lines, hide = 0) {
-      char buffer[20];
-      const int count = tavren_read_input("Password: ", buffer, sizeof buffer, hide);
-      dprintf(result[1], "%d %s;", count, buffer);
-    }
+    action();
     dprintf(result[1], "%s;", changes.c_str());
     fflush(stdout);
     _exit(0);
+  }
+
+  /* Starts a child that reads so many lines, the first hidden or not, the others not. */
+  void start(int hide, int lines = 1) {
+    start([this, hide, lines] {
+      for (int i = 0; i < lines; ++i) {
+        char buffer[20];
+        const int count = tavren_read_input("Password: ", buffer, sizeof buffer, i == 0 ? hide : 0);
+        dprintf(result[1], "%d %s;", count, buffer);
+      }
+    });
+  }
+
+  /* Starts a child that asks a question and tells the answer as its line, and waits for the question. */
+  void ask_and_wait() {
+    start([this] { dprintf(result[1], "%d;", tavren_yes_or_no("Sure? ", 0, 0)); });
+    ASSERT_EQ(read_until(output[0], ' '), "Sure? ");
   }
 
   /* Starts the child and waits for its prompt. */
@@ -237,6 +251,13 @@ TEST_F(TerminalInput, VisibleLeavesTheTerminalAlone) {
   type("name\n");
   EXPECT_EQ(line(), "4 name;");
   EXPECT_EQ(shown(), "name\r\n|");
+}
+
+TEST_F(TerminalInput, AnswerToAQuestionIsShown) {
+  ask_and_wait();
+  type("yes\n");
+  EXPECT_EQ(line(), "1;");
+  EXPECT_EQ(shown(), "yes\r\n|");
 }
 
 TEST_F(TerminalInput, VisibleIsFollowedByNoNewline) {
