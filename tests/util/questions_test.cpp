@@ -63,6 +63,19 @@ TEST(Question, EndsWhenTheInputCannotBeRead) {
   EXPECT_EQ(outcome.err, "-1");
 }
 
+TEST(Question, IsRepeatedAlthoughAnEarlierReadingFailed) {
+  const Outcome outcome = run_in_child(
+      [] {
+        const int input = dup(STDIN_FILENO);
+        close(STDIN_FILENO);
+        if (getchar() != EOF || ferror(stdin) == 0) abort();
+        dup2(input, STDIN_FILENO);
+        fprintf(stderr, "%d", tavren_yes_or_no("Sure? ", 0, 0));
+      },
+      "maybe\nno\n");
+  EXPECT_EQ(outcome.err, std::string(hint) + "0");
+}
+
 /* Whoever shares a terminal may have made it non-blocking for all. */
 class QuestionOnANonBlockingInput : public testing::Test {
  protected:
