@@ -223,6 +223,17 @@ TEST_F(Lock, IsThatOfTheFileThatAPredecessorPutInItsPlace) {
             std::string(success) + " 1");
 }
 
+TEST_F(Lock, IsNotThatOfAFileToWhichALinkInItsPlaceLeads) {
+  EXPECT_EQ(in_instance([this] {
+              at_lockf = [this] {
+                std::filesystem::rename(lock, lock + ".old");
+                std::filesystem::create_symlink(lock + ".old", lock);
+              };
+              return set_up();
+            }),
+            "-1 Failed to open " + lock + ", errno=40.");
+}
+
 /* Otherwise a new instance could take the directory and have its files removed. */
 TEST_F(Lock, IsHeldUntilTheDirectoryIsGone) {
   EXPECT_EQ(in_instance([this] {
@@ -235,6 +246,20 @@ TEST_F(Lock, IsHeldUntilTheDirectoryIsGone) {
               return locks;
             }),
             "1");
+}
+
+TEST_F(Lock, CannotBeTakenByAnotherProcessBeforeTheDirectoryIsGone) {
+  EXPECT_EQ(in_instance([this] {
+              set_up();
+              const int fd = *descriptors_of(lock).begin();
+              std::string seen = "no directory was removed";
+              at_rmdir = [&] {
+                seen = run_in_child([fd] { fputs(lockf(fd, F_TEST, 0) == 0 ? "free" : "locked", stdout); }).out;
+              };
+              tavren_cleanup_tmp_dir();
+              return seen;
+            }),
+            "locked");
 }
 
 }  // namespace
