@@ -9,6 +9,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "support/files.h"
 #include "support/private_tmp.h"
@@ -172,6 +173,19 @@ TEST_F(ReportFile, ThatCannotBeOpenedIsNamedBeforeTheDiagnostic) {
   });
   EXPECT_EQ(outcome.err, "Failed to open /tmp/tavrend_error, errno=21\n\n" + std::string(sample));
   EXPECT_TRUE(outcome.killed_by(SIGABRT));
+}
+
+TEST_F(ReportFile, ThatCannotBeOpenedEndsTheProgramWhileAnotherThreadHoldsTheErrorStream) {
+  const Outcome outcome = run_in_child([] {
+    if (!enter_private_tmp()) exit(1);
+    alarm(30);
+    mkdir(first_report, 0755);
+    mkdir(later_report, 0755);
+    tavren_set_program_name("tavrend");
+    std::thread([] { flockfile(stderr); }).join();
+    _tavren_assert("a == b", "f", 12);
+  });
+  EXPECT_TRUE(outcome.killed_by(SIGABRT)) << outcome.wait_status;
 }
 
 }  // namespace
