@@ -181,6 +181,20 @@ TEST(FatalPathOnce, WaitsForAnErrorOutputWhoseReaderIsSlow) {
   EXPECT_EQ(outcome.err, diagnostic);
 }
 
+TEST(FatalPathOnce, LetsAnExitHandlerPrintToAnOutputWithoutAReader) {
+  const Outcome outcome = run_in_child([] {
+    signal(SIGPIPE, SIG_DFL);
+    close(make_output_a_pipe(0));
+    atexit([] {
+      puts("says good-bye");
+      fflush(stdout);
+    });
+    tavren_suppress_abort = true;
+    fail_a_check();
+  });
+  EXPECT_TRUE(outcome.exited_with(0)) << outcome.wait_status;
+}
+
 TEST(FatalPathOnce, LeavesTheDescriptorsAsTheyWere) {
   const Outcome outcome = run_in_child([] {
     make_output_a_pipe(10);
