@@ -24,12 +24,13 @@ TAVREN_EXPORT void tavren_set_program_name(const char* path);
 /* Returns the program's name; it belongs to the library and stays valid. */
 TAVREN_EXPORT const char* tavren_get_program_name(void);
 
-/* Stores what the next abort reports in its first line; kind and file are not copied and must live on. */
+/* Stores what the next abort reports before its message; kind and file are not copied and must live on. */
 TAVREN_EXPORT void _tavren_set_abort_info(const char* kind, const char* file, int line);
 
 /*
- * Writes the stored information (at most 79 bytes) and the formatted message (at most 159) to descriptor 2 and ends the
- * process. Allocates nothing. Never returns.
+ * Writes an empty line, the stored information (at most 79 bytes) and the formatted message (at most 159) to descriptor
+ * 2, which it gives up when that takes nothing after two seconds, and ends the process. Allocates nothing. Never
+ * returns.
  */
 TAVREN_EXPORT void _tavren_abort(const char* format, ...) __attribute__((noreturn, format(printf, 1, 2)));
 
