@@ -27,8 +27,9 @@
  *
  * A wait throws TavrenTimeout when its deadline passes and TavrenOperationCancelled after disable(), and loses no
  * output. A child whose output has ended, or that a send finds gone, is TAVREN_E_PROGRAM_EXITED with its last lines;
- * more than 102400 bytes taken in by one read operation are TAVREN_E_EXCESSIVE_OUTPUT; a failed system call is
- * TAVREN_E_SYSCALL. Sending after stop(), or after a send_eof() that found the child gone, is a failed assertion.
+ * more than 102400 bytes taken in by one read operation, but for what a send reads of a child that is gone, are
+ * TAVREN_E_EXCESSIVE_OUTPUT; a failed system call is TAVREN_E_SYSCALL. Sending after stop(), or after a send_eof() that
+ * found the child gone, is a failed assertion.
  */
 class TAVREN_EXPORT TavrenProcess {
  public:
