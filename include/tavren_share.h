@@ -27,7 +27,8 @@ TAVREN_EXPORT int tavren_process_target(char* spec, char** user, char** host, ch
 
 /*
  * Asks prompt on the standard output until the standard input answers yes, y, no or n in any letter case; a true
- * assume_yes or assume_no answers instead, visibly. Returns 1 for yes, 0 for no, -1 at the end of the input.
+ * assume_yes or assume_no answers instead, visibly. Returns 1 for yes, 0 for no, -1 at the end of the input and when it
+ * cannot be read.
  */
 TAVREN_EXPORT int tavren_yes_or_no(const char* prompt, int assume_yes, int assume_no);
 
@@ -47,7 +48,7 @@ TAVREN_EXPORT int tavren_read_input(const char* prompt, char* buffer, int size, 
  */
 TAVREN_EXPORT int tavren_setup_tmp_dir(const char* name, char* message);
 
-/* Returns the private directory, which belongs to the library, or NULL before a successful set-up. */
+/* Returns the private directory, the library's; NULL before a successful set-up and after tavren_cleanup_tmp_dir. */
 TAVREN_EXPORT const char* tavren_get_tmp_dir(void);
 
 /*
