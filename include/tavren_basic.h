@@ -76,7 +76,10 @@ TAVREN_EXPORT int tavren_create_text_file(const char* path, const char* text);
  */
 TAVREN_EXPORT int tavren_read_line_from_file(const char* path, char* buffer, int size);
 
-/* Unlinks every entry of directory but those that begin with a point and subdirectories; failures are ignored. */
+/*
+ * Unlinks every entry of directory but those that begin with a point, subdirectories, and those whose path has 4096
+ * bytes or more; failures are ignored.
+ */
 TAVREN_EXPORT void tavren_delete_all_files(const char* directory);
 
 /*
