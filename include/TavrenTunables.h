@@ -118,7 +118,7 @@ class TAVREN_EXPORT TavrenTunables {
   /* Seconds allowed for the remote shell to start after login. */
   int get_ssh_shell_start_timeout() const { return ssh_shell_start_timeout.get(); }
 
-  /* Bytes that the child-output log may grow to; 0 turns it off. */
+  /* Bytes that the child-output log may grow to, or one piece that is larger; 0 turns it off. */
   int get_subprocess_log_size() const { return subprocess_log_size.get(); }
 
  private:
