@@ -31,6 +31,10 @@ TavrenError error_of(const UnreadableFile& file) {
                      tavren_int_to_string(file.error));
 }
 
+TavrenError error_of(const FileChanged& file) {
+  return TavrenError(TAVREN_E_FILE_READ, file.what(), tavren_int_to_string(ESTALE));
+}
+
 TavrenError error_of(const NoRoom& item) {
   TavrenError error(TAVREN_E_CREATE_REMOTE_FILE, item.what(), "");
   error.add_line(TAVREN_E_SYSCALL, "limit", tavren_int_to_string(EFBIG));
@@ -117,6 +121,11 @@ void Archiver::archive_section(const Work& work, const Section& section) {
     }
   } catch (const UnreadableFile& file) {
     desk.report(error_of(file));
+    open_session.reset();
+  } catch (const FileChanged& file) {
+    /* A log that was rotated meanwhile is found again, and what was on its way of it, by the next run. */
+    if (section.follow.empty()) desk.report(error_of(file));
+    open_session.reset();
   }
 }
 
@@ -180,6 +189,9 @@ void Archiver::archive_closed_files(const Work& work, const Section& section) {
       archive_range(work, section, open, intent);
     } catch (const UnreadableFile& error) {
       desk.report(error_of(error));
+      open_session.reset();
+    } catch (const FileChanged& changed) {
+      desk.report(error_of(changed));
       open_session.reset();
     }
   }
@@ -263,11 +275,18 @@ void Archiver::send_item(const Work& work, const Section& section, const OpenFil
         section.name, time_ms, base_of(section.follow.empty() ? intent.file.path : section.follow), section.compress);
   }
   Session& open = session(work);
+  /* A log that was copied and truncated while it was read has given us the next one's bytes. */
+  const auto check = [&] {
+    const LogFile now = describe(file, intent.file.path);
+    if (!is_same_file(identity_of(intent.file), now) || now.size < intent.first + intent.length) {
+      throw FileChanged(intent.file.path);
+    }
+  };
   const auto send = [&](const OpenFile& payload, int64_t first, int64_t bytes) {
     open.make_room(section.compartment, bytes, intent.remote_path);
     desk.with_store([&](Store& store) { store.begin_item(intent, time_ms); });
     try {
-      open.send(payload, intent.file.path, first, bytes, intent.remote_path, section.compartment);
+      open.send(payload, intent.file.path, first, bytes, intent.remote_path, section.compartment, check);
     } catch (const TavrenTimeout&) {
       throw TavrenError(TAVREN_E_COMMAND_TIMEOUT, intent.remote_path, "");
     }

@@ -34,7 +34,8 @@ size_t read_piece(const OpenFile& file, const std::string& path, int64_t offset,
     n = pread(file.descriptor(), piece, static_cast<size_t>(std::min<int64_t>(rest, piece_size)),
               static_cast<off_t>(offset));
   } while (n == -1 && errno == EINTR);
-  if (n <= 0) throw UnreadableFile(path, n == 0 ? 0 : errno, true);
+  if (n == 0) throw FileChanged(path);
+  if (n == -1) throw UnreadableFile(path, errno, true);
   return static_cast<size_t>(n);
 }
 
@@ -142,7 +143,7 @@ void Session::remove(const std::string& remote_path) {
 }
 
 void Session::send(const OpenFile& file, const std::string& path, int64_t first, int64_t bytes,
-                   const std::string& remote_path, int compartment) {
+                   const std::string& remote_path, int compartment, const std::function<void()>& check) {
   const std::string directory = directory_of(remote_path);
   if (directories.insert(directory).second) step([&] { host.make_directory(directory); });
   step([&] { host.start_send_file(remote_path, static_cast<uint32_t>(bytes), item_mode); });
@@ -152,6 +153,7 @@ void Session::send(const OpenFile& file, const std::string& path, int64_t first,
     step([&] { host.continue_send_file(piece.data(), static_cast<unsigned int>(length)); });
     sent += static_cast<int64_t>(length);
   }
+  check();
   step([&] { host.end_send_file(); });
   const auto known = measured.find(compartment);
   if (known == measured.end()) return;

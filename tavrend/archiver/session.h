@@ -3,6 +3,7 @@
 
 #include <stdint.h>
 
+#include <functional>
 #include <map>
 #include <set>
 #include <stdexcept>
@@ -43,9 +44,12 @@ class Session {
    */
   void make_room(int compartment, int64_t bytes, const std::string& remote_path);
 
-  /* Sends bytes of file from first on to remote_path, in a directory that is made when it is not there. */
+  /*
+   * Sends bytes of file from first on to remote_path, in a directory that is made when it is not there. check is called
+   * when all bytes are on their way; what it throws leaves the item unfinished, and the session of no more use.
+   */
   void send(const OpenFile& file, const std::string& path, int64_t first, int64_t bytes, const std::string& remote_path,
-            int compartment);
+            int compartment, const std::function<void()>& check);
 
   /* Removes an item; one that is not there is no failure. */
   void remove(const std::string& remote_path);

@@ -34,7 +34,8 @@ size_t read_piece(const OpenFile& file, const std::string& path, int64_t offset,
   do {
     n = pread(file.descriptor(), piece.data(), wanted, static_cast<off_t>(offset));
   } while (n == -1 && errno == EINTR);
-  if (n <= 0) throw UnreadableFile(path, n == 0 ? 0 : errno, true);
+  if (n == 0) throw FileChanged(path);
+  if (n == -1) throw UnreadableFile(path, errno, true);
   return static_cast<size_t>(n);
 }
 

@@ -24,6 +24,11 @@ struct UnreadableFile : std::runtime_error {
   const bool was_open; /* it could be opened, and not be read */
 };
 
+/* A file that was truncated, or is another one by now, while it was read: what was read of it is no part of it. */
+struct FileChanged : std::runtime_error {
+  explicit FileChanged(const std::string& path) : std::runtime_error(path) {}
+};
+
 /* A descriptor that is closed at the end. */
 class OpenFile {
  public:

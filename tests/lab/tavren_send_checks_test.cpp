@@ -107,25 +107,6 @@ TEST_F(TavrenSendChecks, RefusesTheDirectoryOfAnotherChassis) {
   lab::run("[ ! -e $LAB_ARCHIVE/a.log ]");
 }
 
-/* Each has a database and a private directory of its own, as two machines have. */
-TEST_F(TavrenSendChecks, LetsNoTwoChassisClaimADirectoryAtTheSameTime) {
-  for (int round = 0; round < 5; ++round) {
-    lab::run(
-        "rm -f $LAB_ARCHIVE/.chassis.*; for i in 1 2; do mkdir -p $LAB/$i/tavren_tmp; "
-        "HODRA_DIR=$LAB/$i/hodra " HODRA_PUT " 1 setup_system_id_info 1024 40=CHASSIS-$i; done");
-    EXPECT_EQ(
-        shell("claim() { HODRA_DIR=$LAB/$1/hodra TAVREN_HOME=$LAB/$1 " TAVREN_SEND
-              " --test -p 3 -k $LAB/host_key.pub " +
-              target +
-              " 3<$LAB/password && touch $LAB/$1/claimed; }; rm -f $LAB/*/claimed; claim 1 & claim 2; wait; "
-              "ls -A $LAB_ARCHIVE >$LAB/markers; cd $LAB; ls -d */claimed 2>/dev/null | sed 's|^|.chassis.CHASSIS-|; "
-              "s|/.*||' >$LAB/claims"),
-        0);
-    EXPECT_EQ(read_file(lab::value("LAB") + "/markers"), read_file(lab::value("LAB") + "/claims")) << err();
-    lab::run("[ $(wc -l <$LAB/claims) -le 1 ]");
-  }
-}
-
 TEST_F(TavrenSendChecks, SaysWhatToDoWhenTheUserMayNotWriteThere) {
   lab::run("chmod 555 $LAB_ARCHIVE");
   EXPECT_EQ(answer("", "--test -k $LAB/host_key.pub " + target), 1);

@@ -29,6 +29,8 @@ class TavrendTest : public testing::Test {
   static constexpr int patience = 60; /* seconds that only a test that hangs waits for */
 
   TavrendTest() {
+    /* Daemons of tests that run at the same time have their one instance each. */
+    setenv("TAVREN_HOME", lab::value("LAB").c_str(), 1);
     std::filesystem::create_directory(logs);
     lab::run(
         "mkdir -p /run/rpcbind; rpcbind -w 2>/dev/null; until rpcinfo -p 127.0.0.1 >/dev/null 2>&1; do sleep 0.02; "
