@@ -38,3 +38,11 @@ if(NOT TAVREN_SANITIZE)
       INCLUDE_DIR="${PROJECT_SOURCE_DIR}/include" LIBRARY_DIR="$<TARGET_FILE_DIR:tavren>")
   endif()
 endif()
+
+# The archive host itself, where it gets less than it would like to have.
+if(NOT TAVREN_SANITIZE AND NOT CMAKE_CROSSCOMPILING)
+  add_test(NAME ArchiveHost.InPlaceWorksAndLeavesNothing COMMAND ${CMAKE_CURRENT_LIST_DIR}/odd-places in-place)
+  add_test(NAME ArchiveHost.InAChrootShowsNoMountOutside COMMAND ${CMAKE_CURRENT_LIST_DIR}/odd-places chroot)
+  set_tests_properties(ArchiveHost.InPlaceWorksAndLeavesNothing ArchiveHost.InAChrootShowsNoMountOutside PROPERTIES
+    TIMEOUT 60 SKIP_RETURN_CODE 77)
+endif()
