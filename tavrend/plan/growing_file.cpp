@@ -42,11 +42,18 @@ Stretch lost(const std::string& path, int64_t first, int64_t end) {
   return {gone, first, end, false, true};
 }
 
+/*
+ * A file that was empty has nothing by which it would be told from what was in its place since, and nothing of it is
+ * archived: whatever has come since comes whole.
+ */
+bool was_empty(const Progress& progress) { return progress.identity.head_length == 0; }
+
 /* Whole files between the old one and the new one. */
 void plan_files_between(const Progress& progress, const Files& beside, const std::vector<Identity>& known,
                         std::vector<Stretch>& plan) {
   for (const LogFile& file : beside) {
-    if (file.mtime_ns < progress.mtime_ns || is_one_of(known, file) || is_same_file(progress.identity, file)) continue;
+    const bool is_done = !was_empty(progress) && is_same_file(progress.identity, file);
+    if (file.mtime_ns < progress.mtime_ns || is_one_of(known, file) || is_done) continue;
     plan.push_back(is_compressed(file) ? lost(file.path, 0, file.size) : rest_of(file, 0, false));
   }
 }
@@ -57,7 +64,7 @@ std::vector<Stretch> plan_growing_file(const std::string& path, const std::optio
                                        const std::optional<LogFile>& present, std::vector<LogFile> beside,
                                        const std::vector<Identity>& known) {
   std::vector<Stretch> plan;
-  const bool is_known = progress && !progress->finished;
+  const bool is_known = progress && !progress->finished && !was_empty(*progress);
   if (is_known && present && is_same_file(progress->identity, *present) && present->size >= progress->offset) {
     plan.push_back(rest_of(*present, progress->offset, true));
     return plan;

@@ -2,10 +2,6 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include <atomic>
-#include <random>
-#include <thread>
-
 #include "support/process_state.h"
 #include "tavrend/daemon_fixture.h"
 
@@ -16,54 +12,6 @@ class Daemon : public TavrendTest {
   std::string following(const std::string& name) const {
     return "[messages]\nfollow = " + log(name) + "\ninterval = 1\n";
   }
-};
-
-/* A log that somebody writes lines to, and rotates. */
-class Writer {
- public:
-  Writer(const std::string& log_path, bool copies) : path(log_path), copies_and_truncates(copies) {
-    thread = std::thread([this] {
-      while (!enough) {
-        write_line();
-        if (count % 200 == 0) rotate();
-        usleep(2000);
-      }
-    });
-  }
-  ~Writer() { end(); }
-
-  void end() {
-    enough = true;
-    if (thread.joinable()) thread.join();
-  }
-
-  std::string all; /* that was written; to be read after the end */
-
- private:
-  void write_line() {
-    const std::string line = "line " + std::to_string(++count) + " of a log that grows\n";
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    if (write(fd, line.data(), line.size()) == static_cast<ssize_t>(line.size())) all += line;
-    close(fd);
-  }
-
-  void rotate() {
-    for (int i = 20; i > 0; --i) {
-      rename((path + "." + std::to_string(i)).c_str(), (path + "." + std::to_string(i + 1)).c_str());
-    }
-    if (copies_and_truncates) {
-      std::filesystem::copy_file(path, path + ".1");
-      std::filesystem::resize_file(path, 0);
-    } else {
-      rename(path.c_str(), (path + ".1").c_str());
-    }
-  }
-
-  const std::string path;
-  const bool copies_and_truncates;
-  int count = 0;
-  std::atomic<bool> enough{false};
-  std::thread thread;
 };
 
 }  // namespace
@@ -107,29 +55,6 @@ TEST_F(Daemon, CompressesWhatItIsToldTo) {
   wait_until("the whole item", [] { return system("zstd -dc $LAB_ARCHIVE/messages/* 2>/dev/null >$LAB/plain") == 0; });
   EXPECT_EQ(read_file(lab::value("LAB") + "/plain"), "one\ntwo\n");
 }
-
-class DaemonThatIsKilled : public Daemon, public testing::WithParamInterface<bool> {};
-
-TEST_P(DaemonThatIsKilled, ArchivesEveryByteOnce) {
-  std::minstd_rand random(4711);
-  start(following("messages"));
-  ASSERT_EQ(set_config(), 0);
-  Writer writer(log("messages"), GetParam());
-  /* What was rotated away before the daemon has looked for the first time is not its log's. */
-  wait_until("a first look", [] { return !items("messages").empty(); });
-  for (int i = 0; i < 20; ++i) {
-    usleep(static_cast<useconds_t>(300000 + random() % 1200000));
-    stop(SIGKILL);
-    start_again();
-  }
-  writer.end();
-  wait_until("every byte", [&] { return archive_of("messages").size() >= writer.all.size(); });
-  EXPECT_TRUE(archive_of("messages") == writer.all);
-  EXPECT_EQ(errors(), "");
-}
-
-INSTANTIATE_TEST_SUITE_P(, DaemonThatIsKilled, testing::Values(false, true),
-                         [](const auto& rotation) { return rotation.param ? "CopyAndTruncate" : "Rename"; });
 
 TEST_F(Daemon, SaysWhichBytesWereLost) {
   append("messages", "one\n");

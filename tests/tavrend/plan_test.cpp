@@ -236,7 +236,16 @@ TEST(GrowingFile, ThatWasFinishedIsNotLostAgain) {
 TEST(GrowingFile, ThatWasEmptyIsNotFoundInAnyFileBeside) {
   const Progress before = progress_in(file("m", 1, "", 10), 0);
   EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "x\n", 30), {file("m.1", 5, "other\n", 5)}, {})),
-            "m:0-0! m:0-2+");
+            "m:0-2+");
+}
+
+TEST(GrowingFile, ThatWasEmptyAndWasRotatedSeveralTimesSinceLosesNothing) {
+  const Progress before = progress_in(file("m", 1, "", 10), 0);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "three\n", 40),
+                                       {file("m.1", 6, "two\n", 30), file("m.2", 5, "one\n", 20)}, {})),
+            "m.2:0-4 m.1:0-4 m:0-6+");
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "two\n", 40), {file("m.1", 1, "one\n", 30)}, {})),
+            "m.1:0-4 m:0-4+");
 }
 
 namespace {

@@ -8,8 +8,9 @@ tavrend_test(tavrend_plan_tests tavrend/plan_test.cpp)
 tavrend_test(tavrend_config_tests tavrend/config_test.cpp)
 tavrend_test(tavrend_store_tests tavrend/store_test.cpp)
 
-# The daemon itself, beside an archive host of its own.
-if(with_archive_host AND with_rpcbind AND TARGET hodra-put)
+# The daemon itself, beside an archive host of its own, where neither a sanitizer nor an emulator makes it slow.
+if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND TAVREN_SLOW_TESTS AND NOT TAVREN_SANITIZE
+    AND NOT CMAKE_CROSSCOMPILING)
   tavren_test(tavrend_tests tavrend/daemon_test.cpp LAB TIMEOUT 180)
   program_of(tavrend tavrend)
   target_compile_definitions(tavrend_tests PRIVATE TAVREND="${tavrend}" HODRA_PUT="${hodra_put}")
