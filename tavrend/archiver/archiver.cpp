@@ -200,12 +200,13 @@ void Archiver::archive_closed_files(const Work& work, const Section& section) {
 
 void Archiver::archive_growing_file(const Work& work, const Section& section) {
   const std::string prefix = log_dir_prefix();
-  const auto present = look_at(prefix, section.follow);
-  const Found beside = find_beside(prefix, section.follow);
-  for (const UnreadableFile& file : beside.unreadable) desk.report(error_of(file));
+  const auto around = look_around(prefix, section.follow);
+  if (!around) return; /* rotated without end; the next run looks again */
+  for (const UnreadableFile& file : around->beside.unreadable) desk.report(error_of(file));
   const auto progress = desk.with_store([&](Store& store) { return store.progress(section.name); });
   const auto known = desk.with_store([&](Store& store) { return store.known_files(section.name); });
-  for (const Stretch& stretch : plan_growing_file(section.follow, progress, present, beside.files, known)) {
+  for (const Stretch& stretch :
+       plan_growing_file(section.follow, progress, around->present, around->beside.files, known)) {
     if (stretch.lost) {
       report_lost(stretch);
       if (progress && stretch.file.path == section.follow) {

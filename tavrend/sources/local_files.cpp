@@ -9,7 +9,9 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 #include <system_error>
+#include <tuple>
 #include <utility>
 
 #include "plan/growing_file.h"
@@ -129,6 +131,25 @@ Found find_beside(const std::string& prefix, const std::string& path) {
   }
   if (error && !is_no_log(error.value())) found.unreadable.emplace_back(directory, error.value(), false);
   return found;
+}
+
+std::optional<Surroundings> look_around(const std::string& prefix, const std::string& path) {
+  using Names = std::set<std::tuple<std::string, uint64_t, uint64_t>>;
+  constexpr int most_looks = 50;
+  const auto names_of = [](const Surroundings& all) {
+    Names names;
+    if (all.present) names.insert({all.present->path, all.present->device, all.present->inode});
+    for (const LogFile& file : all.beside.files) names.insert({file.path, file.device, file.inode});
+    return names;
+  };
+  Names before;
+  for (int look = 0; look < most_looks; ++look) {
+    Surroundings all{look_at(prefix, path), find_beside(prefix, path)};
+    Names now = names_of(all);
+    if (look > 0 && now == before) return all;
+    before = std::move(now);
+  }
+  return std::nullopt;
 }
 
 int64_t last_newline(const OpenFile& file, const std::string& path, int64_t first, int64_t end) {

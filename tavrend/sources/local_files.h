@@ -67,6 +67,18 @@ Found find_matching(const std::string& prefix, const std::string& pattern);
 /* Returns the regular files in the directory of the log at path whose names are those of rotated ones. */
 Found find_beside(const std::string& prefix, const std::string& path);
 
+/* A log with its rotated files, as they were at one moment. */
+struct Surroundings {
+  std::optional<LogFile> present;
+  Found beside;
+};
+
+/*
+ * Returns what is at path and beside it. A file that is renamed while its directory is read may be seen under both of
+ * its names or under none, so it is looked until two looks agree; nothing when that does not come about.
+ */
+std::optional<Surroundings> look_around(const std::string& prefix, const std::string& path);
+
 /*
  * Returns the place of the last newline in the bytes from first to before end, or -1. Looks from the end, so that it
  * reads no more than it must. Throws UnreadableFile with path.
