@@ -48,10 +48,20 @@ Stretch lost(const std::string& path, int64_t first, int64_t end) {
  */
 bool was_empty(const Progress& progress) { return progress.identity.head_length == 0; }
 
+/*
+ * Whether file may be a copy of present that is being made, or was made a moment ago, and present be truncated next. It
+ * is looked at again then.
+ */
+bool may_be_copy_of(const LogFile& present, const LogFile& file) {
+  const size_t length = std::min(present.head.size(), file.head.size());
+  return file.mtime_ns >= present.mtime_ns && present.head.compare(0, length, file.head, 0, length) == 0;
+}
+
 /* Whole files between the old one and the new one. */
-void plan_files_between(const Progress& progress, const Files& beside, const std::vector<Identity>& known,
-                        std::vector<Stretch>& plan) {
+void plan_files_between(const Progress& progress, const std::optional<LogFile>& present, const Files& beside,
+                        const std::vector<Identity>& known, std::vector<Stretch>& plan) {
   for (const LogFile& file : beside) {
+    if (file.size == 0 || (present && may_be_copy_of(*present, file))) continue;
     const bool is_done = !was_empty(progress) && is_same_file(progress.identity, file);
     if (file.mtime_ns < progress.mtime_ns || is_one_of(known, file) || is_done) continue;
     plan.push_back(is_compressed(file) ? lost(file.path, 0, file.size) : rest_of(file, 0, false));
@@ -75,7 +85,7 @@ std::vector<Stretch> plan_growing_file(const std::string& path, const std::optio
       const std::optional<LogFile> old = take_old_file(*progress, beside, known);
       plan.push_back(old ? rest_of(*old, progress->offset, false) : lost(path, progress->offset, progress->seen));
     }
-    plan_files_between(*progress, beside, known, plan);
+    plan_files_between(*progress, present, beside, known, plan);
   }
   if (present) plan.push_back(rest_of(*present, 0, true));
   return plan;

@@ -248,6 +248,18 @@ TEST(GrowingFile, ThatWasEmptyAndWasRotatedSeveralTimesSinceLosesNothing) {
             "m.1:0-4 m:0-4+");
 }
 
+TEST(GrowingFile, DoesNotTakeACopyOfItselfThatIsBeingMade) {
+  Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  before.finished = true;
+  const LogFile present = file("m", 2, "two\nthree\n", 30);
+  for (const char* copied : {"", "two", "two\nthree\n"}) {
+    EXPECT_EQ(words_of(plan_growing_file("m", before, present, {file("m.1", 3, copied, 31)}, {})), "m:0-10+") << copied;
+  }
+  EXPECT_EQ(
+      words_of(plan_growing_file("m", before, file("m", 2, "four\n", 40), {file("m.1", 3, "two\nthree\n", 31)}, {})),
+      "m.1:0-10 m:0-5+");
+}
+
 namespace {
 
 /* The end of the piece of text that begins at first. */
