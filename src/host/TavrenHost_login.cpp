@@ -61,6 +61,8 @@ std::vector<std::string> prompt_spellings(const tavren_settings_t& settings) {
   constexpr size_t longest_user = 30;
   constexpr size_t longest_host = 128;
   const std::string user = settings.user;
+  const std::string user_at = user + "@";
+  const std::string cut_user_at = user.substr(0, longest_user) + "@";
   const std::string host = settings.host;
   std::string lower_case = host;
   std::transform(lower_case.begin(), lower_case.end(), lower_case.begin(),
@@ -69,9 +71,9 @@ std::vector<std::string> prompt_spellings(const tavren_settings_t& settings) {
   std::vector<std::string> spellings;
   for (const std::string& spelling : {host, lower_case, canonical_address(settings.host)}) {
     if (spelling.empty()) continue;
-    spellings.push_back(user + "@" + spelling);
+    spellings.push_back(user_at + spelling);
     if (user.size() > longest_user || spelling.size() > longest_host) {
-      spellings.push_back(user.substr(0, longest_user) + "@" + spelling.substr(0, longest_host));
+      spellings.push_back(cut_user_at + spelling.substr(0, longest_host));
     }
   }
   return spellings;
