@@ -1,8 +1,5 @@
 #include "archiver/session.h"
 
-#include <errno.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <list>
 #include <vector>
@@ -29,14 +26,9 @@ class SettingsRecord {
 };
 
 size_t read_piece(const OpenFile& file, const std::string& path, int64_t offset, int64_t rest, char* piece) {
-  ssize_t n = 0;
-  do {
-    n = pread(file.descriptor(), piece, static_cast<size_t>(std::min<int64_t>(rest, piece_size)),
-              static_cast<off_t>(offset));
-  } while (n == -1 && errno == EINTR);
+  const size_t n = read_some(file, path, offset, piece, static_cast<size_t>(std::min<int64_t>(rest, piece_size)));
   if (n == 0) throw FileChanged(path);
-  if (n == -1) throw UnreadableFile(path, errno, true);
-  return static_cast<size_t>(n);
+  return n;
 }
 
 std::string directory_of(const std::string& remote_path) { return remote_path.substr(0, remote_path.find('/')); }

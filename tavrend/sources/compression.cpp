@@ -26,17 +26,13 @@ void write_all(int fd, const char* data, size_t length) {
   }
 }
 
-/* Reads what fits into piece, at most length bytes. */
+/* Reads what fits into piece, at most length bytes, and at least one. */
 size_t read_piece(const OpenFile& file, const std::string& path, int64_t offset, int64_t length,
                   std::vector<char>& piece) {
   const auto wanted = static_cast<size_t>(std::min<int64_t>(length, static_cast<int64_t>(piece.size())));
-  ssize_t n = 0;
-  do {
-    n = pread(file.descriptor(), piece.data(), wanted, static_cast<off_t>(offset));
-  } while (n == -1 && errno == EINTR);
+  const size_t n = read_some(file, path, offset, piece.data(), wanted);
   if (n == 0) throw FileChanged(path);
-  if (n == -1) throw UnreadableFile(path, errno, true);
-  return static_cast<size_t>(n);
+  return n;
 }
 
 }  // namespace

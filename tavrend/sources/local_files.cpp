@@ -44,16 +44,13 @@ int open_regular(const std::string& prefix, const std::string& path) {
 }
 
 /* Reads at most size bytes at offset, as many as there are. */
-std::string read_at(int fd, const std::string& path, int64_t offset, size_t size) {
+std::string read_at(const OpenFile& file, const std::string& path, int64_t offset, size_t size) {
   std::string bytes(size, '\0');
   size_t length = 0;
   while (length < size) {
-    const ssize_t n =
-        pread(fd, bytes.data() + length, size - length, static_cast<off_t>(offset) + static_cast<off_t>(length));
-    if (n == -1 && errno == EINTR) continue;
-    if (n == -1) throw UnreadableFile(path, errno, true);
+    const size_t n = read_some(file, path, offset + static_cast<int64_t>(length), bytes.data() + length, size - length);
     if (n == 0) break;
-    length += static_cast<size_t>(n);
+    length += n;
   }
   bytes.resize(length);
   return bytes;
@@ -90,6 +87,15 @@ OpenFile::~OpenFile() {
 
 OpenFile::OpenFile(OpenFile&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
 
+size_t read_some(const OpenFile& file, const std::string& path, int64_t offset, char* bytes, size_t size) {
+  ssize_t n = 0;
+  do {
+    n = pread(file.descriptor(), bytes, size, static_cast<off_t>(offset));
+  } while (n == -1 && errno == EINTR);
+  if (n == -1) throw UnreadableFile(path, errno, true);
+  return static_cast<size_t>(n);
+}
+
 LogFile describe(const OpenFile& file, const std::string& path) {
   struct stat status {};
   if (fstat(file.descriptor(), &status) == -1) throw UnreadableFile(path, errno, true);
@@ -99,7 +105,7 @@ LogFile describe(const OpenFile& file, const std::string& path) {
   log.inode = status.st_ino;
   log.size = status.st_size;
   log.mtime_ns = static_cast<int64_t>(status.st_mtim.tv_sec) * 1000000000 + status.st_mtim.tv_nsec;
-  log.head = read_at(file.descriptor(), path, 0, std::min<size_t>(head_size, static_cast<size_t>(log.size)));
+  log.head = read_at(file, path, 0, std::min<size_t>(head_size, static_cast<size_t>(log.size)));
   return log;
 }
 
@@ -155,7 +161,7 @@ std::optional<Surroundings> look_around(const std::string& prefix, const std::st
 int64_t last_newline(const OpenFile& file, const std::string& path, int64_t first, int64_t end) {
   for (int64_t block_end = end; block_end > first;) {
     const int64_t start = std::max(first, block_end - static_cast<int64_t>(block_size));
-    const std::string block = read_at(file.descriptor(), path, start, static_cast<size_t>(block_end - start));
+    const std::string block = read_at(file, path, start, static_cast<size_t>(block_end - start));
     const size_t newline = block.rfind('\n');
     if (newline != std::string::npos) return start + static_cast<int64_t>(newline);
     block_end = start;

@@ -49,6 +49,11 @@ class OpenFile {
   int fd;
 };
 
+/*
+ * Reads at most size bytes at offset. Returns how many, 0 at the end of the file. Throws UnreadableFile with path.
+ */
+size_t read_some(const OpenFile& file, const std::string& path, int64_t offset, char* bytes, size_t size);
+
 /* Returns what the open file is now. Throws UnreadableFile. */
 LogFile describe(const OpenFile& file, const std::string& path);
 
