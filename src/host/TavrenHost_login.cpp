@@ -206,7 +206,12 @@ void TavrenHost::update_hosts_file() {
   errno = open_error;
   if (file == nullptr) throw_file_error("fopen", path, false);
 
-  if (fprintf(file, "%s %s\n", known_host_names(settings.host).c_str(), settings.host_key) < 0) {
+  /*
+   * The second line is for a port that the machine's own configuration sets: the client then looks for [HOST]:PORT, and
+   * where that configuration also turns the checking off, a host that is found nowhere would be given the password.
+   */
+  const char* key = settings.host_key;
+  if (fprintf(file, "%s %s\n[*]:* %s\n", known_host_names(settings.host).c_str(), key, key) < 0) {
     const int error = errno;
     fclose(file);
     errno = error;

@@ -31,6 +31,11 @@ STANDS_BEFORE_THE_REAL_ONE int unlink(const char* path) noexcept {
 
 namespace {
 
+/* What the file holds: the host by its names, and any at another port. */
+std::string lines_for(const std::string& names, const std::string& key = "ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAIJ") {
+  return names + " " + key + "\n[*]:* " + key + "\n";
+}
+
 /* While it lives, files of this process take nothing, as on a full disk. */
 class FullDisk {
  public:
@@ -80,13 +85,13 @@ class KnownHosts : public LoginTest {
 
 TEST_F(KnownHosts, HoldsTheHostAndItsKeyInOneLine) {
   log_in();
-  EXPECT_EQ(read_file(file), "archive.example ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAIJ\n");
+  EXPECT_EQ(read_file(file), lines_for("archive.example"));
 }
 
 TEST_F(KnownHosts, ReplacesWhatAnotherSessionLeft) {
   write_file(file, "old.example ssh-rsa BBBB\nolder.example ssh-rsa CCCC\n");
   log_in();
-  EXPECT_EQ(read_file(file), "archive.example ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAIJ\n");
+  EXPECT_EQ(read_file(file), lines_for("archive.example"));
 }
 
 TEST_F(KnownHosts, IsNotWrittenWithoutAKey) {
@@ -122,7 +127,7 @@ TEST_F(KnownHosts, IsWrittenAgainAfterNewSettings) {
   settings.host_key = "ssh-rsa BBBB";
   host.set_settings(settings.record());
   log_in_again();
-  EXPECT_EQ(read_file(file), "archive.example ssh-rsa BBBB\n");
+  EXPECT_EQ(read_file(file), lines_for("archive.example", "ssh-rsa BBBB"));
 }
 
 TEST_F(KnownHosts, IsUnlinkedBeforeItIsWrittenAgain) {
@@ -157,7 +162,7 @@ TEST_F(KnownHosts, IsMadeAnewInThePlaceOfALink) {
   std::filesystem::create_symlink(elsewhere.path("precious"), file);
   log_in();
   EXPECT_EQ(read_file(elsewhere.path("precious")), "precious");
-  EXPECT_EQ(read_file(file), "archive.example ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAIJ\n");
+  EXPECT_EQ(read_file(file), lines_for("archive.example"));
   EXPECT_FALSE(std::filesystem::is_symlink(file));
 }
 
@@ -185,7 +190,7 @@ TEST_F(KnownHosts, NamesTheCanonicalFormOfAnAddressToo) {
   for (const char* host_name : {"127.1", "0x7f.0.0.1", "2130706433"}) {
     settings.host = host_name;
     log_in();
-    EXPECT_EQ(read_file(file), settings.host + ",127.0.0.1 ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAIJ\n");
+    EXPECT_EQ(read_file(file), lines_for(settings.host + ",127.0.0.1"));
     start_over();
   }
 }
@@ -193,7 +198,7 @@ TEST_F(KnownHosts, NamesTheCanonicalFormOfAnAddressToo) {
 TEST_F(KnownHosts, NamesACanonicalAddressOnce) {
   dialogue.host = settings.host = "127.0.0.1";
   log_in();
-  EXPECT_EQ(read_file(file), "127.0.0.1 ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAIJ\n");
+  EXPECT_EQ(read_file(file), lines_for("127.0.0.1"));
 }
 
 TEST_F(KnownHosts, AFileThatCannotBeOpenedIsASystemCallError) {
@@ -219,7 +224,7 @@ TEST_F(KnownHosts, ALoginAfterAFailureWritesTheFile) {
   open_error(dialogue.login_with_key());
   std::filesystem::remove(file);
   log_in_again();
-  EXPECT_EQ(read_file(file), "archive.example ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAIJ\n");
+  EXPECT_EQ(read_file(file), lines_for("archive.example"));
 }
 
 TEST_F(KnownHosts, AFileThatCannotBeWrittenIsASystemCallError) {

@@ -166,7 +166,9 @@ struct Unasked {
 class ClientThatIsNotAsked : public ClientConfiguration, public testing::WithParamInterface<Named<Unasked>> {
  protected:
   ClientThatIsNotAsked() {
-    configure(std::string("StrictHostKeyChecking ") + GetParam().value.checking);
+    const std::string checking = GetParam().value.checking;
+    configure("StrictHostKeyChecking " + checking);
+    if (checking.find("Port") != std::string::npos) lab::configure_sshd("Port 2222");
     tavren_cleanup_tmp_dir();
     char message[TAVREN_MESSAGE_SIZE];
     if (tavren_setup_tmp_dir(GetParam().value.directory, message) != 0) throw std::runtime_error(message);
@@ -208,6 +210,10 @@ constexpr Named<Unasked> unasked[] = {
     {"NewBesideBlanks", {"accept-new", "localhost", "a lab"}},
     {"AnyBesideBlanks", {"no", "localhost", "a lab"}},
     {"NewBesideQuotes", {"accept-new", "localhost", "the \"lab's\" \\ own"}},
+    {"NewAtAnotherPort", {"accept-new\nPort 2222", "localhost", "lab"}},
+    {"AnyAtAnotherPort", {"no\nPort 2222", "127.1", "lab"}},
+    {"NewAtAnotherPortInSilence", {"accept-new\nPort 2222\nLogLevel ERROR", "localhost", "lab"}},
+    {"AnyAtAnotherPortInSilence", {"no\nPort 2222\nLogLevel ERROR", "127.1", "lab"}},
     {"AnyBesideQuotes", {"no", "localhost", "the \"lab's\" \\ own"}},
 };
 

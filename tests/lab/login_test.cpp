@@ -127,7 +127,8 @@ TEST_F(Login, WritesOnlyTheHostAndItsKeyIntoThePrivateKnownHostsFile) {
   const std::string key = lab::value("LAB_HOST_KEY");
   TavrenHost& host = session(with_key(key));
   host.open_connection();
-  EXPECT_EQ(read_file(lab::value("TAVREN_HOME") + "/tavren_tmp/lab.libtavren/known_hosts"), "localhost " + key + "\n");
+  EXPECT_EQ(read_file(lab::value("TAVREN_HOME") + "/tavren_tmp/lab.libtavren/known_hosts"),
+            "localhost " + key + "\n[*]:* " + key + "\n");
 }
 
 /* The client goes by the user's entry, whatever HOME says. */
