@@ -68,7 +68,10 @@ class TAVREN_EXPORT TavrenProcess {
   /* Ends the child: SIGTERM, and SIGKILL when it is still there after grace_time seconds. Throws nothing. */
   void stop(int grace_time);
 
-  /* Cancels, for good, every present and future wait of this object. Any thread may call it. Throws nothing. */
+  /*
+   * Cancels, for good, every present and future wait of this object. Any thread may call it. Throws nothing. Each call
+   * leaves a byte in a pipe that is never read: after 65,536 of them the next one waits for ever.
+   */
   void disable();
 
   /* Returns the next byte of output, 0 to 255. */

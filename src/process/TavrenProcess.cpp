@@ -159,7 +159,6 @@ TavrenProcess::TavrenProcess(const std::string& program_path, const std::list<st
                              bool separate_stdin)
     : TavrenProcess(program_path) {
   make_pipe(cancel_pipe);
-  if (!add_status_flag(cancel_pipe[1], O_NONBLOCK)) tavren_throw_syscall_error("fcntl(cancel_pipe)", -1);
   if (separate_stdin) {
     make_pipe(stdin_pipe);
     /* Only our end: a write must come back when the pipe is full, the child's read must not. */
@@ -212,8 +211,7 @@ void TavrenProcess::exec_program(char* const* argv) const {
   make_raw_unless_done(STDOUT_FILENO);
   if (stdin_pipe[0] != -1 && dup2(stdin_pipe[0], STDIN_FILENO) == -1) die("dup2 failed", "");
   /* Deliberately no environment at all: what the far side sees must not depend on who started the daemon. */
-  char* const no_environment[] = {nullptr};
-  execve(argv[0], argv, no_environment);
+  execve(argv[0], argv, nullptr);
   die("Failed to run ", argv[0]);
 }
 
@@ -315,7 +313,6 @@ void TavrenProcess::stop(int grace_time) {
 
 void TavrenProcess::disable() {
   const ssize_t rc = write(cancel_pipe[1], "\n", 1);
-  if (rc == -1 && errno == EAGAIN) return; /* cancelled so often already that the pipe is full */
   TAVREN_ASSERT("TavrenProcess", rc == 1);
 }
 

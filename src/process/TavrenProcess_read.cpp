@@ -32,7 +32,6 @@ bool is_end(ssize_t n) { return n == 0 || (n == -1 && errno == EIO); }
 ssize_t read_output(int fd, char* buffer, size_t size) {
   for (bool ended_before = false;;) {
     const ssize_t n = read(fd, buffer, size);
-    if (n == -1 && errno == EINTR) continue;
     if (!is_end(n) || ended_before) return n;
     ended_before = true;
   }
