@@ -58,7 +58,7 @@ TAVREN_EXPORT int tavren_format_space_used(int mb, char* buffer);
  */
 TAVREN_EXPORT int tavren_format_time(time_t t, char* buffer);
 
-/* The same as UTC in another form: 2026-01-31T23:59:59, without a zone. */
+/* The same as UTC in another form: 2026-01-31T23:59:59, without a zone; "None" is not translated here. */
 TAVREN_EXPORT int tavren_format_iso_time(time_t t, char* buffer);
 
 /* Returns the whole seconds of the monotonic clock; a failing clock is a failed assertion. */

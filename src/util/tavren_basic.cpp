@@ -32,9 +32,9 @@ int format_megabytes(int mb, char* buffer) { return snprintf(buffer, TAVREN_FORM
 
 int format_text(const char* text, char* buffer) { return snprintf(buffer, TAVREN_FORMAT_SIZE, "%s", text); }
 
-/* broken_down is what the C library made of a time, NULL when it could not. */
-int format_broken_down_time(const struct tm* broken_down, const char* format, char* buffer) {
-  if (broken_down == nullptr) return std::min(format_text(translate("None"), buffer), TAVREN_FORMAT_SIZE - 1);
+/* broken_down is what the C library made of a time, NULL when it could not: then there is no time, as none says. */
+int format_broken_down_time(const struct tm* broken_down, const char* format, const char* none, char* buffer) {
+  if (broken_down == nullptr) return std::min(format_text(none, buffer), TAVREN_FORMAT_SIZE - 1);
   return static_cast<int>(strftime(buffer, TAVREN_FORMAT_SIZE, format, broken_down));
 }
 
@@ -128,12 +128,14 @@ int tavren_format_space_used(int mb, char* buffer) {
 
 int tavren_format_time(time_t t, char* buffer) {
   struct tm local {};
-  return format_broken_down_time(t > 0 ? localtime_r(&t, &local) : nullptr, "%Y/%m/%d %H:%M:%S", buffer);
+  return format_broken_down_time(t > 0 ? localtime_r(&t, &local) : nullptr, "%Y/%m/%d %H:%M:%S", translate("None"),
+                                 buffer);
 }
 
 int tavren_format_iso_time(time_t t, char* buffer) {
   struct tm utc {};
-  return format_broken_down_time(t > 0 ? gmtime_r(&t, &utc) : nullptr, "%Y-%m-%dT%H:%M:%S", buffer);
+  /* For programs as much as for people: the same in every language. */
+  return format_broken_down_time(t > 0 ? gmtime_r(&t, &utc) : nullptr, "%Y-%m-%dT%H:%M:%S", "None", buffer);
 }
 
 int tavren_get_uptime() { return static_cast<int>(monotonic_time().tv_sec); }

@@ -158,14 +158,14 @@ TEST_F(Catalogue, TranslatesSizes) {
             "Unbegrenzt, 5 Megabyte, Nicht überwacht, Unbekannt, Abfrage fehlgeschlagen, 5 Megabyte");
 }
 
-TEST_F(Catalogue, TranslatesTheTimeOfNothing) {
+TEST_F(Catalogue, TranslatesTheTimeOfNothingButNotInIsoForm) {
   EXPECT_EQ(translated([] {
               char local[TAVREN_FORMAT_SIZE], utc[TAVREN_FORMAT_SIZE];
               tavren_format_time(0, local);
               tavren_format_iso_time(0, utc);
               return std::string(local) + " " + utc;
             }),
-            "Keiner Keiner");
+            "Keiner None");
 }
 
 TEST_F(Catalogue, LeavesTheWordsThatAreParsedAlone) {

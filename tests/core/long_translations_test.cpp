@@ -74,12 +74,7 @@ TEST_F(LongTexts, OfSizesAreCutAndTheirWholeLengthReturned) {
 }
 
 TEST_F(LongTexts, OfTimesAreCutAndTheWrittenLengthReturned) {
-  const std::string each = std::string("31") + cut_text;
-  EXPECT_EQ(translated([] {
-              return count_and_buffer(tavren_format_time, time_t{0}) +
-                     count_and_buffer(tavren_format_iso_time, time_t{0});
-            }),
-            each + each);
+  EXPECT_EQ(translated([] { return count_and_buffer(tavren_format_time, time_t{0}); }), std::string("31") + cut_text);
 }
 
 TEST_F(LongTexts, WithTheNumberInFrontShowThatAPathIsTooLong) {
