@@ -51,10 +51,7 @@ int64_t file_size(int fd, const std::string& name) {
 
 /* Reads at most length bytes of the file open at fd. Throws when it fails or has ended. */
 unsigned int read_piece(int fd, const std::string& name, char* buffer, size_t length) {
-  ssize_t n = 0;
-  do {
-    n = read(fd, buffer, length);
-  } while (n == -1 && errno == EINTR);
+  const ssize_t n = read(fd, buffer, length);
   if (n <= 0) tavren_throw_syscall_error("read(" + name + ")", n == 0 ? 0 : -1);
   return static_cast<unsigned int>(n);
 }
