@@ -27,10 +27,10 @@
  *
  * One thread drives a session. Others may call disable, kill_ssh, get_connection_status and clear_connection_status.
  *
- * Failures are TavrenError. TavrenOperationCancelled means that the session was disabled. Sizes are bytes; each step of
- * a command or transfer may take ssh_command_timeout seconds (a tunable) and fails with TAVREN_E_COMMAND_TIMEOUT, but
- * for data that the far side does not take in time: TavrenTimeout. What the machine's own configuration of the client
- * must not say stands in docs/login-dialogue.md.
+ * Failures are TavrenError. TavrenOperationCancelled means that the session was disabled. Sizes are bytes. A command,
+ * and each wait of a transfer, may take ssh_command_timeout seconds (a tunable) and fails with
+ * TAVREN_E_COMMAND_TIMEOUT, but for data that the far side does not take in time: TavrenTimeout. What the machine's own
+ * configuration of the client must not say stands in docs/login-dialogue.md.
  */
 class TAVREN_EXPORT TavrenHost {
  public:
