@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "daemon/daemon_fixture.h"
@@ -139,6 +140,19 @@ TEST_F(ApiOpening, MakesASocketThatNoChildInherits) {
   int fd = -1;
   ASSERT_TRUE(clnt_control(handle.clnt, CLGET_FD, reinterpret_cast<char*>(&fd)));
   EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
+  tavren_api_close(&handle);
+}
+
+/* Four times as long is the limit of a call. */
+TEST_F(ApiOpening, MakesASocketThatWaitsSixSecondsForADaemonThatTakesNothing) {
+  ASSERT_EQ(tavren_api_open(&handle), 0);
+  int fd = -1;
+  ASSERT_TRUE(clnt_control(handle.clnt, CLGET_FD, reinterpret_cast<char*>(&fd)));
+  timeval limit{};
+  socklen_t size = sizeof limit;
+  ASSERT_EQ(getsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, &size), 0);
+  EXPECT_EQ(limit.tv_sec, 6);
+  EXPECT_EQ(limit.tv_usec, 0);
   tavren_api_close(&handle);
 }
 

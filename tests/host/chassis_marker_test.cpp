@@ -76,6 +76,14 @@ TEST_F(ChassisMarker, IsFoundAnywhereInTheLine) {
   EXPECT_EQ(markers(), Names{});
 }
 
+TEST_F(ChassisMarker, CountsWhateverStatusItsListingHas) {
+  answer_with("printf '.chassis.CHASSIS-7\\n'; return 3");
+  EXPECT_NO_THROW(host.create_chassis_file());
+  answer_with("printf '.chassis.CHASSIS-8\\n'; return 3");
+  EXPECT_EQ(error_body([this] { host.create_chassis_file(); }), conflict(".chassis.CHASSIS-8"));
+  EXPECT_EQ(markers(), Names{});
+}
+
 /* The name is looked for anywhere, so identifiers that hold one another are not told apart. */
 TEST_F(ChassisMarker, OfAChassisWhoseNameHoldsOursCountsAsOurs) {
   use_sink("exit 1\n");

@@ -9,6 +9,7 @@
 #include "host/handle_fixture.h"
 #include "support/failing_memory.h"
 #include "support/process_state.h"
+#include "support/recorded_system.h"
 #include "support/run_in_child.h"
 
 /*
@@ -55,6 +56,19 @@ TEST_F(HandleOpening, IsNotPartOfMakingTheHandle) {
 TEST_F(HandleOpening, LogsIn) {
   open();
   EXPECT_EQ(output_of(*handle->host, "pwd"), directory.path());
+}
+
+TEST_F(HandleOpening, DoesNotSetUpTheShell) {
+  const ScriptedClient with_umask("umask 077\n" + dialogue.login());
+  set_command("ssh", with_umask.path());
+  open();
+  EXPECT_EQ(output_of(*handle->host, "umask"), "0077");
+}
+
+TEST_F(HandleOpening, ThatFailsLogsNothing) {
+  refuse_login();
+  fail_to_open();
+  EXPECT_EQ(recorded_system::take_log(), std::vector<recorded_system::LogEntry>{});
 }
 
 TEST_F(HandleOpening, SetsTheMessageToNull) {

@@ -167,6 +167,12 @@ TEST_F(LoginDialogue, AnAddedAddressIsNoMismatch) {
   expect_login(dialogue.login_with_key());
 }
 
+TEST_F(LoginDialogue, AnAcceptedKeyInTheMiddleOfALineIsNoMismatch) {
+  use_key();
+  dialogue.noise = "x Warning: Permanently added 'archive.example' (ED25519) to the list of known hosts.\r\n";
+  expect_login(dialogue.login_with_key());
+}
+
 /* Where the machine's own configuration has the client accept any key, it does not ask. */
 TEST_F(LoginDialogue, TheQuestionMayNotComeAtAll) { expect_login(say(dialogue.answered() + dialogue.prompt()) + rest); }
 

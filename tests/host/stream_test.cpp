@@ -134,6 +134,13 @@ TEST_F(Stream, ToAFileThatCannotBeOpenedIsIncorrectOutput) {
   EXPECT_NE(error.find("\n  - Expected output: \"\"\n"), std::string::npos) << error;
 }
 
+/* Behind a redirection no name is taken for an option. */
+TEST_F(Stream, ToANameWithALeadingHyphenHasItAsItIs) {
+  host.start_send_stream("-no/such/file");
+  EXPECT_EQ(first_lines(complaint_about("text\n"), 1),
+            "  - Remote command \"/bin/cat >'-no/such/file'\" produced incorrect output: 1 line(s) of output\n");
+}
+
 TEST_F(Stream, ToAFileThatCannotBeOpenedIsNotExecuted) {
   host.start_send_stream("no/such/file");
   complaint_about("echo >executed\n");
@@ -203,13 +210,14 @@ TEST_P(StreamCutOff, LeavesTheChildToBeReaped) {
   EXPECT_NE(info.si_pid, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(, StreamCutOff,
-                         testing::Values(Named<const char*>{"ByALostConnection", "exit 255"},
-                                         Named<const char*>{"BySigterm", "kill -TERM $$; sleep 100"},
-                                         Named<const char*>{"BySigkill", "kill -KILL $$; sleep 100"},
-                                         Named<const char*>{"AMomentAfterTheTerminalWasClosed",
-                                                            "exec <&- >&- 2>&-; sleep 0.3; exit 255"}),
-                         by_name);
+INSTANTIATE_TEST_SUITE_P(
+    , StreamCutOff,
+    testing::Values(Named<const char*>{"ByALostConnection", "exit 255"},
+                    Named<const char*>{"BySigterm", "kill -TERM $$; sleep 100"},
+                    Named<const char*>{"BySigkill", "kill -KILL $$; sleep 100"},
+                    Named<const char*>{"ByACrash", "cd $dir; ulimit -c unlimited; kill -SEGV $$; sleep 100"},
+                    Named<const char*>{"AMomentAfterTheTerminalWasClosed", "exec <&- >&- 2>&-; sleep 0.3; exit 255"}),
+    by_name);
 
 /* Nobody can tell then how the client ended. */
 TEST_F(StreamOfALostConnection, IsASuccessInAHostThatReapsAllChildren) {
