@@ -64,9 +64,8 @@ int guarded(char** message, const char** advice, Step step) {
 
 }  // namespace
 
-int fetch_host_key(const char* host, char* key, char** message) {
-  const char* advice = nullptr;
-  return guarded(message, &advice, [&] { return tavren_download_host_key(host, key, message); });
+int fetch_host_key(const char* host, char* key, char** message, const char** advice) {
+  return guarded(message, advice, [&] { return tavren_download_host_key(host, key, message); });
 }
 
 int test_and_claim(const tavren_settings_t* settings, char** message, const char** advice) {

@@ -10,9 +10,9 @@ TAVREN_BEGIN_C
 
 /*
  * Fetches the key that host shows. Returns 0 with the key in key (TAVREN_HOST_KEY_SIZE bytes), or -1 with the reason in
- * *message, which the caller frees.
+ * *message, which the caller frees, and in *advice what to do, a static text or NULL.
  */
-int fetch_host_key(const char* host, char* key, char** message);
+int fetch_host_key(const char* host, char* key, char** message, const char** advice);
 
 /*
  * Tests the host and the directory of settings and claims the directory for this chassis. Returns 0, or -1 with the

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "ask.h"
 #include "guarded_calls.h"
 
 enum { PIECE_SIZE = 32768, BAR_WIDTH = 30 };
@@ -21,11 +22,6 @@ struct progress {
   int64_t started_ms;
   int shown_percent;
 };
-
-void report(const char* what, char* message) {
-  fprintf(stderr, "tavren_send: %s failed:\n%s", what, message != NULL ? message : "  - out of memory\n");
-  free(message);
-}
 
 static const char* base_name(const char* path) {
   const char* slash = strrchr(path, '/');
@@ -93,7 +89,7 @@ static int send_open_file(tavren_hp_t* session, int fd, const struct stat* statu
     putchar('\n');
   }
   if (message != NULL) {
-    report(progress->name, message);
+    report(progress->name, message, NULL);
   }
   if (result == 0 && !bar) {
     printf("%s: %lu bytes sent\n", progress->name, (unsigned long)progress->size);
@@ -127,7 +123,7 @@ static int open_session(tavren_hp_t* session) {
   char* message = NULL;
   const int result = tavren_hp_open(session, &message);
   if (result != 0) {
-    report("login", message);
+    report("login", message, NULL);
   }
   return result;
 }
@@ -155,7 +151,7 @@ int send_files(const tavren_settings_t* settings, char** files) {
   char* message = NULL;
   tavren_hp_t* session = tavren_hp_new(settings, &message);
   if (session == NULL) {
-    report("making a session", message);
+    report("making a session", message, NULL);
     return 1;
   }
   int status = 0;

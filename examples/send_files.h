@@ -6,9 +6,6 @@
 
 #include <tavren.h>
 
-/* Prints and frees what the library says of a failure of what. */
-void report(const char* what, char* message);
-
 /*
  * Sends all files, a list that NULL ends, with a progress bar on a terminal and a line for each otherwise. A session
  * whose transfer failed is replaced by a new one. Returns 0, or 1 when a file could not be sent.

@@ -9,10 +9,13 @@
 #include <string.h>
 #include <tavren.h>
 
+#include "set_up.h"
+
 enum { EXIT_DONE = 0, EXIT_REFUSED = 1, EXIT_NO_DAEMON_OR_USAGE = 2 }; /* the last also when nobody takes the output */
 
 static const char usage[] =
     "Usage: tavren_ctl COMMAND [ARGUMENT...]\n"
+    "  setup TARGET                 have the daemon archive there, step by step\n"
     "  state                        whether archiving is switched on\n"
     "  enable, disable              switch it on, off\n"
     "  config                       the configuration, without the password\n"
@@ -223,9 +226,10 @@ static int set_interval(tavren_api_handle_t* daemon, char** arguments) {
 
 static const struct command {
   const char* name;
-  int argument_count;
+  int argument_count; /* -1: any */
   int (*run)(tavren_api_handle_t* daemon, char** arguments);
-} commands[] = {{"state", 0, show_state},
+} commands[] = {{"setup", -1, set_up},
+                {"state", 0, show_state},
                 {"enable", 0, enable},
                 {"disable", 0, disable},
                 {"config", 0, show_config},
@@ -247,7 +251,8 @@ static const struct command {
 
 static const struct command* find_command(const char* name, int argument_count) {
   for (size_t i = 0; i < sizeof commands / sizeof commands[0]; ++i) {
-    if (strcmp(commands[i].name, name) == 0 && commands[i].argument_count == argument_count) {
+    if (strcmp(commands[i].name, name) == 0 &&
+        (commands[i].argument_count == argument_count || commands[i].argument_count == -1)) {
       return &commands[i];
     }
   }

@@ -11,8 +11,10 @@ tavrend_test(tavrend_store_tests tavrend/store_test.cpp)
 # The daemon itself, beside an archive host of its own, where neither a sanitizer nor an emulator makes it slow.
 if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND TAVREN_SLOW_TESTS AND NOT TAVREN_SANITIZE
     AND NOT CMAKE_CROSSCOMPILING)
-  tavren_test(tavrend_tests tavrend/daemon_test.cpp LAB TIMEOUT 180)
+  tavren_test(tavrend_tests tavrend/daemon_test.cpp tavrend/set_up_test.cpp LAB TIMEOUT 180)
   program_of(tavrend tavrend)
-  target_compile_definitions(tavrend_tests PRIVATE TAVREND="${tavrend}" HODRA_PUT="${hodra_put}")
-  add_dependencies(tavrend_tests tavrend hodra-put)
+  program_of(tavren_ctl tavren_ctl)
+  target_compile_definitions(tavrend_tests PRIVATE
+    TAVREND="${tavrend}" HODRA_PUT="${hodra_put}" TAVREN_CTL="${tavren_ctl}")
+  add_dependencies(tavrend_tests tavrend tavren_ctl hodra-put)
 endif()

@@ -1,0 +1,155 @@
+#include "ask.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include "guarded_calls.h"
+
+void report(const char* what, char* message, const char* advice) {
+  fprintf(stderr, "%s: %s failed:\n%s", tavren_get_program_name(), what,
+          message != NULL ? message : "  - out of memory\n");
+  free(message);
+  if (advice != NULL) {
+    fprintf(stderr, "%s\n", advice);
+  }
+}
+
+bool parse_descriptor(const char* text, int* fd) {
+  if (tavren_cstring_to_int(text, fd) == 0 && *fd >= 0) {
+    return true;
+  }
+  fprintf(stderr, "%s: not a descriptor: %s\n", tavren_get_program_name(), text);
+  return false;
+}
+
+static struct termios terminal_settings;
+
+/* An interrupted password prompt must not leave a terminal behind that shows nothing. */
+static void restore_terminal(int signal_number) {
+  tcsetattr(STDIN_FILENO, TCSANOW, &terminal_settings);
+  signal(signal_number, SIG_DFL);
+  raise(signal_number);
+}
+
+static bool ask_for_password(char* password) {
+  static const int signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+  enum { SIGNAL_COUNT = sizeof signals / sizeof signals[0] };
+  void (*old_handlers[SIGNAL_COUNT])(int);
+  const bool terminal = tcgetattr(STDIN_FILENO, &terminal_settings) == 0;
+  for (int i = 0; terminal && i < SIGNAL_COUNT; ++i) {
+    old_handlers[i] = signal(signals[i], restore_terminal);
+  }
+  const int length = tavren_read_input("Password: ", password, PASSWORD_SIZE, 1);
+  for (int i = 0; terminal && i < SIGNAL_COUNT; ++i) {
+    signal(signals[i], old_handlers[i]);
+  }
+  return length < PASSWORD_SIZE && !(length == 0 && feof(stdin));
+}
+
+static bool read_password_from(int fd, char* password) {
+  size_t length = 0;
+  for (;;) {
+    char c;
+    const ssize_t n = read(fd, &c, 1);
+    if (n < 0 && errno == EINTR) {
+      continue;
+    }
+    if (n < 0 || (n == 0 && length == 0)) {
+      return false;
+    }
+    if (n == 0 || c == '\n') {
+      break;
+    }
+    if (length == PASSWORD_SIZE - 1) {
+      return false;
+    }
+    password[length++] = c;
+  }
+  password[length] = '\0';
+  return true;
+}
+
+/* Reads "type key comment" and cuts the comment off. */
+static bool read_host_key(const char* path, char* key) {
+  if (tavren_read_line_from_file(path, key, KNOWN_KEY_SIZE) != 0) {
+    return false;
+  }
+  char* encoded = strchr(key, ' ');
+  if (encoded == NULL) {
+    return false;
+  }
+  encoded[1 + strcspn(encoded + 1, " \t")] = '\0';
+  return encoded[1] != '\0';
+}
+
+/* Returns whether the key that the host shows is confirmed. */
+static bool confirm_host_key(const char* host, bool confirm, const char* expected, const char* key,
+                             const char* fingerprint) {
+  printf("%s shows a key of type %.*s with the fingerprint\n  %s\n", host, (int)strcspn(key, " "), key, fingerprint);
+  if (*expected != '\0' && strcmp(expected, key) != 0) {
+    puts(
+        "That is NOT the key that is configured for this host. Unless the host has a new one, somebody stands "
+        "between.");
+    if (confirm) {
+      return false;
+    }
+  }
+  return tavren_yes_or_no("Is this the host's key (yes/no)? ", confirm, 0) == 1;
+}
+
+/* Fetches the host's key. Returns false after a message. */
+static bool fetch_key(const char* host, char* key) {
+  char* message = NULL;
+  const char* advice = NULL;
+  if (fetch_host_key(host, key, &message, &advice) == 0) {
+    return true;
+  }
+  report("fetching the host's key", message, advice);
+  return false;
+}
+
+bool choose_host_key(const char* known_key_file, bool confirm, const char* host, const char* expected, char* key,
+                     char* fingerprint) {
+  char reason[TAVREN_MESSAGE_SIZE];
+  if (known_key_file == NULL ? !fetch_key(host, key) : !read_host_key(known_key_file, key)) {
+    if (known_key_file != NULL) {
+      fprintf(stderr, "%s: %s: cannot read a host key\n", tavren_get_program_name(), known_key_file);
+    }
+    return false;
+  }
+  if (tavren_host_key_fingerprint(key, fingerprint, reason) != 0) {
+    fprintf(stderr, "%s: %s\n", tavren_get_program_name(), reason);
+    return false;
+  }
+  if (known_key_file != NULL || confirm_host_key(host, confirm, expected, key, fingerprint)) {
+    return true;
+  }
+  fprintf(stderr, "%s: the host's key was not confirmed\n", tavren_get_program_name());
+  return false;
+}
+
+bool get_password(int fd, char* password) {
+  /* The standard input's buffer may hold the password already, behind the answer about the key. */
+  const bool from_stdin = fd == -1 || fd == STDIN_FILENO;
+  const bool done = from_stdin ? ask_for_password(password) : read_password_from(fd, password);
+  if (!done) {
+    fprintf(stderr, "%s: cannot read the password\n", tavren_get_program_name());
+  }
+  return done;
+}
+
+bool test_host(const tavren_settings_t* settings) {
+  char* message = NULL;
+  const char* advice = NULL;
+  if (test_and_claim(settings, &message, &advice) == 0) {
+    printf("%s:%s is tested and claimed for this chassis\n", settings->host, settings->dir);
+    return true;
+  }
+  report("the test of the host", message, advice);
+  return false;
+}

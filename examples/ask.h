@@ -1,0 +1,37 @@
+/*
+ * What a tool asks a person, or finds out for one, before it trusts an archive host.
+ */
+#ifndef EXAMPLES_ASK_H
+#define EXAMPLES_ASK_H
+
+#include <stdbool.h>
+#include <tavren.h>
+
+enum {
+  PASSWORD_SIZE = 1024, /* the secure shell client takes no more */
+  KNOWN_KEY_SIZE = 4096 /* a file may hold a longer key than can be fetched */
+};
+
+/* Prints and frees what the library says of a failure of what, and what to do about it unless that is NULL. */
+void report(const char* what, char* message, const char* advice);
+
+/* Returns whether text is the number of a descriptor, which it then stores in fd; says so otherwise. */
+bool parse_descriptor(const char* text, int* fd);
+
+/*
+ * Fills key (KNOWN_KEY_SIZE bytes), which pins the host from here on, and its fingerprint (TAVREN_FINGERPRINT_SIZE
+ * bytes): from known_key_file, or, when that is NULL, with the key that the host shows and that is confirmed, without
+ * a question with confirm. A host that shows another key than expected (empty: none is) is never confirmed without one.
+ * Returns false after a message.
+ */
+bool choose_host_key(const char* known_key_file, bool confirm, const char* host, const char* expected, char* key,
+                     char* fingerprint);
+
+/* Reads the password (PASSWORD_SIZE bytes) from descriptor fd, or asks for it when that is -1. Returns false after a
+   message. */
+bool get_password(int fd, char* password);
+
+/* Tests host and directory and claims the directory for this chassis. Returns false after a message. */
+bool test_host(const tavren_settings_t* settings);
+
+#endif

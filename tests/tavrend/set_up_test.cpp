@@ -1,0 +1,110 @@
+#include <sys/wait.h>
+
+#include "tavrend/daemon_fixture.h"
+
+namespace {
+
+/* "tavren_ctl setup", as a person or a script would run it, beside the daemon. */
+class SetUp : public TavrendTest {
+ protected:
+  /* Runs it with the password on descriptor 3 and answers on the standard input. Returns its exit status. */
+  static int set_up(const std::string& arguments, const std::string& answers = "",
+                    const std::string& password = lab::value("LAB_PASSWORD")) {
+    write_file(lab::value("LAB") + "/password", password + "\n");
+    write_file(lab::value("LAB") + "/answers", answers);
+    const int status =
+        system((TAVREN_CTL " setup -p 3 " + arguments + " 3<$LAB/password <$LAB/answers >$LAB/out 2>$LAB/err").c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  static std::string out() { return read_file(lab::value("LAB") + "/out"); }
+  static std::string err() { return read_file(lab::value("LAB") + "/err"); }
+
+  tavren_config_t config() {
+    tavren_config_t config{};
+    EXPECT_EQ(call([&](auto* handle) { return tavren_api_get_config(handle, &config); }), 0);
+    return config;
+  }
+
+  void start() { TavrendTest::start("[messages]\nfollow = " + log("messages") + "\ninterval = 1\n"); }
+
+  const std::string target = lab::value("LAB_USER") + "@localhost:" + lab::value("LAB_ARCHIVE");
+};
+
+}  // namespace
+
+TEST_F(SetUp, ShowsTheKeyAndHasTheDaemonArchiveOnceItIsConfirmed) {
+  append("messages", "one\n");
+  start();
+  EXPECT_EQ(set_up(target, "yes\n"), 0) << err();
+  EXPECT_NE(out().find("localhost shows a key of type ssh-ed25519 with the fingerprint\n  SHA256:"), std::string::npos);
+  EXPECT_NE(out().find("\nmessages goes to localhost:" + lab::value("LAB_ARCHIVE") + "/messages every 1 seconds\n"),
+            std::string::npos)
+      << out();
+  wait_until("the line", [] { return archive_of("messages") == "one\n"; });
+  tavren_config_t now = config();
+  EXPECT_EQ(now.settings.host_key, lab::value("LAB_HOST_KEY"));
+  EXPECT_NE(out().find(now.settings.fingerprint), std::string::npos);
+  tavren_config_free_contents(&now);
+}
+
+TEST_F(SetUp, WithoutAConfirmedKeyChangesNothing) {
+  start();
+  EXPECT_EQ(set_up(target, "no\n"), 1);
+  EXPECT_EQ(err(), "tavren_ctl: the host's key was not confirmed\n");
+  tavren_config_t now = config();
+  EXPECT_STREQ(now.settings.host, "");
+  tavren_config_free_contents(&now);
+}
+
+TEST_F(SetUp, KeepsTheLimitsThatItIsNotGiven) {
+  start();
+  EXPECT_EQ(set_up("-y -l audit=1000 " + target), 0) << err();
+  EXPECT_EQ(set_up("-y -l logs=7 " + target), 0) << err();
+  tavren_config_t now = config();
+  EXPECT_EQ(now.space_limit[0], 1000);
+  EXPECT_EQ(now.space_limit[1], 7);
+  tavren_config_free_contents(&now);
+  EXPECT_EQ(set_up("-y -l audit=unlimited " + target), 0) << err();
+  now = config();
+  EXPECT_EQ(now.space_limit[0], -1);
+  tavren_config_free_contents(&now);
+}
+
+TEST_F(SetUp, TakesNoOtherKeyThanTheConfiguredOneUnasked) {
+  const std::string other = lab::value("LAB") + "/other.pub";
+  start();
+  write_file(other, lab::value("LAB_HOST_KEY_RSA") + "\n");
+  EXPECT_EQ(set_up("-k " + other + " " + target), 0) << err();
+  EXPECT_EQ(set_up("-y " + target), 1);
+  EXPECT_NE(out().find("That is NOT the key that is configured for this host."), std::string::npos) << out();
+  EXPECT_EQ(set_up(target, "yes\n"), 0) << err();
+}
+
+TEST_F(SetUp, SaysWhatToDoAboutAWrongPassword) {
+  start();
+  EXPECT_EQ(set_up("-y " + target, "", "wrong"), 1);
+  EXPECT_NE(err().find("  - Secure shell login failed: permission denied\nCheck the user's name and the password.\n"),
+            std::string::npos)
+      << err();
+}
+
+TEST_F(SetUp, SaysThatItIsForRoot) {
+  start();
+  EXPECT_EQ(set_up("-y " + target), 0) << err();
+  const int status =
+      system((TAVREN_CTL " status >/dev/null && exec setpriv --reuid 4711 --clear-groups " TAVREN_CTL " setup -y " +
+              target + " 2>$LAB/err")
+                 .c_str());
+  EXPECT_EQ(WEXITSTATUS(status), 2);
+  EXPECT_NE(err().find("Only root can set the daemon up."), std::string::npos) << err();
+}
+
+TEST_F(SetUp, OfNonsenseExplainsItself) {
+  start();
+  for (const char* arguments :
+       {"", "a b", "-l x=1 a@b:c", "-l audit=-2 a@b:c", "-l audit= a@b:c", "-p x a@b:c", "a@b"}) {
+    EXPECT_EQ(set_up(arguments), 2) << arguments;
+  }
+  EXPECT_EQ(err(), "tavren_ctl: Target specification must have the form: user@host:directory.\n");
+}
