@@ -109,7 +109,7 @@ static void show_log_types(tavren_api_handle_t* daemon, const tavren_settings_t*
     char name[TAVREN_API_TEXT_SIZE];
     int seconds;
     if (sscanf(row, "LogTypeTask.%255s %d", name, &seconds) == 2) {
-      printf("%s goes to %s:%s/%s every %d seconds\n", name, settings->host, settings->dir, name, seconds);
+      printf("%s goes to %s:%s/%s every %d s\n", name, settings->host, settings->dir, name, seconds);
     }
   }
   free(table);

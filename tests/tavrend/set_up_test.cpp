@@ -38,7 +38,7 @@ TEST_F(SetUp, ShowsTheKeyAndHasTheDaemonArchiveOnceItIsConfirmed) {
   start();
   EXPECT_EQ(set_up(target, "yes\n"), 0) << err();
   EXPECT_NE(out().find("localhost shows a key of type ssh-ed25519 with the fingerprint\n  SHA256:"), std::string::npos);
-  EXPECT_NE(out().find("\nmessages goes to localhost:" + lab::value("LAB_ARCHIVE") + "/messages every 1 seconds\n"),
+  EXPECT_NE(out().find("\nmessages goes to localhost:" + lab::value("LAB_ARCHIVE") + "/messages every 1 s\n"),
             std::string::npos)
       << out();
   wait_until("the line", [] { return archive_of("messages") == "one\n"; });
