@@ -27,7 +27,7 @@
  *
  * One thread drives a session. Others may call disable, kill_ssh, get_connection_status and clear_connection_status.
  *
- * Failures are TavrenError. TavrenOperationCancelled means that the session was disabled. Sizes are bytes. A command,
+ * Failures are TavrenError. TavrenOperationCancelled means that the session is not enabled. Sizes are bytes. A command,
  * and each wait of a transfer, may take ssh_command_timeout seconds (a tunable) and fails with
  * TAVREN_E_COMMAND_TIMEOUT, but for data that the far side does not take in time: TavrenTimeout. What the machine's own
  * configuration of the client must not say stands in docs/login-dialogue.md.
@@ -78,10 +78,16 @@ class TAVREN_EXPORT TavrenHost {
   /* Reads the connection status and its time, in seconds since the epoch. */
   void get_connection_status(tavren_connection_status_t& status, long& when);
 
-  /* Reports an outcome (NULL: success) to the system log, if so constructed; after five failures it keeps silent. */
+  /*
+   * Reports an outcome (NULL: success) to the system log with priority 0, if so constructed: a failure, but not the
+   * sixth and later ones in a row, and a success after that many.
+   */
   void log_connection_outcome(TavrenError* error);
 
-  /* Warns on the system console, at most once in 900 seconds. host may be NULL. Failures are ignored. */
+  /*
+   * Warns on the system console, at most once in 900 seconds, the first ones of the epoch included. host may be NULL.
+   * Failures are ignored. Failed openings, commands and transfers do so by themselves.
+   */
   void console_error_connection(const char* host);
 
   /* Sends SIGTERM to the child, which must exist. Takes no lock. */
@@ -94,7 +100,9 @@ class TAVREN_EXPORT TavrenHost {
 
   /*
    * Runs command within timeout seconds; status receives its exit status, lines its output at their end. Throws
-   * TAVREN_E_SHELL_STATUS, TAVREN_E_COMMAND_TIMEOUT, TAVREN_E_COMMAND_EXCESSIVE_OUTPUT.
+   * TAVREN_E_SHELL_STATUS (output that does not end in a newline is that, too), TAVREN_E_COMMAND_TIMEOUT,
+   * TAVREN_E_COMMAND_EXCESSIVE_OUTPUT, and TAVREN_E_PROGRAM_EXITED and TAVREN_E_EXCESSIVE_OUTPUT from before the
+   * command's output.
    */
   void run_command(const std::string& command, int& status, std::list<std::string>& lines, int timeout);
 
@@ -142,8 +150,8 @@ class TAVREN_EXPORT TavrenHost {
   /*
    * Ends the stream and with it the child: close the connection afterwards. That it returns says that the client ended
    * normally, not that all has arrived: a far cat that is killed alone cannot be seen. TAVREN_E_PROGRAM_EXITED with the
-   * client's last lines when it ended by a signal (kill_ssh included) or with status 255; TAVREN_E_INCORRECT_OUTPUT
-   * when it said something instead.
+   * client's last lines when it ended by a signal (kill_ssh included) or with status 255, which a program that reaps
+   * all children cannot know; TAVREN_E_INCORRECT_OUTPUT when it said something instead.
    */
   void end_send_stream();
 

@@ -29,7 +29,7 @@
  * output. A child whose output has ended, or that a send finds gone, is TAVREN_E_PROGRAM_EXITED with its last lines;
  * more than 102400 bytes taken in by one read operation, but for what a send reads of a child that is gone, are
  * TAVREN_E_EXCESSIVE_OUTPUT; a failed system call is TAVREN_E_SYSCALL. Sending after stop(), or after a send_eof() that
- * found the child gone, is a failed assertion.
+ * found the child gone, is a failed assertion, and so is a terminal that cannot be asked for its queue.
  */
 class TAVREN_EXPORT TavrenProcess {
  public:

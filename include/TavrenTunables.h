@@ -106,7 +106,7 @@ class TAVREN_EXPORT TavrenTunables {
   /* Non-zero: sessions open a local shell instead of a secure shell connection. */
   int get_loopback_login() const { return loopback_login.get(); }
 
-  /* Seconds allowed for a remote command and for each step of a transfer. */
+  /* Seconds allowed for a remote command and for each wait of a transfer. */
   int get_ssh_command_timeout() const { return ssh_command_timeout.get(); }
 
   /* Seconds allowed for the secure shell connection and login. */

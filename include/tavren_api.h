@@ -190,8 +190,8 @@ TAVREN_EXPORT int tavren_api_load_tunables(tavren_api_handle_t* handle);
 /*
  * Makes the daemon's remote commands those of this process; others keep their texts. The commands that the daemon sends
  * are all that is loaded: in a program that loads before it has made its first session, default commands that are not
- * among them are missing for good, and a session that needs one is a failed assertion. Returns 0 or an error as above;
- * memory that runs out here is a std::bad_alloc.
+ * among them are missing until the table is reset, and a session that needs one is a failed assertion. Returns 0 or an
+ * error as above; memory that runs out here is a std::bad_alloc.
  */
 TAVREN_EXPORT int tavren_api_load_remote_commands(tavren_api_handle_t* handle);
 

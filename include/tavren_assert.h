@@ -29,12 +29,15 @@ TAVREN_EXPORT void _tavren_set_abort_info(const char* kind, const char* file, in
 
 /*
  * Writes an empty line, the stored information (at most 79 bytes) and the formatted message (at most 159) to descriptor
- * 2, which it gives up when that takes nothing after two seconds, and ends the process. Allocates nothing. Never
- * returns.
+ * 2, which it gives up when that has not taken all of it after two seconds, and ends the process. Allocates nothing.
+ * Never returns.
  */
 TAVREN_EXPORT void _tavren_abort(const char* format, ...) __attribute__((noreturn, format(printf, 1, 2)));
 
-/* Reports a failed check: its text, the source's name without folder or extension, and the line. Never returns. */
+/*
+ * Reports a failed check: its text, the source's name without folder or extension, and the line. Where a class has
+ * several sources, the name is the class's, and the line that of the one where the check stands. Never returns.
+ */
 TAVREN_EXPORT void _tavren_assert(const char* expression, const char* file, int line) __attribute__((noreturn));
 
 TAVREN_END_C

@@ -74,7 +74,8 @@ TAVREN_EXPORT int tavren_hp_continue_send_stream(tavren_hp_t* handle, const char
 /*
  * Ends the stream, and the session's child with it. Returns 0 when the child ended normally, which does not say that
  * all has arrived: a far cat that is killed alone cannot be seen; -1 when it ended by a signal (tavren_hp_kill_ssh) or
- * with status 255, with its last lines in *message, or when it said something instead.
+ * with status 255 (which a program that reaps all children cannot know), with its last lines in *message, or when it
+ * said something instead.
  */
 TAVREN_EXPORT int tavren_hp_end_send_stream(tavren_hp_t* handle, char** message);
 

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "core/diagnostic.h"
+#include "core/standard_streams.h"
 
 bool tavren_suppress_abort = false;
 
@@ -33,7 +34,8 @@ void write_error_file(const char* header, const char* message) {
   if (access(path, F_OK) == 0) path[strlen(path) - 2] = '\0';
 
   /* Everybody may write to /tmp: what lies there may be a link to another file, or a pipe that nobody reads. */
-  const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666);
+  const int fd =
+      keep_off_standard_streams(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666));
   if (fd == -1) {
     char complaint[128];
     snprintf(complaint, sizeof complaint, "Failed to open %s, errno=%d\n", path, errno);

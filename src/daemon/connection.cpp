@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "core/standard_streams.h"
 #include "daemon/rpc.h"
 
 namespace {
@@ -60,9 +61,9 @@ bool connects(int fd, const sockaddr_in& address) {
  */
 bool services_answer() {
   const sockaddr_in services = {AF_INET, htons(PMAPPORT), {htonl(INADDR_LOOPBACK)}, {}};
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int fd = keep_off_standard_streams(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   /* clnt_create has the list of networks open meanwhile. */
-  const int second = fd == -1 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0);
+  const int second = fd == -1 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   const bool answered = second != -1 && connects(fd, services);
   if (!answered) {
     rpc_createerr.cf_stat = RPC_SYSTEMERROR;

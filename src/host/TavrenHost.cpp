@@ -14,6 +14,7 @@
 #include "TavrenTunables.h"
 #include "core/assertion.h"
 #include "core/messages.h"
+#include "core/standard_streams.h"
 #include "process/deadline.h"
 
 namespace {
@@ -149,7 +150,7 @@ void TavrenHost::console_error_connection(const char* host) {
   /* A clock that was set back must not silence the warning until it has caught up. */
   if (present >= last_console_warning && present - last_console_warning <= CONSOLE_WARNING_INTERVAL) return;
 
-  const int console = open("/dev/console", O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+  const int console = keep_off_standard_streams(open("/dev/console", O_WRONLY | O_NONBLOCK | O_CLOEXEC));
   if (console == -1) return;
   char warning[console_warning_size];
   snprintf(warning, sizeof warning, translate("\nWARNING: Log Archiving unable to communicate with archive host %s\n"),

@@ -39,12 +39,12 @@ const std::string& log_path() {
 /*
  * Opens a new file, the old one kept under its other name. log_fd stays -1 when that fails. The name is known
  * beforehand and others may write in its directory: a link that one of them has planted there must not lead the log
- * over a file that only this process may write.
+ * over a file that only this process may write, nor a named pipe be waited for.
  */
 void open_log() {
   const std::string& path = log_path();
   if (access(path.c_str(), F_OK) == 0) rename(path.c_str(), (path + ".0").c_str());
-  constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC;
+  constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
   log_fd = keep_off_standard_streams(open(path.c_str(), flags, 0666));
   log_bytes_written = 0;
 }

@@ -5,16 +5,12 @@
 #include <string.h>
 #include <unistd.h>
 
-FILE* make_own_file(const char* path) {
-  unlink(path);
-  return fopen(path, "wxe"); /* exclusively, which follows no link */
-}
+#include "core/standard_streams.h"
 
-FILE* open_own_file(const char* path) {
-  /* Nor is a writer waited for at a named pipe. */
-  const int fd = open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+FILE* open_stream(const char* path, int flags) {
+  const int fd = keep_off_standard_streams(open(path, flags | O_CLOEXEC, 0666));
   if (fd == -1) return nullptr;
-  FILE* file = fdopen(fd, "re");
+  FILE* file = fdopen(fd, (flags & O_ACCMODE) == O_RDONLY ? "re" : "we");
   if (file == nullptr) {
     const int error = errno;
     close(fd);
@@ -22,6 +18,14 @@ FILE* open_own_file(const char* path) {
   }
   return file;
 }
+
+FILE* make_own_file(const char* path) {
+  unlink(path);
+  return open_stream(path, O_WRONLY | O_CREAT | O_EXCL); /* exclusively, which follows no link */
+}
+
+/* Nor is a writer waited for at a named pipe. */
+FILE* open_own_file(const char* path) { return open_stream(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK); }
 
 int write_text_and_close(FILE* file, const char* text) {
   if (file == nullptr) return -1;

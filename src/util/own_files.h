@@ -8,6 +8,9 @@
  * their place must lead neither our writing nor our reading to another file. Errors are in errno; close-on-exec.
  */
 
+/* Opens path as open does with flags, off the standard streams of a host without them. Returns NULL on failure. */
+FILE* open_stream(const char* path, int flags);
+
 /* Makes path anew, in the place of whatever is there, for writing. Returns NULL when that is not possible. */
 FILE* make_own_file(const char* path);
 

@@ -2,6 +2,7 @@
 
 #include <ctype.h>
 #include <dirent.h>
+#include <fcntl.h>
 #include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -146,11 +147,11 @@ int64_t tavren_get_uptime_ms() {
 }
 
 int tavren_create_text_file(const char* path, const char* text) {
-  return write_text_and_close(fopen(path, "we"), text);
+  return write_text_and_close(open_stream(path, O_WRONLY | O_CREAT | O_TRUNC), text);
 }
 
 int tavren_read_line_from_file(const char* path, char* buffer, int size) {
-  return read_line_and_close(fopen(path, "re"), buffer, size);
+  return read_line_and_close(open_stream(path, O_RDONLY), buffer, size);
 }
 
 void tavren_delete_all_files(const char* directory) {

@@ -80,7 +80,6 @@ FAILS(int, "dup2", faulty_dup2, -1, (int from, int to), (from, to))
 FAILS(FILE*, "fdopen", faulty_fdopen, nullptr, (int fd, const char* mode), (fd, mode))
 FAILS(int, "fflush", faulty_fflush, EOF, (FILE * file), (file))
 FAILS(char*, "fgets", faulty_fgets, nullptr, (char* line, int size, FILE* file), (line, size, file))
-FAILS(FILE*, "fopen64", faulty_fopen, nullptr, (const char* path, const char* mode), (path, mode))
 FAILS(int, "fputs", faulty_fputs, EOF, (const char* text, FILE* file), (text, file))
 FAILS(int, "forkpty", faulty_forkpty, -1, (int* fd, char* name, const termios* t, const winsize* w), (fd, name, t, w))
 FAILS(ssize_t, "__getdelim", faulty_getdelim, -1, (char** line, size_t* size, int end, FILE* file),
@@ -231,7 +230,6 @@ const std::vector<Fault> all = {
     {"fdopen", "fails", ENOMEM},
     {"fflush", "fails", ENOSPC},
     {"fgets", "fails", EIO},
-    {"fopen64", "fails", EMFILE},
     {"forkpty", "fails", EAGAIN},
     {"fprintf", "fails", ENOSPC},
     {"fputs", "fails", ENOSPC},

@@ -49,7 +49,7 @@ TEST_F(ConsoleWarning, TheWarningIsWrittenInTheUsersLanguage) {
 
 TEST_F(ConsoleWarning, TheConsoleIsOpenedForWritingWithoutWaiting) {
   host.console_error_connection("archive.example");
-  EXPECT_EQ(recorded_system::console_flags() & (O_ACCMODE | O_NONBLOCK), O_WRONLY | O_NONBLOCK);
+  EXPECT_EQ(recorded_system::console_flags() & (O_ACCMODE | O_NONBLOCK | O_CLOEXEC), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
 }
 
 TEST_F(ConsoleWarning, TheWarningIsNotRepeatedWithin900Seconds) {
@@ -66,6 +66,27 @@ TEST_F(ConsoleWarning, TheWarningIsRepeatedAfter901Seconds) {
   recorded_system::set_time(1000901);
   host.console_error_connection("archive.example");
   EXPECT_EQ(take_console().size(), 2u);
+}
+
+/* As if there had been a warning when the epoch began. */
+TEST_F(ConsoleWarning, IsSilentInTheFirst900SecondsOfTheEpoch) {
+  for (const time_t now : {0, 1, 900}) {
+    recorded_system::set_time(now);
+    host.console_error_connection("archive.example");
+  }
+  EXPECT_EQ(take_console().size(), 0u);
+  recorded_system::set_time(901);
+  host.console_error_connection("archive.example");
+  EXPECT_EQ(take_console().size(), 1u);
+}
+
+TEST_F(ConsoleWarning, TheSilenceBeginsWhenTheWarningIsWritten) {
+  recorded_system::set_time(1000000);
+  recorded_system::at_next("console", [] { recorded_system::set_time(1000100); });
+  host.console_error_connection("archive.example");
+  recorded_system::set_time(1001000);
+  host.console_error_connection("archive.example");
+  EXPECT_EQ(take_console().size(), 1u);
 }
 
 TEST_F(ConsoleWarning, AClockThatWasSetBackDoesNotSilenceTheWarning) {

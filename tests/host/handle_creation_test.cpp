@@ -131,6 +131,23 @@ TEST_F(HandleCreation, PassesACancellationOn) {
   EXPECT_EQ(message, nullptr);
 }
 
+/* The host that was asked is told nothing of it, nor are log and console. */
+TEST_F(HandleCreation, ThatIsCancelledIsNoFailedConnection) {
+  TavrenHost logging(false, true);
+  logging.set_settings(settings.record());
+  logging.enable();
+  recorded_system::at_next("write " + settings.password + "\n", [] { throw TavrenOperationCancelled(); });
+  EXPECT_THROW(logging.open_connection(), TavrenOperationCancelled);
+  tavren_connection_status_t status = TAVREN_CONNECTION_OK;
+  long when = 1;
+  logging.get_connection_status(status, when);
+  EXPECT_EQ(status, TAVREN_CONNECTION_NONE);
+  EXPECT_EQ(when, 0);
+  EXPECT_TRUE(recorded_system::take_log().empty());
+  EXPECT_TRUE(recorded_system::take_console().empty());
+  logging.close_connection();
+}
+
 TEST_F(HandleCreation, PassesAnyOtherExceptionOn) {
   char text[] = "left over";
   message = text;

@@ -83,7 +83,7 @@ class KnownHosts : public LoginTest {
 
 }  // namespace
 
-TEST_F(KnownHosts, HoldsTheHostAndItsKeyInOneLine) {
+TEST_F(KnownHosts, HoldsTheHostAndItsKeyAndTheKeyForAnotherPort) {
   log_in();
   EXPECT_EQ(read_file(file), lines_for("archive.example"));
 }

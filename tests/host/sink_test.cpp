@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "TavrenExceptions.h"
@@ -233,6 +235,26 @@ TEST_F(Sink, ThatTakesNoDataIsAnUnconvertedTimeout) {
   host.start_send_file("file", 1000000, 0644);
   const std::string much = some_bytes(1000000);
   EXPECT_THROW(host.continue_send_file(much.data(), 1000000), TavrenTimeout);
+}
+
+TEST_F(Sink, WaitingForTheRestOfItsComplaintIsCancelledByDisabling) {
+  use_sink("printf '\\002half a line'; echo so >$dir/said\n" + wait_forever);
+  std::thread other([this] {
+    while (sink->taken("said").empty()) usleep(1000);
+    host.disable();
+  });
+  EXPECT_THROW(host.send_data("abc", 3, "file", 0644), TavrenOperationCancelled);
+  other.join();
+}
+
+TEST_F(Sink, WaitingForItsAnswerToTheEndAfterAWarningIsCancelledByDisabling) {
+  use_sink("printf '\\001scp: no\\n'; next_line end\n" + wait_forever);
+  std::thread other([this] {
+    while (sink->taken("end").empty()) usleep(1000);
+    host.disable();
+  });
+  EXPECT_THROW(host.send_data("abc", 3, "file", 0644), TavrenOperationCancelled);
+  other.join();
 }
 
 TEST_F(Sink, WaitingForItIsCancelledByDisabling) {

@@ -129,6 +129,12 @@ TEST_F(FingerprintFailure, WithoutAwkIsAnInternalError) {
   EXPECT_EQ(files_left(), "");
 }
 
+TEST_F(FingerprintFailure, OfABadKeyWithoutAwkLeavesNoFile) {
+  remove_awk();
+  fingerprint("not a key");
+  EXPECT_EQ(files_left(), "");
+}
+
 TEST_F(FingerprintFailure, WithoutAKeyGeneratorIsAnInvalidKey) {
   write_file(lab::value("LAB") + "/nothing", "");
   lab::change_machine("mount --bind $LAB/nothing /usr/bin/ssh-keygen");

@@ -119,6 +119,14 @@ TEST_F(ChildOutputLog, FollowsNoLinkThatCannotBeMoved) {
   EXPECT_EQ(read_file(path("victim")), "untouched");
 }
 
+TEST_F(ChildOutputLog, WaitsForNoNamedPipeThatCannotBeMoved) {
+  make_unmovable();
+  ASSERT_EQ(mkfifo(path().c_str(), 0666), 0);
+  const std::string output =
+      run("10000", [] { printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str()); });
+  EXPECT_EQ(output, "24(write(log_child_output), 6)");
+}
+
 TEST_F(ChildOutputLog, MovesALinkAwayAndLeavesItsFileAlone) {
   write_file(path("victim"), "untouched");
   std::filesystem::create_symlink(path("victim"), path());

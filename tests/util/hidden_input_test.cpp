@@ -4,6 +4,7 @@
 #include <pty.h>
 #include <signal.h>
 #include <stdio.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -20,12 +21,14 @@
 
 namespace {
 
-int interruptions = 0; /* of the next calls of tcsetattr */
-std::string changes;   /* when each call of tcsetattr was to take effect */
+int interruptions = 0;        /* of the next calls of tcsetattr */
+std::string changes;          /* when each call of tcsetattr was to take effect */
+int unread_at_restoring = -1; /* bytes of output when the terminal was restored */
 
 }  // namespace
 
 STANDS_BEFORE_THE_REAL_ONE int tcsetattr(int fd, int actions, const termios* settings) noexcept {
+  if (actions == TCSANOW) ioctl(STDOUT_FILENO, FIONREAD, &unread_at_restoring);
   changes += actions == TCSAFLUSH ? "flush " : actions == TCSANOW ? "now " : "drain ";
   if (interruptions == 0) {
     return real<int(int, int, const termios*)>("tcsetattr")(fd, actions, settings);
@@ -74,7 +77,7 @@ class TerminalInput : public testing::Test {
     dup2(output[1], STDOUT_FILENO);
     changes.clear();
     action();
-    dprintf(result[1], "%s;", changes.c_str());
+    dprintf(result[1], "%s;%d;", changes.c_str(), unread_at_restoring);
     fflush(stdout);
     _exit(0);
   }
@@ -99,8 +102,10 @@ class TerminalInput : public testing::Test {
   /* Starts the child and waits for its prompt. */
   void start_and_wait(int hide, int lines = 1) {
     start(hide, lines);
-    ASSERT_EQ(read_until(output[0], ' '), "Password: ");
+    wait_for_prompt();
   }
+
+  void wait_for_prompt() { ASSERT_EQ(read_until(output[0], ' '), "Password: "); }
 
   /* Types that and waits until the terminal has it. */
   void type_ahead(const std::string& text) {
@@ -121,6 +126,9 @@ class TerminalInput : public testing::Test {
 
   /* Returns when each change of the terminal was to take effect; the child's lines must have been taken. */
   std::string changes_of_the_terminal() { return read_until(result[0], ';'); }
+
+  /* Returns how many bytes of output nobody had read when the terminal was restored; behind the changes. */
+  int unread_when_restored() { return std::stoi(read_until(result[0], ';')); }
 
   /* Returns what the child has written after its prompt; it must have ended. */
   std::string rest_of_output() {
@@ -213,6 +221,18 @@ TEST_F(TerminalInput, HiddenFlushesTheTerminalOnceAndRestoresItAtOnce) {
   type("secret\n");
   line();
   EXPECT_EQ(changes_of_the_terminal(), "flush now ;");
+}
+
+TEST_F(TerminalInput, HiddenRestoresTheTerminalBehindItsNewline) {
+  start([] {
+    setvbuf(stdout, nullptr, _IONBF, 0);
+    char buffer[20];
+    tavren_read_input("Password: ", buffer, sizeof buffer, 1);
+  });
+  wait_for_prompt();
+  type("secret\n");
+  changes_of_the_terminal();
+  EXPECT_EQ(unread_when_restored(), 1);
 }
 
 TEST_F(TerminalInput, HiddenLeavesATerminalWithoutEchoAsItIs) {

@@ -79,6 +79,14 @@ TEST_F(TestHost, DestroysItsHostObjectWhenItPasses) {
   EXPECT_TRUE(failing_memory::was_released());
 }
 
+TEST_F(TestHost, DeliberatelyKeepsItsHostObjectWhenAStepFails) {
+  set_command("rm", "false");
+  failing_memory::watch_allocation(1);
+  failed_test();
+  EXPECT_TRUE(failing_memory::is_watching());
+  EXPECT_FALSE(failing_memory::was_released());
+}
+
 TEST_F(TestHost, ThrowsWhatFailsWithoutAMessage) {
   set_command("rm", "false");
   EXPECT_EQ(failed_test(), "  - Remote command \"false -r test\" failed with error code 1\n");

@@ -153,6 +153,23 @@ TEST_F(DeleteAllFiles, RemovesMoreThanOneReadOfTheDirectoryHolds) {
   EXPECT_EQ(remaining(), Names());
 }
 
+/* A path that was cut would be another file's. */
+TEST_F(DeleteAllFiles, LeavesAFileWhosePathIsTooLong) {
+  std::string deep = directory.path();
+  while (deep.size() < 3880) deep += "/" + std::string(100, 'd');
+  const std::string longest(4095 - (deep.size() + 1), 'f');
+  const std::string too_long = longest + "f";
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::create_directories(deep);
+  std::filesystem::current_path(deep);
+  write_file(longest, "");
+  write_file(too_long, "");
+  tavren_delete_all_files(deep.c_str());
+  EXPECT_FALSE(std::filesystem::exists(longest));
+  EXPECT_TRUE(std::filesystem::remove(too_long));
+  std::filesystem::current_path(before);
+}
+
 TEST_F(DeleteAllFiles, DoesNothingWhereThereIsNoDirectory) {
   write_file(directory.path(".file"), "x");
   tavren_delete_all_files(directory.path("none").c_str());

@@ -191,6 +191,17 @@ TEST_F(Lock, IsOnTheWholeFileAndNotWaitedFor) {
             std::to_string(F_TLOCK) + " 0");
 }
 
+TEST_F(Lock, IsTakenWithTheUmaskAsItWas) {
+  EXPECT_EQ(in_instance([] {
+              umask(027);
+              mode_t at_locking = 0;
+              at_lockf = [&at_locking] { umask(at_locking = umask(0)); };
+              set_up();
+              return std::to_string(at_locking);
+            }),
+            std::to_string(027));
+}
+
 /* What the predecessor locked is no lock any more once it has gone: the next instance would make one of its own. */
 TEST_F(Lock, IsThatOfTheFileThatIsThereAfterAPredecessorTookItsOwnAway) {
   EXPECT_EQ(in_instance([this] {
