@@ -123,7 +123,7 @@ TEST_F(Faults, InAFingerprint) {
                   },
                   [] {}},
                  /* where the key file cannot be written it may stay, half-written */
-                 "(fputs|fclose|malloc) fails: failure, leaving host_key");
+                 "(fputs|fclose|fdopen|malloc) fails: failure, leaving host_key");
 }
 
 TEST_F(Faults, InThePrivateDirectory) {

@@ -26,6 +26,11 @@ class Sink : public SinkTest {
            "\n  - Command output: \"" + output + "\"\n";
   }
 
+  /* Waits until the sink has made a file of that name beside itself. */
+  void wait_until_it_has_made(const std::string& name) const {
+    while (!std::filesystem::exists(std::filesystem::path(sink->path()).replace_filename(name))) usleep(1000);
+  }
+
   std::string timeout(const std::string& step) const {
     return "  - Timeout occurred while running remote command: \"" + sink_command("file") + " (" + step + ")\"\n";
   }
@@ -240,7 +245,7 @@ TEST_F(Sink, ThatTakesNoDataIsAnUnconvertedTimeout) {
 TEST_F(Sink, WaitingForTheRestOfItsComplaintIsCancelledByDisabling) {
   use_sink("printf '\\002half a line'; echo so >$dir/said\n" + wait_forever);
   std::thread other([this] {
-    while (sink->taken("said").empty()) usleep(1000);
+    wait_until_it_has_made("said");
     host.disable();
   });
   EXPECT_THROW(host.send_data("abc", 3, "file", 0644), TavrenOperationCancelled);
@@ -250,7 +255,7 @@ TEST_F(Sink, WaitingForTheRestOfItsComplaintIsCancelledByDisabling) {
 TEST_F(Sink, WaitingForItsAnswerToTheEndAfterAWarningIsCancelledByDisabling) {
   use_sink("printf '\\001scp: no\\n'; next_line end\n" + wait_forever);
   std::thread other([this] {
-    while (sink->taken("end").empty()) usleep(1000);
+    wait_until_it_has_made("end");
     host.disable();
   });
   EXPECT_THROW(host.send_data("abc", 3, "file", 0644), TavrenOperationCancelled);
