@@ -36,10 +36,12 @@ std::optional<LogFile> take_old_file(const Progress& progress, Files& beside, co
 
 Stretch rest_of(const LogFile& file, int64_t first, bool grows) { return {file, first, file.size, grows, false}; }
 
-Stretch lost(const std::string& path, int64_t first, int64_t end) {
+Stretch lost(const LogFile& file, int64_t first, int64_t end) { return {file, first, end, false, true}; }
+
+Stretch lost_at(const std::string& path, const Progress& progress) {
   LogFile gone;
   gone.path = path;
-  return {gone, first, end, false, true};
+  return lost(gone, progress.offset, progress.seen);
 }
 
 /*
@@ -50,9 +52,10 @@ bool was_empty(const Progress& progress) { return progress.identity.head_length 
 
 /*
  * Whether file may be a copy of present that is being made, or was made a moment ago, and present be truncated next. It
- * is looked at again then.
+ * is looked at again then. One that is empty has been truncated already.
  */
 bool may_be_copy_of(const LogFile& present, const LogFile& file) {
+  if (present.size == 0) return false;
   const size_t length = std::min(present.head.size(), file.head.size());
   return file.mtime_ns >= present.mtime_ns && present.head.compare(0, length, file.head, 0, length) == 0;
 }
@@ -64,7 +67,7 @@ void plan_files_between(const Progress& progress, const std::optional<LogFile>& 
     if (file.size == 0 || (present && may_be_copy_of(*present, file))) continue;
     const bool is_done = !was_empty(progress) && is_same_file(progress.identity, file);
     if (file.mtime_ns < progress.mtime_ns || is_one_of(known, file) || is_done) continue;
-    plan.push_back(is_compressed(file) ? lost(file.path, 0, file.size) : rest_of(file, 0, false));
+    plan.push_back(is_compressed(file) ? lost(file, 0, file.size) : rest_of(file, 0, false));
   }
 }
 
@@ -83,9 +86,14 @@ std::vector<Stretch> plan_growing_file(const std::string& path, const std::optio
     std::sort(beside.begin(), beside.end(), is_older);
     if (is_known) {
       const std::optional<LogFile> old = take_old_file(*progress, beside, known);
-      plan.push_back(old ? rest_of(*old, progress->offset, false) : lost(path, progress->offset, progress->seen));
+      plan.push_back(old ? rest_of(*old, progress->offset, false) : lost_at(path, *progress));
     }
     plan_files_between(*progress, present, beside, known, plan);
+  }
+  const bool is_new_in_use = present && present->size > 0;
+  if (!is_new_in_use && !plan.empty() && !plan.back().lost) {
+    plan.back().grows = true;
+    return plan;
   }
   if (present) plan.push_back(rest_of(*present, 0, true));
   return plan;

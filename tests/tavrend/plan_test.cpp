@@ -260,6 +260,23 @@ TEST(GrowingFile, DoesNotTakeACopyOfItselfThatIsBeingMade) {
       "m.1:0-10 m:0-5+");
 }
 
+TEST(GrowingFile, TakesACopyAsSoonAsItHasBeenTruncated) {
+  Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  before.finished = true;
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "", 31), {file("m.1", 3, "two\n", 31)}, {})),
+            "m.1:0-4+");
+}
+
+TEST(GrowingFile, StillGrowsUnderItsNewNameWhileTheNewOneIsEmptyOrNotThere) {
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  const std::vector<LogFile> rotated = {file("m.1", 1, "one\ntwo\n", 20)};
+  EXPECT_EQ(words_of(plan_growing_file("m", before, {}, rotated, {})), "m.1:4-8+");
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "", 20), rotated, {})), "m.1:4-8+");
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 3, "", 30),
+                                       {file("m.1", 2, "three\n", 30), file("m.2", 1, "one\ntwo\n", 20)}, {})),
+            "m.2:4-8 m.1:0-6+");
+}
+
 namespace {
 
 /* The end of the piece of text that begins at first. */
