@@ -11,8 +11,14 @@ tavrend_test(tavrend_store_tests tavrend/store_test.cpp)
 # The daemon itself, beside an archive host of its own, where neither a sanitizer nor an emulator makes it slow.
 if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND TAVREN_SLOW_TESTS AND NOT TAVREN_SANITIZE
     AND NOT CMAKE_CROSSCOMPILING)
-  tavren_test(tavrend_tests tavrend/daemon_test.cpp LAB TIMEOUT 180)
   program_of(tavrend tavrend)
-  target_compile_definitions(tavrend_tests PRIVATE TAVREND="${tavrend}" HODRA_PUT="${hodra_put}")
-  add_dependencies(tavrend_tests tavrend hodra-put)
+  # tavrend_daemon_test(NAME TIMEOUT SOURCE...): a test program of the running daemon.
+  function(tavrend_daemon_test name timeout)
+    tavren_test(${name} ${ARGN} LAB TIMEOUT ${timeout})
+    target_compile_definitions(${name} PRIVATE TAVREND="${tavrend}" HODRA_PUT="${hodra_put}")
+    add_dependencies(${name} tavrend hodra-put)
+  endfunction()
+  tavrend_daemon_test(tavrend_tests 180 tavrend/daemon_test.cpp)
+  tavrend_daemon_test(tavrend_every_byte_tests 180 tavrend/every_byte_test.cpp)
+  tavrend_daemon_test(tavrend_outage_tests 180 tavrend/outages_test.cpp)
 endif()
