@@ -106,10 +106,13 @@ void Archiver::keep_first_look(const Section& section) {
   if (section.follow.empty()) return;
   if (desk.with_store([&](Store& store) { return store.progress(section.name); })) return;
   try {
-    const auto log = look_at(log_dir_prefix(), section.follow);
-    if (!log) return;
-    const Progress nothing_yet{identity_of(*log), 0, log->size, log->mtime_ns, false};
-    desk.with_store([&](Store& store) { store.set_progress(section.name, nothing_yet); });
+    Progress nothing_yet;
+    if (const auto log = look_at(log_dir_prefix(), section.follow)) {
+      nothing_yet = {identity_of(*log), 0, log->size, log->mtime_ns, false};
+    }
+    /* What was rotated away before is left where it is, whatever becomes of the clock. */
+    const std::vector<LogFile> before = find_beside(log_dir_prefix(), section.follow).files;
+    desk.with_store([&](Store& store) { store.begin_log(section.name, nothing_yet, before); });
   } catch (const UnreadableFile&) {
     /* Which is reported where it is to be archived. */
   }
