@@ -30,12 +30,19 @@ class DaemonThatIsKilled : public TavrendTest, public testing::WithParamInterfac
     return text;
   }
 
-  /* Has the daemon begin to archive, and kills it in the middle of something. */
-  void live_for(int milliseconds) {
+  /*
+   * Has the daemon begin to archive, and kills it after so many milliseconds, or in the middle of an item: as soon as
+   * one stands in the archive.
+   */
+  void live_for(int milliseconds, bool until_an_item) {
     start_again();
+    const size_t before = items("messages").size() + items("closed").size();
     run_task("LogTypeTask.messages");
     if (GetParam().value.closed_files) run_task("LogTypeTask.closed");
-    usleep(static_cast<useconds_t>(milliseconds) * 1000);
+    for (int passed = 0; passed < milliseconds; ++passed) {
+      usleep(1000);
+      if (until_an_item && items("messages").size() + items("closed").size() > before) break;
+    }
     stop(SIGKILL);
   }
 };
@@ -54,7 +61,7 @@ TEST_P(DaemonThatIsKilled, ArchivesEveryByteOnce) {
   wait_until("the first line", [] { return archive_of("messages") == "first line\n"; });
   stop(SIGKILL);
   writer.begin();
-  for (int i = 0; i < repetitions(20, 200); ++i) live_for(life(random));
+  for (int i = 0; i < repetitions(20, 200); ++i) live_for(life(random), i % 2 == 0);
   writer.stop();
   writer.rotate();
   start_again();

@@ -7,6 +7,7 @@ endfunction()
 tavrend_test(tavrend_plan_tests tavrend/plan_test.cpp)
 tavrend_test(tavrend_config_tests tavrend/config_test.cpp)
 tavrend_test(tavrend_store_tests tavrend/store_test.cpp)
+tavrend_test(tavrend_renamed_files_tests tavrend/renamed_files_test.cpp)
 
 # The daemon itself, beside an archive host of its own, where neither a sanitizer nor an emulator makes it slow.
 if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND TAVREN_SLOW_TESTS AND NOT TAVREN_SANITIZE
@@ -19,7 +20,8 @@ if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND TAVREN_SLOW_TESTS
     add_dependencies(${name} tavrend hodra-put)
   endfunction()
   tavrend_daemon_test(tavrend_tests 180 tavrend/daemon_test.cpp)
-  tavrend_daemon_test(tavrend_every_byte_tests 180 tavrend/every_byte_test.cpp)
+  # Many more kills, when scripts/endurance asks for them.
+  tavrend_daemon_test(tavrend_every_byte_tests 1800 tavrend/every_byte_test.cpp)
   tavrend_daemon_test(tavrend_outage_tests 180 tavrend/outages_test.cpp)
   tavrend_daemon_test(tavrend_log_tests 180 tavrend/logs_test.cpp)
   tavrend_daemon_test(tavrend_clock_tests 180 tavrend/clock_test.cpp)
