@@ -14,10 +14,14 @@ class DaemonInAnOutage : public TavrendTest {
 
   static std::string system_log() { return read_file(lab::value("LAB_SYSLOG")); }
 
-  /* Has an item of some megabytes stand half in the archive, with the daemon about to send the rest. */
-  void begin_to_send(const std::string& content) {
+  /* Has an item of many megabytes stand half in the archive, with the daemon about to send the rest. */
+  void begin_to_send() {
+    append("messages", lines);
+    start(following("messages"));
+    set_tunable("ssh_command_timeout", "3");
+    set_tunable("failure_retry_interval", "1");
     slow_the_network();
-    append("messages", content);
+    ASSERT_EQ(set_config(), 0);
     wait_until_half_is_sent("messages");
   }
 
@@ -27,11 +31,7 @@ class DaemonInAnOutage : public TavrendTest {
 }  // namespace
 
 TEST_F(DaemonInAnOutage, OfTheNetworkSendsTheItemAgainUnderItsName) {
-  start(following("messages"));
-  set_tunable("ssh_command_timeout", "3");
-  set_tunable("failure_retry_interval", "1");
-  ASSERT_EQ(set_config(), 0);
-  begin_to_send(lines);
+  begin_to_send();
   const std::vector<std::string> before = items("messages");
   lab::change_machine("tc qdisc replace dev lo root bfifo limit 1"); /* which drops every packet */
   wait_until("the failure is in the system log", [] { return system_log().find("timed out") != std::string::npos; });
@@ -42,10 +42,7 @@ TEST_F(DaemonInAnOutage, OfTheNetworkSendsTheItemAgainUnderItsName) {
 }
 
 TEST_F(DaemonInAnOutage, OfTheServerSendsTheItemAgainUnderItsName) {
-  start(following("messages"));
-  set_tunable("failure_retry_interval", "1");
-  ASSERT_EQ(set_config(), 0);
-  begin_to_send(lines);
+  begin_to_send();
   const std::vector<std::string> before = items("messages");
   lab::kill_sshd_and_sessions();
   wait_until("an error", [] { return !errors().empty(); });
