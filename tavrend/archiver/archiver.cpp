@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <time.h>
 
+#include <algorithm>
 #include <sstream>
 #include <system_error>
 
@@ -93,10 +94,28 @@ Session& Archiver::session(const Work& work) {
 }
 
 void Archiver::archive(const Work& work) {
+  for (const Section& section : work.sections) keep_first_look(section);
   /* Otherwise a session is opened when there is something for it. */
   if (work.claim) session(work);
   if (work.measure_space) measure(work);
   for (const Section& section : work.sections) archive_section(work, section);
+}
+
+/* Before any session: nothing would be known of a log that is rotated before the first one succeeds. */
+void Archiver::keep_first_look(const Section& section) {
+  if (section.follow.empty()) return;
+  if (desk.with_store([&](Store& store) { return store.progress(section.name); })) return;
+  try {
+    Progress nothing_yet;
+    if (const auto log = look_at(log_dir_prefix(), section.follow)) {
+      nothing_yet = {identity_of(*log), 0, log->size, log->mtime_ns, false};
+    }
+    /* What was rotated away before is left where it is, whatever becomes of the clock. */
+    const std::vector<LogFile> before = find_beside(log_dir_prefix(), section.follow).files;
+    desk.with_store([&](Store& store) { store.begin_log(section.name, nothing_yet, before); });
+  } catch (const UnreadableFile&) {
+    /* Which is reported where it is to be archived. */
+  }
 }
 
 void Archiver::measure(const Work& work) {
@@ -113,7 +132,7 @@ void Archiver::measure(const Work& work) {
 
 void Archiver::archive_section(const Work& work, const Section& section) {
   try {
-    resume(work, section);
+    if (!resume(work, section)) return;
     if (section.follow.empty()) {
       archive_closed_files(work, section);
     } else {
@@ -121,78 +140,81 @@ void Archiver::archive_section(const Work& work, const Section& section) {
     }
   } catch (const UnreadableFile& file) {
     desk.report(error_of(file));
-    open_session.reset();
-  } catch (const FileChanged& file) {
-    /* A log that was rotated meanwhile is found again, and what was on its way of it, by the next run. */
-    if (section.follow.empty()) desk.report(error_of(file));
-    open_session.reset();
   }
 }
 
-/* Carries out an item that was on its way when the daemon or its session ended, under the same name. */
-void Archiver::resume(const Work& work, const Section& section) {
+/*
+ * Carries out an item that was on its way when the daemon or its session ended, under the same name. Returns whether
+ * the section can go on.
+ */
+bool Archiver::resume(const Work& work, const Section& section) {
   const auto intent = desk.with_store([&](Store& store) { return store.open_intent(section.name); });
-  if (!intent) return;
-  const auto file = find_again(section, *intent);
-  if (file) {
-    try {
-      send_item(work, section, *file, *intent, false);
-      return;
-    } catch (const NoRoom& error) {
-      desk.report(error_of(error));
-    }
-  }
-  /* The file is gone, or another one by now: what is planned anew says what was lost. Nothing half stays behind. */
-  session(work).remove(intent->remote_path);
-  desk.with_store([&](Store& store) { store.give_up_item(*intent); });
+  if (!intent) return true;
+  if (const auto file = find_again(section, *intent)) return try_item(work, section, *file, *intent, false);
+  /* What is planned anew says what was lost of a log. */
+  if (!intent->follows) report_if_gone(section, intent->file);
+  take_back_item(work, section);
+  return true;
 }
 
-std::optional<OpenFile> Archiver::find_again(const Section& section, const Intent& intent) {
+/* Returns the files that section speaks of, whatever is planned with them. */
+std::vector<LogFile> Archiver::files_of(const Section& section) {
   const std::string prefix = log_dir_prefix();
+  if (section.follow.empty()) return find_matching(prefix, section.files).files;
+  std::vector<LogFile> files = find_beside(prefix, section.follow).files;
+  if (const auto present = look_at(prefix, section.follow)) files.push_back(*present);
+  return files;
+}
+
+/* Opens the file that intent speaks of, also when it was renamed since. */
+std::optional<OpenFile> Archiver::find_again(const Section& section, const Intent& intent) {
   const Identity identity = identity_of(intent.file);
   const auto is_it = [&](const LogFile& file) {
     if (intent.follows) return is_same_file(identity, file) && file.size >= intent.first + intent.length;
-    return is_same_file(identity, file) && file.size == intent.file.size && file.mtime_ns == intent.file.mtime_ns;
+    return is_archived({identity, intent.file.size, intent.file.mtime_ns}, file);
   };
-  std::vector<LogFile> candidates;
-  if (section.follow.empty()) {
-    candidates = find_matching(prefix, section.files).files;
-  } else {
-    candidates = find_beside(prefix, section.follow).files;
-    if (const auto present = look_at(prefix, section.follow)) candidates.push_back(*present);
-  }
-  for (const LogFile& file : candidates) {
-    if (!is_it(file)) continue;
-    OpenFile open(prefix, file.path);
-    if (open.is_open() && is_it(describe(open, file.path))) return open;
+  const auto open_it = [&is_it](const std::string& path) -> std::optional<OpenFile> {
+    OpenFile file(log_dir_prefix(), path);
+    if (file.is_open() && is_it(describe(file, path))) return file;
+    return std::nullopt;
+  };
+  if (auto file = open_it(intent.file.path)) return file;
+  for (const LogFile& candidate : files_of(section)) {
+    if (!is_it(candidate)) continue;
+    if (auto file = open_it(candidate.path)) return file;
   }
   return std::nullopt;
 }
 
+/* One that is there and has changed since is a new item. */
+void Archiver::report_if_gone(const Section& section, const LogFile& file) {
+  const std::vector<LogFile> files = files_of(section);
+  const auto is_it = [identity = identity_of(file)](const LogFile& other) { return is_same_file(identity, other); };
+  if (std::none_of(files.begin(), files.end(), is_it)) desk.report(error_of(UnreadableFile(file.path, ENOENT, false)));
+}
+
 void Archiver::archive_closed_files(const Work& work, const Section& section) {
-  const std::string prefix = log_dir_prefix();
-  const Found found = find_matching(prefix, section.files);
+  const Found found = find_matching(log_dir_prefix(), section.files);
   for (const UnreadableFile& file : found.unreadable) desk.report(error_of(file));
   const auto archived = desk.with_store([&](Store& store) { return store.archived_files(section.name); });
   const auto files = files_to_archive(found.files, archived);
   int32_t waiting = static_cast<int32_t>(files.size());
   for (const LogFile& file : files) {
     desk.set_waiting(section.compartment, waiting--);
+    Intent intent{section.name, "", file, false, false, 0, file.size};
+    const auto begun = desk.with_store([&](Store& store) { return store.progress(section.name); });
+    if (begun && !begun->finished && is_archived({begun->identity, begun->seen, begun->mtime_ns}, file)) {
+      intent.first = begun->offset;
+      intent.length = file.size - begun->offset;
+    }
     try {
-      const OpenFile open(prefix, file.path);
-      if (!open.is_open()) throw UnreadableFile(file.path, ENOENT, false);
-      Intent intent{section.name, "", file, false, false, 0, file.size};
-      const auto begun = desk.with_store([&](Store& store) { return store.progress(section.name); });
-      if (begun && !begun->finished && is_archived({begun->identity, begun->seen, begun->mtime_ns}, file)) {
-        intent.first = begun->offset;
+      if (const auto open = find_again(section, intent)) {
+        archive_range(work, section, *open, intent);
+      } else {
+        report_if_gone(section, file);
       }
-      archive_range(work, section, open, intent);
     } catch (const UnreadableFile& error) {
       desk.report(error_of(error));
-      open_session.reset();
-    } catch (const FileChanged& changed) {
-      desk.report(error_of(changed));
-      open_session.reset();
     }
   }
   desk.set_waiting(section.compartment, 0);
@@ -208,21 +230,27 @@ void Archiver::archive_growing_file(const Work& work, const Section& section) {
   for (const Stretch& stretch :
        plan_growing_file(section.follow, progress, around->present, around->beside.files, known)) {
     if (stretch.lost) {
-      report_lost(stretch);
-      if (progress && stretch.file.path == section.follow) {
-        Progress gone = *progress;
-        gone.finished = true;
-        desk.with_store([&](Store& store) { store.set_progress(section.name, gone); });
-      }
+      give_up_lost(section, stretch);
     } else if (!archive_stretch(work, section, stretch)) {
       return; /* what comes behind it waits: pieces keep their order */
     }
   }
 }
 
-void Archiver::report_lost(const Stretch& stretch) {
+/* Reports what was lost, once. */
+void Archiver::give_up_lost(const Section& section, const Stretch& stretch) {
   const std::string range = " (bytes " + std::to_string(stretch.first) + " to " + std::to_string(stretch.end) + ")";
   desk.report(TavrenError(TAVREN_E_FILE_READ, stretch.file.path + range, tavren_int_to_string(ENODATA)));
+  desk.with_store([&](Store& store) {
+    auto progress = store.progress(section.name);
+    if (stretch.file.path == section.follow && progress) {
+      progress->finished = true;
+      store.set_progress(section.name, *progress);
+    } else {
+      const Progress over{identity_of(stretch.file), stretch.end, stretch.end, stretch.file.mtime_ns, true};
+      store.look_is_over(section.name, stretch.file, over);
+    }
+  });
 }
 
 bool Archiver::archive_stretch(const Work& work, const Section& section, const Stretch& stretch) {
@@ -246,23 +274,44 @@ bool Archiver::archive_range(const Work& work, const Section& section, const Ope
   const int64_t end = intent.first + intent.length;
   do {
     intent.length = std::min(end - intent.first, longest);
-    try {
-      send_item(work, section, file, intent, true);
-    } catch (const NoRoom& error) {
-      desk.report(error_of(error));
-      return false;
-    } catch (const std::system_error& error) {
-      desk.report(error_of(error));
-      return false;
-    } catch (const TavrenError& error) {
-      if (!is_about_one_item(error)) throw;
-      desk.report(error);
-      open_session.reset(); /* the transfer has it */
-      return false;
-    }
+    if (!try_item(work, section, file, intent, true)) return false;
     intent.first += intent.length;
   } while (intent.first < end);
   return true;
+}
+
+/* Sends an item. Returns whether it is there; one that fails is reported, and nothing of it stays. */
+bool Archiver::try_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent,
+                        bool is_new) {
+  std::optional<TavrenError> failure;
+  try {
+    send_item(work, section, file, intent, is_new);
+    return true;
+  } catch (const NoRoom& error) {
+    failure = error_of(error);
+  } catch (const UnreadableFile& error) {
+    failure = error_of(error);
+  } catch (const FileChanged& error) {
+    /* A log that was rotated meanwhile is found again, and what was on its way of it, by the next run. */
+    if (!intent.follows) failure = error_of(error);
+  } catch (const std::system_error& error) {
+    failure = error_of(error);
+  } catch (const TavrenError& error) {
+    if (!is_about_one_item(error)) throw;
+    failure = error;
+  }
+  if (failure) desk.report(*failure);
+  take_back_item(work, section);
+  return false;
+}
+
+/* Removes what there is of an item that failed: the next one of its section takes the place of its intent. */
+void Archiver::take_back_item(const Work& work, const Section& section) {
+  const auto intent = desk.with_store([&](Store& store) { return store.open_intent(section.name); });
+  if (!intent) return;
+  open_session.reset(); /* the transfer has it */
+  session(work).remove(intent->remote_path);
+  desk.with_store([&](Store& store) { store.give_up_item(*intent); });
 }
 
 void Archiver::send_item(const Work& work, const Section& section, const OpenFile& file, const Intent& planned,

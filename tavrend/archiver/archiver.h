@@ -5,6 +5,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "archiver/desk.h"
 #include "archiver/session.h"
@@ -24,16 +25,21 @@ class Archiver {
 
  private:
   void archive(const Work& work);
+  void keep_first_look(const Section& section);
   void measure(const Work& work);
   void archive_section(const Work& work, const Section& section);
   void archive_closed_files(const Work& work, const Section& section);
   void archive_growing_file(const Work& work, const Section& section);
   bool archive_stretch(const Work& work, const Section& section, const Stretch& stretch);
-  void resume(const Work& work, const Section& section);
-  std::optional<OpenFile> find_again(const Section& section, const Intent& intent);
+  bool resume(const Work& work, const Section& section);
+  static std::vector<LogFile> files_of(const Section& section);
+  static std::optional<OpenFile> find_again(const Section& section, const Intent& intent);
+  void report_if_gone(const Section& section, const LogFile& file);
   bool archive_range(const Work& work, const Section& section, const OpenFile& file, Intent intent);
+  bool try_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent, bool is_new);
+  void take_back_item(const Work& work, const Section& section);
   void send_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent, bool is_new);
-  void report_lost(const Stretch& stretch);
+  void give_up_lost(const Section& section, const Stretch& stretch);
   Session& session(const Work& work);
 
   Desk& desk;

@@ -23,7 +23,7 @@ struct Stretch {
   int64_t first = 0;  /* bytes from the file's beginning */
   int64_t end = 0;    /* the one behind the last */
   bool grows = false; /* more may follow: what stands behind the last newline waits for its end */
-  bool lost = false;  /* these bytes were rotated away unread: file.path and the range are all that is known of them */
+  bool lost = false;  /* these bytes were rotated away unread: of the log at path nothing is known but its path */
 };
 
 /*
@@ -33,7 +33,8 @@ struct Stretch {
  *
  * A file that was rotated away is finished first. It is looked for beside by its identity, or, when it was copied and
  * truncated, by its first bytes alone; then files beside that are not known and not older come whole, oldest first,
- * because there may have been several rotations between two looks; then the new file, from its beginning.
+ * because there may have been several rotations between two looks; then the new file, from its beginning. While there
+ * is nothing in that, the service may not know of the rotation yet: it goes on in the file before.
  */
 std::vector<Stretch> plan_growing_file(const std::string& path, const std::optional<Progress>& progress,
                                        const std::optional<LogFile>& present, std::vector<LogFile> beside,

@@ -115,13 +115,39 @@ std::optional<LogFile> look_at(const std::string& prefix, const std::string& pat
   return describe(file, path);
 }
 
-Found find_matching(const std::string& prefix, const std::string& pattern) {
+namespace {
+
+constexpr int most_looks = 50;
+
+using Names = std::set<std::tuple<std::string, uint64_t, uint64_t, bool>>;
+
+/* What two looks must agree on. One that has nothing in it yet may be about to become a copy. */
+void add_names(Names& names, const std::vector<LogFile>& files) {
+  for (const LogFile& file : files) names.insert({file.path, file.device, file.inode, file.size == 0});
+}
+
+Found find_once(const std::string& prefix, const std::string& pattern) {
   Found found;
   glob_t matches{};
   const int result = glob((without_wildcards(prefix) + pattern).c_str(), GLOB_NOSORT, nullptr, &matches);
   for (size_t i = 0; result == 0 && i < matches.gl_pathc; ++i) add(found, prefix, matches.gl_pathv[i] + prefix.size());
   globfree(&matches);
   if (result != 0 && result != GLOB_NOMATCH) found.unreadable.emplace_back(pattern, ENOMEM, false);
+  return found;
+}
+
+}  // namespace
+
+Found find_matching(const std::string& prefix, const std::string& pattern) {
+  Found found;
+  Names before;
+  for (int look = 0; look < most_looks; ++look) {
+    found = find_once(prefix, pattern);
+    Names now;
+    add_names(now, found.files);
+    if (look > 0 && now == before) break;
+    before = std::move(now);
+  }
   return found;
 }
 
@@ -140,18 +166,12 @@ Found find_beside(const std::string& prefix, const std::string& path) {
 }
 
 std::optional<Surroundings> look_around(const std::string& prefix, const std::string& path) {
-  using Names = std::set<std::tuple<std::string, uint64_t, uint64_t>>;
-  constexpr int most_looks = 50;
-  const auto names_of = [](const Surroundings& all) {
-    Names names;
-    if (all.present) names.insert({all.present->path, all.present->device, all.present->inode});
-    for (const LogFile& file : all.beside.files) names.insert({file.path, file.device, file.inode});
-    return names;
-  };
   Names before;
   for (int look = 0; look < most_looks; ++look) {
     Surroundings all{look_at(prefix, path), find_beside(prefix, path)};
-    Names now = names_of(all);
+    Names now;
+    if (all.present) now.insert({path, all.present->device, all.present->inode, false});
+    add_names(now, all.beside.files);
     if (look > 0 && now == before) return all;
     before = std::move(now);
   }

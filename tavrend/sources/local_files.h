@@ -66,7 +66,10 @@ struct Found {
   std::vector<UnreadableFile> unreadable;
 };
 
-/* Returns the regular files that match pattern. */
+/*
+ * Returns the regular files that match pattern. Since one that is renamed meanwhile may be seen under both of its names
+ * or under none, it is looked until two looks agree, some times at the most.
+ */
 Found find_matching(const std::string& prefix, const std::string& pattern);
 
 /* Returns the regular files in the directory of the log at path whose names are those of rotated ones. */

@@ -190,6 +190,13 @@ void Store::set_progress(const std::string& section, const Progress& progress) {
   database->transaction([&] { write_progress(section, progress); });
 }
 
+void Store::begin_log(const std::string& section, const Progress& progress, const std::vector<LogFile>& before) {
+  database->transaction([&] {
+    for (const LogFile& file : before) remember_file(section, file);
+    write_progress(section, progress);
+  });
+}
+
 void Store::write_progress(const std::string& section, const Progress& progress) {
   auto query = database->query("INSERT OR REPLACE INTO progress VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
   bind(query.bind(section), progress.identity)

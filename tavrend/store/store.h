@@ -84,6 +84,8 @@ class Store {
   std::vector<Identity> known_files(const std::string& section);
   std::optional<Progress> progress(const std::string& section);
   void set_progress(const std::string& section, const Progress& progress);
+  /* Begins to follow a log; before are files that are known from now on. */
+  void begin_log(const std::string& section, const Progress& progress, const std::vector<LogFile>& before);
   /* Notes what was seen of a followed log, written only when it is news; one that is finished is a known file. */
   void look_is_over(const std::string& section, const LogFile& file, const Progress& progress);
 

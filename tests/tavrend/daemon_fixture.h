@@ -10,7 +10,9 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -54,11 +56,20 @@ class TavrendTest : public testing::Test {
   }
 
   void start_again() {
+    launch();
+    wait_until_registered();
+  }
+
+  /* Starts the daemon, and waits for nothing. */
+  void launch() {
     daemon = fork();
     if (daemon == 0) {
       execl(TAVREND, TAVREND, "--config", config_file.c_str(), "--state", state.c_str(), nullptr);
       _exit(127);
     }
+  }
+
+  void wait_until_registered() {
     wait_until("the daemon is registered", [this] {
       if (waitpid(daemon, nullptr, WNOHANG) != 0) throw std::runtime_error("the daemon has ended");
       tavren_api_handle_t handle;
@@ -107,6 +118,10 @@ class TavrendTest : public testing::Test {
     return call([&](tavren_api_handle_t* handle) { return tavren_api_run_task(handle, task.c_str()); });
   }
 
+  static void set_tunable(const char* name, const char* value) {
+    EXPECT_EQ(refusal_of([=](auto* h, char** m) { return tavren_api_set_tunable(h, name, value, m); }), "");
+  }
+
   /* Returns the stored errors as they are printed. */
   static std::string errors() {
     char* text = nullptr;
@@ -145,11 +160,36 @@ class TavrendTest : public testing::Test {
     return names;
   }
 
-  /* Returns the contents of a section's items, one behind the other. */
+  /* Returns the contents of a section's items, one behind the other. One that is taken back meanwhile has none. */
   static std::string archive_of(const std::string& section) {
     std::string content;
-    for (const std::string& name : items(section)) content += read_file(lab::archived(section + "/" + name));
+    for (const std::string& name : items(section)) {
+      std::ifstream item(lab::archived(section + "/" + name), std::ios::binary);
+      content.append(std::istreambuf_iterator<char>(item), {});
+    }
     return content;
+  }
+
+  /* Waits until a section's items, one behind the other, are what was written. */
+  static void expect_archived(const std::string& section, const std::string& written) {
+    try {
+      wait_until("every byte once", [&] { return archive_of(section) == written; });
+    } catch (const std::runtime_error&) {
+      ADD_FAILURE() << section << ": " << first_difference(archive_of(section), written)
+                    << "\nstored errors: " << errors();
+    }
+  }
+
+  /* Returns where an archive is not what was written, in words. */
+  static std::string first_difference(const std::string& archived, const std::string& written) {
+    const auto place = std::mismatch(archived.begin(), archived.end(), written.begin(), written.end());
+    const auto position = static_cast<size_t>(place.first - archived.begin());
+    const auto rest_of = [position](const std::string& text) {
+      return text.substr(std::min(position, text.size()), 80);
+    };
+    return "of " + std::to_string(written.size()) + " bytes written " + std::to_string(archived.size()) +
+           " are archived; from byte " + std::to_string(position) + " on \"" + rest_of(archived) + "\" instead of \"" +
+           rest_of(written) + "\"";
   }
 
   std::string log(const std::string& name) const { return logs + "/" + name; }
@@ -158,6 +198,28 @@ class TavrendTest : public testing::Test {
     FILE* file = fopen(log(name).c_str(), "ae");
     if (file == nullptr || fputs(text.c_str(), file) == EOF || fclose(file) != 0)
       throw std::runtime_error("cannot append");
+  }
+
+  /* Returns lines of so many bytes in all, each of them another one. */
+  static std::string many_lines(size_t size) {
+    std::string lines;
+    for (int line = 1; lines.size() < size; ++line) {
+      lines += "line " + std::to_string(line) + " of a service that has much to say\n";
+    }
+    return lines;
+  }
+
+  /* Until it is deleted, what takes ten milliseconds takes two seconds: time to do something in the middle. */
+  static void slow_the_network() {
+    lab::change_machine("tc qdisc add dev lo root tbf rate 80mbit burst 256k latency 50ms");
+  }
+
+  /* Waits until a section's last item stands half in the archive. Nothing of it may be there before. */
+  static void wait_until_half_is_sent(const std::string& section) {
+    wait_until("some bytes of an item are there", [&section] {
+      const std::vector<std::string> names = items(section);
+      return !names.empty() && std::filesystem::file_size(lab::archived(section + "/" + names.back())) > 1000000;
+    });
   }
 
   const std::string logs = lab::value("LAB") + "/logs";

@@ -210,6 +210,25 @@ TEST(GrowingFile, RotatedTwiceBetweenTwoLooksLosesNothing) {
             "m.2:4-8 m.1:0-6 m:0-5+");
 }
 
+TEST(GrowingFile, RotatedSeveralTimesInOneTickOfTheClockKeepsTheOrderOfItsNumbers) {
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 5, "5\n", 20),
+                                       {file("m.9", 4, "4\n", 20), file("m.10", 3, "3\n", 20),
+                                        file("m.11", 2, "2\n", 20), file("m.12", 1, "one\n", 10)},
+                                       {})),
+            "m.12:4-4 m.11:0-2 m.10:0-2 m.9:0-2 m:0-2+");
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 5, "5\n", 20),
+                                       {file("m-20261123", 3, "3\n", 20), file("m-20261122", 2, "2\n", 20),
+                                        file("m-20261121", 1, "one\n", 10)},
+                                       {})),
+            "m-20261121:4-4 m-20261122:0-2 m-20261123:0-2 m:0-2+");
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 5, "5\n", 20),
+                                       {file("m.20261123", 3, "3\n", 20), file("m.20261122", 2, "2\n", 20),
+                                        file("m.20261121", 1, "one\n", 10)},
+                                       {})),
+            "m.20261121:4-4 m.20261122:0-2 m.20261123:0-2 m:0-2+");
+}
+
 TEST(GrowingFile, DoesNotTakeAKnownFileAgain) {
   const LogFile known = file("m.2", 9, "known\n", 15);
   const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
@@ -258,6 +277,59 @@ TEST(GrowingFile, DoesNotTakeACopyOfItselfThatIsBeingMade) {
   EXPECT_EQ(
       words_of(plan_growing_file("m", before, file("m", 2, "four\n", 40), {file("m.1", 3, "two\nthree\n", 31)}, {})),
       "m.1:0-10 m:0-5+");
+}
+
+TEST(GrowingFile, TakesACopyAsSoonAsItHasBeenTruncated) {
+  Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  before.finished = true;
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "", 31), {file("m.1", 3, "two\n", 31)}, {})),
+            "m.1:0-4+");
+}
+
+TEST(GrowingFile, StillGrowsUnderItsNewNameWhileTheNewOneIsEmptyOrNotThere) {
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  const std::vector<LogFile> rotated = {file("m.1", 1, "one\ntwo\n", 20)};
+  EXPECT_EQ(words_of(plan_growing_file("m", before, {}, rotated, {})), "m.1:4-8+");
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "", 20), rotated, {})), "m.1:4-8+");
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 3, "", 30),
+                                       {file("m.1", 2, "three\n", 30), file("m.2", 1, "one\ntwo\n", 20)}, {})),
+            "m.2:4-8 m.1:0-6+");
+}
+
+TEST(GrowingFile, IsFollowedByAClockThatWasSetBack) {
+  const Progress before = progress_in(file("m", 1, "one\n", 1000), 4);
+  const LogFile old = file("m.2", 1, "one\n", 1000);
+  const LogFile known = file("m.9", 9, "known\n", 20);
+  const std::vector<Identity> all_known = {identity_of(known)};
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 3, "three\n", 40),
+                                       {known, file("m.1", 2, "two\n", 30), old}, all_known)),
+            "m.2:4-4 m.1:0-4 m:0-6+");
+  EXPECT_EQ(
+      words_of(plan_growing_file("m", before, file("m", 3, "three\n", 40),
+                                 {known, file("m.1", 2, "two\n", 30), file("m.2", 8, "one\nmore\n", 25)}, all_known)),
+      "m.2:4-9 m.1:0-4 m:0-6+");
+}
+
+TEST(GrowingFile, WrittenOnAfterTheClockWasSetBackIsFollowedByWhatIsNewerThanIt) {
+  const Progress before = progress_in(file("m", 1, "one\n", 1000), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 3, "three\n", 40),
+                                       {file("m.1", 2, "two\n", 30), file("m.2", 1, "one\nmore\n", 20)}, {})),
+            "m.2:4-9 m.1:0-4 m:0-6+");
+}
+
+TEST(GrowingFile, OrdersWhatWasWrittenBeforeTheClockWasSetBackFirst) {
+  const Progress before = progress_in(file("m", 1, "one\n", 1000), 4);
+  EXPECT_EQ(words_of(plan_growing_file(
+                "m", before, file("m", 4, "four\n", 40),
+                {file("m.1", 3, "three\n", 30), file("m.2", 2, "two\n", 1100), file("m.3", 1, "one\n", 1000)}, {})),
+            "m.3:4-4 m.2:0-4 m.1:0-6 m:0-5+");
+}
+
+TEST(GrowingFile, DoesNotTakeACompressedFileForANewOneBecauseTheClockWasSetBack) {
+  const Progress before = progress_in(file("m", 1, "one\n", 1000), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 3, "three\n", 40),
+                                       {file("m.1", 1, "one\n", 1000), file("m.2.gz", 7, "\x1F\x8B...", 20)}, {})),
+            "m.1:4-4 m:0-6+");
 }
 
 namespace {

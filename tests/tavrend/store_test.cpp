@@ -200,6 +200,15 @@ TEST_F(StoreTest, OfAFileThatGrowsKnowsHowFarItCame) {
   EXPECT_TRUE(store->known_files("audit").empty());
 }
 
+TEST_F(StoreTest, KnowsWhatThereWasBeforeALogIsFollowed) {
+  store->begin_log("audit", {{}, 0, 7, 8, false}, {file()});
+  reopen();
+  ASSERT_TRUE(store->progress("audit"));
+  EXPECT_EQ(store->progress("audit")->seen, 7);
+  ASSERT_EQ(store->known_files("audit").size(), 1U);
+  EXPECT_TRUE(is_same_file(store->known_files("audit")[0], file()));
+}
+
 TEST_F(StoreTest, ForgetsAnItemThatIsGivenUp) {
   store->begin_item(intent(), 1);
   store->give_up_item(intent());

@@ -7,14 +7,28 @@ endfunction()
 tavrend_test(tavrend_plan_tests tavrend/plan_test.cpp)
 tavrend_test(tavrend_config_tests tavrend/config_test.cpp)
 tavrend_test(tavrend_store_tests tavrend/store_test.cpp)
+tavrend_test(tavrend_renamed_files_tests tavrend/renamed_files_test.cpp)
 
 # The daemon itself, beside an archive host of its own, where neither a sanitizer nor an emulator makes it slow.
 if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND TAVREN_SLOW_TESTS AND NOT TAVREN_SANITIZE
     AND NOT CMAKE_CROSSCOMPILING)
-  tavren_test(tavrend_tests tavrend/daemon_test.cpp tavrend/set_up_test.cpp LAB TIMEOUT 180)
   program_of(tavrend tavrend)
   program_of(tavren_ctl tavren_ctl)
-  target_compile_definitions(tavrend_tests PRIVATE
-    TAVREND="${tavrend}" HODRA_PUT="${hodra_put}" TAVREN_CTL="${tavren_ctl}")
-  add_dependencies(tavrend_tests tavrend tavren_ctl hodra-put)
+  # tavrend_daemon_test(NAME TIMEOUT SOURCE...): a test program of the running daemon.
+  function(tavrend_daemon_test name timeout)
+    tavren_test(${name} ${ARGN} LAB TIMEOUT ${timeout})
+    target_compile_definitions(${name} PRIVATE
+      TAVREND="${tavrend}" HODRA_PUT="${hodra_put}" TAVREN_CTL="${tavren_ctl}")
+    add_dependencies(${name} tavrend tavren_ctl hodra-put)
+  endfunction()
+  tavrend_daemon_test(tavrend_tests 180 tavrend/daemon_test.cpp tavrend/set_up_test.cpp)
+  # Many more kills, when scripts/endurance asks for them.
+  tavrend_daemon_test(tavrend_every_byte_tests 1800 tavrend/every_byte_test.cpp)
+  tavrend_daemon_test(tavrend_outage_tests 180 tavrend/outages_test.cpp)
+  tavrend_daemon_test(tavrend_log_tests 180 tavrend/logs_test.cpp)
+  tavrend_daemon_test(tavrend_clock_tests 180 tavrend/clock_test.cpp)
+  add_library(moved_clock MODULE tavrend/moved_clock.cpp)
+  target_include_directories(moved_clock PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+  target_compile_definitions(tavrend_clock_tests PRIVATE MOVED_CLOCK="$<TARGET_FILE:moved_clock>")
+  add_dependencies(tavrend_clock_tests moved_clock)
 endif()

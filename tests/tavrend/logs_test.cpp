@@ -1,0 +1,297 @@
+#include <fstream>
+
+#include "tavrend/daemon_fixture.h"
+
+/*
+ * What logs are and what becomes of them while the daemon looks away, or is about to send them.
+ */
+namespace {
+
+class DaemonsLog : public TavrendTest {
+ protected:
+  std::string following(const std::string& name) const {
+    return "[messages]\nfollow = " + log(name) + "\ninterval = 1\n";
+  }
+
+  std::string closed(const std::string& pattern) const {
+    return "[closed]\nfiles = " + log(pattern) + "\ninterval = 1\n";
+  }
+
+  /* Runs commands in the directory of the logs while the daemon does not look. */
+  void behind_its_back(const std::string& commands) {
+    ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+    lab::run("cd " + logs + " && " + commands);
+    ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
+  }
+
+  /* Two kilobytes that logs of one service may begin with. */
+  const std::string header = many_lines(2000);
+};
+
+/* Returns how often part is in text. */
+size_t count(const std::string& text, const std::string& part) {
+  size_t times = 0;
+  for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) ++times;
+  return times;
+}
+
+}  // namespace
+
+/* Written anew in its place, which looks like a new log on a reused inode, and no file system has to reuse one for it.
+ */
+TEST_F(DaemonsLog, OnAReusedInodeThatIsLongerIsSentFromItsBeginning) {
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  behind_its_back("printf 'two\\nthree\\n' >messages");
+  expect_archived("messages", "one\ntwo\nthree\n");
+  EXPECT_EQ(count(errors(), "messages (bytes 4 to 4), ecode=61"), 1U) << errors();
+}
+
+TEST_F(DaemonsLog, OfSeveralThatAreAlikeButForTheirEndMissesNone) {
+  for (const char* name : {"a.1", "a.2", "a.3"}) {
+    append(name, header + name + "\n");
+    lab::run("touch -d 2026-01-01 " + log(name));
+  }
+  start(closed("a.*"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("closed", header + "a.1\n" + header + "a.2\n" + header + "a.3\n");
+  append("a.4", header + "a.4\n");
+  lab::run("touch -d 2026-01-01 " + log("a.4"));
+  expect_archived("closed", header + "a.1\n" + header + "a.2\n" + header + "a.3\n" + header + "a.4\n");
+}
+
+TEST_F(DaemonsLog, ThatBeginsLikeTheOneBeforeIsAnother) {
+  append("messages", header);
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", header);
+  append("messages", "one\n");
+  lab::run("mv " + log("messages") + " " + log("messages.1"));
+  append("messages", header + "two\n");
+  expect_archived("messages", header + "one\n" + header + "two\n");
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(DaemonsLog, RotatedSeveralTimesWhileTheDaemonWasDownIsFoundBeside) {
+  append("messages.1", "long ago\n");
+  lab::run("touch -d 2026-01-01 " + log("messages.1"));
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  stop();
+  append("messages", "two\n");
+  lab::run("cd " + logs + " && mv messages.1 messages.3 && mv messages messages.2");
+  append("messages.1", "three\n");
+  append("messages", "four\n");
+  start_again();
+  expect_archived("messages", "one\ntwo\nthree\nfour\n");
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(DaemonsLog, CopiedAndTruncatedWhileTheDaemonWasDownIsFoundBeside) {
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  stop();
+  append("messages", "two\n");
+  lab::run("cd " + logs + " && cp messages messages.1 && printf 'three\\nand more\\n' >messages");
+  start_again();
+  expect_archived("messages", "one\ntwo\nthree\nand more\n");
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(DaemonsLog, ThatComesAndIsRotatedBetweenTwoLooksIsSentWhole) {
+  append("messages.1", "long ago\n");
+  append("other", "1\n");
+  start(following("messages") + "[other]\nfollow = " + log("other") + "\ninterval = 1\n");
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("other", "1\n");
+  append("other", "2\n");
+  expect_archived("other", "1\n2\n"); /* in the same run as a look at a log that is not there */
+  behind_its_back("mv messages.1 messages.3 && echo one >messages.2 && echo two >messages.1 && echo three >messages");
+  expect_archived("messages", "one\ntwo\nthree\n");
+  EXPECT_EQ(errors(), "");
+}
+
+/* A service learns of a rotation some time after it. */
+TEST_F(DaemonsLog, ThatIsWrittenUnderItsNewNameForAWhileIsSentWhole) {
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  lab::run("mv " + log("messages") + " " + log("messages.1"));
+  append("messages.1", "two\n");
+  expect_archived("messages", "one\ntwo\n");
+  append("messages", "");
+  append("messages.1", "three\n");
+  expect_archived("messages", "one\ntwo\nthree\n");
+  append("messages.1", "last words");
+  append("messages", "four\n");
+  expect_archived("messages", "one\ntwo\nthree\nlast wordsfour\n");
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(DaemonsLog, OnlyCompressedBesideIsReportedOnce) {
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  /* Rotated twice, and the second one is compressed; nothing new is there for some runs. */
+  behind_its_back("mv messages messages.2 && echo two >messages.1 && gzip messages.1");
+  append("messages", "four\n");
+  expect_archived("messages", "one\nfour\n");
+  append("messages", "five\n");
+  expect_archived("messages", "one\nfour\nfive\n");
+  EXPECT_EQ(count(errors(), "messages.1.gz (bytes 0 to "), 1U) << errors();
+}
+
+TEST_F(DaemonsLog, OnlyCompressedBesideIsReportedOnceAlsoWithoutANewOne) {
+  append("messages", "one\n");
+  append("clock", "");
+  start(following("messages") + "[clock]\nfollow = " + log("clock") + "\ninterval = 1\n");
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  behind_its_back("mv messages messages.2 && echo two >messages.1 && gzip messages.1");
+  /* Each run archives what the second log has. */
+  for (const char* line : {"1\n", "2\n", "3\n"}) {
+    const std::string before = archive_of("clock");
+    append("clock", line);
+    expect_archived("clock", before + line);
+  }
+  EXPECT_EQ(count(errors(), "messages.1.gz (bytes 0 to "), 1U) << errors();
+}
+
+TEST_F(DaemonsLog, IsNoLinkDirectoryPipeOrDevice) {
+  write_file(log("secret"), "secret\n");
+  lab::run("cd " + logs + " && ln -s secret a.1 && mkdir a.2 && mkfifo a.3 && ln -s secret messages");
+  lab::change_machine("mknod " + log("a.4") + " c 1 5");
+  append("a.5", "one\n");
+  start(closed("a.*") + following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("closed", "one\n");
+  append("a.6", "two\n");
+  expect_archived("closed", "one\ntwo\n");
+  EXPECT_EQ(items("messages").size(), 0U);
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(DaemonsLog, IsArchivedOnceItTakesThePlaceOfSomethingElse) {
+  lab::run("mkfifo " + log("messages"));
+  append("other", "one\n");
+  start(following("messages") + "[other]\nfollow = " + log("other") + "\ninterval = 1\n");
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("other", "one\n");
+  lab::run("rm " + log("messages"));
+  append("messages", "two\n");
+  expect_archived("messages", "two\n");
+  /* And what takes its place is none: the log is gone, with nothing of it beside. */
+  behind_its_back("rm messages && ln -s other messages");
+  wait_until("an error", [] { return count(errors(), "messages (bytes 4 to 4), ecode=61") == 1; });
+  append("other", "three\n");
+  expect_archived("other", "one\nthree\n");
+  EXPECT_EQ(archive_of("messages"), "two\n");
+}
+
+TEST_F(DaemonsLog, ThatCannotBeReadIsReportedAndTheOthersGoOn) {
+  append("a.1", "unreadable\n");
+  /* A file of the kernel's that root may open, and nobody read. */
+  lab::change_machine("mount --bind /sys/class/net/lo/speed " + log("a.1"));
+  append("a.2", "one\n");
+  start(closed("a.*"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("closed", "one\n");
+  EXPECT_NE(errors().find("Failed to read from file " + log("a.1") + ", ecode=22"), std::string::npos) << errors();
+}
+
+namespace {
+
+/* In the middle of being sent. */
+class LogThatIsSent : public DaemonsLog {
+ protected:
+  void begin_to_send(const std::string& section, const std::string& configuration) {
+    slow_the_network();
+    start(configuration);
+    ASSERT_EQ(set_config(), 0);
+    wait_until_half_is_sent(section);
+  }
+
+  const std::string large = many_lines(20000000);
+};
+
+}  // namespace
+
+TEST_F(LogThatIsSent, AndGrowsIsArchivedWhole) {
+  append("messages", large);
+  begin_to_send("messages", following("messages"));
+  append("messages", "more\n");
+  expect_archived("messages", large + "more\n");
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(LogThatIsSent, AndIsRenamedIsArchivedOnce) {
+  append("messages", large);
+  begin_to_send("messages", following("messages"));
+  lab::run("mv " + log("messages") + " " + log("messages.1"));
+  append("messages", "new\n");
+  expect_archived("messages", large + "new\n");
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(LogThatIsSent, AndIsCopiedAndTruncatedIsArchivedOnce) {
+  append("messages", large);
+  begin_to_send("messages", following("messages"));
+  lab::run("cd " + logs + " && cp messages messages.1 && echo new >messages");
+  expect_archived("messages", large + "new\n");
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(LogThatIsSent, AndIsTruncatedIsReportedWithItsBytes) {
+  append("messages", large);
+  begin_to_send("messages", following("messages"));
+  lab::run("echo new >" + log("messages"));
+  expect_archived("messages", "new\n");
+  EXPECT_EQ(count(errors(), "messages (bytes 0 to " + std::to_string(large.size()) + "), ecode=61"), 1U) << errors();
+}
+
+TEST_F(LogThatIsSent, AndIsOverwrittenInItsPlaceGivesNoMixture) {
+  append("messages", large);
+  begin_to_send("messages", following("messages"));
+  std::string other = "other " + large;
+  std::reverse(other.begin(), other.end() - 1);
+  std::fstream(log("messages"), std::ios::in | std::ios::out | std::ios::binary) << other; /* without truncating it */
+  expect_archived("messages", other);
+  EXPECT_EQ(count(errors(), "messages (bytes 0 to " + std::to_string(large.size()) + "), ecode=61"), 1U) << errors();
+}
+
+TEST_F(LogThatIsSent, AsAClosedOneAndIsTruncatedLeavesNothingHalf) {
+  append("a.1", large);
+  lab::run("touch -d 2026-01-01 " + log("a.1"));
+  append("a.2", "small\n");
+  begin_to_send("closed", closed("a.*"));
+  lab::run("truncate -s 100 " + log("a.1"));
+  expect_archived("closed", "small\n" + large.substr(0, 100));
+  EXPECT_EQ(count(errors(), "Failed to read from file " + log("a.1") + ", ecode=116"), 1U) << errors();
+}
+
+TEST_F(LogThatIsSent, AsAClosedOneAndIsRemovedArrivesWhole) {
+  append("a.1", large);
+  begin_to_send("closed", closed("a.*"));
+  lab::run("rm " + log("a.1"));
+  expect_archived("closed", large);
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(LogThatIsSent, AsAClosedOneAndVanishesWhileTheDaemonIsDownIsReported) {
+  append("a.1", large);
+  begin_to_send("closed", closed("a.*"));
+  stop(SIGKILL);
+  lab::run("rm " + log("a.1"));
+  append("a.2", "small\n");
+  start_again();
+  expect_archived("closed", "small\n");
+  EXPECT_EQ(count(errors(), "Failed to open file " + log("a.1") + ", ecode=2"), 1U) << errors();
+}
