@@ -1,8 +1,9 @@
 # The child of those tests that need more control than a shell script gives. No sanitizer in it: it is not under test.
+# It starts twenty thousand times, so it has the language's library with it.
 add_executable(process_counterpart process/counterpart.cpp)
 target_include_directories(process_counterpart PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 target_compile_options(process_counterpart PRIVATE -fno-sanitize=all)
-target_link_options(process_counterpart PRIVATE -fno-sanitize=all)
+target_link_options(process_counterpart PRIVATE -fno-sanitize=all -static-libstdc++ -static-libgcc)
 
 add_library(process_support STATIC process/children.cpp process/observe.cpp)
 program_of(counterpart process_counterpart)
