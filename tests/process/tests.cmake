@@ -18,17 +18,17 @@ endfunction()
 
 process_test(process_start_tests process/start_test.cpp process/terminal_test.cpp process/descriptors_test.cpp
   process/signals_test.cpp)
-process_test(process_send_tests process/send_test.cpp)
+process_test(process_send_tests process/send_test.cpp TOGETHER)
 process_test(process_send_eof_tests process/send_eof_test.cpp TIMEOUT 300)
 process_test(process_stop_tests process/stop_test.cpp process/hosts.cpp)
-process_test(process_read_tests process/read_line_test.cpp process/prefix_test.cpp)
-process_test(process_limits_tests process/limits_test.cpp)
+process_test(process_read_tests process/read_line_test.cpp process/prefix_test.cpp TOGETHER)
+process_test(process_limits_tests process/limits_test.cpp TOGETHER)
 process_test(process_end_of_output_tests process/end_of_output_test.cpp process/last_words_test.cpp
   $<TARGET_OBJECTS:early_ends> TIMEOUT 400)
-process_test(process_cancel_tests process/cancel_test.cpp)
+process_test(process_cancel_tests process/cancel_test.cpp TOGETHER)
 process_test(process_host_tests process/hosts_test.cpp process/hosts.cpp)
 process_test(process_log_tests process/log_test.cpp process/log_file_test.cpp
-  process/log_threads_test.cpp)
+  process/log_threads_test.cpp TOGETHER)
 process_test(process_fault_tests process/start_fault_test.cpp process/io_fault_test.cpp
   process/send_eof_fault_test.cpp process/stop_fault_test.cpp process/faults.cpp)
 
