@@ -48,6 +48,8 @@ class ApiClient : public testing::Test {
     operations.cl_geterr = report_success;
     client.cl_ops = &operations;
     handle.clnt = &client;
+    calls.clear();
+    destroyed = 0;
     /* Any result can be read from as many zeros. */
     reply.assign(1000, '\0');
   }

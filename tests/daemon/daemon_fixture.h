@@ -19,6 +19,8 @@
 class DaemonTest : public testing::Test {
  protected:
   DaemonTest() {
+    /* The answers of the test before are none of this one's. */
+    std::filesystem::remove_all(directory());
     std::filesystem::create_directory(directory());
     start();
   }

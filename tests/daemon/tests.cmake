@@ -26,16 +26,16 @@ if(NOT with_googletest)
   return()
 endif()
 
-tavren_test(records_tests daemon/records_test.cpp $<TARGET_OBJECTS:wiped_texts>)
+tavren_test(records_tests daemon/records_test.cpp $<TARGET_OBJECTS:wiped_texts> TOGETHER)
 
 # A sanitizer needs memory of its own.
 if(NOT TAVREN_SANITIZE)
   tavren_test(records_memory_tests daemon/records_memory_test.cpp)
 endif()
 
-tavren_test(wire_tests daemon/wire_test.cpp daemon/wire_streams_test.cpp $<TARGET_OBJECTS:wiped_texts>)
-tavren_test(own_names_tests daemon/own_names_test.cpp)
-tavren_test(api_client_tests daemon/api_client_test.cpp)
+tavren_test(wire_tests daemon/wire_test.cpp daemon/wire_streams_test.cpp $<TARGET_OBJECTS:wiped_texts> TOGETHER)
+tavren_test(own_names_tests daemon/own_names_test.cpp TOGETHER)
+tavren_test(api_client_tests daemon/api_client_test.cpp TOGETHER)
 foreach(name wire_tests own_names_tests api_client_tests)
   target_link_libraries(${name} PRIVATE tirpc)
 endforeach()
@@ -53,15 +53,18 @@ if(with_daemon_server AND with_rpcbind)
   endfunction()
 
   daemon_test(api_tests daemon/api_opening_test.cpp daemon/api_reading_test.cpp daemon/api_requests_test.cpp
-    daemon/api_failures_test.cpp daemon/loading_test.cpp daemon/stubs_test.cpp daemon/wrappers_test.cpp TIMEOUT 180)
+    daemon/api_failures_test.cpp daemon/loading_test.cpp daemon/stubs_test.cpp daemon/wrappers_test.cpp
+    TOGETHER EXCEPT ApiFailure.*:ApiOpening.*:ApiReading.OfWhatTheDaemonAnswersAfter*:Loading*:StubOutput.*
+    TIMEOUT 180 COST 800)
   daemon_test(api_memory_tests daemon/api_memory_test.cpp $<TARGET_OBJECTS:failing_memory>)
   daemon_test(program_number_tests daemon/program_number_test.cpp)
   daemon_test(usual_number_tests daemon/usual_number_test.cpp)
   daemon_test(api_process_tests daemon/api_process_state_test.cpp)
-  daemon_test(odd_replies_tests daemon/odd_replies_test.cpp TIMEOUT 180)
+  daemon_test(odd_replies_tests daemon/odd_replies_test.cpp
+    TOGETHER EXCEPT OddReply.ThatNeverComes*:OddReply.ThatStops* TIMEOUT 180 COST 800)
   daemon_test(api_threads_tests daemon/api_threads_test.cpp TIMEOUT 300)
   daemon_test(api_catalogue_tests daemon/api_catalogue_test.cpp)
-  daemon_test(tavren_ctl_tests daemon/tavren_ctl_test.cpp)
+  daemon_test(tavren_ctl_tests daemon/tavren_ctl_test.cpp TOGETHER)
   program_of(tavren_ctl tavren_ctl)
   target_compile_definitions(tavren_ctl_tests PRIVATE TAVREN_CTL="${tavren_ctl}")
   add_dependencies(tavren_ctl_tests tavren_ctl)

@@ -218,6 +218,7 @@ TEST_F(KeyDialogue, ALineWithoutAnEndIsAnErrorOfExcessiveOutput) {
 }
 
 TEST_F(KeyDialogue, AnObjectStartsItsClientAtOnceAndStopsItInTheEnd) {
+  lab::run("rm -f $LAB/pid");
   play("echo $$ >" + lab::value("LAB") + "/pid.new\nmv " + lab::value("LAB") + "/pid.new " + lab::value("LAB") +
        "/pid\n" + wait_forever);
   {

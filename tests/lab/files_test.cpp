@@ -1,32 +1,19 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <random>
-
 #include "lab/lab.h"
 #include "support/files.h"
+#include "support/random_bytes.h"
 
 namespace {
-
-std::string random_bytes(size_t size) {
-  std::mt19937_64 generator(size);
-  std::string bytes(size + sizeof(uint64_t), '\0');
-  for (size_t i = 0; i < size; i += sizeof(uint64_t)) {
-    const uint64_t word = generator();
-    memcpy(&bytes[i], &word, sizeof word);
-  }
-  bytes.resize(size);
-  return bytes;
-}
 
 /* The sizes around the pieces that a file is sent in, and a large one. */
 class FileSize : public LabTest, public testing::WithParamInterface<size_t> {};
 
 TEST_P(FileSize, ArrivesWholeFromADescriptorAndFromMemory) {
-  const std::string content = random_bytes(GetParam());
+  const std::string content = random_bytes(GetParam(), GetParam());
   const std::string local = lab::value("LAB") + "/local";
   write_file(local, content);
   TavrenHost& host = connected_session();
@@ -85,7 +72,8 @@ class Files : public LabTest {};
 TEST_F(Files, ManyGoThroughOneSession) {
   TavrenHost& host = connected_session();
   for (int i = 0; i < 50; ++i) {
-    const std::string content = random_bytes(static_cast<size_t>(i) * 997);
+    const size_t size = static_cast<size_t>(i) * 997;
+    const std::string content = random_bytes(size, size);
     const std::string name = "file " + std::to_string(i);
     host.send_data(content.data(), static_cast<int>(content.size()), name, 0644);
     ASSERT_EQ(read_file(lab::archived(name)), content) << name;

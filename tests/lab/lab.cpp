@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <syslog.h>
 
+#include <filesystem>
 #include <sstream>
 #include <stdexcept>
 
@@ -44,7 +45,7 @@ std::string public_half(const std::string& name) {
 }  // namespace
 
 std::string make_key(const std::string& name, const std::string& options) {
-  run("ssh-keygen -q -N '' -C '' -f $LAB/" + name + " " + options);
+  run("rm -f $LAB/" + name + "; ssh-keygen -q -N '' -C '' -f $LAB/" + name + " " + options);
   return public_half(name);
 }
 
@@ -120,7 +121,30 @@ std::string error_of(const std::function<void()>& action) {
   return no_error;
 }
 
+namespace {
+
+void remove_what_is_in(const std::string& directory) {
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) std::filesystem::remove_all(entry.path());
+}
+
+/* The directory around them stays, and the log in it: the library makes and opens them once in a process. */
+void remove_private_directories() {
+  const std::string root = lab::value("LAB") + "/tavren_tmp";
+  if (!std::filesystem::exists(root)) return;
+  for (const auto& entry : std::filesystem::directory_iterator(root)) {
+    if (entry.is_directory()) std::filesystem::remove_all(entry.path());
+  }
+}
+
+}  // namespace
+
 LabTest::LabTest() {
+  remove_private_directories();
+  remove_what_is_in(lab::value("LAB_ARCHIVE"));
+  std::filesystem::permissions(lab::value("LAB_ARCHIVE"), std::filesystem::perms{0755});
+  for (const char* log : {"LAB_CONSOLE", "LAB_SYSLOG", "LAB_SSHD_LOG"}) {
+    if (!lab::value(log).empty()) write_file(lab::value(log), "");
+  }
   setenv("TAVREN_HOME", lab::value("LAB").c_str(), 1);
   tavren_set_program_name("lab");
   char message[TAVREN_MESSAGE_SIZE];

@@ -88,8 +88,10 @@ constexpr char login_denied[] =
     "  - Secure shell login failed: permission denied\n";
 
 /*
- * A test with the program's private directory and sessions that are closed at the end. What it does to the archive host
- * stays done, so each test has one of its own: CTest runs each as a program of its own.
+ * A test with the program's private directory and sessions that are closed at the end. It finds the private directory
+ * and the archive directory empty and nothing on the console or in the logs, whatever ran before it in the same
+ * process. What else it does to the archive host stays done, so a test that does such a thing has one of its own:
+ * EXCEPT in tests.cmake.
  */
 class LabTest : public testing::Test {
  protected:

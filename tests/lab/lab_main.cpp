@@ -1,7 +1,6 @@
 /*
  * The main function of the tests that need an archive host: it runs the program again beside a private one.
  */
-#include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -9,6 +8,8 @@
 #include <algorithm>
 #include <string_view>
 #include <vector>
+
+#include "support/run_all_tests.h"
 
 int main(int argc, char** argv) {
   const bool lists_only =
@@ -28,6 +29,5 @@ int main(int argc, char** argv) {
     perror(ARCHIVE_HOST);
     return 1;
   }
-  testing::InitGoogleTest(&argc, argv);
-  return RUN_ALL_TESTS();
+  return run_all_tests(argc, argv);
 }

@@ -105,7 +105,7 @@ TEST_F(Login, ToAMissingDirectoryFailsWithTheShellsWordsAfterTheStatusIsConnecte
 TEST_F(Login, ToADirectoryWithABackslashQuotesAndDollarsInItsNameSucceeds) {
   Settings settings = lab::settings();
   settings.dir = R"(/home/archiver/a\b 'c' "$HOME" $(x) \n)";
-  lab::run(R"(mkdir '/home/archiver/a\b '\''c'\'' "$HOME" $(x) \n')");
+  lab::run(R"(mkdir -p '/home/archiver/a\b '\''c'\'' "$HOME" $(x) \n')");
   expect_login(settings);
 }
 

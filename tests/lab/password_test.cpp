@@ -10,7 +10,10 @@ using testing::Not;
 
 namespace {
 
-class Password : public LabTest, public testing::WithParamInterface<std::string> {};
+class Password : public LabTest, public testing::WithParamInterface<std::string> {
+ protected:
+  ~Password() override { lab::set_password(lab::value("LAB_PASSWORD")); }
+};
 
 TEST_P(Password, LogsInWhateverBytesItHolds) {
   lab::set_password(GetParam());

@@ -8,6 +8,7 @@
 #include "lab/lab.h"
 #include "support/busy_cores.h"
 #include "support/files.h"
+#include "support/random_bytes.h"
 
 namespace {
 
@@ -32,17 +33,11 @@ class Streams : public LabTest {
     return std::min<size_t>((size_t{1} << bits) + generator() % (size_t{1} << bits), 8 << 20);
   }
 
-  std::string random_bytes(size_t size) {
-    std::string bytes(size, '\0');
-    std::generate(bytes.begin(), bytes.end(), [this] { return static_cast<char>(generator()); });
-    return bytes;
-  }
-
   /* Sends count streams and returns how many arrived whole. */
   int count_whole(int count) {
     int whole = 0;
     for (int i = 0; i < count; ++i) {
-      std::string content = random_bytes(random_size());
+      std::string content = random_bytes(random_size(), generator());
       if (i % 2 == 0) content.back() = '\n';
       send(content, "stream");
       if (read_file(lab::archived("stream")) == content) ++whole;

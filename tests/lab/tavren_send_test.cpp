@@ -19,7 +19,7 @@ TEST_F(TavrenSend, SendsEachFileAndPrintsALineForEach) {
 }
 
 TEST_F(TavrenSend, RefusesAnotherKeyThanTheOneGiven) {
-  lab::run("ssh-keygen -q -t ed25519 -N '' -f $LAB/other_key");
+  lab::make_key("other_key", "-t ed25519");
   EXPECT_EQ(send("-k $LAB/other_key.pub " + target + "$LAB/sshd_config"), 1);
   EXPECT_THAT(err(), HasSubstr("The public host key setting does not match the remote host's private key"));
 }

@@ -1,5 +1,5 @@
 if(with_googletest)
-  tavren_test(documents_tests reference/documents_test.cpp)
+  tavren_test(documents_tests reference/documents_test.cpp TOGETHER)
   target_link_libraries(documents_tests PRIVATE tirpc)
   target_compile_definitions(documents_tests PRIVATE DOCUMENTS="${PROJECT_SOURCE_DIR}/docs")
 endif()
@@ -47,5 +47,5 @@ if(with_python AND with_doxygen)
   find_package(Doxygen REQUIRED)
   add_test(NAME Reference.DoxygenHasNothingToComplainOf
     COMMAND Doxygen::doxygen ${PROJECT_BINARY_DIR}/docs/Doxyfile WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/reference)
-  set_tests_properties(Reference.DoxygenHasNothingToComplainOf PROPERTIES TIMEOUT 120)
+  set_tests_properties(Reference.DoxygenHasNothingToComplainOf PROPERTIES TIMEOUT 300)
 endif()

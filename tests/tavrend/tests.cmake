@@ -4,9 +4,9 @@ function(tavrend_test name)
   target_link_libraries(${name} PRIVATE tavrend_rooms)
 endfunction()
 
-tavrend_test(tavrend_plan_tests tavrend/plan_test.cpp)
-tavrend_test(tavrend_config_tests tavrend/config_test.cpp)
-tavrend_test(tavrend_store_tests tavrend/store_test.cpp)
+tavrend_test(tavrend_plan_tests tavrend/plan_test.cpp TOGETHER)
+tavrend_test(tavrend_config_tests tavrend/config_test.cpp TOGETHER)
+tavrend_test(tavrend_store_tests tavrend/store_test.cpp TOGETHER)
 tavrend_test(tavrend_renamed_files_tests tavrend/renamed_files_test.cpp)
 
 # The daemon itself, beside an archive host of its own, where neither a sanitizer nor an emulator makes it slow.
