@@ -66,7 +66,7 @@ struct Found {
   std::vector<UnreadableFile> unreadable;
 };
 
-/* Returns the regular files that match pattern. */
+/* Returns the regular files that match pattern; directories that cannot be read are among what is unreadable. */
 Found find_matching(const std::string& prefix, const std::string& pattern);
 
 /* Returns the regular files in the directory of the log at path whose names are those of rotated ones. */
