@@ -10,6 +10,7 @@
 #include "TavrenExceptions.h"
 #include "TavrenTunables.h"
 #include "plan/names.h"
+#include "plan/space.h"
 #include "sources/compression.h"
 #include "sources/local_files.h"
 #include "tavren_util.h"
@@ -136,6 +137,8 @@ void Archiver::resume(const Work& work, const Section& section) {
   const auto file = find_again(section, *intent);
   if (file) {
     try {
+      /* What has arrived of it would count against the room that it gets. */
+      if (work.config.space_limit[section.compartment] != no_space_limit) session(work).remove(intent->remote_path);
       send_item(work, section, *file, *intent, false);
       return;
     } catch (const NoRoom& error) {
@@ -203,21 +206,39 @@ void Archiver::archive_growing_file(const Work& work, const Section& section) {
   const auto around = look_around(prefix, section.follow);
   if (!around) return; /* rotated without end; the next run looks again */
   for (const UnreadableFile& file : around->beside.unreadable) desk.report(error_of(file));
-  const auto progress = desk.with_store([&](Store& store) { return store.progress(section.name); });
+  const Progress progress = begin_look(section, *around);
   const auto known = desk.with_store([&](Store& store) { return store.known_files(section.name); });
   for (const Stretch& stretch :
        plan_growing_file(section.follow, progress, around->present, around->beside.files, known)) {
     if (stretch.lost) {
       report_lost(stretch);
-      if (progress && stretch.file.path == section.follow) {
-        Progress gone = *progress;
-        gone.finished = true;
-        desk.with_store([&](Store& store) { store.set_progress(section.name, gone); });
-      }
+      note_lost(section, progress, stretch);
     } else if (!archive_stretch(work, section, stretch)) {
       return; /* what comes behind it waits: pieces keep their order */
     }
   }
+}
+
+/* Notes which files beside a log are none of its business. Returns how far the log is archived. */
+Progress Archiver::begin_look(const Section& section, const Surroundings& around) {
+  return desk.with_store([&](Store& store) {
+    const auto before = store.progress(section.name);
+    const auto passed =
+        files_to_pass_over(before, around.present, around.beside.files, store.archived_files(section.name));
+    const Progress now = before ? *before : progress_at_first(around.present);
+    store.note_look(section.name, now, passed);
+    return now;
+  });
+}
+
+/* What is lost is lost once: the rest of the file that was read last, or one that is there, but only compressed. */
+void Archiver::note_lost(const Section& section, const Progress& progress, const Stretch& stretch) {
+  desk.with_store([&](Store& store) {
+    if (stretch.file.path != section.follow) return store.note_look(section.name, std::nullopt, {stretch.file});
+    Progress gone = progress;
+    gone.finished = true;
+    store.note_look(section.name, gone, {});
+  });
 }
 
 void Archiver::report_lost(const Stretch& stretch) {
@@ -236,7 +257,8 @@ bool Archiver::archive_stretch(const Work& work, const Section& section, const S
   }
   const bool is_whole = !stretch.grows && first == stretch.end;
   const Progress now{identity_of(stretch.file), first, stretch.file.size, stretch.file.mtime_ns, is_whole};
-  desk.with_store([&](Store& store) { store.look_is_over(section.name, stretch.file, now); });
+  const std::vector<LogFile> known = is_whole ? std::vector<LogFile>{stretch.file} : std::vector<LogFile>{};
+  desk.with_store([&](Store& store) { store.note_look(section.name, now, known); });
   return true;
 }
 

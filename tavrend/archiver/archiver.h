@@ -33,6 +33,8 @@ class Archiver {
   std::optional<OpenFile> find_again(const Section& section, const Intent& intent);
   bool archive_range(const Work& work, const Section& section, const OpenFile& file, Intent intent);
   void send_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent, bool is_new);
+  Progress begin_look(const Section& section, const Surroundings& around);
+  void note_lost(const Section& section, const Progress& progress, const Stretch& stretch);
   void report_lost(const Stretch& stretch);
   Session& session(const Work& work);
 

@@ -1,6 +1,7 @@
 #include "plan/growing_file.h"
 
 #include <algorithm>
+#include <cctype>
 #include <tuple>
 
 namespace {
@@ -9,6 +10,25 @@ using Files = std::vector<LogFile>;
 
 bool is_older(const LogFile& a, const LogFile& b) {
   return std::tie(a.mtime_ns, a.path) < std::tie(b.mtime_ns, b.path);
+}
+
+/* N of a name that goes on with ".N", which each rotation counts up; -1 for others, those with a date among them. */
+int number_of(const std::string& path, const LogFile& file) {
+  constexpr size_t most_digits = 3;
+  const std::string rest = file.path.substr(std::min(path.size() + 1, file.path.size()));
+  size_t digits = 0;
+  while (digits < rest.size() && isdigit(static_cast<unsigned char>(rest[digits])) != 0) ++digits;
+  const bool is_number = digits > 0 && digits <= most_digits && (digits == rest.size() || rest[digits] == '.');
+  return is_number ? std::stoi(rest.substr(0, digits)) : -1;
+}
+
+/* Oldest first. Where all have numbers these say it: a clock that was set back has no part in them. */
+void sort_by_age(const std::string& path, Files& files) {
+  std::sort(files.begin(), files.end(), is_older);
+  const auto has_number = [&path](const LogFile& file) { return number_of(path, file) != -1; };
+  if (!std::all_of(files.begin(), files.end(), has_number)) return;
+  std::stable_sort(files.begin(), files.end(),
+                   [&path](const LogFile& a, const LogFile& b) { return number_of(path, a) > number_of(path, b); });
 }
 
 bool is_one_of(const std::vector<Identity>& known, const LogFile& file) {
@@ -24,8 +44,7 @@ std::optional<LogFile> take_old_file(const Progress& progress, Files& beside, co
   });
   if (old == beside.end() && progress.identity.head_length > 0) {
     old = std::find_if(beside.begin(), beside.end(), [&](const LogFile& file) {
-      return begins_like(progress.identity, file) && is_long_enough(file) && file.mtime_ns >= progress.mtime_ns &&
-             !is_one_of(known, file);
+      return begins_like(progress.identity, file) && is_long_enough(file) && !is_one_of(known, file);
     });
   }
   if (old == beside.end()) return std::nullopt;
@@ -36,10 +55,12 @@ std::optional<LogFile> take_old_file(const Progress& progress, Files& beside, co
 
 Stretch rest_of(const LogFile& file, int64_t first, bool grows) { return {file, first, file.size, grows, false}; }
 
-Stretch lost(const std::string& path, int64_t first, int64_t end) {
+Stretch lost(const LogFile& file, int64_t first, int64_t end) { return {file, first, end, false, true}; }
+
+Stretch lost(const std::string& path, const Progress& progress) {
   LogFile gone;
   gone.path = path;
-  return {gone, first, end, false, true};
+  return lost(gone, progress.offset, progress.seen);
 }
 
 /*
@@ -50,11 +71,20 @@ bool was_empty(const Progress& progress) { return progress.identity.head_length 
 
 /*
  * Whether file may be a copy of present that is being made, or was made a moment ago, and present be truncated next. It
- * is looked at again then.
+ * is looked at again then. One of the same length may be a copy whatever the clock says; an empty file has none.
  */
 bool may_be_copy_of(const LogFile& present, const LogFile& file) {
   const size_t length = std::min(present.head.size(), file.head.size());
-  return file.mtime_ns >= present.mtime_ns && present.head.compare(0, length, file.head, 0, length) == 0;
+  if (length == 0 || present.head.compare(0, length, file.head, 0, length) != 0) return false;
+  return file.mtime_ns >= present.mtime_ns || file.size == present.size;
+}
+
+/* Compressing a file leaves it its time of modification, sometimes without the part of a second. */
+bool is_compressed_form_of(const std::vector<ArchivedFile>& known, const LogFile& file) {
+  constexpr int64_t second_ns = 1000000000;
+  return is_compressed(file) && std::any_of(known.begin(), known.end(), [&file](const ArchivedFile& k) {
+           return k.mtime_ns / second_ns == file.mtime_ns / second_ns;
+         });
 }
 
 /* Whole files between the old one and the new one. */
@@ -63,12 +93,34 @@ void plan_files_between(const Progress& progress, const std::optional<LogFile>& 
   for (const LogFile& file : beside) {
     if (file.size == 0 || (present && may_be_copy_of(*present, file))) continue;
     const bool is_done = !was_empty(progress) && is_same_file(progress.identity, file);
-    if (file.mtime_ns < progress.mtime_ns || is_one_of(known, file) || is_done) continue;
-    plan.push_back(is_compressed(file) ? lost(file.path, 0, file.size) : rest_of(file, 0, false));
+    if (is_one_of(known, file) || is_done) continue;
+    plan.push_back(is_compressed(file) ? lost(file, 0, file.size) : rest_of(file, 0, false));
   }
 }
 
 }  // namespace
+
+bool operator==(const Progress& a, const Progress& b) {
+  return a.identity == b.identity &&
+         std::tie(a.offset, a.seen, a.mtime_ns, a.finished) == std::tie(b.offset, b.seen, b.mtime_ns, b.finished);
+}
+
+Progress progress_at_first(const std::optional<LogFile>& present) {
+  if (!present) return {};
+  return {identity_of(*present), 0, present->size, present->mtime_ns, false};
+}
+
+std::vector<LogFile> files_to_pass_over(const std::optional<Progress>& progress, const std::optional<LogFile>& present,
+                                        const std::vector<LogFile>& beside, const std::vector<ArchivedFile>& known) {
+  std::vector<LogFile> passed;
+  for (const LogFile& file : beside) {
+    const auto is_it = [&file](const ArchivedFile& k) { return is_same_file(k.identity, file); };
+    if (file.size == 0 || std::any_of(known.begin(), known.end(), is_it)) continue;
+    const bool is_earlier = !progress && !(present && may_be_copy_of(*present, file));
+    if (is_earlier || is_compressed_form_of(known, file)) passed.push_back(file);
+  }
+  return passed;
+}
 
 std::vector<Stretch> plan_growing_file(const std::string& path, const std::optional<Progress>& progress,
                                        const std::optional<LogFile>& present, std::vector<LogFile> beside,
@@ -80,10 +132,10 @@ std::vector<Stretch> plan_growing_file(const std::string& path, const std::optio
     return plan;
   }
   if (progress) {
-    std::sort(beside.begin(), beside.end(), is_older);
+    sort_by_age(path, beside);
     if (is_known) {
       const std::optional<LogFile> old = take_old_file(*progress, beside, known);
-      plan.push_back(old ? rest_of(*old, progress->offset, false) : lost(path, progress->offset, progress->seen));
+      plan.push_back(old ? rest_of(*old, progress->offset, false) : lost(path, *progress));
     }
     plan_files_between(*progress, present, beside, known, plan);
   }

@@ -4,6 +4,8 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+
 #include "store/database.h"
 
 namespace {
@@ -186,10 +188,6 @@ std::optional<Progress> Store::progress(const std::string& section) {
   return Progress{identity_at(query, 0), query.number(4), query.number(5), query.number(6), query.number(7) != 0};
 }
 
-void Store::set_progress(const std::string& section, const Progress& progress) {
-  database->transaction([&] { write_progress(section, progress); });
-}
-
 void Store::write_progress(const std::string& section, const Progress& progress) {
   auto query = database->query("INSERT OR REPLACE INTO progress VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
   bind(query.bind(section), progress.identity)
@@ -200,16 +198,22 @@ void Store::write_progress(const std::string& section, const Progress& progress)
       .run();
 }
 
-void Store::look_is_over(const std::string& section, const LogFile& file, const Progress& now) {
+void Store::note_look(const std::string& section, const std::optional<Progress>& now,
+                      const std::vector<LogFile>& known) {
+  /* Most looks show nothing new, and nothing is written then. */
   const auto before = progress(section);
-  const bool is_same = before && is_same_file(before->identity, file);
-  if (is_same && before->offset == now.offset && before->seen == now.seen && before->finished == now.finished &&
-      before->identity.head_length == now.identity.head_length) {
-    return;
-  }
+  const bool is_news = now && !(before && *before == *now);
+  std::vector<LogFile> new_files = known;
+  const auto archived = archived_files(section);
+  const auto is_known = [&archived](const LogFile& file) {
+    return std::any_of(archived.begin(), archived.end(),
+                       [&file](const ArchivedFile& a) { return is_archived(a, file); });
+  };
+  new_files.erase(std::remove_if(new_files.begin(), new_files.end(), is_known), new_files.end());
+  if (!is_news && new_files.empty()) return;
   database->transaction([&] {
-    write_progress(section, now);
-    if (now.finished && !(is_same && before->finished)) remember_file(section, file);
+    if (now) write_progress(section, *now);
+    for (const LogFile& file : new_files) remember_file(section, file);
   });
 }
 

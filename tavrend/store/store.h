@@ -83,9 +83,8 @@ class Store {
   std::vector<ArchivedFile> archived_files(const std::string& section);
   std::vector<Identity> known_files(const std::string& section);
   std::optional<Progress> progress(const std::string& section);
-  void set_progress(const std::string& section, const Progress& progress);
-  /* Notes what was seen of a followed log, written only when it is news; one that is finished is a known file. */
-  void look_is_over(const std::string& section, const LogFile& file, const Progress& progress);
+  /* Notes what a look at a followed log has shown: how far it is archived, and files that are known from now on. */
+  void note_look(const std::string& section, const std::optional<Progress>& now, const std::vector<LogFile>& known);
 
   /* Sections that were configured at any time, with their directories in the archive. */
   std::vector<ArchivedSection> sections();

@@ -4,7 +4,7 @@ function(tavrend_test name)
   target_link_libraries(${name} PRIVATE tavrend_rooms)
 endfunction()
 
-tavrend_test(tavrend_plan_tests tavrend/plan_test.cpp)
+tavrend_test(tavrend_plan_tests tavrend/plan_test.cpp tavrend/plan_simulation_test.cpp)
 tavrend_test(tavrend_sources_tests tavrend/sources_test.cpp)
 tavrend_test(tavrend_config_tests tavrend/config_test.cpp)
 tavrend_test(tavrend_store_tests tavrend/store_test.cpp)
