@@ -43,7 +43,8 @@ void check(Database& database, const std::string& directory) {
   version.next();
   const int64_t found = version.number(0);
   if (found > schema_version) throw StoreError(directory + "/tavrend.db: written by a newer version of this program");
-  auto damage = database.query("PRAGMA quick_check(1)");
+  /* Not the quick check: rows that an index has lost would be archived again. */
+  auto damage = database.query("PRAGMA integrity_check(1)");
   if (!damage.next() || damage.text(0) != "ok") throw StoreError(directory + "/tavrend.db: damaged: " + damage.text(0));
   if (found == schema_version) return;
   database.transaction([&database] {

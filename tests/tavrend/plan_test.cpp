@@ -197,6 +197,13 @@ TEST(GrowingFile, TruncatedWithoutACopyHasLostWhatWasNotRead) {
   EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "three\n", 30), {}, {})), "m:4-8! m:0-6+");
 }
 
+TEST(GrowingFile, ThatGotShorterIsAnotherOneHoweverItBegins) {
+  const std::string banner(head_size, '-');
+  const Progress before = progress_in(file("m", 1, banner + "one\n", 10), 1028);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, banner + "x\n", 30), {}, {})),
+            "m:1028-1028! m:0-1026+");
+}
+
 TEST(GrowingFile, OnAReusedInodeIsAnotherOne) {
   const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
   EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "two\nthree\n", 30), {}, {})), "m:4-4! m:0-10+");
