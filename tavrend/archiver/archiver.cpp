@@ -46,6 +46,11 @@ TavrenError error_of(const std::system_error& failure) {
   return TavrenError(TAVREN_E_SYSCALL, failure.what(), tavren_int_to_string(failure.code().value()));
 }
 
+/* What has no error number of its own: the state that cannot be written, memory that has run out. */
+TavrenError error_of(const std::exception& failure) {
+  return TavrenError(TAVREN_E_SYSCALL, failure.what(), tavren_int_to_string(EIO));
+}
+
 /* What the far side refuses of one item says nothing about the next. */
 bool is_about_one_item(const TavrenError& error) {
   return error.get_ecode() == TAVREN_E_COMMAND_FAILED || error.get_ecode() == TAVREN_E_CREATE_REMOTE_FILE;
@@ -75,6 +80,10 @@ void Archiver::run() {
       failure = error;
     } catch (const TavrenTimeout&) {
       failure = TavrenError(TAVREN_E_COMMAND_TIMEOUT, "archive session", "");
+    } catch (const std::system_error& error) {
+      failure = error_of(error);
+    } catch (const std::exception& error) {
+      failure = error_of(error);
     }
     open_session.reset();
     if (!failure) continue;

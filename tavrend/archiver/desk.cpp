@@ -283,7 +283,11 @@ void Desk::report(const TavrenError& error) {
   std::istringstream lines(text.str());
   for (std::string line; std::getline(lines, line);) syslog(LOG_ERR, "%s", line.c_str());
   const Lock lock(mutex);
-  store.add_error(serialised.str());
+  try {
+    store.add_error(serialised.str());
+  } catch (const StoreError& failure) {
+    syslog(LOG_ERR, "the error was not stored: %s", failure.what());
+  }
 }
 
 void Desk::set_connection(tavren_connection_status_t status, int64_t when) {

@@ -325,6 +325,27 @@ TEST_F(Daemon, TakesUpWhatItMissedWhileTheHostWasAway) {
   wait_until("the other line", [] { return archive_of("messages") == "one\ntwo\n"; });
 }
 
+TEST_F(Daemon, OutlivesAStateThatCannotBeWritten) {
+  std::filesystem::create_directory(state);
+  lab::change_machine("mount -t tmpfs -o size=300k tmpfs $LAB/state");
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_tunable(h, "failure_retry_interval", "1", m); }),
+            "");
+  ASSERT_EQ(set_config(), 0);
+  wait_until("a line", [] { return archive_of("messages") == "one\n"; });
+  lab::run("cat /dev/zero >$LAB/state/filler 2>/dev/null || true");
+  lab::run("mv " + log("messages") + " " + log("messages.1"));
+  append("messages.1", "two\n");
+  wait_until("a failure",
+             [] { return lab::system_log().find("tavrend.db: database or disk is full") != std::string::npos; });
+  lab::run("rm $LAB/state/filler");
+  wait_until("the other line", [] { return archive_of("messages") == "one\ntwo\n"; });
+  EXPECT_EQ(items("messages").size(), 2U);
+  stop();
+  lab::change_machine("umount $LAB/state");
+}
+
 TEST_F(Daemon, DoesNothingWhileNothingIsDue) {
   start("[messages]\nfollow = " + log("messages") + "\ninterval = 1d\n");
   ASSERT_EQ(set_config(), 0);
