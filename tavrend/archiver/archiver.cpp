@@ -185,7 +185,10 @@ void Archiver::archive_closed_files(const Work& work, const Section& section) {
   const std::string prefix = log_dir_prefix();
   const Found found = find_matching(prefix, section.files);
   for (const UnreadableFile& file : found.unreadable) desk.report(error_of(file));
-  const auto archived = desk.with_store([&](Store& store) { return store.archived_files(section.name); });
+  const auto archived = desk.with_store([&](Store& store) {
+    if (found.unreadable.empty()) store.forget_missing_files(section.name, found.files, now_ms());
+    return store.archived_files(section.name);
+  });
   const auto files = files_to_archive(found.files, archived);
   int32_t waiting = static_cast<int32_t>(files.size());
   for (const LogFile& file : files) {
@@ -236,6 +239,9 @@ Progress Archiver::begin_look(const Section& section, const Surroundings& around
         files_to_pass_over(before, around.present, around.beside.files, store.archived_files(section.name));
     const Progress now = before ? *before : progress_at_first(around.present);
     store.note_look(section.name, now, passed);
+    std::vector<LogFile> found = around.beside.files;
+    if (around.present) found.push_back(*around.present);
+    if (around.beside.unreadable.empty()) store.forget_missing_files(section.name, found, now_ms());
     return now;
   });
 }

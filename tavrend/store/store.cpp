@@ -12,6 +12,7 @@ namespace {
 
 constexpr int schema_version = 1;
 constexpr int most_errors = 100;
+constexpr int64_t week_ms = int64_t{7} * 24 * 3600 * 1000;
 
 /* Texts are blobs, because paths may hold any bytes. Device, inode and checksum are unsigned: cast there and back. */
 constexpr char schema[] =
@@ -22,7 +23,7 @@ constexpr char schema[] =
     " WITHOUT ROWID;"
     "CREATE TABLE archived (id INTEGER PRIMARY KEY, section BLOB NOT NULL, device INTEGER NOT NULL,"
     " inode INTEGER NOT NULL, head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, size INTEGER NOT NULL,"
-    " mtime_ns INTEGER NOT NULL);"
+    " mtime_ns INTEGER NOT NULL, missing_since_ms INTEGER NOT NULL DEFAULT 0);"
     "CREATE INDEX archived_section ON archived (section);"
     "CREATE TABLE progress (section BLOB PRIMARY KEY, device INTEGER NOT NULL, inode INTEGER NOT NULL,"
     " head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, offset INTEGER NOT NULL, seen INTEGER NOT NULL,"
@@ -178,6 +179,46 @@ std::vector<Identity> Store::known_files(const std::string& section) {
   std::vector<Identity> known;
   for (const ArchivedFile& file : archived_files(section)) known.push_back(file.identity);
   return known;
+}
+
+void Store::forget_missing_files(const std::string& section, const std::vector<LogFile>& found, int64_t now_ms) {
+  if (found.empty()) return;
+  struct Change {
+    int64_t id;
+    int64_t missing_since_ms; /* forgotten: -1 */
+  };
+  std::vector<Change> changes;
+  auto query = database->query(
+      "SELECT device, inode, head_length, head_checksum, id, missing_since_ms FROM archived WHERE section = ?");
+  query.bind(section);
+  while (query.next()) {
+    const Identity identity = identity_at(query, 0);
+    const int64_t since = query.number(5);
+    const bool is_there = std::any_of(found.begin(), found.end(),
+                                      [&identity](const LogFile& file) { return is_same_file(identity, file); });
+    /* A clock that was set back says nothing of how long: the time begins anew. */
+    const bool is_counted = since != 0 && since <= now_ms;
+    if (is_there) {
+      if (since != 0) changes.push_back({query.number(4), 0});
+    } else if (!is_counted) {
+      changes.push_back({query.number(4), now_ms});
+    } else if (now_ms - since >= week_ms) {
+      changes.push_back({query.number(4), -1});
+    }
+  }
+  if (changes.empty()) return;
+  database->transaction([&] {
+    for (const Change& change : changes) {
+      if (change.missing_since_ms == -1) {
+        database->query("DELETE FROM archived WHERE id = ?").bind(change.id).run();
+      } else {
+        database->query("UPDATE archived SET missing_since_ms = ? WHERE id = ?")
+            .bind(change.missing_since_ms)
+            .bind(change.id)
+            .run();
+      }
+    }
+  });
 }
 
 std::optional<Progress> Store::progress(const std::string& section) {
