@@ -126,8 +126,6 @@ void Store::set_config(const std::optional<ArchiveConfig>& config, bool enabled)
   });
 }
 
-void Store::set_enabled(bool enabled) { set_config(std::nullopt, enabled); }
-
 bool Store::is_claimed() { return number("claimed") != 0; }
 
 void Store::set_claimed() {

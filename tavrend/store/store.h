@@ -64,7 +64,6 @@ class Store {
   bool is_enabled();
   /* Sets both in one; a config that is not there keeps the old one. */
   void set_config(const std::optional<ArchiveConfig>& config, bool enabled);
-  void set_enabled(bool enabled);
 
   /* Whether the archive directory was claimed with the present configuration. */
   bool is_claimed();

@@ -137,7 +137,7 @@ TEST_F(StoreTest, KeepsTheConfigurationWhenOnlyTheStateIsSet) {
   store->set_config(std::nullopt, false);
   EXPECT_EQ(store->config()->settings.host, "archive.example");
   EXPECT_FALSE(store->is_enabled());
-  store->set_enabled(true);
+  store->set_config(std::nullopt, true);
   EXPECT_TRUE(store->is_enabled());
 }
 
@@ -146,7 +146,7 @@ TEST_F(StoreTest, ClaimsAnewWithEachConfiguration) {
   store->set_claimed();
   reopen();
   EXPECT_TRUE(store->is_claimed());
-  store->set_enabled(false);
+  store->set_config(std::nullopt, false);
   EXPECT_TRUE(store->is_claimed());
   store->set_config(config(), true);
   EXPECT_FALSE(store->is_claimed());

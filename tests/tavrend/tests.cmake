@@ -6,6 +6,7 @@ endfunction()
 
 tavrend_test(tavrend_plan_tests tavrend/plan_test.cpp tavrend/plan_simulation_test.cpp)
 tavrend_test(tavrend_sources_tests tavrend/sources_test.cpp)
+tavrend_test(tavrend_desk_tests tavrend/desk_test.cpp)
 tavrend_test(tavrend_config_tests tavrend/config_test.cpp)
 tavrend_test(tavrend_store_tests tavrend/store_test.cpp)
 
