@@ -117,6 +117,9 @@ void Archiver::measure(const Work& work) {
     } catch (const TavrenError&) {
       desk.set_used(compartment, -3);
       throw;
+    } catch (const TavrenTimeout&) {
+      desk.set_used(compartment, -3);
+      throw;
     }
   }
 }

@@ -140,6 +140,7 @@ bool Desk::run_task(const std::string& name) {
   if (found == tasks.end()) return false;
   found->second.due_ms = tavren_get_uptime_ms();
   retry_ms = 0;
+  retry_now = true;
   changed.notify_all();
   return true;
 }
@@ -173,6 +174,7 @@ void Desk::set_config(const std::optional<ArchiveConfig>& config, bool on) {
     for (CompartmentStatus& compartment : present.compartments) compartment.used_mb = -2;
   }
   retry_ms = 0;
+  retry_now = true;
   if (config || !on) cancel(lock);
   changed.notify_all();
 }
@@ -233,7 +235,7 @@ std::optional<Work> Desk::wait_for_work() {
   for (;;) {
     if (stopping) return std::nullopt;
     if (auto work = due_work(tavren_get_uptime_ms())) {
-      sleeping = cancelled = false;
+      sleeping = cancelled = retry_now = false;
       ++works;
       return work;
     }
@@ -259,6 +261,7 @@ void Desk::work_is_done(const Work& work) {
 
 void Desk::work_has_failed(double draw) {
   const Lock lock(mutex);
+  if (retry_now) return;
   retry_ms = tavren_get_uptime_ms() + retry_delay_ms(retry_interval(), draw);
 }
 

@@ -124,7 +124,8 @@ class Desk {
   std::vector<Section> all_sections;
   std::map<std::string, Task> tasks;
   Status present;
-  int64_t retry_ms = 0; /* nothing is tried before */
+  int64_t retry_ms = 0;   /* nothing is tried before */
+  bool retry_now = false; /* somebody has asked for it since the last work was handed out */
   bool sleeping = true;
   bool stopping = false;
   bool cancelled = false;

@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <optional>
+#include <string>
 #include <thread>
 
 #include "support/temporary_directory.h"
@@ -84,4 +86,29 @@ TEST_F(DeskTest, EndsTheChildrenOfTheWorkThatItEnds) {
   archiving.join();
   EXPECT_TRUE(WIFSIGNALED(status));
   EXPECT_EQ(WTERMSIG(status), SIGTERM);
+}
+
+TEST_F(DeskTest, HandsOutWorkThatWasAskedForWhileTheLastOneWasFailing) {
+  desk.set_config(config("one"), true);
+  ASSERT_TRUE(desk.wait_for_work());
+  EXPECT_TRUE(desk.run_task(space_task));
+  desk.work_has_failed(0.5);
+  EXPECT_TRUE(desk.wait_for_work());
+  std::thread serving([this] { desk.set_config(config("two"), true); });
+  while (!desk.is_cancelled()) usleep(1000);
+  desk.work_has_failed(0.5);
+  EXPECT_TRUE(desk.wait_for_work());
+  serving.join();
+}
+
+TEST_F(DeskTest, WaitsAfterAFailureThatNobodyHasSeenComing) {
+  desk.set_config(config("one"), true);
+  ASSERT_TRUE(desk.wait_for_work());
+  desk.work_has_failed(0.5);
+  std::optional<Work> work;
+  std::thread archiving([&] { work = desk.wait_for_work(); });
+  while (!desk.is_sleeping()) usleep(1000);
+  desk.stop();
+  archiving.join();
+  EXPECT_FALSE(work);
 }

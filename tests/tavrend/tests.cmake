@@ -13,8 +13,9 @@ tavrend_test(tavrend_store_tests tavrend/store_test.cpp)
 # The daemon itself, beside an archive host of its own, where neither a sanitizer nor an emulator makes it slow.
 if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND TAVREN_SLOW_TESTS AND NOT TAVREN_SANITIZE
     AND NOT CMAKE_CROSSCOMPILING)
-  tavren_test(tavrend_tests tavrend/daemon_test.cpp LAB TIMEOUT 180)
+  tavren_test(tavrend_tests tavrend/daemon_test.cpp tavrend/procedures_test.cpp LAB TIMEOUT 180)
   program_of(tavrend tavrend)
+  target_link_libraries(tavrend_tests PRIVATE ${sqlite3_library})
   target_compile_definitions(tavrend_tests PRIVATE TAVREND="${tavrend}" HODRA_PUT="${hodra_put}")
   add_dependencies(tavrend_tests tavrend hodra-put)
 endif()
