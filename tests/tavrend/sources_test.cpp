@@ -1,11 +1,8 @@
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/inotify.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -14,71 +11,30 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
-#include <random>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "plan/checksum.h"
 #include "plan/names.h"
-#include "sources/compression.h"
 #include "sources/local_files.h"
 #include "support/files.h"
-#include "support/real_function.h"
 #include "support/run_in_child.h"
 #include "support/temporary_directory.h"
+#include "tavrend/changing_files.h"
 
+using changing_files::after_lstat;
+using changing_files::after_pread;
+using changing_files::entries_until_an_error;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 
 namespace {
 
 constexpr int64_t block = 65536; /* what is read at once in the search for a newline */
 
-/* What happens to the files behind each of these calls, as another process would do it. */
-std::function<void(const std::string& path)> after_lstat;
-std::function<void()> after_pread;
-int entries_until_an_error = -1; /* of a directory; -1: there is none */
-
-}  // namespace
-
-STANDS_BEFORE_THE_REAL_ONE int lstat(const char* path, struct stat* status) noexcept {
-  const int result = real<int(const char*, struct stat*)>("lstat64")(path, status);
-  const int error = errno;
-  if (after_lstat) after_lstat(path);
-  errno = error;
-  return result;
-}
-
-STANDS_BEFORE_THE_REAL_ONE ssize_t pread(int fd, void* bytes, size_t size, off_t offset) {
-  const ssize_t n = real<ssize_t(int, void*, size_t, off_t)>("pread64")(fd, bytes, size, offset);
-  if (after_pread) after_pread();
-  return n;
-}
-
-STANDS_BEFORE_THE_REAL_ONE dirent* readdir(DIR* directory) {
-  if (entries_until_an_error == 0) {
-    errno = EIO;
-    return nullptr;
-  }
-  if (entries_until_an_error > 0) --entries_until_an_error;
-  return real<dirent*(DIR*)>("readdir64")(directory);
-}
-
-/* The C++ library calls the one of this name where both have the same entries. */
-STANDS_BEFORE_THE_REAL_ONE dirent* readdir_of_the_cpp_library(DIR* directory) __asm__("readdir");
-dirent* readdir_of_the_cpp_library(DIR* directory) { return readdir(directory); }
-
-namespace {
-
 class LocalFiles : public testing::Test {
  protected:
-  ~LocalFiles() override {
-    after_lstat = nullptr;
-    after_pread = nullptr;
-    entries_until_an_error = -1;
-  }
+  ~LocalFiles() override { changing_files::stop(); }
 
   std::string path(const std::string& name) const { return directory.path(name); }
   void make(const std::string& name, const std::string& content = "text\n") const { write_file(path(name), content); }
@@ -427,113 +383,3 @@ TEST_F(LocalFiles, LastNewlineIsLookedForFromTheEnd) {
 }
 
 TEST_F(LocalFiles, LastNewlineOfAFileThatShrinksIsInWhatIsLeft) { EXPECT_EQ(newline_in("one\ntwo", 0, 2 * block), 3); }
-
-namespace {
-
-class Compression : public LocalFiles {
- protected:
-  OpenFile compressed(int64_t first, int64_t length) const {
-    return compress(OpenFile("", path("log")), path("log"), first, length, directory.path());
-  }
-
-  /* What the program that everybody has makes of the result. */
-  std::string plain(const OpenFile& result) const {
-    const std::string name = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(result.descriptor());
-    const std::string command = "zstd -dc <" + name + " >" + path("plain");
-    return system(command.c_str()) == 0 ? read_file(path("plain")) : "zstd has failed";
-  }
-
-  static std::string noise(size_t size) {
-    std::minstd_rand random(4711);
-    std::string text(size, '\0');
-    std::generate(text.begin(), text.end(), [&random] { return static_cast<char>(random() >> 8); });
-    return text;
-  }
-};
-
-}  // namespace
-
-TEST_F(Compression, IsUndoneByTheUsualProgram) {
-  make("log", "one\ntwo\nthree\n");
-  EXPECT_EQ(plain(compressed(0, 14)), "one\ntwo\nthree\n");
-  EXPECT_EQ(plain(compressed(4, 4)), "two\n");
-}
-
-TEST_F(Compression, OfNothingIsNothing) {
-  make("log", "");
-  EXPECT_EQ(plain(compressed(0, 0)), "");
-}
-
-TEST_F(Compression, GoesOverManyBuffers) {
-  const std::string content = noise(1000003);
-  make("log", content);
-  EXPECT_EQ(plain(compressed(0, 1000003)), content);
-  EXPECT_EQ(plain(compressed(131072, 131072)), content.substr(131072, 131072));
-}
-
-TEST_F(Compression, NoticesADamagedResult) {
-  const std::string content = noise(100000);
-  make("log", content);
-  const OpenFile result = compressed(0, 100000);
-  ASSERT_EQ(pwrite(result.descriptor(), "x", 1, 50000), 1);
-  EXPECT_NE(plain(result), content);
-  EXPECT_EQ(plain(result), "zstd has failed");
-}
-
-TEST_F(Compression, LeavesNoNameBehind) {
-  make("log");
-  const OpenFile result = compressed(0, 5);
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(directory.path()))
-    names.push_back(entry.path().filename());
-  EXPECT_THAT(names, ElementsAre("log"));
-}
-
-TEST_F(Compression, OfAFileThatShrinksMeanwhileFails) {
-  make("log", noise(1000000));
-  after_pread = [this] {
-    after_pread = nullptr;
-    EXPECT_EQ(truncate(path("log").c_str(), 200000), 0);
-  };
-  EXPECT_THROW(compressed(0, 1000000), FileChanged);
-}
-
-TEST_F(Compression, WithoutADirectoryFails) {
-  make("log");
-  try {
-    compress(OpenFile("", path("log")), path("log"), 0, 5, path("none"));
-    FAIL();
-  } catch (const std::system_error& error) {
-    EXPECT_EQ(error.code().value(), ENOENT);
-  }
-}
-
-TEST_F(Compression, WithoutRoomFails) {
-  make("log", noise(1000000));
-  const Outcome outcome = run_in_child([this] {
-    signal(SIGXFSZ, SIG_IGN);
-    const rlimit room{200000, 200000};
-    setrlimit(RLIMIT_FSIZE, &room);
-    try {
-      compressed(0, 1000000);
-    } catch (const std::system_error& error) {
-      fputs(error.what(), stdout);
-    }
-  });
-  EXPECT_EQ(outcome.out, "compressing: File too large");
-}
-
-TEST_F(Compression, TakesNoMoreMemoryForMore) {
-  make("log");
-  ASSERT_EQ(truncate(path("log").c_str(), 100 * 1024 * 1024), 0);
-  const auto peak_kib = [this](int64_t length) {
-    return std::stol(run_in_child([&] {
-                       compressed(0, length);
-                       rusage usage{};
-                       getrusage(RUSAGE_SELF, &usage);
-                       printf("%ld", usage.ru_maxrss);
-                     }).out);
-  };
-  const long little = peak_kib(10 * 1024 * 1024);
-  EXPECT_LT(peak_kib(100 * 1024 * 1024), little + 10 * 1024);
-}
