@@ -289,6 +289,13 @@ TEST(GrowingFile, DoesNotTakeAKnownFileAgain) {
             "m.1:4-4 m:0-5+");
 }
 
+TEST(GrowingFile, IsNotLookedForInAKnownFileThatBeginsAlike) {
+  const LogFile known = file("m.2", 9, "one\ntwo\nolder\n", 15);
+  const Progress before = progress_in(file("m", 1, "one\ntwo\n", 10), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "x\n", 30), {known}, {identity_of(known)})),
+            "m:4-8! m:0-2+");
+}
+
 TEST(GrowingFile, OnlyCompressedBesideIsLost) {
   const Progress before = progress_in(file("m", 1, "one\ntwo", 10), 4);
   EXPECT_EQ(
