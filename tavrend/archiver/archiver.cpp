@@ -11,6 +11,7 @@
 #include "TavrenExceptions.h"
 #include "TavrenTunables.h"
 #include "plan/names.h"
+#include "plan/space.h"
 #include "sources/compression.h"
 #include "sources/local_files.h"
 #include "tavren_util.h"
@@ -46,6 +47,11 @@ TavrenError error_of(const std::system_error& failure) {
   return TavrenError(TAVREN_E_SYSCALL, failure.what(), tavren_int_to_string(failure.code().value()));
 }
 
+/* What has no error number of its own: the state that cannot be written, memory that has run out. */
+TavrenError error_of(const std::exception& failure) {
+  return TavrenError(TAVREN_E_SYSCALL, failure.what(), tavren_int_to_string(EIO));
+}
+
 /* What the far side refuses of one item says nothing about the next. */
 bool is_about_one_item(const TavrenError& error) {
   return error.get_ecode() == TAVREN_E_COMMAND_FAILED || error.get_ecode() == TAVREN_E_CREATE_REMOTE_FILE;
@@ -75,6 +81,10 @@ void Archiver::run() {
       failure = error;
     } catch (const TavrenTimeout&) {
       failure = TavrenError(TAVREN_E_COMMAND_TIMEOUT, "archive session", "");
+    } catch (const std::system_error& error) {
+      failure = error_of(error);
+    } catch (const std::exception& error) {
+      failure = error_of(error);
     }
     open_session.reset();
     if (!failure) continue;
@@ -106,13 +116,7 @@ void Archiver::keep_first_look(const Section& section) {
   if (section.follow.empty()) return;
   if (desk.with_store([&](Store& store) { return store.progress(section.name); })) return;
   try {
-    Progress nothing_yet;
-    if (const auto log = look_at(log_dir_prefix(), section.follow)) {
-      nothing_yet = {identity_of(*log), 0, log->size, log->mtime_ns, false};
-    }
-    /* What was rotated away before is left where it is, whatever becomes of the clock. */
-    const std::vector<LogFile> before = find_beside(log_dir_prefix(), section.follow).files;
-    desk.with_store([&](Store& store) { store.begin_log(section.name, nothing_yet, before); });
+    if (const auto around = look_around(log_dir_prefix(), section.follow)) begin_look(section, *around);
   } catch (const UnreadableFile&) {
     /* Which is reported where it is to be archived. */
   }
@@ -124,6 +128,9 @@ void Archiver::measure(const Work& work) {
     try {
       session(work).used_kib(compartment);
     } catch (const TavrenError&) {
+      desk.set_used(compartment, -3);
+      throw;
+    } catch (const TavrenTimeout&) {
       desk.set_used(compartment, -3);
       throw;
     }
@@ -150,7 +157,11 @@ void Archiver::archive_section(const Work& work, const Section& section) {
 bool Archiver::resume(const Work& work, const Section& section) {
   const auto intent = desk.with_store([&](Store& store) { return store.open_intent(section.name); });
   if (!intent) return true;
-  if (const auto file = find_again(section, *intent)) return try_item(work, section, *file, *intent, false);
+  if (const auto file = find_again(section, *intent)) {
+    /* What has arrived of it would count against the room that it gets. */
+    if (work.config.space_limit[section.compartment] != no_space_limit) session(work).remove(intent->remote_path);
+    return try_item(work, section, *file, *intent, false);
+  }
   /* What is planned anew says what was lost of a log. */
   if (!intent->follows) report_if_gone(section, intent->file);
   take_back_item(work, section);
@@ -196,7 +207,10 @@ void Archiver::report_if_gone(const Section& section, const LogFile& file) {
 void Archiver::archive_closed_files(const Work& work, const Section& section) {
   const Found found = find_matching(log_dir_prefix(), section.files);
   for (const UnreadableFile& file : found.unreadable) desk.report(error_of(file));
-  const auto archived = desk.with_store([&](Store& store) { return store.archived_files(section.name); });
+  const auto archived = desk.with_store([&](Store& store) {
+    if (found.unreadable.empty()) store.forget_missing_files(section.name, found.files, now_ms());
+    return store.archived_files(section.name);
+  });
   const auto files = files_to_archive(found.files, archived);
   int32_t waiting = static_cast<int32_t>(files.size());
   for (const LogFile& file : files) {
@@ -225,31 +239,44 @@ void Archiver::archive_growing_file(const Work& work, const Section& section) {
   const auto around = look_around(prefix, section.follow);
   if (!around) return; /* rotated without end; the next run looks again */
   for (const UnreadableFile& file : around->beside.unreadable) desk.report(error_of(file));
-  const auto progress = desk.with_store([&](Store& store) { return store.progress(section.name); });
+  const Progress progress = begin_look(section, *around);
   const auto known = desk.with_store([&](Store& store) { return store.known_files(section.name); });
   for (const Stretch& stretch :
        plan_growing_file(section.follow, progress, around->present, around->beside.files, known)) {
     if (stretch.lost) {
-      give_up_lost(section, stretch);
+      give_up_lost(section, progress, stretch);
     } else if (!archive_stretch(work, section, stretch)) {
       return; /* what comes behind it waits: pieces keep their order */
     }
   }
 }
 
-/* Reports what was lost, once. */
-void Archiver::give_up_lost(const Section& section, const Stretch& stretch) {
+/* Notes which files beside a log are none of its business. Returns how far the log is archived. */
+Progress Archiver::begin_look(const Section& section, const Surroundings& around) {
+  return desk.with_store([&](Store& store) {
+    const auto before = store.progress(section.name);
+    const auto passed =
+        files_to_pass_over(before, around.present, around.beside.files, store.archived_files(section.name));
+    const Progress now = before ? *before : progress_at_first(around.present);
+    store.note_look(section.name, now, passed);
+    std::vector<LogFile> found = around.beside.files;
+    if (around.present) found.push_back(*around.present);
+    if (around.beside.unreadable.empty()) store.forget_missing_files(section.name, found, now_ms());
+    return now;
+  });
+}
+
+/*
+ * Reports what was lost, once: the rest of the file that was read last, or one that is there, but only compressed.
+ */
+void Archiver::give_up_lost(const Section& section, const Progress& progress, const Stretch& stretch) {
   const std::string range = " (bytes " + std::to_string(stretch.first) + " to " + std::to_string(stretch.end) + ")";
   desk.report(TavrenError(TAVREN_E_FILE_READ, stretch.file.path + range, tavren_int_to_string(ENODATA)));
   desk.with_store([&](Store& store) {
-    auto progress = store.progress(section.name);
-    if (stretch.file.path == section.follow && progress) {
-      progress->finished = true;
-      store.set_progress(section.name, *progress);
-    } else {
-      const Progress over{identity_of(stretch.file), stretch.end, stretch.end, stretch.file.mtime_ns, true};
-      store.look_is_over(section.name, stretch.file, over);
-    }
+    if (stretch.file.path != section.follow) return store.note_look(section.name, std::nullopt, {stretch.file});
+    Progress gone = progress;
+    gone.finished = true;
+    store.note_look(section.name, gone, {});
   });
 }
 
@@ -264,7 +291,8 @@ bool Archiver::archive_stretch(const Work& work, const Section& section, const S
   }
   const bool is_whole = !stretch.grows && first == stretch.end;
   const Progress now{identity_of(stretch.file), first, stretch.file.size, stretch.file.mtime_ns, is_whole};
-  desk.with_store([&](Store& store) { store.look_is_over(section.name, stretch.file, now); });
+  const std::vector<LogFile> known = is_whole ? std::vector<LogFile>{stretch.file} : std::vector<LogFile>{};
+  desk.with_store([&](Store& store) { store.note_look(section.name, now, known); });
   return true;
 }
 

@@ -39,7 +39,8 @@ class Archiver {
   bool try_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent, bool is_new);
   void take_back_item(const Work& work, const Section& section);
   void send_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent, bool is_new);
-  void give_up_lost(const Section& section, const Stretch& stretch);
+  Progress begin_look(const Section& section, const Surroundings& around);
+  void give_up_lost(const Section& section, const Progress& progress, const Stretch& stretch);
   Session& session(const Work& work);
 
   Desk& desk;

@@ -54,7 +54,7 @@ void end_children_of(pid_t thread) {
 std::string log_dir_prefix() { return changed_tunable("log_dir_prefix"); }
 
 Desk::Desk(Store& state, const std::vector<Section>& sections, const std::string& chassis_name)
-    : store(state), chassis(chassis_name) {
+    : store(state), chassis(chassis_name), archive_config(store.config()), enabled(store.is_enabled()) {
   plan_tasks(sections);
 }
 
@@ -83,20 +83,19 @@ void Desk::add_task(const std::string& name, int32_t usual_interval, std::map<st
 
 bool Desk::is_enabled() {
   const Lock lock(mutex);
-  return store.is_enabled();
+  return enabled;
 }
 
 std::optional<ArchiveConfig> Desk::config() {
   const Lock lock(mutex);
-  return store.config();
+  return archive_config;
 }
 
 Status Desk::status() {
   const Lock lock(mutex);
   Status status = present;
-  const auto config = store.config();
   for (int i = 0; i < 2; ++i) {
-    if (!config || config->space_limit[i] == -1) status.compartments[i].used_mb = -1;
+    if (!archive_config || archive_config->space_limit[i] == -1) status.compartments[i].used_mb = -1;
   }
   return status;
 }
@@ -141,6 +140,7 @@ bool Desk::run_task(const std::string& name) {
   if (found == tasks.end()) return false;
   found->second.due_ms = tavren_get_uptime_ms();
   retry_ms = 0;
+  retry_now = true;
   changed.notify_all();
   return true;
 }
@@ -165,14 +165,17 @@ std::string Desk::kept_text(const std::string& kind) {
   return store.text(kind);
 }
 
-void Desk::set_config(const std::optional<ArchiveConfig>& config, bool enabled) {
+void Desk::set_config(const std::optional<ArchiveConfig>& config, bool on) {
   Lock lock(mutex);
-  store.set_config(config, enabled);
+  store.set_config(config, on);
+  enabled = on;
   if (config) {
+    archive_config = config;
     for (CompartmentStatus& compartment : present.compartments) compartment.used_mb = -2;
   }
   retry_ms = 0;
-  if (config || !enabled) cancel(lock);
+  retry_now = true;
+  if (config || !on) cancel(lock);
   changed.notify_all();
 }
 
@@ -192,22 +195,23 @@ void Desk::stop() {
 
 /*
  * The session's client is ended, which breaks every wait for it, those of a login too, for which disabling the session
- * would have to wait. Again and again, because the client may not have been started yet.
+ * would have to wait. Again and again, because the client may not have been started yet; but not that of the next work,
+ * which may begin before this thread sees the end of the one that it waits for.
  */
 void Desk::cancel(Lock& lock) {
-  cancelled = in_session;
-  while (in_session) {
+  const uint64_t number = works;
+  cancelled = !sleeping;
+  while (!sleeping && works == number) {
     end_children_of(archiving_thread);
     changed.wait_for(lock, std::chrono::milliseconds(20));
   }
 }
 
 std::optional<Work> Desk::due_work(int64_t now_ms) {
-  const auto config = store.config();
-  if (!config || !store.is_enabled() || now_ms < retry_ms) return std::nullopt;
+  if (!archive_config || !enabled || now_ms < retry_ms) return std::nullopt;
   const auto is_due = [this, now_ms](const std::string& name) { return tasks[name].due_ms <= now_ms; };
   Work work;
-  work.config = *config;
+  work.config = *archive_config;
   work.claim = !store.is_claimed();
   work.measure_space = is_due(space_task);
   std::copy_if(all_sections.begin(), all_sections.end(), std::back_inserter(work.sections),
@@ -217,7 +221,7 @@ std::optional<Work> Desk::due_work(int64_t now_ms) {
 }
 
 int64_t Desk::next_look_ms() const {
-  if (!store.config() || !store.is_enabled()) return never;
+  if (!archive_config || !enabled) return never;
   int64_t next = never;
   for (const auto& [name, task] : tasks) next = std::min(next, task.due_ms);
   return std::max(next, retry_ms);
@@ -227,10 +231,12 @@ std::optional<Work> Desk::wait_for_work() {
   Lock lock(mutex);
   archiving_thread = gettid();
   sleeping = true;
+  changed.notify_all();
   for (;;) {
     if (stopping) return std::nullopt;
     if (auto work = due_work(tavren_get_uptime_ms())) {
-      sleeping = false;
+      sleeping = cancelled = retry_now = false;
+      ++works;
       return work;
     }
     const int64_t next = next_look_ms();
@@ -255,19 +261,8 @@ void Desk::work_is_done(const Work& work) {
 
 void Desk::work_has_failed(double draw) {
   const Lock lock(mutex);
+  if (retry_now) return;
   retry_ms = tavren_get_uptime_ms() + retry_delay_ms(retry_interval(), draw);
-}
-
-void Desk::session_begins() {
-  const Lock lock(mutex);
-  in_session = true;
-  cancelled = false;
-}
-
-void Desk::session_ends() {
-  const Lock lock(mutex);
-  in_session = false;
-  changed.notify_all();
 }
 
 bool Desk::is_cancelled() {
@@ -283,7 +278,11 @@ void Desk::report(const TavrenError& error) {
   std::istringstream lines(text.str());
   for (std::string line; std::getline(lines, line);) syslog(LOG_ERR, "%s", line.c_str());
   const Lock lock(mutex);
-  store.add_error(serialised.str());
+  try {
+    store.add_error(serialised.str());
+  } catch (const StoreError& failure) {
+    syslog(LOG_ERR, "the error was not stored: %s", failure.what());
+  }
 }
 
 void Desk::set_connection(tavren_connection_status_t status, int64_t when) {

@@ -77,7 +77,7 @@ class Desk {
   std::string kept_text(const std::string& kind);
 
   /* These end a session in progress, and wait until the archiving thread has noticed: some seconds at the most. */
-  void set_config(const std::optional<ArchiveConfig>& config, bool enabled);
+  void set_config(const std::optional<ArchiveConfig>& config, bool on);
   void set_sections(const std::vector<Section>& sections);
   void stop();
 
@@ -86,9 +86,7 @@ class Desk {
   void work_is_done(const Work& work);
   void work_has_failed(double draw);
 
-  /* The session that set_config, set_sections and stop end. */
-  void session_begins();
-  void session_ends();
+  /* Whether set_config, set_sections or stop wait for the end of the work that was handed out last. */
   bool is_cancelled();
 
   void report(const TavrenError& error);
@@ -121,14 +119,17 @@ class Desk {
   std::condition_variable changed;
   Store& store;
   const std::string chassis;
+  std::optional<ArchiveConfig> archive_config; /* as the store has it, */
+  bool enabled;                                /* and this, too */
   std::vector<Section> all_sections;
   std::map<std::string, Task> tasks;
   Status present;
-  int64_t retry_ms = 0; /* nothing is tried before */
-  bool sleeping = false;
+  int64_t retry_ms = 0;   /* nothing is tried before */
+  bool retry_now = false; /* somebody has asked for it since the last work was handed out */
+  bool sleeping = true;
   bool stopping = false;
   bool cancelled = false;
-  bool in_session = false;
+  uint64_t works = 0; /* that were handed out */
   pid_t archiving_thread = 0;
 };
 

@@ -41,7 +41,6 @@ Session::Session(Desk& where, const Work& what) : desk(where), work(what), host(
   SettingsRecord settings(work.config.settings);
   host.set_settings(settings.record());
   host.enable();
-  desk.session_begins();
 }
 
 Session::~Session() {
@@ -50,7 +49,6 @@ Session::~Session() {
   host.get_connection_status(status, when);
   host.close_connection();
   if (when != 0) desk.set_connection(status, when);
-  desk.session_ends();
 }
 
 void Session::check_cancelled() {

@@ -14,6 +14,7 @@
 namespace {
 
 constexpr size_t longest_name = 32;
+constexpr char byte_order_mark[] = "\xEF\xBB\xBF"; /* which some editors put in front */
 
 /* What becomes of a file while it is read line by line: the library that parses it does not say which line it is at. */
 struct Reading {
@@ -73,7 +74,9 @@ char* next_line(char* buffer, int size, void* user) {
     fail(reading, "the line is too long, or has a NUL byte in it");
     return nullptr;
   }
-  const char* const start = buffer + strspn(buffer, " \t");
+  const bool is_marked = reading.line == 1 && strncmp(buffer, byte_order_mark, strlen(byte_order_mark)) == 0;
+  const char* const text = buffer + (is_marked ? strlen(byte_order_mark) : 0);
+  const char* const start = text + strspn(text, " \t");
   const char* const end = strchr(start, ']');
   if (*start == '[' && end != nullptr) begin_section(reading, std::string(start + 1, end));
   return buffer;
@@ -111,7 +114,7 @@ int take_value(void* user, const char* section_name, const char* key_text, const
   const std::string key = key_text;
   const std::string value = value_text;
   static const std::set<std::string> keys = {"files", "follow", "compartment", "interval", "compress"};
-  if (section_name[0] == '\0') {
+  if (section_name[0] == '\0' || reading.sections.empty()) {
     fail(reading, quoted(key) + " stands before the first section");
   } else if (keys.count(key) == 0) {
     fail(reading, "there is no key " + quoted(key));

@@ -1,41 +1,35 @@
 #include "plan/growing_file.h"
 
 #include <algorithm>
-#include <charconv>
+#include <cctype>
 #include <tuple>
 
 namespace {
 
 using Files = std::vector<LogFile>;
 
-/*
- * Returns the number behind the last point of a name, 0 when that is none, or a date: messages.2 was rotated before
- * messages.1.
- */
-int rotations_of(const LogFile& file) {
-  int number = 0;
-  const char* const end = file.path.data() + file.path.size();
-  const auto [rest, error] = std::from_chars(file.path.data() + file.path.rfind('.') + 1, end, number);
-  return rest == end && error == std::errc() && number < 1000000 ? number : 0;
+bool is_older(const LogFile& a, const LogFile& b) {
+  return std::tie(a.mtime_ns, a.path) < std::tie(b.mtime_ns, b.path);
 }
 
-/*
- * Oldest first; what is from before since was written later all the same, by a clock that was set back. Two of one time
- * are told by their numbers, because some file systems count whole seconds.
- */
-void sort_by_age(Files& files, int64_t since) {
-  const auto age = [since](const LogFile& file) {
-    return std::make_tuple(file.mtime_ns < since, file.mtime_ns, -rotations_of(file));
-  };
-  std::sort(files.begin(), files.end(), [&age](const LogFile& a, const LogFile& b) {
-    const auto age_of_a = age(a);
-    const auto age_of_b = age(b);
-    return age_of_a != age_of_b ? age_of_a < age_of_b : a.path < b.path;
-  });
+/* N of a name that goes on with ".N", which each rotation counts up; -1 for others, those with a date among them. */
+int number_of(const std::string& path, const LogFile& file) {
+  constexpr size_t most_digits = 3;
+  const std::string rest = file.path.substr(std::min(path.size() + 1, file.path.size()));
+  size_t digits = 0;
+  while (digits < rest.size() && isdigit(static_cast<unsigned char>(rest[digits])) != 0) ++digits;
+  const bool is_number = digits > 0 && digits <= most_digits && (digits == rest.size() || rest[digits] == '.');
+  return is_number ? std::stoi(rest.substr(0, digits)) : -1;
 }
 
-/* Whether the clock was set back since: what is beside is told by what is known alone then, and by no time. */
-bool was_set_back(const std::optional<LogFile>& present, int64_t since) { return present && present->mtime_ns < since; }
+/* Oldest first. Where all have numbers these say it: a clock that was set back has no part in them. */
+void sort_by_age(const std::string& path, Files& files) {
+  std::sort(files.begin(), files.end(), is_older);
+  const auto has_number = [&path](const LogFile& file) { return number_of(path, file) != -1; };
+  if (!std::all_of(files.begin(), files.end(), has_number)) return;
+  std::stable_sort(files.begin(), files.end(),
+                   [&path](const LogFile& a, const LogFile& b) { return number_of(path, a) > number_of(path, b); });
+}
 
 bool is_one_of(const std::vector<Identity>& known, const LogFile& file) {
   return std::any_of(known.begin(), known.end(), [&file](const Identity& k) { return is_same_file(k, file); });
@@ -43,17 +37,14 @@ bool is_one_of(const std::vector<Identity>& known, const LogFile& file) {
 
 /* Takes the rest of the file that progress speaks of out of beside. A file that is empty so far begins like any other.
  */
-std::optional<LogFile> take_old_file(const Progress& progress, const std::optional<LogFile>& present, Files& beside,
-                                     const std::vector<Identity>& known) {
-  const bool any_age = was_set_back(present, progress.mtime_ns);
+std::optional<LogFile> take_old_file(const Progress& progress, Files& beside, const std::vector<Identity>& known) {
   const auto is_long_enough = [&progress](const LogFile& file) { return file.size >= progress.offset; };
   auto old = std::find_if(beside.begin(), beside.end(), [&](const LogFile& file) {
     return is_same_file(progress.identity, file) && is_long_enough(file);
   });
   if (old == beside.end() && progress.identity.head_length > 0) {
     old = std::find_if(beside.begin(), beside.end(), [&](const LogFile& file) {
-      return begins_like(progress.identity, file) && is_long_enough(file) &&
-             (any_age || file.mtime_ns >= progress.mtime_ns) && !is_one_of(known, file);
+      return begins_like(progress.identity, file) && is_long_enough(file) && !is_one_of(known, file);
     });
   }
   if (old == beside.end()) return std::nullopt;
@@ -66,7 +57,7 @@ Stretch rest_of(const LogFile& file, int64_t first, bool grows) { return {file, 
 
 Stretch lost(const LogFile& file, int64_t first, int64_t end) { return {file, first, end, false, true}; }
 
-Stretch lost_at(const std::string& path, const Progress& progress) {
+Stretch lost(const std::string& path, const Progress& progress) {
   LogFile gone;
   gone.path = path;
   return lost(gone, progress.offset, progress.seen);
@@ -80,29 +71,56 @@ bool was_empty(const Progress& progress) { return progress.identity.head_length 
 
 /*
  * Whether file may be a copy of present that is being made, or was made a moment ago, and present be truncated next. It
- * is looked at again then. One that is empty has been truncated already.
+ * is looked at again then. One of the same length may be a copy whatever the clock says; an empty file has none.
  */
 bool may_be_copy_of(const LogFile& present, const LogFile& file) {
-  if (present.size == 0) return false;
   const size_t length = std::min(present.head.size(), file.head.size());
-  return file.mtime_ns >= present.mtime_ns && present.head.compare(0, length, file.head, 0, length) == 0;
+  if (length == 0 || present.head.compare(0, length, file.head, 0, length) != 0) return false;
+  return file.mtime_ns >= present.mtime_ns || file.size == present.size;
 }
 
-/* Whole files between the old one, which was last written since, and the new one. */
-void plan_files_between(const Progress& progress, int64_t since, const std::optional<LogFile>& present,
-                        const Files& beside, const std::vector<Identity>& known, std::vector<Stretch>& plan) {
+/* Compressing a file leaves it its time of modification, sometimes without the part of a second. */
+bool is_compressed_form_of(const std::vector<ArchivedFile>& known, const LogFile& file) {
+  constexpr int64_t second_ns = 1000000000;
+  return is_compressed(file) && std::any_of(known.begin(), known.end(), [&file](const ArchivedFile& k) {
+           return k.mtime_ns / second_ns == file.mtime_ns / second_ns;
+         });
+}
+
+/* Whole files between the old one and the new one. */
+void plan_files_between(const Progress& progress, const std::optional<LogFile>& present, const Files& beside,
+                        const std::vector<Identity>& known, std::vector<Stretch>& plan) {
   for (const LogFile& file : beside) {
     if (file.size == 0 || (present && may_be_copy_of(*present, file))) continue;
     const bool is_done = !was_empty(progress) && is_same_file(progress.identity, file);
     if (is_one_of(known, file) || is_done) continue;
-    /* A known file that was compressed since is known no more but by its time, which stays what it was. */
-    const bool any_age = was_set_back(present, since) && !is_compressed(file);
-    if (file.mtime_ns < since && !any_age) continue;
     plan.push_back(is_compressed(file) ? lost(file, 0, file.size) : rest_of(file, 0, false));
   }
 }
 
 }  // namespace
+
+bool operator==(const Progress& a, const Progress& b) {
+  return a.identity == b.identity &&
+         std::tie(a.offset, a.seen, a.mtime_ns, a.finished) == std::tie(b.offset, b.seen, b.mtime_ns, b.finished);
+}
+
+Progress progress_at_first(const std::optional<LogFile>& present) {
+  if (!present) return {};
+  return {identity_of(*present), 0, present->size, present->mtime_ns, false};
+}
+
+std::vector<LogFile> files_to_pass_over(const std::optional<Progress>& progress, const std::optional<LogFile>& present,
+                                        const std::vector<LogFile>& beside, const std::vector<ArchivedFile>& known) {
+  std::vector<LogFile> passed;
+  for (const LogFile& file : beside) {
+    const auto is_it = [&file](const ArchivedFile& k) { return is_same_file(k.identity, file); };
+    if (file.size == 0 || std::any_of(known.begin(), known.end(), is_it)) continue;
+    const bool is_earlier = !progress && !(present && may_be_copy_of(*present, file));
+    if (is_earlier || is_compressed_form_of(known, file)) passed.push_back(file);
+  }
+  return passed;
+}
 
 std::vector<Stretch> plan_growing_file(const std::string& path, const std::optional<Progress>& progress,
                                        const std::optional<LogFile>& present, std::vector<LogFile> beside,
@@ -114,14 +132,12 @@ std::vector<Stretch> plan_growing_file(const std::string& path, const std::optio
     return plan;
   }
   if (progress) {
-    int64_t since = progress->mtime_ns;
-    sort_by_age(beside, since);
+    sort_by_age(path, beside);
     if (is_known) {
-      const std::optional<LogFile> old = take_old_file(*progress, present, beside, known);
-      if (old) since = std::min(since, old->mtime_ns);
-      plan.push_back(old ? rest_of(*old, progress->offset, false) : lost_at(path, *progress));
+      const std::optional<LogFile> old = take_old_file(*progress, beside, known);
+      plan.push_back(old ? rest_of(*old, progress->offset, false) : lost(path, *progress));
     }
-    plan_files_between(*progress, since, present, beside, known, plan);
+    plan_files_between(*progress, present, beside, known, plan);
   }
   const bool is_new_in_use = present && present->size > 0;
   if (!is_new_in_use && !plan.empty() && !plan.back().lost) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "plan/closed_files.h"
 #include "plan/log_file.h"
 
 /* How far a followed log was archived. */
@@ -16,6 +17,8 @@ struct Progress {
   int64_t mtime_ns = 0;  /* when it was looked at last */
   bool finished = false; /* it was rotated away, and what there was of it is archived or known to be lost */
 };
+
+bool operator==(const Progress& a, const Progress& b);
 
 /* What is to be done with a followed log, in this order. */
 struct Stretch {
@@ -29,16 +32,27 @@ struct Stretch {
 /*
  * Returns what is to be archived, and what was lost, of the log at path. present is the file that is there now; beside
  * are those in its directory whose names go on behind its name with "." or "-"; known are files of this log that were
- * archived whole.
+ * archived whole, or passed over.
  *
  * A file that was rotated away is finished first. It is looked for beside by its identity, or, when it was copied and
- * truncated, by its first bytes alone; then files beside that are not known and not older come whole, oldest first,
- * because there may have been several rotations between two looks; then the new file, from its beginning. While there
- * is nothing in that, the service may not know of the rotation yet: it goes on in the file before.
+ * truncated, by its first bytes alone; then files beside that are not known come whole, oldest first, because there may
+ * have been several rotations between two looks; then the new file, from its beginning. While there is nothing in that,
+ * the service may not know of the rotation yet: it goes on in the file before. Which files are new is no matter of
+ * times of modification: the clock of a machine that has just started may be years behind.
  */
 std::vector<Stretch> plan_growing_file(const std::string& path, const std::optional<Progress>& progress,
                                        const std::optional<LogFile>& present, std::vector<LogFile> beside,
                                        const std::vector<Identity>& known);
+
+/* How far a log is archived when it is looked at for the first time. */
+Progress progress_at_first(const std::optional<LogFile>& present);
+
+/*
+ * Returns those of beside of which nothing is to be archived, and which are known from then on: at the first look what
+ * was rotated before, and later the compressed forms of files that are known.
+ */
+std::vector<LogFile> files_to_pass_over(const std::optional<Progress>& progress, const std::optional<LogFile>& present,
+                                        const std::vector<LogFile>& beside, const std::vector<ArchivedFile>& known);
 
 /* At most so many bytes make one piece, before compression. */
 constexpr int64_t longest_piece = int64_t{64} * 1024 * 1024;

@@ -3,8 +3,14 @@
 #include <algorithm>
 #include <iterator>
 #include <string_view>
+#include <tuple>
 
 #include "plan/checksum.h"
+
+bool operator==(const Identity& a, const Identity& b) {
+  return std::tie(a.device, a.inode, a.head_length, a.head_checksum) ==
+         std::tie(b.device, b.inode, b.head_length, b.head_checksum);
+}
 
 Identity identity_of(const LogFile& file) {
   return {file.device, file.inode, static_cast<uint32_t>(file.head.size()), checksum(file.head)};

@@ -30,6 +30,8 @@ struct Identity {
   uint64_t head_checksum = 0;
 };
 
+bool operator==(const Identity& a, const Identity& b);
+
 Identity identity_of(const LogFile& file);
 
 /* Whether file begins with the bytes that known had, which an empty beginning says of every file. */

@@ -64,6 +64,14 @@ void add(Found& found, const std::string& prefix, const std::string& path) {
   }
 }
 
+/* Directories that a pattern leads to and that cannot be read: glob hands its callback nothing of ours. */
+thread_local std::vector<std::pair<std::string, int>> failed_directories;
+
+int note_directory(const char* path, int error) {
+  if (!is_no_log(error)) failed_directories.emplace_back(path, error);
+  return 0;
+}
+
 /* A directory's name in a pattern stands for itself. */
 std::string without_wildcards(const std::string& text) {
   std::string pattern;
@@ -129,9 +137,13 @@ void add_names(Names& names, const std::vector<LogFile>& files) {
 Found find_once(const std::string& prefix, const std::string& pattern) {
   Found found;
   glob_t matches{};
-  const int result = glob((without_wildcards(prefix) + pattern).c_str(), GLOB_NOSORT, nullptr, &matches);
+  failed_directories.clear();
+  const int result = glob((without_wildcards(prefix) + pattern).c_str(), GLOB_NOSORT, note_directory, &matches);
   for (size_t i = 0; result == 0 && i < matches.gl_pathc; ++i) add(found, prefix, matches.gl_pathv[i] + prefix.size());
   globfree(&matches);
+  for (const auto& [directory, error] : failed_directories) {
+    found.unreadable.emplace_back(directory.substr(std::min(prefix.size(), directory.size())), error, false);
+  }
   if (result != 0 && result != GLOB_NOMATCH) found.unreadable.emplace_back(pattern, ENOMEM, false);
   return found;
 }
@@ -157,8 +169,9 @@ Found find_beside(const std::string& prefix, const std::string& path) {
   const std::string directory = path.substr(0, slash + 1);
   const std::string base = path.substr(slash + 1);
   std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(prefix + directory, error)) {
-    const std::string name = entry.path().filename();
+  std::filesystem::directory_iterator entry(prefix + directory, error);
+  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+    const std::string name = entry->path().filename();
     if (is_rotated_name(base, name)) add(found, prefix, directory + name);
   }
   if (error && !is_no_log(error.value())) found.unreadable.emplace_back(directory, error.value(), false);

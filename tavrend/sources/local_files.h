@@ -67,8 +67,9 @@ struct Found {
 };
 
 /*
- * Returns the regular files that match pattern. Since one that is renamed meanwhile may be seen under both of its names
- * or under none, it is looked until two looks agree, some times at the most.
+ * Returns the regular files that match pattern; directories that cannot be read are among what is unreadable. Since a
+ * file that is renamed meanwhile may be seen under both of its names or under none, it is looked until two looks agree,
+ * some times at the most.
  */
 Found find_matching(const std::string& prefix, const std::string& pattern);
 

@@ -13,6 +13,8 @@ Database::Database(const std::string& file) : path(file) {
   umask(old_umask);
   try {
     if (result != SQLITE_OK) fail();
+    /* SQLite falls back to reading alone. */
+    if (sqlite3_db_readonly(handle, "main") != 0) throw StoreError(path + ": " + sqlite3_errstr(SQLITE_READONLY));
     sqlite3_extended_result_codes(handle, 1);
     /* A power cut may come after any write: the journal's directory is synced, too. */
     run("PRAGMA locking_mode = EXCLUSIVE");

@@ -4,12 +4,15 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+
 #include "store/database.h"
 
 namespace {
 
 constexpr int schema_version = 1;
 constexpr int most_errors = 100;
+constexpr int64_t week_ms = int64_t{7} * 24 * 3600 * 1000;
 
 /* Texts are blobs, because paths may hold any bytes. Device, inode and checksum are unsigned: cast there and back. */
 constexpr char schema[] =
@@ -20,7 +23,7 @@ constexpr char schema[] =
     " WITHOUT ROWID;"
     "CREATE TABLE archived (id INTEGER PRIMARY KEY, section BLOB NOT NULL, device INTEGER NOT NULL,"
     " inode INTEGER NOT NULL, head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, size INTEGER NOT NULL,"
-    " mtime_ns INTEGER NOT NULL);"
+    " mtime_ns INTEGER NOT NULL, missing_since_ms INTEGER NOT NULL DEFAULT 0);"
     "CREATE INDEX archived_section ON archived (section);"
     "CREATE TABLE progress (section BLOB PRIMARY KEY, device INTEGER NOT NULL, inode INTEGER NOT NULL,"
     " head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, offset INTEGER NOT NULL, seen INTEGER NOT NULL,"
@@ -41,7 +44,8 @@ void check(Database& database, const std::string& directory) {
   version.next();
   const int64_t found = version.number(0);
   if (found > schema_version) throw StoreError(directory + "/tavrend.db: written by a newer version of this program");
-  auto damage = database.query("PRAGMA quick_check(1)");
+  /* Not the quick check: rows that an index has lost would be archived again. */
+  auto damage = database.query("PRAGMA integrity_check(1)");
   if (!damage.next() || damage.text(0) != "ok") throw StoreError(directory + "/tavrend.db: damaged: " + damage.text(0));
   if (found == schema_version) return;
   database.transaction([&database] {
@@ -122,8 +126,6 @@ void Store::set_config(const std::optional<ArchiveConfig>& config, bool enabled)
   });
 }
 
-void Store::set_enabled(bool enabled) { set_config(std::nullopt, enabled); }
-
 bool Store::is_claimed() { return number("claimed") != 0; }
 
 void Store::set_claimed() {
@@ -177,6 +179,46 @@ std::vector<Identity> Store::known_files(const std::string& section) {
   return known;
 }
 
+void Store::forget_missing_files(const std::string& section, const std::vector<LogFile>& found, int64_t now_ms) {
+  if (found.empty()) return;
+  struct Change {
+    int64_t id;
+    int64_t missing_since_ms; /* forgotten: -1 */
+  };
+  std::vector<Change> changes;
+  auto query = database->query(
+      "SELECT device, inode, head_length, head_checksum, id, missing_since_ms FROM archived WHERE section = ?");
+  query.bind(section);
+  while (query.next()) {
+    const Identity identity = identity_at(query, 0);
+    const int64_t since = query.number(5);
+    const bool is_there = std::any_of(found.begin(), found.end(),
+                                      [&identity](const LogFile& file) { return is_same_file(identity, file); });
+    /* A clock that was set back says nothing of how long: the time begins anew. */
+    const bool is_counted = since != 0 && since <= now_ms;
+    if (is_there) {
+      if (since != 0) changes.push_back({query.number(4), 0});
+    } else if (!is_counted) {
+      changes.push_back({query.number(4), now_ms});
+    } else if (now_ms - since >= week_ms) {
+      changes.push_back({query.number(4), -1});
+    }
+  }
+  if (changes.empty()) return;
+  database->transaction([&] {
+    for (const Change& change : changes) {
+      if (change.missing_since_ms == -1) {
+        database->query("DELETE FROM archived WHERE id = ?").bind(change.id).run();
+      } else {
+        database->query("UPDATE archived SET missing_since_ms = ? WHERE id = ?")
+            .bind(change.missing_since_ms)
+            .bind(change.id)
+            .run();
+      }
+    }
+  });
+}
+
 std::optional<Progress> Store::progress(const std::string& section) {
   auto query = database->query(
       "SELECT device, inode, head_length, head_checksum, offset, seen, mtime_ns, finished FROM progress"
@@ -184,17 +226,6 @@ std::optional<Progress> Store::progress(const std::string& section) {
   query.bind(section);
   if (!query.next()) return std::nullopt;
   return Progress{identity_at(query, 0), query.number(4), query.number(5), query.number(6), query.number(7) != 0};
-}
-
-void Store::set_progress(const std::string& section, const Progress& progress) {
-  database->transaction([&] { write_progress(section, progress); });
-}
-
-void Store::begin_log(const std::string& section, const Progress& progress, const std::vector<LogFile>& before) {
-  database->transaction([&] {
-    for (const LogFile& file : before) remember_file(section, file);
-    write_progress(section, progress);
-  });
 }
 
 void Store::write_progress(const std::string& section, const Progress& progress) {
@@ -207,16 +238,22 @@ void Store::write_progress(const std::string& section, const Progress& progress)
       .run();
 }
 
-void Store::look_is_over(const std::string& section, const LogFile& file, const Progress& now) {
+void Store::note_look(const std::string& section, const std::optional<Progress>& now,
+                      const std::vector<LogFile>& known) {
+  /* Most looks show nothing new, and nothing is written then. */
   const auto before = progress(section);
-  const bool is_same = before && is_same_file(before->identity, file);
-  if (is_same && before->offset == now.offset && before->seen == now.seen && before->finished == now.finished &&
-      before->identity.head_length == now.identity.head_length) {
-    return;
-  }
+  const bool is_news = now && !(before && *before == *now);
+  std::vector<LogFile> new_files = known;
+  const auto archived = archived_files(section);
+  const auto is_known = [&archived](const LogFile& file) {
+    return std::any_of(archived.begin(), archived.end(),
+                       [&file](const ArchivedFile& a) { return is_archived(a, file); });
+  };
+  new_files.erase(std::remove_if(new_files.begin(), new_files.end(), is_known), new_files.end());
+  if (!is_news && new_files.empty()) return;
   database->transaction([&] {
-    write_progress(section, now);
-    if (now.finished && !(is_same && before->finished)) remember_file(section, file);
+    if (now) write_progress(section, *now);
+    for (const LogFile& file : new_files) remember_file(section, file);
   });
 }
 

@@ -64,7 +64,6 @@ class Store {
   bool is_enabled();
   /* Sets both in one; a config that is not there keeps the old one. */
   void set_config(const std::optional<ArchiveConfig>& config, bool enabled);
-  void set_enabled(bool enabled);
 
   /* Whether the archive directory was claimed with the present configuration. */
   bool is_claimed();
@@ -82,12 +81,16 @@ class Store {
   /* What was archived. */
   std::vector<ArchivedFile> archived_files(const std::string& section);
   std::vector<Identity> known_files(const std::string& section);
+  /*
+   * Forgets those archived files of a section that are there no more, under whatever name: found are all that a look
+   * has found. A file that is renamed while a directory is read may be missing in one look, so that only what was
+   * missing for a week, and whenever it was looked for, is forgotten. A look that has found nothing counts for nothing:
+   * it may be the file system that is missing.
+   */
+  void forget_missing_files(const std::string& section, const std::vector<LogFile>& found, int64_t now_ms);
   std::optional<Progress> progress(const std::string& section);
-  void set_progress(const std::string& section, const Progress& progress);
-  /* Begins to follow a log; before are files that are known from now on. */
-  void begin_log(const std::string& section, const Progress& progress, const std::vector<LogFile>& before);
-  /* Notes what was seen of a followed log, written only when it is news; one that is finished is a known file. */
-  void look_is_over(const std::string& section, const LogFile& file, const Progress& progress);
+  /* Notes what a look at a followed log has shown: how far it is archived, and files that are known from now on. */
+  void note_look(const std::string& section, const std::optional<Progress>& now, const std::vector<LogFile>& known);
 
   /* Sections that were configured at any time, with their directories in the archive. */
   std::vector<ArchivedSection> sections();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "support/files.h"
 #include "support/temporary_directory.h"
@@ -23,6 +24,15 @@ class ConfigFile : public testing::Test {
     } catch (const ConfigError& error) {
       const std::string reason = error.what();
       return reason.rfind(path + ":", 0) == 0 ? reason.substr(path.size() + 1) : reason;
+    }
+    return "none";
+  }
+
+  static std::string reason_of(const std::string& file) {
+    try {
+      read_config(file);
+    } catch (const ConfigError& error) {
+      return error.what();
     }
     return "none";
   }
@@ -140,4 +150,133 @@ TEST_F(ConfigFile, ANulByteIsAnError) {
 
 TEST_F(ConfigFile, IndentedLinesContinueNothing) {
   EXPECT_EQ(error_of("[a]\nfollow = /x\n  /y\n"), "3: \"follow\" is there twice");
+}
+
+TEST_F(ConfigFile, IntervalsHaveTheirBordersAndUnits) {
+  const std::pair<const char*, int32_t> good[] = {{"1", 1},
+                                                  {"31536000", 31536000},
+                                                  {"31536000s", 31536000},
+                                                  {"1s", 1},
+                                                  {"90min", 5400},
+                                                  {"525600min", 31536000},
+                                                  {"8760h", 31536000},
+                                                  {"24h", 86400},
+                                                  {"365d", 31536000},
+                                                  {"007", 7}};
+  for (const auto& [text, seconds] : good) {
+    EXPECT_EQ(read("[a]\nfollow = /x\ninterval = " + std::string(text))[0].interval, seconds) << text;
+  }
+  for (const char* text : {"",
+                           "0",
+                           "0d",
+                           "-1",
+                           "+1",
+                           "31536001",
+                           "525601min",
+                           "8761h",
+                           "366d",
+                           "9999999999999999999999",
+                           "9223372036854775807d",
+                           "1 h",
+                           "1h h",
+                           "h",
+                           "1H",
+                           "1.5h",
+                           "0x10",
+                           "1week",
+                           "1,5",
+                           "1h1min"}) {
+    EXPECT_EQ(error_of("[a]\nfollow = /x\ninterval = " + std::string(text)).substr(0, 3), "3: ") << text;
+  }
+}
+
+TEST_F(ConfigFile, CommentsStandAloneOrBehindABlank) {
+  const auto sections = read(
+      "; first\n"
+      "  # indented\n"
+      "[a] ; behind a section\n"
+      "files = /x;y#z ; behind a value\n"
+      "interval = 5 ;\n"
+      ";interval = 6\n");
+  ASSERT_EQ(sections.size(), 1U);
+  EXPECT_EQ(sections[0].files, "/x;y#z");
+  EXPECT_EQ(sections[0].interval, 5);
+  EXPECT_EQ(error_of("[a]\nfollow = /x\ninterval = 5;\n").substr(0, 7), "3: \"5;\"");
+}
+
+TEST_F(ConfigFile, MayBeginWithAByteOrderMark) {
+  const auto sections = read("\xEF\xBB\xBF[a]\nfollow = /x\n");
+  ASSERT_EQ(sections.size(), 1U);
+  EXPECT_EQ(sections[0].name, "a");
+  EXPECT_EQ(error_of("\xEF\xBB\xBF"
+                     "follow = /x\n"),
+            "1: \"follow\" stands before the first section");
+  EXPECT_EQ(error_of("[a]\nfollow = /x\n\xEF\xBB\xBF[b]\nfollow = /y\n"),
+            "3: this is neither a section nor a key with its value");
+}
+
+TEST_F(ConfigFile, SectionsMayBeIndented) {
+  const auto sections = read("\t [a]\n\tfollow = /x\n");
+  ASSERT_EQ(sections.size(), 1U);
+  EXPECT_EQ(sections[0].follow, "/x");
+  EXPECT_EQ(error_of("[a]\nfollow = /x\n [b]\nfollow = /y\n").substr(0, 3), "3: ");
+}
+
+TEST_F(ConfigFile, MayHaveBlanksAndWindowsLineEnds) {
+  const auto sections = read("[a]\r\n\tfollow\t=\t/x y\t\r\ninterval=5\r\n\r\n[b]\r\nfiles: /y\r\n");
+  ASSERT_EQ(sections.size(), 2U);
+  EXPECT_EQ(sections[0].follow, "/x y");
+  EXPECT_EQ(sections[0].interval, 5);
+  EXPECT_EQ(sections[1].files, "/y");
+}
+
+TEST_F(ConfigFile, NeedsNoNewlineAtItsEnd) {
+  EXPECT_EQ(read("[a]\nfollow = /x")[0].follow, "/x");
+  EXPECT_EQ(error_of("[a]\nfollow = /x\n[b]"), "3: section \"b\" has neither \"files\" nor \"follow\"");
+}
+
+TEST_F(ConfigFile, WithoutASectionButWithKeysIsAnError) {
+  EXPECT_EQ(error_of("\n\ninterval = 5\n"), "3: \"interval\" stands before the first section");
+  EXPECT_EQ(error_of("# nothing\n\n"), "none");
+}
+
+TEST_F(ConfigFile, OfSeveralErrorsTheFirstIsSaid) {
+  EXPECT_EQ(error_of("[a]\nfollow = x\ncolour = red\n"), "2: \"x\" is nothing for \"follow\": an absolute path");
+  EXPECT_EQ(error_of("[a]\ncolour = red\nnonsense\n"), "2: there is no key \"colour\"");
+  EXPECT_EQ(error_of("[a]\nnonsense\ncolour = red\n"), "2: this is neither a section nor a key with its value");
+  EXPECT_EQ(error_of("[A]\ncolour = red\n"), "1: \"A\" is no name of a section: up to 32 of a-z, 0-9, \"_\" and \"-\"");
+}
+
+TEST_F(ConfigFile, KeysHaveTheirExactNames) {
+  for (const char* key : {"Files", "file", "follows", "FOLLOW", "compression", "interval s", "limit"}) {
+    EXPECT_EQ(error_of("[a]\n" + std::string(key) + " = /x\n"), "2: there is no key \"" + std::string(key) + "\"");
+  }
+}
+
+TEST_F(ConfigFile, ValuesHaveTheirExactNames) {
+  for (const char* value : {"", "AUDIT", "audit logs", "0", "log"}) {
+    EXPECT_EQ(error_of("[a]\nfollow = /x\ncompartment = " + std::string(value)),
+              "3: \"" + std::string(value) + "\" is nothing for \"compartment\": \"audit\" or \"logs\"");
+  }
+  for (const char* value : {"", "Zstd", "zstd 9", "yes", "zst"}) {
+    EXPECT_EQ(error_of("[a]\nfollow = /x\ncompress = " + std::string(value)),
+              "3: \"" + std::string(value) + "\" is nothing for \"compress\": \"zstd\" or \"none\"");
+  }
+}
+
+TEST_F(ConfigFile, MayHaveManySections) {
+  std::string text;
+  for (int i = 0; i < 500; ++i) text += "[s" + std::to_string(i) + "]\nfollow = /log/" + std::to_string(i) + "\n";
+  const auto sections = read(text);
+  ASSERT_EQ(sections.size(), 500U);
+  EXPECT_EQ(sections[499].name, "s499");
+  EXPECT_EQ(sections[499].follow, "/log/499");
+}
+
+TEST_F(ConfigFile, ThatCannotBeReadSaysWhy) {
+  EXPECT_EQ(reason_of(directory.path()), directory.path() + ": Is a directory");
+  EXPECT_EQ(reason_of(directory.path("tavrend.conf/x")),
+            directory.path("tavrend.conf/x") + ": No such file or directory");
+  write_file(path, "");
+  EXPECT_EQ(reason_of(path + "/x"), path + "/x: Not a directory");
 }

@@ -325,6 +325,28 @@ TEST_F(Daemon, TakesUpWhatItMissedWhileTheHostWasAway) {
   wait_until("the other line", [] { return archive_of("messages") == "one\ntwo\n"; });
 }
 
+/* So many files that what is remembered of them needs room that there is not. */
+TEST_F(Daemon, OutlivesAStateThatCannotBeWritten) {
+  constexpr size_t count = 200;
+  std::filesystem::create_directory(state);
+  lab::change_machine("mount -t tmpfs -o size=300k tmpfs $LAB/state");
+  append("closed.first", "x\n");
+  start("[closed]\nfiles = " + log("closed.*") + "\ninterval = 1\n");
+  ASSERT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_tunable(h, "failure_retry_interval", "1", m); }),
+            "");
+  ASSERT_EQ(set_config(), 0);
+  wait_until("a file", [] { return archive_of("closed") == "x\n"; });
+  lab::run("cat /dev/zero >$LAB/state/filler 2>/dev/null || true");
+  for (size_t i = 0; i < count; ++i) append("closed." + std::to_string(i), "x\n");
+  wait_until("a failure",
+             [] { return lab::system_log().find("tavrend.db: database or disk is full") != std::string::npos; });
+  lab::run("rm $LAB/state/filler");
+  wait_until("all files", [] { return archive_of("closed").size() == 2 * (count + 1); });
+  EXPECT_EQ(items("closed").size(), count + 1);
+  stop();
+  lab::change_machine("umount $LAB/state");
+}
+
 TEST_F(Daemon, DoesNothingWhileNothingIsDue) {
   start("[messages]\nfollow = " + log("messages") + "\ninterval = 1d\n");
   ASSERT_EQ(set_config(), 0);

@@ -197,6 +197,13 @@ TEST(GrowingFile, TruncatedWithoutACopyHasLostWhatWasNotRead) {
   EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "three\n", 30), {}, {})), "m:4-8! m:0-6+");
 }
 
+TEST(GrowingFile, ThatGotShorterIsAnotherOneHoweverItBegins) {
+  const std::string banner(head_size, '-');
+  const Progress before = progress_in(file("m", 1, banner + "one\n", 10), 1028);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, banner + "x\n", 30), {}, {})),
+            "m:1028-1028! m:0-1026+");
+}
+
 TEST(GrowingFile, OnAReusedInodeIsAnotherOne) {
   const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
   EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "two\nthree\n", 30), {}, {})), "m:4-4! m:0-10+");
@@ -204,9 +211,10 @@ TEST(GrowingFile, OnAReusedInodeIsAnotherOne) {
 
 TEST(GrowingFile, RotatedTwiceBetweenTwoLooksLosesNothing) {
   const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
-  EXPECT_EQ(words_of(plan_growing_file(
-                "m", before, file("m", 4, "four\n", 40),
-                {file("m.1", 3, "three\n", 30), file("m.2", 1, "one\ntwo\n", 20), file("m.3", 9, "older\n", 5)}, {})),
+  const LogFile older = file("m.3", 9, "older\n", 5);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 4, "four\n", 40),
+                                       {file("m.1", 3, "three\n", 30), file("m.2", 1, "one\ntwo\n", 20), older},
+                                       {identity_of(older)})),
             "m.2:4-8 m.1:0-6 m:0-5+");
 }
 
@@ -229,12 +237,82 @@ TEST(GrowingFile, RotatedSeveralTimesInOneTickOfTheClockKeepsTheOrderOfItsNumber
             "m.20261121:4-4 m.20261122:0-2 m.20261123:0-2 m:0-2+");
 }
 
+TEST(GrowingFile, RotatedWhileTheClockWasSetBackLosesNothing) {
+  const Progress before = progress_in(file("m", 1, "one\n", 100), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 4, "four\n", 40),
+                                       {file("m.1", 3, "three\n", 30), file("m.2", 1, "one\ntwo\n", 20)}, {})),
+            "m.2:4-8 m.1:0-6 m:0-5+");
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "thr", 30), {file("m.1", 7, "one\ntwo\n", 20)}, {})),
+            "m.1:4-8 m:0-3+");
+}
+
+TEST(GrowingFile, SeveralTimesRotatedComesByItsNumbersWhateverTheClockSays) {
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  std::vector<LogFile> beside = {file("m.9", 3, "two\n", 500), file("m.10", 1, "one\n", 10),
+                                 file("m.2.old", 5, "three\n", 700), file("m.1", 6, "four\n", 600)};
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 7, "five\n", 40), beside, {})),
+            "m.10:4-4 m.9:0-4 m.2.old:0-6 m.1:0-5 m:0-5+");
+  beside.push_back(file("m-20261122", 8, "x\n", 550));
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 7, "five\n", 40), beside, {})),
+            "m.10:4-4 m.9:0-4 m-20261122:0-2 m.1:0-5 m.2.old:0-6 m:0-5+");
+}
+
+TEST(GrowingFile, DoesNotTakeADateForANumberOfRotations) {
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 7, "five\n", 40),
+                                       {file("m.2026", 5, "two\n", 20), file("m.2027", 6, "three\n", 30)}, {})),
+            "m:4-4! m.2026:0-4 m.2027:0-6 m:0-5+");
+}
+
+namespace {
+
+ArchivedFile archived(const LogFile& file) { return {identity_of(file), file.size, file.mtime_ns}; }
+
+}  // namespace
+
+TEST(GrowingFile, AtTheFirstLookPassesOverWhatWasRotatedBefore) {
+  const LogFile present = file("m", 1, "one\n", 30);
+  const std::vector<LogFile> beside = {file("m.1", 2, "older\n", 20), file("m.2", 3, "", 10),
+                                       file("m.copy", 4, "one\n", 10)};
+  EXPECT_EQ(paths_of(files_to_pass_over({}, present, beside, {})), Paths{"m.1"});
+  EXPECT_EQ(paths_of(files_to_pass_over({}, {}, beside, {})), (Paths{"m.1", "m.copy"}));
+  EXPECT_EQ(paths_of(files_to_pass_over({}, present, beside, {archived(beside[0])})), Paths{});
+  EXPECT_EQ(paths_of(files_to_pass_over(progress_at_first(present), present, beside, {})), Paths{});
+}
+
+TEST(GrowingFile, PassesOverTheCompressedFormOfAKnownFile) {
+  constexpr int64_t second = 1000000000;
+  const LogFile plain = file("m.1", 2, "older\n", 20 * second + 1);
+  const std::vector<LogFile> beside = {file("m.2.gz", 3, "\x1F\x8B...", 20 * second),
+                                       file("m.3.gz", 4, "\x1F\x8B...", 21 * second),
+                                       file("m.4", 5, "plain\n", 20 * second)};
+  EXPECT_EQ(paths_of(files_to_pass_over(Progress{}, {}, beside, {archived(plain)})), Paths{"m.2.gz"});
+}
+
+TEST(GrowingFile, IsFollowedFromItsBeginningAtTheFirstLook) {
+  const LogFile present = file("m", 1, "one\n", 30);
+  EXPECT_EQ(words_of(plan_growing_file("m", progress_at_first(present), present, {}, {})), "m:0-4+");
+  EXPECT_EQ(words_of(plan_growing_file("m", progress_at_first(present), file("m", 2, "x\n", 50),
+                                       {file("m.1", 1, "one\ntwo\n", 40)}, {})),
+            "m.1:0-8 m:0-2+");
+  EXPECT_EQ(words_of(plan_growing_file("m", progress_at_first({}), file("m", 2, "x\n", 50),
+                                       {file("m.1", 1, "one\n", 40)}, {})),
+            "m.1:0-4 m:0-2+");
+}
+
 TEST(GrowingFile, DoesNotTakeAKnownFileAgain) {
   const LogFile known = file("m.2", 9, "known\n", 15);
   const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
   EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 4, "four\n", 40), {file("m.1", 1, "one\n", 11), known},
                                        {identity_of(known)})),
             "m.1:4-4 m:0-5+");
+}
+
+TEST(GrowingFile, IsNotLookedForInAKnownFileThatBeginsAlike) {
+  const LogFile known = file("m.2", 9, "one\ntwo\nolder\n", 15);
+  const Progress before = progress_in(file("m", 1, "one\ntwo\n", 10), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "x\n", 30), {known}, {identity_of(known)})),
+            "m:4-8! m:0-2+");
 }
 
 TEST(GrowingFile, OnlyCompressedBesideIsLost) {
@@ -254,8 +332,8 @@ TEST(GrowingFile, ThatWasFinishedIsNotLostAgain) {
 
 TEST(GrowingFile, ThatWasEmptyIsNotFoundInAnyFileBeside) {
   const Progress before = progress_in(file("m", 1, "", 10), 0);
-  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "x\n", 30), {file("m.1", 5, "other\n", 5)}, {})),
-            "m:0-2+");
+  const LogFile other = file("m.1", 5, "other\n", 5);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "x\n", 30), {other}, {identity_of(other)})), "m:0-2+");
 }
 
 TEST(GrowingFile, ThatWasEmptyAndWasRotatedSeveralTimesSinceLosesNothing) {
@@ -325,11 +403,12 @@ TEST(GrowingFile, OrdersWhatWasWrittenBeforeTheClockWasSetBackFirst) {
             "m.3:4-4 m.2:0-4 m.1:0-6 m:0-5+");
 }
 
-TEST(GrowingFile, DoesNotTakeACompressedFileForANewOneBecauseTheClockWasSetBack) {
-  const Progress before = progress_in(file("m", 1, "one\n", 1000), 4);
-  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 3, "three\n", 40),
-                                       {file("m.1", 1, "one\n", 1000), file("m.2.gz", 7, "\x1F\x8B...", 20)}, {})),
-            "m.1:4-4 m:0-6+");
+TEST(GrowingFile, DoesNotTakeACopyOfItselfThatWasMadeWhileTheClockWasSetBack) {
+  Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  before.finished = true;
+  const LogFile present = file("m", 2, "two\nthree\n", 30);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, present, {file("m.1", 3, "two\nthree\n", 20)}, {})), "m:0-10+");
+  EXPECT_EQ(words_of(plan_growing_file("m", before, present, {file("m.1", 3, "two\n", 20)}, {})), "m.1:0-4 m:0-10+");
 }
 
 namespace {

@@ -1,6 +1,3 @@
-#include "store/store.h"
-
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -8,61 +5,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <memory>
 #include <string>
 
 #include "support/files.h"
-#include "support/temporary_directory.h"
+#include "tavrend/store_fixture.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
-
-class StoreTest : public testing::Test {
- protected:
-  StoreTest() { reopen(); }
-
-  void reopen() {
-    store.reset();
-    store = std::make_unique<Store>(path);
-  }
-
-  std::string error_of_opening() const {
-    try {
-      const Store other(path);
-    } catch (const StoreError& error) {
-      return error.what();
-    }
-    return "none";
-  }
-
-  void run(const std::string& sql) const {
-    sqlite3* handle = nullptr;
-    ASSERT_EQ(sqlite3_open(database.c_str(), &handle), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(handle);
-    sqlite3_close(handle);
-  }
-
-  static ArchiveConfig config() {
-    return {{"archive.example", "/it's", "logger", "se\"cret", "ssh-ed25519 AAAA", "SHA256:x"}, {1000, -1}};
-  }
-
-  static LogFile file(int64_t size = 10) {
-    return {
-        std::string("/var/log/a\nb\xFF", 13), 0xFFFFFFFFFFFFFFFF, 0x8000000000000001, size, 123456789012345678, "head"};
-  }
-
-  static Intent intent(int64_t first = 0, int64_t length = 10, bool grows = false) {
-    return {"audit", "audit/2026-11-22T06:29:51.123.x", file(), grows, grows, first, length};
-  }
-
-  const TemporaryDirectory directory;
-  const std::string path = directory.path("state");
-  const std::string database = path + "/tavrend.db";
-  std::unique_ptr<Store> store;
-};
 
 mode_t mode_of(const std::string& path) {
   struct stat status {};
@@ -113,7 +65,7 @@ TEST_F(StoreTest, KeepsTheConfigurationWhenOnlyTheStateIsSet) {
   store->set_config(std::nullopt, false);
   EXPECT_EQ(store->config()->settings.host, "archive.example");
   EXPECT_FALSE(store->is_enabled());
-  store->set_enabled(true);
+  store->set_config(std::nullopt, true);
   EXPECT_TRUE(store->is_enabled());
 }
 
@@ -122,7 +74,7 @@ TEST_F(StoreTest, ClaimsAnewWithEachConfiguration) {
   store->set_claimed();
   reopen();
   EXPECT_TRUE(store->is_claimed());
-  store->set_enabled(false);
+  store->set_config(std::nullopt, false);
   EXPECT_TRUE(store->is_claimed());
   store->set_config(config(), true);
   EXPECT_FALSE(store->is_claimed());
@@ -201,7 +153,7 @@ TEST_F(StoreTest, OfAFileThatGrowsKnowsHowFarItCame) {
 }
 
 TEST_F(StoreTest, KnowsWhatThereWasBeforeALogIsFollowed) {
-  store->begin_log("audit", {{}, 0, 7, 8, false}, {file()});
+  store->note_look("audit", Progress{{}, 0, 7, 8, false}, {file()});
   reopen();
   ASSERT_TRUE(store->progress("audit"));
   EXPECT_EQ(store->progress("audit")->seen, 7);

@@ -4,10 +4,12 @@ function(tavrend_test name)
   target_link_libraries(${name} PRIVATE tavrend_rooms)
 endfunction()
 
-tavrend_test(tavrend_plan_tests tavrend/plan_test.cpp TOGETHER)
-tavrend_test(tavrend_config_tests tavrend/config_test.cpp TOGETHER)
-tavrend_test(tavrend_store_tests tavrend/store_test.cpp TOGETHER)
+tavrend_test(tavrend_plan_tests tavrend/plan_test.cpp tavrend/plan_simulation_test.cpp TOGETHER)
+tavrend_test(tavrend_sources_tests tavrend/sources_test.cpp tavrend/compression_test.cpp tavrend/changing_files.cpp)
 tavrend_test(tavrend_renamed_files_tests tavrend/renamed_files_test.cpp)
+tavrend_test(tavrend_desk_tests tavrend/desk_test.cpp)
+tavrend_test(tavrend_config_tests tavrend/config_test.cpp TOGETHER)
+tavrend_test(tavrend_store_tests tavrend/store_test.cpp tavrend/store_failures_test.cpp tavrend/archived_files_test.cpp)
 
 # The daemon itself, beside an archive host of its own, where neither a sanitizer nor an emulator makes it slow.
 if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND TAVREN_SLOW_TESTS AND NOT TAVREN_SANITIZE
@@ -21,7 +23,9 @@ if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND TAVREN_SLOW_TESTS
       TAVREND="${tavrend}" HODRA_PUT="${hodra_put}" TAVREN_CTL="${tavren_ctl}")
     add_dependencies(${name} tavrend tavren_ctl hodra-put)
   endfunction()
-  tavrend_daemon_test(tavrend_tests 180 tavrend/daemon_test.cpp tavrend/set_up_test.cpp)
+  tavrend_daemon_test(tavrend_tests 180 tavrend/daemon_test.cpp tavrend/procedures_test.cpp
+    tavrend/rotated_logs_test.cpp tavrend/set_up_test.cpp)
+  target_link_libraries(tavrend_tests PRIVATE ${sqlite3_library})
   # Many more kills, when scripts/endurance asks for them.
   tavrend_daemon_test(tavrend_every_byte_tests 1800 tavrend/every_byte_test.cpp)
   tavrend_daemon_test(tavrend_outage_tests 180 tavrend/outages_test.cpp)

@@ -1,0 +1,172 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/files.h"
+#include "tavrend/store_fixture.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+class StoreOfArchivedFiles : public StoreTest {
+ protected:
+  static constexpr int64_t day_ms = 24 * 3600 * 1000;
+  static constexpr int64_t now_ms = int64_t{20000} * day_ms;
+
+  static LogFile numbered(int number) {
+    const std::string head = "file " + std::to_string(number);
+    return {"/var/log/a", 1, static_cast<uint64_t>(number), static_cast<int64_t>(head.size()), number, head};
+  }
+
+  void archive(const std::string& section, int number) {
+    const LogFile file = numbered(number);
+    const Intent whole{section, section + "/x", file, false, false, 0, file.size};
+    store->begin_item(whole, number);
+    store->finish_item(whole);
+  }
+
+  void look(const std::vector<int>& numbers, int64_t when_ms) {
+    std::vector<LogFile> found;
+    for (const int number : numbers) found.push_back(numbered(number));
+    store->forget_missing_files("audit", found, when_ms);
+  }
+
+  /* The inodes of the files that are known. */
+  std::vector<uint64_t> known(const std::string& section = "audit") {
+    std::vector<uint64_t> inodes;
+    for (const Identity& identity : store->known_files(section)) inodes.push_back(identity.inode);
+    return inodes;
+  }
+
+  bool is_written_by(const std::function<void()>& action) const {
+    const std::string before = read_file(database);
+    action();
+    return read_file(database) != before;
+  }
+};
+
+}  // namespace
+
+TEST_F(StoreOfArchivedFiles, ForgetsOneThatWasMissingForAWeek) {
+  archive("audit", 1);
+  archive("audit", 2);
+  look({2}, now_ms);
+  look({2}, now_ms + 7 * day_ms - 1);
+  EXPECT_THAT(known(), ElementsAre(1, 2));
+  reopen();
+  look({2}, now_ms + 7 * day_ms);
+  EXPECT_THAT(known(), ElementsAre(2));
+}
+
+TEST_F(StoreOfArchivedFiles, DoesNotForgetOneThatWasMissingInALook) {
+  archive("audit", 1);
+  look({2}, now_ms);
+  look({1, 2}, now_ms + 6 * day_ms);
+  look({2}, now_ms + 12 * day_ms);
+  look({1, 2}, now_ms + 30 * day_ms);
+  EXPECT_THAT(known(), ElementsAre(1));
+}
+
+TEST_F(StoreOfArchivedFiles, DoesNotForgetAtTheFirstLookHoweverLateItIs) {
+  archive("audit", 1);
+  look({1}, now_ms);
+  look({2}, now_ms + 1000 * day_ms);
+  EXPECT_THAT(known(), ElementsAre(1));
+}
+
+TEST_F(StoreOfArchivedFiles, KnowsOneAgainUnderAnotherNameAndAfterItHasGrown) {
+  archive("audit", 1);
+  LogFile renamed = numbered(1);
+  renamed.path = "/var/log/b";
+  renamed.size += 5;
+  renamed.head += " more";
+  store->forget_missing_files("audit", {numbered(2)}, now_ms);
+  store->forget_missing_files("audit", {renamed}, now_ms + 7 * day_ms);
+  EXPECT_THAT(known(), ElementsAre(1));
+}
+
+TEST_F(StoreOfArchivedFiles, ForgetsTheOneWhoseInodeHasAnotherFile) {
+  archive("audit", 1);
+  LogFile other = numbered(1);
+  other.head = "other";
+  store->forget_missing_files("audit", {other}, now_ms);
+  store->forget_missing_files("audit", {other}, now_ms + 7 * day_ms);
+  EXPECT_THAT(known(), ElementsAre());
+}
+
+TEST_F(StoreOfArchivedFiles, ForgetsNothingWhereALookFindsNothing) {
+  archive("audit", 1);
+  look({2}, now_ms);
+  look({}, now_ms + 30 * day_ms);
+  EXPECT_THAT(known(), ElementsAre(1));
+}
+
+TEST_F(StoreOfArchivedFiles, BeginsTheWeekAnewWhenTheClockWasSetBack) {
+  archive("audit", 1);
+  look({2}, now_ms);
+  look({2}, now_ms - 20 * day_ms);
+  look({2}, now_ms - 14 * day_ms);
+  EXPECT_THAT(known(), ElementsAre(1));
+  look({2}, now_ms - 13 * day_ms);
+  EXPECT_THAT(known(), ElementsAre());
+}
+
+TEST_F(StoreOfArchivedFiles, ForgetsNothingOfAnotherSection) {
+  archive("audit", 1);
+  archive("other", 1);
+  look({2}, now_ms);
+  look({2}, now_ms + 7 * day_ms);
+  EXPECT_THAT(known(), ElementsAre());
+  EXPECT_THAT(known("other"), ElementsAre(1));
+}
+
+TEST_F(StoreOfArchivedFiles, IsWrittenOnlyWhenSomethingIsNew) {
+  archive("audit", 1);
+  look({2}, now_ms);
+  EXPECT_FALSE(is_written_by([this] { look({2}, now_ms + day_ms); }));
+  EXPECT_TRUE(is_written_by([this] { look({1, 2}, now_ms + day_ms); }));
+  EXPECT_FALSE(is_written_by([this] { look({1, 2}, now_ms + 2 * day_ms); }));
+}
+
+TEST_F(StoreOfArchivedFiles, DoesNotGrowOverTheYears) {
+  for (int day = 1; day <= 15; ++day) {
+    archive("audit", day);
+    look({day - 3, day - 2, day - 1, day}, now_ms + day * day_ms);
+  }
+  EXPECT_EQ(known().size(), 11U);
+  EXPECT_EQ(known().front(), 5U);
+}
+
+namespace {
+
+Progress progress_of(const LogFile& file, int64_t offset) {
+  return {identity_of(file), offset, file.size, file.mtime_ns, false};
+}
+
+}  // namespace
+
+TEST_F(StoreOfArchivedFiles, KeepsWhatALookHasShown) {
+  store->note_look("messages", progress_of(numbered(1), 3), {numbered(2), numbered(3)});
+  reopen();
+  ASSERT_TRUE(store->progress("messages"));
+  EXPECT_TRUE(*store->progress("messages") == progress_of(numbered(1), 3));
+  EXPECT_THAT(known("messages"), ElementsAre(2, 3));
+  store->note_look("messages", std::nullopt, {numbered(3), numbered(4)});
+  EXPECT_TRUE(*store->progress("messages") == progress_of(numbered(1), 3));
+  EXPECT_THAT(known("messages"), ElementsAre(2, 3, 4));
+}
+
+TEST_F(StoreOfArchivedFiles, IsNotWrittenWhenALookHasShownNothingNew) {
+  store->note_look("messages", progress_of(numbered(1), 3), {numbered(2)});
+  EXPECT_FALSE(is_written_by([this] {
+    store->note_look("messages", progress_of(numbered(1), 3), {numbered(2)});
+    store->note_look("messages", std::nullopt, {});
+  }));
+  EXPECT_TRUE(is_written_by([this] { store->note_look("messages", progress_of(numbered(1), 4), {}); }));
+  EXPECT_EQ(store->progress("messages")->offset, 4);
+}

@@ -1,0 +1,114 @@
+#include "archiver/desk.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "support/temporary_directory.h"
+
+namespace {
+
+class DeskTest : public testing::Test {
+ protected:
+  DeskTest() { EXPECT_TRUE(desk.run_task(space_task)); }
+
+  static ArchiveConfig config(const std::string& host) { return {{host, "/archive", "logger", "", "", ""}, {-1, -1}}; }
+
+  static pid_t make_child() {
+    const pid_t child = fork();
+    while (child == 0) pause();
+    return child;
+  }
+
+  const TemporaryDirectory directory;
+  Store store{directory.path("state")};
+  Desk desk{store, {}, "CH-1"};
+};
+
+}  // namespace
+
+TEST_F(DeskTest, KnowsWhatTheStoreHadWhenItWasMade) {
+  desk.set_config(config("one"), true);
+  Desk other(store, {}, "CH-1");
+  EXPECT_TRUE(other.is_enabled());
+  ASSERT_TRUE(other.config());
+  EXPECT_EQ(other.config()->settings.host, "one");
+}
+
+TEST_F(DeskTest, KeepsTheConfigurationWhenOnlyTheStateIsSet) {
+  desk.set_config(config("one"), true);
+  desk.set_config(std::nullopt, false);
+  EXPECT_FALSE(desk.is_enabled());
+  EXPECT_EQ(desk.config()->settings.host, "one");
+}
+
+/* Neither its children nor itself, although it begins before the other thread has seen the end of what it ends. */
+TEST_F(DeskTest, DoesNotEndTheWorkThatFollowsTheOneThatItEnds) {
+  desk.set_config(config("one"), true);
+  pid_t child = -1;
+  bool is_first_ended = false;
+  bool is_second_ended = true;
+  std::string second_host;
+  std::thread archiving([&] {
+    desk.wait_for_work();
+    std::thread serving([this] { desk.set_config(config("two"), true); });
+    while (!desk.is_cancelled()) usleep(1000);
+    is_first_ended = true;
+    second_host = desk.wait_for_work()->config.settings.host;
+    child = make_child();
+    serving.join();
+    is_second_ended = desk.is_cancelled() || waitpid(child, nullptr, WNOHANG) != 0;
+  });
+  archiving.join();
+  EXPECT_TRUE(is_first_ended);
+  EXPECT_EQ(second_host, "two");
+  EXPECT_FALSE(is_second_ended);
+  kill(child, SIGKILL);
+}
+
+TEST_F(DeskTest, EndsTheChildrenOfTheWorkThatItEnds) {
+  desk.set_config(config("one"), true);
+  int status = 0;
+  std::thread archiving([&] {
+    desk.wait_for_work();
+    const pid_t child = make_child();
+    std::thread serving([this] { desk.stop(); });
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(desk.is_cancelled());
+    EXPECT_FALSE(desk.wait_for_work());
+    serving.join();
+  });
+  archiving.join();
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGTERM);
+}
+
+TEST_F(DeskTest, HandsOutWorkThatWasAskedForWhileTheLastOneWasFailing) {
+  desk.set_config(config("one"), true);
+  ASSERT_TRUE(desk.wait_for_work());
+  EXPECT_TRUE(desk.run_task(space_task));
+  desk.work_has_failed(0.5);
+  EXPECT_TRUE(desk.wait_for_work());
+  std::thread serving([this] { desk.set_config(config("two"), true); });
+  while (!desk.is_cancelled()) usleep(1000);
+  desk.work_has_failed(0.5);
+  EXPECT_TRUE(desk.wait_for_work());
+  serving.join();
+}
+
+TEST_F(DeskTest, WaitsAfterAFailureThatNobodyHasSeenComing) {
+  desk.set_config(config("one"), true);
+  ASSERT_TRUE(desk.wait_for_work());
+  desk.work_has_failed(0.5);
+  std::optional<Work> work;
+  std::thread archiving([&] { work = desk.wait_for_work(); });
+  while (!desk.is_sleeping()) usleep(1000);
+  desk.stop();
+  archiving.join();
+  EXPECT_FALSE(work);
+}

@@ -1,0 +1,327 @@
+#include <gmock/gmock.h>
+#include <stdint.h>
+#include <time.h>
+
+#include <sstream>
+#include <string>
+
+#include "TavrenHost.h"
+#include "TavrenTunables.h"
+#include "tavrend/procedures_fixture.h"
+
+using testing::HasSubstr;
+using testing::Not;
+
+TEST_F(Procedure, NullAnswers) {
+  start(sections());
+  lab::run("rpcinfo -n $(rpcinfo -p 127.0.0.1 | awk '$1 == 100171 {print $4}') -t 127.0.0.1 100171 1 >/dev/null");
+  lab::run("! rpcinfo -t 127.0.0.1 100171 2 >/dev/null 2>&1");
+}
+
+TEST_F(Procedure, StateIsOffAtFirstAndKept) {
+  start(sections());
+  EXPECT_EQ(state_now(), TAVREN_STATE_DISABLED);
+  EXPECT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
+  EXPECT_EQ(state_now(), TAVREN_STATE_ENABLED);
+  restart();
+  EXPECT_EQ(state_now(), TAVREN_STATE_ENABLED);
+  EXPECT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+  EXPECT_EQ(state_now(), TAVREN_STATE_DISABLED);
+}
+
+TEST_F(Procedure, WithoutAConfigurationThereAreEmptyTextsAndArchivingWaits) {
+  start("[messages]\nfollow = " + log("messages") + "\ninterval = 1\n");
+  append("messages", "one\n");
+  EXPECT_EQ(configuration(), "[] [] [] [] [] [] -1 -1");
+  EXPECT_EQ(archive_host(), "");
+  EXPECT_EQ(archive_directory(), "");
+  EXPECT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
+  EXPECT_EQ(run_task("LogTypeTask.messages"), 0);
+  EXPECT_EQ(sleeping(), 1);
+  restart();
+  EXPECT_EQ(configuration(), "[] [] [] [] [] [] -1 -1");
+  EXPECT_EQ(status().connection_status, TAVREN_CONNECTION_NONE);
+  ASSERT_EQ(set_config(), 0);
+  wait_until("a line", [] { return archive_of("messages") == "one\n"; });
+}
+
+TEST_F(Procedure, AConfigurationReplacesTheOldOneAndNoneKeepsIt) {
+  start(sections());
+  EXPECT_EQ(configure("one.example", "/one", "first", 10, -1, false), 0);
+  EXPECT_EQ(configure("two.example", "/two", "second", -1, 0, false), 0);
+  const std::string expected = "[two.example] [/two] [second] [a secret] [key] [fingerprint] -1 0";
+  EXPECT_EQ(configuration(), expected);
+  EXPECT_EQ(state_now(), TAVREN_STATE_DISABLED);
+  EXPECT_EQ(set_state_by_configuration(true), 0);
+  EXPECT_EQ(state_now(), TAVREN_STATE_ENABLED);
+  EXPECT_EQ(configuration(), expected);
+  restart();
+  EXPECT_EQ(configuration(), expected);
+  EXPECT_EQ(archive_host(), "two.example");
+  EXPECT_EQ(archive_directory(), "/two");
+  EXPECT_EQ(set_state_by_configuration(false), 0);
+  EXPECT_EQ(state_now(), TAVREN_STATE_DISABLED);
+}
+
+TEST_F(Procedure, AConfigurationThatIsRefusedChangesNothingAndIsInTheSystemLog) {
+  start(sections());
+  EXPECT_EQ(configure("one.example", "/one", "first", 10, 20, false), 0);
+  EXPECT_EQ(configure("", "/two", "second", 1, 1, true), TAVREN_API_E_RPC);
+  EXPECT_EQ(configure("two.example", "", "second", 1, 1, true), TAVREN_API_E_RPC);
+  EXPECT_EQ(configure("two.example", "/two", "", 1, 1, true), TAVREN_API_E_RPC);
+  EXPECT_EQ(configure("two.example", "/two", "second", -2, 1, true), TAVREN_API_E_RPC);
+  EXPECT_EQ(configure("two.example", "/two", "second", 1, INT32_MIN, true), TAVREN_API_E_RPC);
+  EXPECT_EQ(configuration(), "[one.example] [/one] [first] [a secret] [key] [fingerprint] 10 20");
+  EXPECT_EQ(state_now(), TAVREN_STATE_DISABLED);
+  const std::string system_log = lab::system_log();
+  for (const char* reason : {"no host", "no directory", "no user", "a limit below -1"}) {
+    EXPECT_THAT(system_log, HasSubstr("a configuration was refused: " + std::string(reason)));
+  }
+}
+
+TEST_F(Procedure, StatusHasTheSpaceThatIsUsed) {
+  append("audit.log.1", std::string(1500000, 'x'));
+  start(sections());
+  EXPECT_EQ(used(0), -1);
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 100, -1, false), 0);
+  EXPECT_EQ(used(0), -2);
+  EXPECT_EQ(used(1), -1);
+  ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("an item", [] { return archived_since_the_start(0) == 1; });
+  EXPECT_EQ(used(0), 2);
+  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+  restart();
+  EXPECT_EQ(used(0), -2);
+  EXPECT_EQ(archived_since_the_start(0), 0);
+  ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
+  ASSERT_EQ(run_task("SpaceTask"), 0);
+  wait_until("a measurement", [] { return used(0) == 2; });
+  EXPECT_EQ(used(1), -1);
+}
+
+TEST_F(Procedure, StatusSaysThatTheSpaceCouldNotBeMeasured) {
+  append("audit.log.1", "one\n");
+  start(sections());
+  ASSERT_EQ(set_remote_command("du", "/no/such/program"), "");
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 100, -1), 0);
+  ASSERT_EQ(run_task("SpaceTask"), 0);
+  wait_until("a measurement that fails", [] { return used(0) == -3; });
+  ASSERT_EQ(set_remote_command("all", "default"), "");
+  ASSERT_EQ(run_task("SpaceTask"), 0);
+  wait_until("a measurement", [] { return used(0) == 0; });
+  ASSERT_EQ(set_tunable("ssh_du_command_timeout", "1"), "");
+  ASSERT_EQ(set_remote_command("du", "sleep 30;"), "");
+  ASSERT_EQ(run_task("SpaceTask"), 0);
+  wait_until("a measurement that takes too long", [] { return used(0) == -3; });
+}
+
+TEST_F(Procedure, StatusHasTheConnectionAndTheItems) {
+  append("audit.log.1", "one\n");
+  append("audit.log.2", "two\n");
+  start(sections());
+  EXPECT_EQ(status().connection_status, TAVREN_CONNECTION_NONE);
+  EXPECT_EQ(status().connection_time, 0);
+  const auto before = static_cast<int32_t>(time(nullptr));
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("two items", [] { return archived_since_the_start(0) == 2; });
+  wait_until("the end", [] { return sleeping() == 1; });
+  EXPECT_EQ(status().connection_status, TAVREN_CONNECTION_OK);
+  EXPECT_GE(status().connection_time, before);
+  EXPECT_EQ(status().compartment_status[0].word2, 0);
+  EXPECT_EQ(archived_since_the_start(1), 0);
+}
+
+TEST_F(Procedure, ErrorsAreKeptUntilTheyAreCleared) {
+  append("audit.log.1", "one\n");
+  start(sections());
+  EXPECT_EQ(errors(), "");
+  ASSERT_EQ(set_config("wrong"), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("an error", [] { return !errors().empty(); });
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD")), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("an item", [] { return archived_since_the_start(0) == 1; });
+  restart();
+  EXPECT_THAT(errors(), HasSubstr("Secure shell login failed: permission denied"));
+  EXPECT_EQ(refusal_of(tavren_api_clear_stored_data), "");
+  EXPECT_EQ(errors(), "");
+  EXPECT_EQ(audit_answer(log("audit.log.1")), 1);
+  restart();
+  EXPECT_EQ(errors(), "");
+  EXPECT_EQ(audit_answer(log("audit.log.1")), 1);
+}
+
+TEST_F(Procedure, TunablesAreThoseOfTheDaemon) {
+  start(sections());
+  EXPECT_EQ(set_tunable("ssh_command_timeout", "33"), "");
+  EXPECT_NE(set_tunable("ssh_command_timeout", "soon"), "");
+  EXPECT_EQ(set_tunable("a\nb", "1"), "A newline is not allowed here.");
+  EXPECT_EQ(set_tunable("log_dir_prefix", "/a\n"), "A newline is not allowed here.");
+  const auto loaded = [] {
+    EXPECT_EQ(call(tavren_api_load_tunables), 0);
+    std::ostringstream out;
+    TavrenTunables::instance().print_tunables(out);
+    return out.str();
+  };
+  EXPECT_EQ(loaded(), "ssh_command_timeout=33\n");
+  restart();
+  EXPECT_EQ(loaded(), "ssh_command_timeout=33\n");
+  EXPECT_EQ(set_tunable("ssh_command_timeout", "default"), "");
+  restart();
+  EXPECT_THAT(refusal_of(tavren_api_get_tunable_table), Not(HasSubstr("default:")));
+}
+
+TEST_F(Procedure, RemoteCommandsAreThoseOfTheDaemon) {
+  start(sections());
+  EXPECT_EQ(set_remote_command("ls", "/bin/ls -1A"), "");
+  EXPECT_EQ(set_remote_command("ls", "a\nb"), "A newline is not allowed here.");
+  EXPECT_EQ(set_remote_command("l\ns", "a"), "A newline is not allowed here.");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(call(tavren_api_load_remote_commands), 0);
+    EXPECT_EQ(TavrenHost::get_cmd("ls"), "/bin/ls -1A ");
+    EXPECT_THAT(refusal_of(tavren_api_get_remote_command_table), HasSubstr("ls          /bin/ls -1A "));
+    restart();
+  }
+}
+
+TEST_F(Procedure, IntervalsAreATable) {
+  start(sections());
+  EXPECT_EQ(intervals(), interval_table("3600", "600", "3600"));
+  EXPECT_EQ(set_interval("LogTypeTask.audit", "1d"), "");
+  EXPECT_EQ(set_interval("SpaceTask", "31536000"), "");
+  EXPECT_EQ(set_interval("LogTypeTask.messages", "10min"), "");
+  const std::string changed = interval_table("86400 (default: 3600)", "600", "31536000 (default: 3600)");
+  EXPECT_EQ(intervals(), changed);
+  restart();
+  EXPECT_EQ(intervals(), changed);
+  EXPECT_EQ(set_interval("LogTypeTask.audit", "default"), "");
+  EXPECT_EQ(set_interval("SpaceTask", "default"), "");
+  EXPECT_EQ(intervals(), interval_table("3600", "600", "3600"));
+  restart();
+  EXPECT_EQ(intervals(), interval_table("3600", "600", "3600"));
+}
+
+TEST_F(Procedure, IntervalsThatAreRefusedChangeNothing) {
+  start(sections());
+  for (const char* value : {"", "0", "-1", "31536001", "1 h", "9999999999999999999999", "Default"}) {
+    EXPECT_EQ(set_interval("SpaceTask", value), "Invalid interval: \"" + std::string(value) + "\".");
+  }
+  for (const char* task : {"", "audit", "spacetask", "LogTypeTask.", "LogTypeTask.other"}) {
+    EXPECT_EQ(set_interval(task, "5"), "Unknown task: \"" + std::string(task) + "\".");
+    EXPECT_EQ(set_interval(task, "default"), "Unknown task: \"" + std::string(task) + "\".");
+  }
+  EXPECT_EQ(intervals(), interval_table("3600", "600", "3600"));
+}
+
+TEST_F(Procedure, ATaskOfAnUnknownNameGoesToTheSystemLog) {
+  start(sections());
+  EXPECT_EQ(run_task("LogTypeTask.other"), 0);
+  EXPECT_EQ(run_task("LogTypeTask.audit"), 0);
+  EXPECT_THAT(lab::system_log(), HasSubstr("there is no task \"LogTypeTask.other\""));
+  EXPECT_THAT(lab::system_log(), Not(HasSubstr("there is no task \"LogTypeTask.audit\"")));
+}
+
+TEST_F(Procedure, ATaskThatIsRunIsDoneNowAndAlsoAfterARestart) {
+  append("messages", "one\n");
+  start(sections());
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  wait_until("a line", [] { return archive_of("messages") == "one\n"; });
+  restart();
+  append("messages", "two\n");
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  wait_until("the other line", [] { return archive_of("messages") == "one\ntwo\n"; });
+}
+
+TEST_F(Procedure, AuditFilesAreAskedForByWhatIsThereNow) {
+  append("audit.log.1", "one\n");
+  append("audit.txt", "no log\n");
+  start(sections());
+  EXPECT_EQ(audit_answer(log("audit.log.1")), 0);
+  EXPECT_EQ(audit_answer(log("audit.log.2")), -2);
+  EXPECT_EQ(audit_answer(log("audit.txt")), -2);
+  EXPECT_EQ(audit_answer("audit.log.1"), -2);
+  EXPECT_EQ(audit_answer(""), -2);
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("an item", [] { return archived_since_the_start(0) == 1; });
+  EXPECT_EQ(audit_answer(log("audit.log.1")), 1);
+  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+  lab::run("mv " + log("audit.log.1") + " " + log("audit.log.2"));
+  append("audit.log.1", "two\n");
+  restart();
+  EXPECT_EQ(audit_answer(log("audit.log.1")), 0);
+  EXPECT_EQ(audit_answer(log("audit.log.2")), 1);
+  append("audit.log.2", "more\n");
+  EXPECT_EQ(audit_answer(log("audit.log.2")), 0);
+}
+
+TEST_F(Procedure, AuditFilesHaveTheSectionsPathsWithoutThePrefix) {
+  append("audit.log.1", "one\n");
+  start("[audit]\nfiles = /logs/audit.log.*\n");
+  EXPECT_EQ(audit_answer("/logs/audit.log.1"), -2);
+  EXPECT_EQ(set_tunable("log_dir_prefix", lab::value("LAB").c_str()), "");
+  EXPECT_EQ(audit_answer("/logs/audit.log.1"), 0);
+  EXPECT_EQ(audit_answer(log("audit.log.1")), -2);
+}
+
+TEST_F(Procedure, AuditFilesAreNoneWithoutASectionOfClosedOnes) {
+  append("audit.log", "one\n");
+  start("[audit]\nfollow = " + log("audit.log") + "\n[other]\nfiles = " + log("audit.log") + "\n");
+  EXPECT_EQ(audit_answer(log("audit.log")), -2);
+}
+
+TEST_F(Procedure, SleepsButInASession) {
+  append("messages", "one\n");
+  start(sections());
+  EXPECT_EQ(sleeping(), 1);
+  lab::serve_silence();
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  wait_until("a login", [] { return std::filesystem::exists(lab::value("LAB") + "/accepted"); });
+  EXPECT_EQ(sleeping(), 0);
+  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+  EXPECT_EQ(sleeping(), 1);
+}
+
+TEST_F(Procedure, ArchivedFilesThatWereMissingForLongAreForgotten) {
+  append("audit.log.1", "one\n");
+  append("messages", "one\n");
+  start(sections());
+  stop();
+  for (const char* section : {"audit", "messages"}) {
+    const std::string blob = "CAST('" + std::string(section) + "' AS BLOB)";
+    EXPECT_EQ(change_state("INSERT INTO archived VALUES (NULL, " + blob + ", 1, 1, 0, 0, 5, 5, 1)"), 1);
+  }
+  start_again();
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  wait_until("both", [] { return archive_of("audit") == "one\n" && archive_of("messages") == "one\n"; });
+  wait_until("the end", [] { return sleeping() == 1; });
+  stop();
+  EXPECT_EQ(change_state("DELETE FROM archived WHERE size = 5"), 0);
+}
+
+/* What has arrived of an item that is sent again does not count against the room that it gets. */
+TEST_F(Procedure, AnItemThatHadArrivedWhenTheDaemonDiedIsSentAgainInItsPlace) {
+  append("audit.log.1", std::string(700000, 'x'));
+  start(sections());
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 1, -1), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("an item", [] { return archived_since_the_start(0) == 1; });
+  stop(SIGKILL);
+  const std::string item = "audit/" + items("audit").at(0);
+  change_state("INSERT INTO intent SELECT section, CAST('" + item + "' AS BLOB), CAST('" + log("audit.log.1") +
+               "' AS BLOB), device, inode, size, mtime_ns, CAST('" + std::string(1024, 'x') +
+               "' AS BLOB), 0, 0, 0, size FROM archived; DELETE FROM archived");
+  start_again();
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("the item again", [] { return archived_since_the_start(0) == 1; });
+  EXPECT_EQ(errors(), "");
+  ASSERT_EQ(items("audit").size(), 1U);
+  EXPECT_EQ("audit/" + items("audit")[0], item);
+  EXPECT_EQ(archive_of("audit").size(), 700000U);
+}

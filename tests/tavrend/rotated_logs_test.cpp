@@ -1,0 +1,54 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tavrend/daemon_fixture.h"
+
+namespace {
+
+class RotatedLogs : public TavrendTest {
+ protected:
+  std::string following(const std::string& name) const {
+    return "[messages]\nfollow = " + log(name) + "\ninterval = 1\n";
+  }
+};
+
+}  // namespace
+
+TEST_F(RotatedLogs, ArePassedOverWhenTheyWereThereBeforeTheDaemon) {
+  append("messages.1", "older\n");
+  lab::run("touch -d 'next year' " + log("messages.1"));
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  wait_until("a line", [] { return archive_of("messages") == "one\n"; });
+  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+  lab::run("cd " + logs + " && mv messages.1 messages.3 && mv messages messages.2");
+  append("messages.2", "two\n");
+  append("messages.1", "three\n");
+  lab::run("touch -d 'last year' " + log("messages.1"));
+  append("messages", "four\n");
+  ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
+  wait_until("all", [] { return archive_of("messages") == "one\ntwo\nthree\nfour\n"; });
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(RotatedLogs, ThatAreThereOnlyCompressedAreLostOnce) {
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  wait_until("a line", [] { return archive_of("messages") == "one\n"; });
+  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+  lab::run("cd " + logs + " && mv messages messages.2 && echo two >messages.1 && gzip messages.1");
+  append("messages", "three\n");
+  ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
+  wait_until("another line", [] { return archive_of("messages") == "one\nthree\n"; });
+  const std::string lost = errors();
+  EXPECT_NE(lost.find("Failed to read from file " + log("messages.1.gz") + " (bytes 0 to "), std::string::npos) << lost;
+  /* The other one is compressed, too, and there is another rotation. */
+  lab::run("cd " + logs + " && mv messages.2 messages.3 && gzip messages.3 && mv messages.1.gz messages.2.gz && " +
+           "mv messages messages.1");
+  append("messages", "four\n");
+  wait_until("one more line", [] { return archive_of("messages") == "one\nthree\nfour\n"; });
+  EXPECT_EQ(errors(), lost);
+}

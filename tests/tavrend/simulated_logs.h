@@ -1,0 +1,294 @@
+#ifndef TESTS_TAVREND_SIMULATED_LOGS_H
+#define TESTS_TAVREND_SIMULATED_LOGS_H
+
+#include <stdint.h>
+
+#include <iterator>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "plan/closed_files.h"
+#include "plan/growing_file.h"
+#include "tavrend/simulated_machine.h"
+
+namespace simulated {
+
+/* A log that grows, and its rotations. */
+class GrowingLog {
+  static constexpr int most_rotated = 6;
+
+ public:
+  GrowingLog(Machine& where, Section& what) : machine(where), section(what) { begin_origin("m"); }
+
+  void live() {
+    Chance& chance = machine.chance;
+    switch (chance.below(8)) {
+      case 0:
+        return rotate_by_renaming();
+      case 1:
+        return rotate_by_copying();
+      case 2:
+        if (!is_copied) section.disk.rename("m", "m.half"); /* the writer makes a new one in a moment */
+        if (!is_copied) shift();
+        if (!is_copied) section.disk.rename("m.half", "m.1");
+        return;
+      default:
+        for (int64_t i = chance.below(4); i > 0; --i) append();
+    }
+  }
+
+  /* One look, as the archiver does it. */
+  void archive() {
+    Kept& kept = section.kept;
+    resume();
+    std::optional<LogFile> present;
+    if (section.disk.files.count("m") != 0) present = section.disk.look("m");
+    std::vector<LogFile> beside;
+    for (const auto& [name, file] : section.disk.files) {
+      if (is_rotated_name("m", name)) beside.push_back(section.disk.look(name));
+    }
+    for (const LogFile& file : files_to_pass_over(kept.progress, present, beside, kept.archived)) {
+      machine.remember(section, file);
+    }
+    if (!kept.progress) kept.progress = progress_at_first(present);
+    const auto progress = kept.progress;
+    std::vector<Identity> known;
+    for (const ArchivedFile& file : kept.archived) known.push_back(file.identity);
+    for (const Stretch& stretch : plan_growing_file("m", progress, present, beside, known)) {
+      if (!stretch.lost) {
+        archive_stretch(stretch);
+        continue;
+      }
+      section.reported.emplace_back(stretch.first, stretch.end);
+      if (stretch.file.path == "m") kept.progress->finished = true;
+    }
+  }
+
+  /* Whether every byte that was ever written is archived once and in its order, or its loss was reported. */
+  void check() {
+    size_t next = 0;
+    for (int origin = 0; origin < static_cast<int>(written.size()); ++origin) {
+      const std::string& log = written[static_cast<size_t>(origin)];
+      const std::string which = "log " + std::to_string(origin) + " of " + std::to_string(written.size());
+      int64_t done = 0;
+      for (; next < section.sent.size() && section.sent[next].origin == origin; ++next) {
+        const Item& item = section.sent[next];
+        machine.expect(item.first == done, which + " goes on where it ended: " + item.path);
+        machine.expect(log.compare(static_cast<size_t>(item.first), item.bytes.size(), item.bytes) == 0,
+                       which + " has its bytes: " + item.path);
+        done = item.end;
+      }
+      const bool is_whole = done == static_cast<int64_t>(log.size());
+      machine.expect(is_whole || gone.count(origin) != 0, which + " is whole: " + std::to_string(done));
+    }
+    machine.expect(next == section.sent.size(), "items keep the order of the logs");
+    machine.expect(section.reported == gaps, "what was lost is reported, and nothing else");
+  }
+
+  /* Ends the last log: once there is something in the next one, its rest has no newline to wait for. */
+  void finish() {
+    if (is_copied) rotate_by_copying();
+    rotate_by_renaming();
+    append(text() + "\n");
+  }
+
+ private:
+  void begin_origin(const std::string& name) {
+    File file;
+    file.origin = static_cast<int>(written.size());
+    file.inode = section.disk.free_inode();
+    file.mtime_ns = machine.now_ns();
+    section.disk.files[name] = file;
+    written.emplace_back();
+  }
+
+  /* Words that begin like no other. */
+  std::string text() {
+    std::string line;
+    for (int i = 0; i < 10; ++i) line += static_cast<char>('a' + machine.chance.below(26));
+    line += std::string(static_cast<size_t>(machine.chance.below(40)), '.');
+    if (!machine.chance.one_in(3)) line += '\n';
+    return line;
+  }
+
+  void append() { append(text()); }
+
+  void append(const std::string& more) {
+    if (is_copied) return;
+    if (section.disk.files.count("m") == 0) begin_origin("m");
+    File& file = section.disk.files["m"];
+    file.content += more;
+    file.mtime_ns = machine.now_ns();
+    written[static_cast<size_t>(file.origin)] += more;
+  }
+
+  void shift() {
+    lose("m." + std::to_string(most_rotated));
+    for (int i = most_rotated - 1; i > 0; --i) {
+      section.disk.rename("m." + std::to_string(i), "m." + std::to_string(i + 1));
+    }
+  }
+
+  /* What nobody has ever read leaves no trace; what was begun does. */
+  void lose(const std::string& name) {
+    const auto file = section.disk.files.find(name);
+    if (file == section.disk.files.end()) return;
+    const Kept& kept = section.kept;
+    gone.insert(file->second.origin);
+    if (kept.progress && kept.progress_origin == file->second.origin && !kept.progress->finished &&
+        kept.progress->identity.head_length != 0) {
+      gaps.emplace_back(kept.progress->offset, kept.progress->seen);
+    }
+    section.disk.files.erase(file);
+  }
+
+  void rotate_by_renaming() {
+    if (is_copied) return;
+    shift();
+    section.disk.rename("m", "m.1");
+    begin_origin("m");
+  }
+
+  /* In two steps: a look may come between the copy and the truncation. */
+  void rotate_by_copying() {
+    if (section.disk.files.count("m") == 0) return;
+    if (!is_copied) {
+      shift();
+      File copy = section.disk.files["m"];
+      copy.inode = section.disk.free_inode();
+      copy.mtime_ns = machine.now_ns();
+      section.disk.files["m.1"] = copy;
+      is_copied = true;
+      return;
+    }
+    File& file = section.disk.files["m"];
+    file.content.clear();
+    file.mtime_ns = machine.now_ns();
+    file.origin = static_cast<int>(written.size());
+    written.emplace_back();
+    is_copied = false;
+  }
+
+  void archive_stretch(const Stretch& stretch) {
+    const File file = section.disk.files.at(stretch.file.path);
+    int64_t first = stretch.first;
+    const auto newline = [&file](int64_t from, int64_t end) {
+      const size_t found = file.content.rfind('\n', static_cast<size_t>(end) - 1);
+      return found == std::string::npos || static_cast<int64_t>(found) < from ? -1 : static_cast<int64_t>(found);
+    };
+    for (int64_t end = first; (end = end_of_piece(stretch, first, newline)) != first; first = end) {
+      machine.send(section, file, stretch.file, {"", file.origin, first, end, ""}, stretch.grows, true);
+    }
+    const bool is_whole = !stretch.grows && first == stretch.end;
+    const auto& before = section.kept.progress;
+    const bool was_finished = before && before->finished && is_same_file(before->identity, stretch.file);
+    section.kept.progress_origin = file.origin;
+    section.kept.progress =
+        Progress{identity_of(stretch.file), first, stretch.file.size, stretch.file.mtime_ns, is_whole};
+    if (is_whole && !was_finished) machine.remember(section, stretch.file);
+  }
+
+  void resume() {
+    Kept& kept = section.kept;
+    if (!kept.intent) return;
+    for (const auto& [name, file] : section.disk.files) {
+      const LogFile look = section.disk.look(name);
+      if (!is_same_file(identity_of(kept.intent_file), look) || look.size < kept.intent->end) continue;
+      machine.remove_what_has_arrived(section);
+      machine.send(section, file, kept.intent_file, *kept.intent, kept.intent_grows, false);
+      return;
+    }
+    machine.give_up(section);
+  }
+
+  Machine& machine;
+  Section& section;
+  std::vector<std::string> written; /* all that was ever in each log, in their order */
+  std::set<int> gone;               /* logs that were removed */
+  std::vector<Gap> gaps;            /* that are to be reported */
+  bool is_copied = false;           /* and not truncated yet */
+};
+
+/* Closed files, numbered: a new one is the first, and some are changed afterwards. */
+class ClosedLogs {
+  static constexpr int most_files = 7;
+
+ public:
+  ClosedLogs(Machine& where, Section& what) : machine(where), section(what) {}
+
+  void live() {
+    if (machine.chance.one_in(4)) {
+      section.disk.files.erase("a." + std::to_string(most_files));
+      for (int i = most_files - 1; i > 0; --i) {
+        section.disk.rename("a." + std::to_string(i), "a." + std::to_string(i + 1));
+      }
+      File file;
+      file.inode = section.disk.free_inode();
+      section.disk.files["a.1"] = file;
+      change(section.disk.files["a.1"]);
+    } else if (machine.chance.one_in(6) && !section.disk.files.empty()) {
+      change(
+          std::next(section.disk.files.begin(), machine.chance.below(static_cast<int64_t>(section.disk.files.size())))
+              ->second);
+    }
+  }
+
+  void archive() {
+    resume();
+    std::vector<LogFile> found;
+    for (const auto& [name, file] : section.disk.files) found.push_back(section.disk.look(name));
+    for (const LogFile& look : files_to_archive(found, section.kept.archived)) {
+      const File& file = section.disk.files.at(look.path);
+      machine.send(section, file, look, {"", file.origin, 0, look.size, ""}, false, true);
+    }
+    for (const auto& [name, file] : section.disk.files) seen.insert(file.origin);
+  }
+
+  /* Whether each file that a whole look has found is archived once. */
+  void check() {
+    std::map<int, int> count;
+    for (const Item& item : section.sent) {
+      ++count[item.origin];
+      machine.expect(item.bytes == written[static_cast<size_t>(item.origin)], "an item is a file: " + item.path);
+    }
+    for (const auto& [origin, times] : count) machine.expect(times == 1, "a file is archived once");
+    for (const int origin : seen) machine.expect(count.count(origin) == 1, "a file is archived");
+  }
+
+ private:
+  /* Each content that a file ever has is an item of its own. */
+  void change(File& file) {
+    if (file.content.size() > 600) return; /* an item of the whole limit's size would have no room */
+    file.origin = static_cast<int>(written.size());
+    for (int i = 0; i < 10; ++i) file.content += static_cast<char>('a' + machine.chance.below(26));
+    file.content += std::string(static_cast<size_t>(machine.chance.below(200)), '.');
+    file.mtime_ns = machine.now_ns();
+    written.push_back(file.content);
+  }
+
+  void resume() {
+    Kept& kept = section.kept;
+    if (!kept.intent) return;
+    for (const auto& [name, file] : section.disk.files) {
+      const LogFile look = section.disk.look(name);
+      if (!is_archived({identity_of(kept.intent_file), kept.intent_file.size, kept.intent_file.mtime_ns}, look))
+        continue;
+      machine.remove_what_has_arrived(section);
+      machine.send(section, file, kept.intent_file, *kept.intent, false, false);
+      return;
+    }
+    machine.give_up(section);
+  }
+
+  Machine& machine;
+  Section& section;
+  std::vector<std::string> written;
+  std::set<int> seen;
+};
+
+}  // namespace simulated
+
+#endif
