@@ -69,10 +69,16 @@ int64_t size_of(const OpenFile& file) {
 Archiver::Archiver(Desk& where, const std::string& temporary)
     : desk(where), directory(temporary), random(static_cast<unsigned>(now_ms())) {}
 
+void Archiver::check_cancelled() {
+  if (desk.is_cancelled()) throw Cancelled();
+}
+
 void Archiver::run() {
-  while (const auto work = desk.wait_for_work()) {
+  for (;;) {
     std::optional<TavrenError> failure;
     try {
+      const auto work = desk.wait_for_work();
+      if (!work) return;
       archive(*work);
       desk.work_is_done(*work);
     } catch (const Cancelled&) {
@@ -370,7 +376,8 @@ void Archiver::send_item(const Work& work, const Section& section, const OpenFil
     }
   };
   if (section.compress) {
-    const OpenFile compressed = compress(file, intent.file.path, intent.first, intent.length, directory);
+    const OpenFile compressed =
+        compress(file, intent.file.path, intent.first, intent.length, directory, [this] { check_cancelled(); });
     send(compressed, 0, size_of(compressed));
   } else {
     send(file, intent.first, intent.length);

@@ -42,6 +42,7 @@ class Archiver {
   Progress begin_look(const Section& section, const Surroundings& around);
   void give_up_lost(const Section& section, const Progress& progress, const Stretch& stretch);
   Session& session(const Work& work);
+  void check_cancelled();
 
   Desk& desk;
   const std::string directory;

@@ -38,7 +38,7 @@ size_t read_piece(const OpenFile& file, const std::string& path, int64_t offset,
 }  // namespace
 
 OpenFile compress(const OpenFile& file, const std::string& path, int64_t first, int64_t length,
-                  const std::string& directory) {
+                  const std::string& directory, const std::function<void()>& check) {
   OpenFile result(open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
   if (!result.is_open()) fail(errno);
   const std::unique_ptr<ZSTD_CCtx, Free> context(ZSTD_createCCtx());
@@ -50,6 +50,7 @@ OpenFile compress(const OpenFile& file, const std::string& path, int64_t first, 
   int64_t done = 0;
   bool is_last = false;
   do {
+    check();
     const size_t size = done == length ? 0 : read_piece(file, path, first + done, length - done, in);
     done += static_cast<int64_t>(size);
     is_last = done == length;

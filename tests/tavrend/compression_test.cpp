@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -33,7 +34,7 @@ class Compression : public testing::Test {
   void make(const std::string& content) const { write_file(path("log"), content); }
 
   OpenFile compressed(int64_t first, int64_t length) const {
-    return compress(OpenFile("", path("log")), path("log"), first, length, directory.path());
+    return compress(OpenFile("", path("log")), path("log"), first, length, directory.path(), [] {});
   }
 
   /* What the program that everybody has makes of the result. */
@@ -82,6 +83,17 @@ TEST_F(Compression, NoticesADamagedResult) {
   EXPECT_EQ(plain(result), "zstd has failed");
 }
 
+TEST_F(Compression, EndsBetweenTwoPiecesWhenItsCheckThrows) {
+  make(noise(1000000));
+  int checks = 0;
+  const auto cancel = [&checks] {
+    if (++checks == 3) throw std::runtime_error("cancelled");
+  };
+  EXPECT_THROW(compress(OpenFile("", path("log")), path("log"), 0, 1000000, directory.path(), cancel),
+               std::runtime_error);
+  EXPECT_EQ(checks, 3);
+}
+
 TEST_F(Compression, LeavesNoNameBehind) {
   make("text\n");
   const OpenFile result = compressed(0, 5);
@@ -103,7 +115,7 @@ TEST_F(Compression, OfAFileThatShrinksMeanwhileFails) {
 TEST_F(Compression, WithoutADirectoryFails) {
   make("text\n");
   try {
-    compress(OpenFile("", path("log")), path("log"), 0, 5, path("none"));
+    compress(OpenFile("", path("log")), path("log"), 0, 5, path("none"), [] {});
     FAIL();
   } catch (const std::system_error& error) {
     EXPECT_EQ(error.code().value(), ENOENT);

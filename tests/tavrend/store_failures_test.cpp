@@ -15,6 +15,7 @@
 
 #include "support/files.h"
 #include "support/own_machine.h"
+#include "support/private_tmp.h"
 #include "support/run_in_child.h"
 #include "tavrend/store_fixture.h"
 
@@ -49,7 +50,7 @@ class StoreFailure : public StoreTest {
   /* Puts a file system of its own, with so many KiB, at the directory, for this process and its children alone. */
   static void mount_small(const std::string& at, int kib) {
     const std::string options = "size=" + std::to_string(kib) + "k";
-    if (unshare(CLONE_NEWNS) != 0 || mount("", "/", nullptr, MS_PRIVATE | MS_REC, nullptr) != 0 ||
+    if (unshare(CLONE_NEWNS) != 0 || !keep_mounts_private() ||
         mount("tmpfs", at.c_str(), "tmpfs", 0, options.c_str()) != 0) {
       _exit(77);
     }
