@@ -23,7 +23,8 @@
  *
  * Set the settings, enable, open the connection, work, close the connection: destroying the object deliberately neither
  * stops nor releases a child that still runs. It does not reconnect, and keeps a failed child until close_connection. A
- * host key needs the program's private temporary directory (tavren_setup_tmp_dir).
+ * host key needs the program's private temporary directory (tavren_setup_tmp_dir), where there is one known-hosts file
+ * for all sessions: those with different keys must not open in turn.
  *
  * One thread drives a session. Others may call disable, kill_ssh, get_connection_status and clear_connection_status.
  *
@@ -122,7 +123,8 @@ class TAVREN_EXPORT TavrenHost {
 
   /*
    * Starts sending a file of size bytes to path with the permission bits mode. Throws TAVREN_E_CREATE_REMOTE_FILE, with
-   * nothing started, when the base name of path holds a newline.
+   * nothing started, when the base name of path holds a newline. A far copy program that dies in the middle leaves the
+   * rest of the data to the shell, which takes it for commands.
    */
   void start_send_file(const std::string& path, uint32_t size, unsigned int mode);
 

@@ -54,7 +54,10 @@ TAVREN_EXPORT tavren_hp_t* tavren_hp_create(const tavren_settings_t* settings, c
 /* Releases the handle, not NULL. Close before: the child of a connected one deliberately keeps running. No errors. */
 TAVREN_EXPORT void tavren_hp_destroy(tavren_hp_t* handle);
 
-/* Starts sending a file of size bytes to file_name with the permission bits mode. No memory: -1 with *message NULL. */
+/*
+ * Starts sending a file of size bytes to file_name with the permission bits mode. No memory: -1 with *message NULL. A
+ * far copy program that dies in the middle leaves the rest of the data to the shell, which takes it for commands.
+ */
 TAVREN_EXPORT int tavren_hp_start_send_file(tavren_hp_t* handle, const char* file_name, uint32_t size, uint32_t mode,
                                             char** message);
 
