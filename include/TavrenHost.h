@@ -81,13 +81,14 @@ class TAVREN_EXPORT TavrenHost {
 
   /*
    * Reports an outcome (NULL: success) to the system log with priority 0, if so constructed: a failure, but not the
-   * sixth and later ones in a row, and a success after that many.
+   * sixth and later ones in a row, and a success after five.
    */
   void log_connection_outcome(TavrenError* error);
 
   /*
    * Warns on the system console, at most once in 900 seconds, the first ones of the epoch included. host may be NULL.
-   * Failures are ignored. Failed openings, commands and transfers do so by themselves.
+   * Failures are ignored. Logins, checked commands and copy programs that fail do so by
+   * themselves.
    */
   void console_error_connection(const char* host);
 
@@ -101,7 +102,8 @@ class TAVREN_EXPORT TavrenHost {
 
   /*
    * Runs command within timeout seconds; status receives its exit status, lines its output at their end. Throws
-   * TAVREN_E_SHELL_STATUS (output that does not end in a newline is that, too), TAVREN_E_COMMAND_TIMEOUT,
+   * TAVREN_E_SHELL_STATUS (output that does not end in a newline is that, too, unless
+   * it is one byte, which is lost), TAVREN_E_COMMAND_TIMEOUT,
    * TAVREN_E_COMMAND_EXCESSIVE_OUTPUT, and TAVREN_E_PROGRAM_EXITED and TAVREN_E_EXCESSIVE_OUTPUT from before the
    * command's output.
    */

@@ -53,7 +53,7 @@ class TAVREN_EXPORT TavrenProcess {
   void send_bytes(const char* data, unsigned int length, int timeout);
 
   /*
-   * Delivers an end-of-file once the child has read everything sent before; nothing can be sent afterwards. Only
+   * Delivers an end-of-file once the child has read everything sent before; nothing is to be sent afterwards. Only
    * without a separate standard input. The child must wait for input (poll, select): a read that blocks already does
    * not see the end.
    */

@@ -28,7 +28,8 @@ TAVREN_EXPORT const char* tavren_get_program_name(void);
 TAVREN_EXPORT void _tavren_set_abort_info(const char* kind, const char* file, int line);
 
 /*
- * Writes an empty line, the stored information (at most 79 bytes) and the formatted message (at most 159) to descriptor
+ * Flushes the standard output and error streams as far as their readers take it at once, writes an empty line, the
+ * stored information (at most 79 bytes) and the formatted message (at most 159) to descriptor
  * 2, which it gives up when that has not taken all of it after two seconds, and ends the process. Allocates nothing.
  * Never returns.
  */

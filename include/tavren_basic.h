@@ -72,7 +72,7 @@ TAVREN_EXPORT int tavren_create_text_file(const char* path, const char* text);
 
 /*
  * Reads the first line of the file path, at most size - 1 bytes of it, without its newline, into buffer. Returns 0, or
- * -1 when the file cannot be opened, read or closed, or is empty.
+ * -1 when the file cannot be opened, read or closed, or is empty (unless size is 1).
  */
 TAVREN_EXPORT int tavren_read_line_from_file(const char* path, char* buffer, int size);
 

@@ -15,7 +15,11 @@ TAVREN_BEGIN_C
  */
 TAVREN_EXPORT char* tavren_strdup(const char* s);
 
-/* Reports a failed allocation at line of file (at most 79 bytes) on descriptor 2 and runs the malloc handler. */
+/*
+ * Flushes the standard output and error streams, reports a failed allocation at line of file (at most 79 bytes) on
+ * descriptor 2, and runs the malloc handler. With the basic handler, which ends the process, what a reader of the
+ * streams does not take at once is lost; with another one it is waited for.
+ */
 TAVREN_EXPORT void _tavren_check_alloc(const char* file, int line);
 
 TAVREN_END_C

@@ -88,6 +88,18 @@ void write_diagnostic(const char* text) {
   guard.discard();
 }
 
+void write_report(const char* text) {
+  const WithoutSigpipe guard;
+  fflush(stdout);
+  fflush(stderr);
+  for (size_t rest = strlen(text); rest > 0;) {
+    const ssize_t n = write(STDERR_FILENO, text, rest);
+    if (n == -1 && errno != EINTR) break;
+    if (n > 0) text += n, rest -= static_cast<size_t>(n);
+  }
+  guard.discard();
+}
+
 void print_without_waiting(FILE* stream, const char* text) {
   const WithoutSigpipe guard;
   with_stream(stream, [&] { fputs_unlocked(text, stream); });

@@ -5,12 +5,15 @@
 
 /*
  * What a process says before it ends. Nothing here allocates, and the standard streams keep nobody: neither those whose
- * reader takes nothing or is gone, nor one that another thread holds.
+ * reader takes nothing or is gone, nor one that another thread holds. What their readers do not take at once is lost.
  */
 
 /* Flushes the standard output and error streams as far as they take it, and writes text, unbuffered, to descriptor 2.
  */
 void write_diagnostic(const char* text);
+
+/* The same for a process that may go on: nothing is lost, and a slow reader is waited for. */
+void write_report(const char* text);
 
 /* Prints text to stream, unless another thread holds it. */
 void print_without_waiting(FILE* stream, const char* text);

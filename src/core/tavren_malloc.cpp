@@ -38,7 +38,12 @@ void tavren_basic_malloc_handler() {
 void _tavren_check_alloc(const char* file, int line) {
   char report[80];
   snprintf(report, sizeof report, translate("Memory allocation failed: %s, line %d\n"), file, line);
-  write_diagnostic(report);
+  /* Another handler may return, or end the process in its own way. */
+  if (malloc_handler == tavren_basic_malloc_handler) {
+    write_diagnostic(report);
+  } else {
+    write_report(report);
+  }
   tavren_run_malloc_handler();
 }
 

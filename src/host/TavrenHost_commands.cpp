@@ -28,7 +28,10 @@ TavrenMutex TavrenHost::cmd_map_mutex;
 
 void TavrenHost::initialize_cmd_map() {
   TAVREN_ASSERT("TavrenHost", cmd_map_mutex.have_lock());
-  for (const Command& command : default_commands) cmd_map[command.name] = command.text;
+  /* All of them or none: a table that has any is not filled again. */
+  std::map<std::string, std::string> filled = cmd_map;
+  for (const Command& command : default_commands) filled[command.name] = command.text;
+  cmd_map.swap(filled);
 }
 
 void TavrenHost::reset_cmd_map() {

@@ -124,8 +124,8 @@ int open_slave(int master_fd) {
   constexpr int flags = O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK;
   const int slave = ioctl(master_fd, TIOCGPTPEER, flags);
   char name[64];
-  if (slave != -1 || ptsname_r(master_fd, name, sizeof name) != 0) return slave;
-  return open(name, flags);
+  if (slave != -1 || ptsname_r(master_fd, name, sizeof name) != 0) return keep_off_standard_streams(slave);
+  return keep_off_standard_streams(open(name, flags));
 }
 
 /* Returns how many bytes the terminal still holds for the child, looking from the child's side; -1: cannot tell. */

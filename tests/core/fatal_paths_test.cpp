@@ -208,3 +208,36 @@ TEST(FatalPathOnce, LeavesTheDescriptorsAsTheyWere) {
   });
   EXPECT_TRUE(outcome.exited_with(3)) << outcome.wait_status;
 }
+
+TEST(AllocationReport, LosesNothingOfWhatASlowReaderHasYetToTakeWhenTheHandlerReturns) {
+  const Outcome outcome = run_in_child([] {
+    signal(SIGPIPE, SIG_DFL);
+    alarm(30);
+    tavren_set_malloc_handler([] {});
+    const int reader = make_output_a_pipe(150000);
+    size_t taken = 0;
+    std::thread slow([&] {
+      usleep(100000);
+      char piece[1000];
+      for (ssize_t n = 0; taken < 150000 && (n = read(reader, piece, sizeof piece)) > 0;)
+        taken += static_cast<size_t>(n);
+    });
+    _tavren_check_alloc("f", 12);
+    slow.join();
+    _exit(taken == 150000 && ferror(stdout) == 0 ? 0 : 1);
+  });
+  EXPECT_TRUE(outcome.exited_with(0));
+  EXPECT_EQ(outcome.err, "Memory allocation failed: f, line 12\n");
+}
+
+TEST(AllocationReport, OutlivesAnOutputWithoutAReaderWhenTheHandlerReturns) {
+  const Outcome outcome = run_in_child([] {
+    signal(SIGPIPE, SIG_DFL);
+    tavren_set_malloc_handler([] {});
+    close(make_output_a_pipe(10));
+    _tavren_check_alloc("f", 12);
+    _exit(0);
+  });
+  EXPECT_TRUE(outcome.exited_with(0));
+  EXPECT_EQ(outcome.err, "Memory allocation failed: f, line 12\n");
+}

@@ -52,7 +52,25 @@ std::string fail_to_make_the_host(int watched_allocation) {
 const std::string fate_of_the_handle = fail_to_make_the_host(of_the_handle);
 const std::string fate_of_the_host = fail_to_make_the_host(of_the_host);
 
+/* What two sessions know of the commands, the first of which had no memory for all of them. */
+const std::string commands_after_a_half_filled_table =
+    run_in_child([] {
+      Settings settings;
+      const tavren_settings_t record = settings.record();
+      char* message = nullptr;
+      {
+        const failing_memory::FailAllocation exhausted(of_the_first_command + 5);
+        if (tavren_hp_create(&record, &message) == nullptr) printf("null, ");
+      }
+      const TavrenHost next(false, false);
+      printf("%s, %s", TavrenHost::get_cmd("ssh").c_str(), TavrenHost::get_cmd("rm").c_str());
+    }).out;
+
 }  // namespace
+
+TEST_F(HandleCreation, WithoutMemoryForAllCommandsLeavesThemToTheNextOne) {
+  EXPECT_EQ(commands_after_a_half_filled_table, "null, /usr/bin/ssh , /bin/rm -f ");
+}
 
 TEST_F(HandleCreation, ReturnsAConnectedSession) {
   handle = create_from(settings);

@@ -31,6 +31,20 @@ class LoginFailure : public LoginTest {
 
 TEST_F(LoginFailure, AChangedKeyIsAMismatch) { expect_key_mismatch(say(changed_key_block) + wait_forever); }
 
+TEST_F(LoginFailure, HasNoSecondArguments) {
+  const auto codes_of = [this](const std::string& body) {
+    const std::string codes = error_codes([&] { open(body); });
+    start_over();
+    return codes;
+  };
+  EXPECT_EQ(codes_of(dialogue.up_to_prompt() + "take password\n" + say(dialogue.refusal()) + wait_forever),
+            "4(archive.example) 23()");
+  use_key();
+  EXPECT_EQ(codes_of(say(changed_key_block) + wait_forever), "4(archive.example) 7(archive.example) 8()");
+  set_tunable("ssh_connect_timeout", "0");
+  EXPECT_EQ(codes_of(wait_forever), "4(archive.example) 21(archive.example)");
+}
+
 TEST_F(LoginFailure, AFailedVerificationIsAMismatch) {
   expect_key_mismatch(say("x Host key verification failed.\r\n") + wait_forever);
 }

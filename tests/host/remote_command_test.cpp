@@ -174,6 +174,19 @@ TEST_F(RemoteCommand, OutputWithoutANewlineDisplacesTheStatus) {
   EXPECT_EQ(error_body([this] { run("printf abc"); }), "  - Remote shell error: $? evaluated to \"E: 0\"\n");
 }
 
+/* What is left behind the 14 bytes that are taken for the prefix is a number all the same. */
+TEST_F(RemoteCommand, OneByteOfOutputWithoutANewlineIsLost) {
+  run("printf 'a\\nb'; false");
+  EXPECT_EQ(lines, std::list<std::string>{"a"});
+  EXPECT_EQ(status, 1);
+}
+
+TEST_F(RemoteCommand, FailuresHaveNoSecondArgument) {
+  EXPECT_EQ(error_codes([this] { run("printf abc"); }), "11(E: 0)");
+  EXPECT_EQ(error_codes([this] { run("head -c 200000 /dev/zero"); }), "16(head -c 200000 /dev/zero)");
+  EXPECT_EQ(error_codes([this] { host.run_command("exec sleep 100", status, lines, 1); }), "17(exec sleep 100)");
+}
+
 TEST_F(RemoteCommand, ThatTakesTooLongIsATimeout) {
   EXPECT_EQ(error_body([this] { host.run_command("exec sleep 100", status, lines, 1); }),
             "  - Timeout occurred while running remote command: \"exec sleep 100\"\n");

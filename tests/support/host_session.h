@@ -45,6 +45,22 @@ std::string error_body(Action action) {
   return "";
 }
 
+/* Returns the codes of the TavrenError that action throws, line by line, each with its arguments: "4(host) 23()". */
+template <class Action>
+std::string error_codes(Action action) {
+  std::string codes;
+  try {
+    action();
+  } catch (const TavrenError& error) {
+    for (const TavrenError::error_line_t* line : error.lines) {
+      codes += (codes.empty() ? "" : " ") + std::to_string(line->code) + "(";
+      for (int i = 0; i < line->num_args; ++i) codes += (i == 0 ? "" : ", ") + line->args[i];
+      codes += ")";
+    }
+  }
+  return codes;
+}
+
 /* Waits until the child process pid has ended, and leaves it to be reaped. */
 inline void wait_for_exit(pid_t pid) {
   siginfo_t info{};
