@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -149,9 +150,16 @@ TEST_F(KnownHosts, IsGoneWhenItCannotBeWrittenAgain) {
   getrlimit(RLIMIT_NOFILE, &usual);
   const rlimit none{0, usual.rlim_max};
   setrlimit(RLIMIT_NOFILE, &none);
-  const std::string error = error_body([this] { host.open_connection(); });
+  std::exception_ptr failure;
+  try {
+    host.open_connection();
+  } catch (...) {
+    failure = std::current_exception();
+  }
   setrlimit(RLIMIT_NOFILE, &usual);
-  EXPECT_EQ(error, syscall_error("fopen", std::to_string(EMFILE)));
+  ASSERT_TRUE(failure);
+  EXPECT_EQ(error_body([&failure] { std::rethrow_exception(failure); }),
+            syscall_error("fopen", std::to_string(EMFILE)));
   EXPECT_FALSE(std::filesystem::exists(file));
 }
 

@@ -102,7 +102,10 @@ TEST_F(FingerprintBesideAPlantedLink, WritesNoFingerprintThroughIt) {
 }
 
 TEST_F(FingerprintBesideAPlantedLink, ReadsNoFingerprintThroughIt) {
-  use_key_generator("ln -sf " + precious + " " + private_path("host_key_fingerprint") + "; echo 256 SHA256:x");
+  /* Planted when the file is there: before, the shell would not have made it. */
+  const std::string file = private_path("host_key_fingerprint");
+  use_key_generator("while [ ! -e " + file + " ]; do sleep 0.01; done; ln -sf " + precious + " " + file +
+                    "; echo 256 SHA256:x");
   EXPECT_EQ(fingerprint("key"),
             ("Failed to open " + private_path("host_key_fingerprint") + " (errno=40).").substr(0, 127));
 }

@@ -17,7 +17,7 @@
 namespace {
 
 constexpr int files = 30;
-constexpr int looks = 300;
+constexpr int looks = 100;
 
 class RenamedFiles : public testing::Test {
  protected:

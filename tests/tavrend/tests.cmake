@@ -6,7 +6,7 @@ endfunction()
 
 tavrend_test(tavrend_plan_tests tavrend/plan_test.cpp tavrend/plan_simulation_test.cpp TOGETHER)
 tavrend_test(tavrend_sources_tests tavrend/sources_test.cpp tavrend/compression_test.cpp tavrend/changing_files.cpp)
-tavrend_test(tavrend_renamed_files_tests tavrend/renamed_files_test.cpp)
+tavrend_test(tavrend_renamed_files_tests tavrend/renamed_files_test.cpp TIMEOUT 300)
 tavrend_test(tavrend_desk_tests tavrend/desk_test.cpp)
 tavrend_test(tavrend_config_tests tavrend/config_test.cpp TOGETHER)
 tavrend_test(tavrend_store_tests tavrend/store_test.cpp tavrend/store_failures_test.cpp tavrend/archived_files_test.cpp)
