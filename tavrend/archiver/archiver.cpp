@@ -52,9 +52,15 @@ TavrenError error_of(const std::exception& failure) {
   return TavrenError(TAVREN_E_SYSCALL, failure.what(), tavren_int_to_string(EIO));
 }
 
+/* Why there is no session. */
+struct NoSession {
+  TavrenError error;
+};
+
 /* What the far side refuses of one item says nothing about the next. */
 bool is_about_one_item(const TavrenError& error) {
-  return error.get_ecode() == TAVREN_E_COMMAND_FAILED || error.get_ecode() == TAVREN_E_CREATE_REMOTE_FILE;
+  return error.get_ecode() == TAVREN_E_COMMAND_FAILED || error.get_ecode() == TAVREN_E_CREATE_REMOTE_FILE ||
+         error.get_ecode() == TAVREN_E_INCORRECT_OUTPUT;
 }
 
 std::string base_of(const std::string& path) { return tavren_basename(path); }
@@ -83,6 +89,8 @@ void Archiver::run() {
       desk.work_is_done(*work);
     } catch (const Cancelled&) {
       /* What was on its way is taken up again. */
+    } catch (const NoSession& reason) {
+      failure = reason.error;
     } catch (const TavrenError& error) {
       failure = error;
     } catch (const TavrenTimeout&) {
@@ -101,11 +109,16 @@ void Archiver::run() {
 
 /* Returns the session, opened when there is none: at the beginning, or where the last one broke. */
 Session& Archiver::session(const Work& work) {
-  if (open_session == nullptr) {
-    open_session = std::make_unique<Session>(desk, work);
-    open_session->open();
-    if (work.claim) open_session->claim();
+  if (open_session != nullptr) return *open_session;
+  auto fresh = std::make_unique<Session>(desk, work);
+  try {
+    fresh->open();
+    if (work.claim) fresh->claim();
+  } catch (const TavrenError& error) {
+    /* Not about the item that it was for, whatever the error: a directory that is gone looks like a refused item. */
+    throw NoSession{error};
   }
+  open_session = std::move(fresh);
   return *open_session;
 }
 
@@ -191,8 +204,12 @@ std::optional<OpenFile> Archiver::find_again(const Section& section, const Inten
     return is_archived({identity, intent.file.size, intent.file.mtime_ns}, file);
   };
   const auto open_it = [&is_it](const std::string& path) -> std::optional<OpenFile> {
-    OpenFile file(log_dir_prefix(), path);
-    if (file.is_open() && is_it(describe(file, path))) return file;
+    try {
+      OpenFile file(log_dir_prefix(), path);
+      if (file.is_open() && is_it(describe(file, path))) return file;
+    } catch (const UnreadableFile&) {
+      /* Whatever stands there now, it is not the file. */
+    }
     return std::nullopt;
   };
   if (auto file = open_it(intent.file.path)) return file;
@@ -210,6 +227,13 @@ void Archiver::report_if_gone(const Section& section, const LogFile& file) {
   if (std::none_of(files.begin(), files.end(), is_it)) desk.report(error_of(UnreadableFile(file.path, ENOENT, false)));
 }
 
+/* Returns where to go on in a closed file of which some parts are archived, 0 in others. */
+int64_t Archiver::begun_at(const Section& section, const LogFile& file) {
+  const auto begun = desk.with_store([&](Store& store) { return store.progress(section.name); });
+  if (!begun || begun->finished || !is_archived({begun->identity, begun->seen, begun->mtime_ns}, file)) return 0;
+  return begun->offset;
+}
+
 void Archiver::archive_closed_files(const Work& work, const Section& section) {
   const Found found = find_matching(log_dir_prefix(), section.files);
   for (const UnreadableFile& file : found.unreadable) desk.report(error_of(file));
@@ -217,19 +241,18 @@ void Archiver::archive_closed_files(const Work& work, const Section& section) {
     if (found.unreadable.empty()) store.forget_missing_files(section.name, found.files, now_ms());
     return store.archived_files(section.name);
   });
-  const auto files = files_to_archive(found.files, archived);
+  auto files = files_to_archive(found.files, archived);
+  /* What was begun is ended first: of one file only it is remembered how far it is archived. */
+  std::stable_partition(files.begin(), files.end(), [&](const LogFile& file) { return begun_at(section, file) != 0; });
   int32_t waiting = static_cast<int32_t>(files.size());
   for (const LogFile& file : files) {
     desk.set_waiting(section.compartment, waiting--);
     Intent intent{section.name, "", file, false, false, 0, file.size};
-    const auto begun = desk.with_store([&](Store& store) { return store.progress(section.name); });
-    if (begun && !begun->finished && is_archived({begun->identity, begun->seen, begun->mtime_ns}, file)) {
-      intent.first = begun->offset;
-      intent.length = file.size - begun->offset;
-    }
+    intent.first = begun_at(section, file);
+    intent.length = file.size - intent.first;
     try {
       if (const auto open = find_again(section, intent)) {
-        archive_range(work, section, *open, intent);
+        if (!archive_range(work, section, *open, intent) && begun_at(section, file) != 0) break;
       } else {
         report_if_gone(section, file);
       }
@@ -353,16 +376,22 @@ void Archiver::send_item(const Work& work, const Section& section, const OpenFil
   Intent intent = planned;
   int64_t time_ms = 0;
   desk.with_store([&](Store& store) { time_ms = store.last_item_time(section.name); });
+  const std::string base = base_of(section.follow.empty() ? intent.file.path : section.follow);
+  bool compressed = section.compress;
   if (is_new) {
     time_ms = next_item_time(now_ms(), time_ms);
-    intent.remote_path = item_path(
-        section.name, time_ms, base_of(section.follow.empty() ? intent.file.path : section.follow), section.compress);
+    intent.remote_path = item_path(section.name, time_ms, base, compressed);
+  } else {
+    /* Under the same name, and so in the same form: another one may have been configured since. */
+    compressed =
+        is_item_of(intent.remote_path, base, true) || (compressed && !is_item_of(intent.remote_path, base, false));
   }
   Session& open = session(work);
   /* A log that was copied and truncated while it was read has given us the next one's bytes. */
   const auto check = [&] {
     const LogFile now = describe(file, intent.file.path);
-    if (!is_same_file(identity_of(intent.file), now) || now.size < intent.first + intent.length) {
+    const bool is_overwritten = !intent.follows && now.size == intent.file.size && now.mtime_ns != intent.file.mtime_ns;
+    if (!is_same_file(identity_of(intent.file), now) || now.size < intent.first + intent.length || is_overwritten) {
       throw FileChanged(intent.file.path);
     }
   };
@@ -375,10 +404,10 @@ void Archiver::send_item(const Work& work, const Section& section, const OpenFil
       throw TavrenError(TAVREN_E_COMMAND_TIMEOUT, intent.remote_path, "");
     }
   };
-  if (section.compress) {
-    const OpenFile compressed =
+  if (compressed) {
+    const OpenFile payload =
         compress(file, intent.file.path, intent.first, intent.length, directory, [this] { check_cancelled(); });
-    send(compressed, 0, size_of(compressed));
+    send(payload, 0, size_of(payload));
   } else {
     send(file, intent.first, intent.length);
   }

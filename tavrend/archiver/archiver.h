@@ -28,6 +28,7 @@ class Archiver {
   void keep_first_look(const Section& section);
   void measure(const Work& work);
   void archive_section(const Work& work, const Section& section);
+  int64_t begun_at(const Section& section, const LogFile& file);
   void archive_closed_files(const Work& work, const Section& section);
   void archive_growing_file(const Work& work, const Section& section);
   bool archive_stretch(const Work& work, const Section& section, const Stretch& stretch);

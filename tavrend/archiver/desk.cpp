@@ -8,6 +8,7 @@
 #include <chrono>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 #include "plan/schedule.h"
 #include "tavren_basic.h"
@@ -59,13 +60,14 @@ Desk::Desk(Store& state, const std::vector<Section>& sections, const std::string
 }
 
 void Desk::plan_tasks(const std::vector<Section>& new_sections) {
+  /* First what may fail. */
+  for (const Section& section : new_sections) store.add_section({section.name, section.compartment});
   std::map<std::string, Task> old;
   old.swap(tasks);
   all_sections = new_sections;
   add_task(space_task, space_interval, old);
   for (const Section& section : all_sections) {
     add_task(task_of(section), section.interval, old);
-    store.add_section({section.name, section.compartment});
   }
 }
 
@@ -211,6 +213,7 @@ std::optional<Work> Desk::due_work(int64_t now_ms) {
   if (!archive_config || !enabled || now_ms < retry_ms) return std::nullopt;
   const auto is_due = [this, now_ms](const std::string& name) { return tasks[name].due_ms <= now_ms; };
   Work work;
+  work.begun_ms = now_ms;
   work.config = *archive_config;
   work.claim = !store.is_claimed();
   work.measure_space = is_due(space_task);
@@ -248,12 +251,20 @@ std::optional<Work> Desk::wait_for_work() {
   }
 }
 
+void Desk::note_claim() {
+  const Lock lock(mutex);
+  if (!cancelled) store.set_claimed();
+}
+
 void Desk::work_is_done(const Work& work) {
   const Lock lock(mutex);
+  if (cancelled) return;
   const int64_t now_ms = tavren_get_uptime_ms();
-  const auto is_done = [this, now_ms](const std::string& name) {
+  const auto is_done = [&](const std::string& name) {
     const auto task = tasks.find(name);
-    if (task != tasks.end()) task->second.due_ms = next_due_ms(task->second.due_ms, now_ms, task->second.interval);
+    /* One that was asked for meanwhile stays due: what it was asked for may have come behind the look. */
+    if (task != tasks.end() && task->second.due_ms <= work.begun_ms)
+      task->second.due_ms = next_due_ms(task->second.due_ms, now_ms, task->second.interval);
   };
   if (work.measure_space) is_done(space_task);
   for (const Section& section : work.sections) is_done(task_of(section));
@@ -261,7 +272,7 @@ void Desk::work_is_done(const Work& work) {
 
 void Desk::work_has_failed(double draw) {
   const Lock lock(mutex);
-  if (retry_now) return;
+  if (std::exchange(retry_now, false)) return;
   retry_ms = tavren_get_uptime_ms() + retry_delay_ms(retry_interval(), draw);
 }
 

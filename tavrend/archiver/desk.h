@@ -29,7 +29,8 @@ struct Work {
   ArchiveConfig config;
   std::vector<Section> sections; /* whose tasks are due */
   bool measure_space = false;
-  bool claim = false; /* the directory was not claimed with this configuration */
+  bool claim = false;   /* the directory was not claimed with this configuration */
+  int64_t begun_ms = 0; /* of the monotonic clock */
 };
 
 /* What a compartment of the archive shows of itself. */
@@ -84,6 +85,8 @@ class Desk {
   /* For the archiving thread. Waits until there is something to do; nothing: it is to end. */
   std::optional<Work> wait_for_work();
   void work_is_done(const Work& work);
+  /* The directory is claimed with the configuration of the present work, unless that has ended meanwhile. */
+  void note_claim();
   void work_has_failed(double draw);
 
   /* Whether set_config, set_sections or stop wait for the end of the work that was handed out last. */

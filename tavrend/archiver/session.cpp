@@ -11,6 +11,7 @@ namespace {
 
 constexpr unsigned int item_mode = 0644;
 constexpr size_t piece_size = 32768; /* bytes */
+constexpr int64_t kib_of_a_directory = 4;
 
 /* A copy of the configuration in the form that the library takes. */
 class SettingsRecord {
@@ -79,7 +80,7 @@ void Session::open() {
 
 void Session::claim() {
   step([this] { host.create_chassis_file(); });
-  desk.with_store([](Store& store) { store.set_claimed(); });
+  desk.note_claim();
 }
 
 int64_t Session::used_kib(int compartment) {
@@ -87,7 +88,7 @@ int64_t Session::used_kib(int compartment) {
   if (known != measured.end()) return known->second;
   std::string pattern;
   for (const ArchivedSection& section : desk.with_store([](Store& store) { return store.sections(); })) {
-    if (section.compartment == compartment) pattern += " " + TavrenHost::quote_for_shell(section.name);
+    if (section.compartment == compartment) pattern += " " + TavrenHost::quote_for_shell("./" + section.name);
   }
   std::map<std::string, int> sizes;
   if (!pattern.empty()) step([&] { host.get_dir_sizes(pattern.substr(1) + " 2>/dev/null", sizes); });
@@ -104,8 +105,8 @@ std::string Session::oldest_item(int compartment, const std::string& but) {
   for (const ArchivedSection& section : desk.with_store([](Store& store) { return store.sections(); })) {
     if (section.compartment != compartment) continue;
     std::list<std::string> lines;
-    const std::string list = TavrenHost::get_cmd("ls") + TavrenHost::quote_for_shell(section.name) + " 2>/dev/null | " +
-                             TavrenHost::get_cmd("head");
+    const std::string list = TavrenHost::get_cmd("ls") + TavrenHost::quote_for_shell("./" + section.name) +
+                             " 2>/dev/null | " + TavrenHost::get_cmd("head");
     step([&] { host.run_and_check_ecode(list, lines); });
     if (lines.empty() || section.name + "/" + lines.front() == but) continue;
     if (oldest.empty() || lines.front() < oldest_name) {
@@ -119,7 +120,10 @@ std::string Session::oldest_item(int compartment, const std::string& but) {
 void Session::make_room(int compartment, int64_t bytes, const std::string& remote_path) {
   const int32_t limit = work.config.space_limit[compartment];
   if (limit == no_space_limit) return;
-  if (room_for(bytes, 0, limit) == Room::never) throw NoRoom(remote_path);
+  /* Directories use room, too, which removing items does not give back. */
+  const auto directory_count = desk.with_store([](Store& store) { return store.sections().size(); });
+  const int64_t of_directories = kib_of_a_directory * static_cast<int64_t>(directory_count);
+  if (room_for(bytes, of_directories, limit) != Room::fits) throw NoRoom(remote_path);
   while (room_for(bytes, used_kib(compartment), limit) != Room::fits) {
     const std::string oldest = oldest_item(compartment, remote_path);
     if (oldest.empty()) throw NoRoom(remote_path);

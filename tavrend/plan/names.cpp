@@ -16,6 +16,11 @@ std::string archived_base(const std::string& base) {
   return name;
 }
 
+/* What stands behind an item's time. */
+std::string ending_of(const std::string& base, bool compressed) {
+  return "." + archived_base(base) + (compressed ? ".zst" : "");
+}
+
 }  // namespace
 
 int64_t next_item_time(int64_t now_ms, int64_t last_ms) { return std::max(now_ms, last_ms + 1); }
@@ -31,5 +36,11 @@ std::string time_stamp(int64_t ms) {
 }
 
 std::string item_path(const std::string& section, int64_t ms, const std::string& base, bool compressed) {
-  return section + "/" + time_stamp(ms) + "." + archived_base(base) + (compressed ? ".zst" : "");
+  return section + "/" + time_stamp(ms) + ending_of(base, compressed);
+}
+
+bool is_item_of(const std::string& path, const std::string& base, bool compressed) {
+  const size_t time = path.find('/') + 1;
+  const size_t length = time_stamp(0).size();
+  return path.size() > time + length && path.substr(time + length) == ending_of(base, compressed);
 }

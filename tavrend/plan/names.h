@@ -23,4 +23,7 @@ std::string time_stamp(int64_t ms);
  */
 std::string item_path(const std::string& section, int64_t ms, const std::string& base, bool compressed);
 
+/* Returns whether path is that of an item of the file called base, in that form. */
+bool is_item_of(const std::string& path, const std::string& base, bool compressed);
+
 #endif

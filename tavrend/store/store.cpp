@@ -266,6 +266,12 @@ std::vector<ArchivedSection> Store::sections() {
 }
 
 void Store::add_section(const ArchivedSection& section) {
+  /* Nothing is written when it is no news: a full disk does not keep the daemon from its start. */
+  const auto known = sections();
+  const auto is_it = [&section](const ArchivedSection& other) {
+    return other.name == section.name && other.compartment == section.compartment;
+  };
+  if (std::any_of(known.begin(), known.end(), is_it)) return;
   database->transaction([&] {
     database
         ->query(
