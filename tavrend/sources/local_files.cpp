@@ -58,7 +58,12 @@ std::string read_at(const OpenFile& file, const std::string& path, int64_t offse
 
 void add(Found& found, const std::string& prefix, const std::string& path) {
   try {
-    if (const auto file = look_at(prefix, path)) found.files.push_back(*file);
+    if (const auto file = look_at(prefix, path)) {
+      found.files.push_back(*file);
+    } else {
+      struct stat status {};
+      if (lstat((prefix + path).c_str(), &status) == -1) found.is_moving = true;
+    }
   } catch (const UnreadableFile& error) {
     found.unreadable.push_back(error);
   }
@@ -157,7 +162,7 @@ Found find_matching(const std::string& prefix, const std::string& pattern) {
     found = find_once(prefix, pattern);
     Names now;
     add_names(now, found.files);
-    if (look > 0 && now == before) break;
+    if (look > 0 && now == before && !found.is_moving) break;
     before = std::move(now);
   }
   return found;
@@ -185,7 +190,7 @@ std::optional<Surroundings> look_around(const std::string& prefix, const std::st
     Names now;
     if (all.present) now.insert({path, all.present->device, all.present->inode, false});
     add_names(now, all.beside.files);
-    if (look > 0 && now == before) return all;
+    if (look > 0 && now == before && !all.beside.is_moving) return all;
     before = std::move(now);
   }
   return std::nullopt;

@@ -64,6 +64,7 @@ std::optional<LogFile> look_at(const std::string& prefix, const std::string& pat
 struct Found {
   std::vector<LogFile> files;
   std::vector<UnreadableFile> unreadable;
+  bool is_moving = false; /* a name was there, and what had it was gone a moment later */
 };
 
 /*
