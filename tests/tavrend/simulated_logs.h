@@ -230,9 +230,8 @@ class ClosedLogs {
       section.disk.files["a.1"] = file;
       change(section.disk.files["a.1"]);
     } else if (machine.chance.one_in(6) && !section.disk.files.empty()) {
-      change(
-          std::next(section.disk.files.begin(), machine.chance.below(static_cast<int64_t>(section.disk.files.size())))
-              ->second);
+      const int64_t which = machine.chance.below(static_cast<int64_t>(section.disk.files.size()));
+      change(std::next(section.disk.files.begin(), static_cast<ptrdiff_t>(which))->second);
     }
   }
 

@@ -119,7 +119,8 @@ TEST_F(StoreFailure, OnADiskThatFillsUpTakesNoChangeAndKeepsTheOthers) {
               full->set_text("commands", "kept");
               std::string reason;
               try {
-                for (int i = 0; i < 1000; ++i) full->set_text("tunables", std::string(1000 * i, static_cast<char>(i)));
+                for (unsigned i = 0; i < 1000; ++i)
+                  full->set_text("tunables", std::string(1000 * i, static_cast<char>(i)));
               } catch (const StoreError& error) {
                 reason = error.what();
               }
