@@ -112,3 +112,29 @@ TEST_F(DeskTest, WaitsAfterAFailureThatNobodyHasSeenComing) {
   archiving.join();
   EXPECT_FALSE(work);
 }
+
+/* What it was asked for may have come just behind the look of the present run. */
+TEST_F(DeskTest, KeepsATaskDueThatWasAskedForWhileItRan) {
+  desk.set_config(config("one"), true);
+  const auto first = desk.wait_for_work();
+  ASSERT_TRUE(first);
+  usleep(2000); /* the clock counts milliseconds */
+  EXPECT_TRUE(desk.run_task(space_task));
+  desk.work_is_done(*first);
+  const auto second = desk.wait_for_work();
+  ASSERT_TRUE(second);
+  EXPECT_TRUE(second->measure_space);
+}
+
+TEST_F(DeskTest, NotesAClaimOfTheConfigurationThatItWasMadeWith) {
+  desk.set_config(config("one"), true);
+  ASSERT_TRUE(desk.wait_for_work());
+  desk.note_claim();
+  EXPECT_TRUE(store.is_claimed());
+  std::thread serving([this] { desk.set_config(config("two"), true); });
+  while (!desk.is_cancelled()) usleep(1000);
+  desk.note_claim();
+  EXPECT_FALSE(store.is_claimed());
+  EXPECT_TRUE(desk.wait_for_work()->claim);
+  serving.join();
+}

@@ -47,6 +47,15 @@ TEST(ItemName, SortsByTheTimeOfArchiving) {
   EXPECT_EQ(item_path("audit", 0, "log", true), "audit/1970-01-01T00:00:00.000.log.zst");
 }
 
+TEST(ItemName, TellsTheFormOfTheItem) {
+  EXPECT_TRUE(is_item_of(item_path("audit", 1, "log", true), "log", true));
+  EXPECT_FALSE(is_item_of(item_path("audit", 1, "log", true), "log", false));
+  EXPECT_TRUE(is_item_of(item_path("audit", 1, "log.zst", false), "log.zst", false));
+  EXPECT_FALSE(is_item_of(item_path("audit", 1, "log.zst", false), "log.zst", true));
+  EXPECT_FALSE(is_item_of(item_path("audit", 1, "log", false), "other", false));
+  EXPECT_FALSE(is_item_of("audit/log", "log", false));
+}
+
 TEST(ItemName, HasNoControlCharacters) {
   EXPECT_EQ(item_path("s", 0,
                       "a\nb\tc\x7F"

@@ -1,0 +1,72 @@
+#include "tavrend/daemon_fixture.h"
+
+namespace {
+
+/* What there is on the archive host, whatever becomes of it. */
+class Archive : public TavrendTest {
+ protected:
+  static bool has_error(const std::string& text) { return errors().find(text) != std::string::npos; }
+
+  void try_again_each_second() {
+    ASSERT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_tunable(h, "failure_retry_interval", "1", m); }),
+              "");
+  }
+};
+
+}  // namespace
+
+/* Without its directory the far shell is in the account's own, where nothing belongs. */
+TEST_F(Archive, WhoseDirectoryIsGoneGetsNothingElsewhere) {
+  const std::string archive = lab::value("LAB_ARCHIVE");
+  const std::filesystem::path home = std::filesystem::path(archive).parent_path();
+  append("one", "first\n");
+  append("two", "first\n");
+  start("[one]\nfollow = " + log("one") + "\ninterval = 1\n[two]\nfollow = " + log("two") + "\ninterval = 1\n");
+  try_again_each_second();
+  ASSERT_EQ(set_config(), 0);
+  wait_until("the first lines", [] { return archive_of("one") == "first\n" && archive_of("two") == "first\n"; });
+  lab::run("mv " + archive + " " + archive + ".away");
+  append("one", "second\n");
+  append("two", "second\n");
+  wait_until("an error", [] { return has_error("  - Remote command \"cd "); });
+  EXPECT_FALSE(std::filesystem::exists(home / "one"));
+  EXPECT_FALSE(std::filesystem::exists(home / "two"));
+  lab::run("mv " + archive + ".away " + archive);
+  wait_until("the other lines",
+             [] { return archive_of("one") == "first\nsecond\n" && archive_of("two") == "first\nsecond\n"; });
+}
+
+/* The directories need room, too: whatever is removed, this item would not fit. */
+TEST_F(Archive, LosesNothingToAnItemThatAllButFillsItsLimit) {
+  append("a.1", "small\n");
+  start("[audit]\nfiles = " + log("a.*") + "\ncompartment = audit\ninterval = 1\n");
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 1, -1), 0);
+  wait_until("the small one", [] { return archive_of("audit") == "small\n"; });
+  append("a.2", std::string(1023 * 1024, 'x'));
+  wait_until("an error", [] { return has_error("  - System call \"limit\" failed with error code 27\n"); });
+  EXPECT_EQ(archive_of("audit"), "small\n");
+}
+
+TEST_F(Archive, HasASectionWhoseNameBeginsLikeAnOption) {
+  start("[-x]\nfiles = " + log("a.*") + "\ninterval = 1\n");
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 1), 0);
+  for (const char* name : {"a.1", "a.2", "a.3"}) {
+    append(name, std::string(400000, name[2]));
+    wait_until("an item", [name] { return archive_of("-x").find(name[2]) != std::string::npos; });
+  }
+  wait_until("room for the last", [] { return archive_of("-x").size() == 800000; });
+  EXPECT_EQ(archive_of("-x"), std::string(400000, '2') + std::string(400000, '3'));
+}
+
+TEST_F(Archive, HasAnItemThatIsTakenUpAgainInTheFormOfItsName) {
+  lab::run("head -c 60000000 /dev/urandom >" + log("a.1"));
+  const std::string section = "[audit]\nfiles = " + log("a.*") + "\ninterval = 1\n";
+  start(section);
+  ASSERT_EQ(set_config(), 0);
+  wait_until("the beginning of an item", [] { return items("audit").size() == 1; });
+  stop(SIGKILL);
+  start(section + "compress = zstd\n");
+  wait_until("the item", [this] { return archive_of("audit") == read_file(log("a.1")); });
+  ASSERT_EQ(items("audit").size(), 1U);
+  EXPECT_EQ(items("audit")[0].substr(23), ".a.1");
+}
