@@ -25,15 +25,19 @@ TEST_F(Archive, WhoseDirectoryIsGoneGetsNothingElsewhere) {
   try_again_each_second();
   ASSERT_EQ(set_config(), 0);
   wait_until("the first lines", [] { return archive_of("one") == "first\n" && archive_of("two") == "first\n"; });
+  /* Both are due in the next session. */
+  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
   lab::run("mv " + archive + " " + archive + ".away");
   append("one", "second\n");
   append("two", "second\n");
+  sleep(2);
+  ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
   wait_until("an error", [] { return has_error("  - Remote command \"cd "); });
-  EXPECT_FALSE(std::filesystem::exists(home / "one"));
-  EXPECT_FALSE(std::filesystem::exists(home / "two"));
   lab::run("mv " + archive + ".away " + archive);
   wait_until("the other lines",
              [] { return archive_of("one") == "first\nsecond\n" && archive_of("two") == "first\nsecond\n"; });
+  EXPECT_FALSE(std::filesystem::exists(home / "one"));
+  EXPECT_FALSE(std::filesystem::exists(home / "two"));
 }
 
 /* The directories need room, too: whatever is removed, this item would not fit. */
