@@ -181,9 +181,15 @@ TEST_F(RemoteCommand, OneByteOfOutputWithoutANewlineIsLost) {
   EXPECT_EQ(status, 1);
 }
 
-TEST_F(RemoteCommand, FailuresHaveNoSecondArgument) {
+TEST_F(RemoteCommand, WithAnOddStatusIsAFailureWithoutASecondArgument) {
   EXPECT_EQ(error_codes([this] { run("printf abc"); }), "11(E: 0)");
+}
+
+TEST_F(RemoteCommand, WithTooMuchOutputIsAFailureWithoutASecondArgument) {
   EXPECT_EQ(error_codes([this] { run("head -c 200000 /dev/zero"); }), "16(head -c 200000 /dev/zero)");
+}
+
+TEST_F(RemoteCommand, WithoutAnEndIsAFailureWithoutASecondArgument) {
   EXPECT_EQ(error_codes([this] { host.run_command("exec sleep 100", status, lines, 1); }), "17(exec sleep 100)");
 }
 
