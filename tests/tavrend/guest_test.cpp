@@ -1,0 +1,91 @@
+#include <sys/stat.h>
+
+#include "tavrend/daemon_fixture.h"
+
+namespace {
+
+/* What the daemon leaves alone on its machine, and how it shows itself there. */
+class DaemonAsAGuest : public TavrendTest {
+ protected:
+  std::string following(const std::string& path) const { return "[messages]\nfollow = " + path + "\ninterval = 1\n"; }
+
+  /* Everything about a local file but its time of access. */
+  std::string state_of(const std::string& name) const {
+    struct stat now {};
+    if (stat(log(name).c_str(), &now) != 0) return "not there";
+    return std::to_string(now.st_ino) + " " + std::to_string(now.st_mode) + " " + std::to_string(now.st_nlink) + " " +
+           std::to_string(now.st_mtim.tv_nsec) + " " + std::to_string(now.st_ctim.tv_nsec) + " " + read_file(log(name));
+  }
+
+  /* Runs the daemon with those arguments. Returns its exit status, and what it has said in $LAB/out and $LAB/err. */
+  static int run(const std::string& arguments) {
+    return WEXITSTATUS(system((TAVREND " " + arguments + " >$LAB/out 2>$LAB/err").c_str()));
+  }
+  static std::string said(const std::string& where) { return read_file(lab::value("LAB") + "/" + where); }
+};
+
+}  // namespace
+
+TEST_F(DaemonAsAGuest, ChangesNoLocalFile) {
+  append("messages", "one\ntwo");
+  append("messages.1", "before\n");
+  append("a.1", "closed\n");
+  std::vector<std::string> before;
+  for (const char* name : {"messages", "messages.1", "a.1"}) before.push_back(state_of(name));
+  start(following(log("messages")) + "[audit]\nfiles = " + log("a.*") + "\ninterval = 1\n");
+  ASSERT_EQ(set_config(), 0);
+  wait_until("both", [] { return archive_of("messages") == "one\n" && archive_of("audit") == "closed\n"; });
+  EXPECT_EQ(before, (std::vector<std::string>{state_of("messages"), state_of("messages.1"), state_of("a.1")}));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(logs), {}), 3);
+}
+
+TEST_F(DaemonAsAGuest, HasNoSecureShellClientOnceItIsDone) {
+  append("messages", "one\n");
+  start("[messages]\nfollow = " + log("messages") + "\ninterval = 1d\n");
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  wait_until("a line", [] { return archive_of("messages") == "one\n"; });
+  wait_until("no child", [this] {
+    const std::string all = "/proc/" + std::to_string(daemon) + "/task";
+    return std::all_of(std::filesystem::directory_iterator(all), {},
+                       [](const auto& task) { return read_file(task.path().string() + "/children").empty(); });
+  });
+}
+
+TEST_F(DaemonAsAGuest, ListensOnTheLoopbackAddressAlone) {
+  start(following(log("messages")));
+  lab::run("rpcinfo -p 127.0.0.1 | awk '$1 == 100171 {printf \":%04X\", $4}' >$LAB/port");
+  lab::run(
+      "cat /proc/net/tcp /proc/net/tcp6 | awk '$4 == \"0A\" {print $2}' | grep \"$(cat $LAB/port)$\" >$LAB/listening");
+  EXPECT_EQ(said("listening"), "0100007F" + said("port") + "\n");
+}
+
+TEST_F(DaemonAsAGuest, ArchivesTheLogsOfAnotherRoot) {
+  std::filesystem::create_directories(logs + "/root/var/log");
+  append("root/var/log/messages", "one\n");
+  append("root/var/log/a.1", "closed\n");
+  start(following("/var/log/messages") + "[audit]\nfiles = /var/log/a.*\ninterval = 1\n");
+  ASSERT_EQ(refusal_of([this](auto* h, char** m) {
+              return tavren_api_set_tunable(h, "log_dir_prefix", (logs + "/root").c_str(), m);
+            }),
+            "");
+  ASSERT_EQ(set_config(), 0);
+  wait_until("both", [] { return archive_of("messages") == "one\n" && archive_of("audit") == "closed\n"; });
+}
+
+TEST_F(DaemonAsAGuest, ExplainsItsOptions) {
+  EXPECT_EQ(run("--help"), 0);
+  EXPECT_EQ(said("out").substr(0, 15), "usage: tavrend ");
+  EXPECT_EQ(said("err"), "");
+  EXPECT_EQ(run("--version"), 0);
+  EXPECT_EQ(said("out").substr(0, 8), "tavrend ");
+  for (const char* wrong : {"--colour", "--config", "file"}) {
+    EXPECT_EQ(run(wrong), 2) << wrong;
+    EXPECT_NE(said("err").find("usage: tavrend "), std::string::npos) << wrong;
+  }
+}
+
+TEST_F(DaemonAsAGuest, SaysWhichConfigurationFileIsMissing) {
+  EXPECT_EQ(run("--config /no/such.conf --state " + state), 1);
+  EXPECT_NE(said("err").find("/no/such.conf"), std::string::npos) << said("err");
+}
