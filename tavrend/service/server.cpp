@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <vector>
 
 #include "service/procedures.h"
@@ -104,15 +105,24 @@ bool register_program() {
   return done;
 }
 
-/* Closes the connections that have been there longest, so that idle callers leave room for others. */
-void limit_connections() {
+bool is_in(const std::vector<int>& numbers, int number) {
+  return std::find(numbers.begin(), numbers.end(), number) != numbers.end();
+}
+
+/*
+ * Closes the connections that have been there longest, so that idle callers leave room for others. callers are those
+ * of the last time, in the order in which they came: a descriptor's number says nothing of that.
+ */
+void limit_connections(std::vector<int>& callers) {
   std::vector<int> open;
   for (int i = 0; i < svc_max_pollfd; ++i) {
     if (svc_pollfd[i].fd != -1 && svc_pollfd[i].fd != transport->xp_fd) open.push_back(svc_pollfd[i].fd);
   }
-  const auto is_older = [](int a, int b) { return a < b; };
-  std::sort(open.begin(), open.end(), is_older);
-  for (size_t i = 0; open.size() - i > most_connections; ++i) shutdown(open[i], SHUT_RDWR);
+  callers.erase(std::remove_if(callers.begin(), callers.end(), [&open](int fd) { return !is_in(open, fd); }),
+                callers.end());
+  std::copy_if(open.begin(), open.end(), std::back_inserter(callers),
+               [&callers](int fd) { return !is_in(callers, fd); });
+  for (size_t i = 0; callers.size() - i > most_connections; ++i) shutdown(callers[i], SHUT_RDWR);
 }
 
 }  // namespace
@@ -153,6 +163,7 @@ int Server::milliseconds_to_next_look() const {
 }
 
 void Server::serve(int signal_fd, const std::function<bool(int)>& handle) {
+  std::vector<int> callers;
   for (;;) {
     std::vector<pollfd> entries(svc_pollfd, svc_pollfd + svc_max_pollfd);
     entries.push_back({signal_fd, POLLIN, 0});
@@ -166,6 +177,6 @@ void Server::serve(int signal_fd, const std::function<bool(int)>& handle) {
       if (read(signal_fd, &info, sizeof info) == sizeof info && !handle(static_cast<int>(info.ssi_signo))) return;
     }
     if (ready > 0) svc_getreq_poll(entries.data(), static_cast<int>(entries.size()) - 1);
-    limit_connections();
+    limit_connections(callers);
   }
 }

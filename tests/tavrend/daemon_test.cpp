@@ -209,6 +209,32 @@ TEST_F(Daemon, AnswersBesideCallersThatSendHalfARequestOrNothing) {
   lab::run("pkill socat || true");
 }
 
+TEST_F(Daemon, KeepsACallerAmongManyIdleOnesThatCameBeforeOrComeLater) {
+  start(following("messages"));
+  lab::run("rpcinfo -p 127.0.0.1 | awk '$1 == 100171 {print $4}' >$LAB/port");
+  const auto port = static_cast<uint16_t>(std::stoi(read_file(lab::value("LAB") + "/port")));
+  std::vector<int> idle;
+  const auto add_idle = [&](int count) {
+    const sockaddr_in address = {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+    for (int i = 0; i < count; ++i) {
+      idle.push_back(socket(AF_INET, SOCK_STREAM, 0));
+      ASSERT_EQ(connect(idle.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    }
+  };
+  tavren_state_t now{};
+  for (int i = 0; i < 5; ++i) {
+    add_idle(40);
+    tavren_api_handle_t handle;
+    ASSERT_EQ(tavren_api_open(&handle), 0);
+    EXPECT_EQ(tavren_api_get_state(&handle, &now), 0) << i;
+    add_idle(40);
+    EXPECT_EQ(tavren_get_state(&now), 0) << i;
+    EXPECT_EQ(tavren_api_get_state(&handle, &now), 0) << i;
+    tavren_api_close(&handle);
+  }
+  for (const int fd : idle) close(fd);
+}
+
 TEST_F(Daemon, RemovesTheOldestItemForRoomAndNoMore) {
   start("[audit]\nfiles = " + log("a.*") + "\ncompartment = audit\ninterval = 1\n[other]\nfiles = " + log("b.*") +
         "\ninterval = 1\n");
