@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "TavrenHost.h"
 #include "core/assertion.h"
 #include "core/messages.h"
@@ -31,7 +33,7 @@ void TavrenHost::initialize_cmd_map() {
   /* All of them or none: a table that has any is not filled again. */
   std::map<std::string, std::string> filled = cmd_map;
   for (const Command& command : default_commands) filled[command.name] = command.text;
-  cmd_map.swap(filled);
+  cmd_map = std::move(filled);
 }
 
 void TavrenHost::reset_cmd_map() {
