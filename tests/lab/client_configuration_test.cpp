@@ -95,7 +95,6 @@ constexpr Named<Row> rows[] = {
     {"ASubsystem",
      {"SessionType subsystem", How::with_key, STARTING ENDED PROMPT SHOWN("subsystem request failed on channel 0")}},
     {"NoInput", {"StdinNull yes", How::with_key, "13\n" ENDED PROMPT SHOWN("SHELL STARTED.")}},
-    {"TheBackground", {"ForkAfterAuthentication yes", How::with_key, STARTING ENDED PROMPT}},
     {"SilenceAboutAWrongPassword", {"LogLevel QUIET", How::wrong_password, shell_timeout}},
     {"SilenceAboutAWrongKey", {"LogLevel QUIET", How::wrong_key, STARTING ENDED}},
     {"TheFatalAboutAWrongPassword", {"LogLevel FATAL", How::wrong_password, shell_timeout}},
