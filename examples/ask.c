@@ -74,17 +74,17 @@ static bool read_password_from(int fd, char* password) {
   return true;
 }
 
-/* Reads "type key comment" and cuts the comment off. */
+/* Reads "type key comment" and cuts the comment off. Returns false after a message. */
 static bool read_host_key(const char* path, char* key) {
-  if (tavren_read_line_from_file(path, key, KNOWN_KEY_SIZE) != 0) {
-    return false;
+  char* encoded = tavren_read_line_from_file(path, key, KNOWN_KEY_SIZE) == 0 ? strchr(key, ' ') : NULL;
+  if (encoded != NULL) {
+    encoded[1 + strcspn(encoded + 1, " \t")] = '\0';
   }
-  char* encoded = strchr(key, ' ');
-  if (encoded == NULL) {
-    return false;
+  if (encoded != NULL && encoded[1] != '\0') {
+    return true;
   }
-  encoded[1 + strcspn(encoded + 1, " \t")] = '\0';
-  return encoded[1] != '\0';
+  fprintf(stderr, "%s: %s: cannot read a host key\n", tavren_get_program_name(), path);
+  return false;
 }
 
 /* Returns whether the key that the host shows is confirmed. */
@@ -117,9 +117,6 @@ bool choose_host_key(const char* known_key_file, bool confirm, const char* host,
                      char* fingerprint) {
   char reason[TAVREN_MESSAGE_SIZE];
   if (known_key_file == NULL ? !fetch_key(host, key) : !read_host_key(known_key_file, key)) {
-    if (known_key_file != NULL) {
-      fprintf(stderr, "%s: %s: cannot read a host key\n", tavren_get_program_name(), known_key_file);
-    }
     return false;
   }
   if (tavren_host_key_fingerprint(key, fingerprint, reason) != 0) {

@@ -8,8 +8,6 @@
 
 #include "ask.h"
 
-enum { EXIT_DONE = 0, EXIT_FAILED = 1, EXIT_NO_DAEMON_OR_USAGE = 2 };
-
 static const char usage[] =
     "Usage: tavren_ctl setup [options] user@host:directory\n"
     "Has the daemon archive in the directory on the archive host.\n"
@@ -160,7 +158,7 @@ int set_up(tavren_api_handle_t* daemon, char** arguments) {
   if (tavren_api_get_config(daemon, &present) != 0) {
     return daemon_failed(daemon);
   }
-  int status = EXIT_FAILED;
+  int status = EXIT_REFUSED;
   if (tavren_setup_tmp_dir("tavren_ctl", message) != 0) {
     fprintf(stderr, "tavren_ctl: %s\n", message);
   } else {

@@ -11,8 +11,6 @@
 
 #include "set_up.h"
 
-enum { EXIT_DONE = 0, EXIT_REFUSED = 1, EXIT_NO_DAEMON_OR_USAGE = 2 }; /* the last also when nobody takes the output */
-
 static const char usage[] =
     "Usage: tavren_ctl COMMAND [ARGUMENT...]\n"
     "  setup TARGET                 have the daemon archive there, step by step\n"

@@ -94,8 +94,10 @@ void write_report(const char* text) {
   fflush(stderr);
   for (size_t rest = strlen(text); rest > 0;) {
     const ssize_t n = write(STDERR_FILENO, text, rest);
-    if (n == -1 && errno != EINTR) break;
-    if (n > 0) text += n, rest -= static_cast<size_t>(n);
+    if (n == -1 && errno == EINTR) continue;
+    if (n <= 0) break; /* nobody is left to tell */
+    text += n;
+    rest -= static_cast<size_t>(n);
   }
   guard.discard();
 }

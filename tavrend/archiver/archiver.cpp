@@ -70,14 +70,16 @@ int64_t size_of(const OpenFile& file) {
   return fstat(file.descriptor(), &status) == 0 ? status.st_size : 0;
 }
 
+/* Returns where to go on in a closed file of which some parts are archived, 0 in others. */
+int64_t begun_at(const std::optional<Progress>& begun, const LogFile& file) {
+  if (!begun || begun->finished || !is_archived({begun->identity, begun->seen, begun->mtime_ns}, file)) return 0;
+  return begun->offset;
+}
+
 }  // namespace
 
 Archiver::Archiver(Desk& where, const std::string& temporary)
     : desk(where), directory(temporary), random(static_cast<unsigned>(now_ms())) {}
-
-void Archiver::check_cancelled() {
-  if (desk.is_cancelled()) throw Cancelled();
-}
 
 void Archiver::run() {
   for (;;) {
@@ -123,6 +125,7 @@ Session& Archiver::session(const Work& work) {
 }
 
 void Archiver::archive(const Work& work) {
+  prefix = log_dir_prefix();
   for (const Section& section : work.sections) keep_first_look(section);
   /* Otherwise a session is opened when there is something for it. */
   if (work.claim) session(work);
@@ -135,7 +138,7 @@ void Archiver::keep_first_look(const Section& section) {
   if (section.follow.empty()) return;
   if (desk.with_store([&](Store& store) { return store.progress(section.name); })) return;
   try {
-    if (const auto around = look_around(log_dir_prefix(), section.follow)) begin_look(section, *around);
+    if (const auto around = look_around(prefix, section.follow)) begin_look(section, *around);
   } catch (const UnreadableFile&) {
     /* Which is reported where it is to be archived. */
   }
@@ -189,7 +192,6 @@ bool Archiver::resume(const Work& work, const Section& section) {
 
 /* Returns the files that section speaks of, whatever is planned with them. */
 std::vector<LogFile> Archiver::files_of(const Section& section) {
-  const std::string prefix = log_dir_prefix();
   if (section.follow.empty()) return find_matching(prefix, section.files).files;
   std::vector<LogFile> files = find_beside(prefix, section.follow).files;
   if (const auto present = look_at(prefix, section.follow)) files.push_back(*present);
@@ -203,9 +205,9 @@ std::optional<OpenFile> Archiver::find_again(const Section& section, const Inten
     if (intent.follows) return is_same_file(identity, file) && file.size >= intent.first + intent.length;
     return is_archived({identity, intent.file.size, intent.file.mtime_ns}, file);
   };
-  const auto open_it = [&is_it](const std::string& path) -> std::optional<OpenFile> {
+  const auto open_it = [&](const std::string& path) -> std::optional<OpenFile> {
     try {
-      OpenFile file(log_dir_prefix(), path);
+      OpenFile file(prefix, path);
       if (file.is_open() && is_it(describe(file, path))) return file;
     } catch (const UnreadableFile&) {
       /* Whatever stands there now, it is not the file. */
@@ -227,32 +229,26 @@ void Archiver::report_if_gone(const Section& section, const LogFile& file) {
   if (std::none_of(files.begin(), files.end(), is_it)) desk.report(error_of(UnreadableFile(file.path, ENOENT, false)));
 }
 
-/* Returns where to go on in a closed file of which some parts are archived, 0 in others. */
-int64_t Archiver::begun_at(const Section& section, const LogFile& file) {
-  const auto begun = desk.with_store([&](Store& store) { return store.progress(section.name); });
-  if (!begun || begun->finished || !is_archived({begun->identity, begun->seen, begun->mtime_ns}, file)) return 0;
-  return begun->offset;
-}
-
 void Archiver::archive_closed_files(const Work& work, const Section& section) {
-  const Found found = find_matching(log_dir_prefix(), section.files);
+  const Found found = find_matching(prefix, section.files);
   for (const UnreadableFile& file : found.unreadable) desk.report(error_of(file));
   const auto archived = desk.with_store([&](Store& store) {
     if (found.unreadable.empty()) store.forget_missing_files(section.name, found.files, now_ms());
     return store.archived_files(section.name);
   });
+  const auto progress = [&] { return desk.with_store([&](Store& store) { return store.progress(section.name); }); };
   auto files = files_to_archive(found.files, archived);
   /* What was begun is ended first: of one file only it is remembered how far it is archived. */
-  std::stable_partition(files.begin(), files.end(), [&](const LogFile& file) { return begun_at(section, file) != 0; });
+  const auto begun = progress();
+  std::stable_partition(files.begin(), files.end(), [&begun](const LogFile& f) { return begun_at(begun, f) != 0; });
   int32_t waiting = static_cast<int32_t>(files.size());
   for (const LogFile& file : files) {
     desk.set_waiting(section.compartment, waiting--);
-    Intent intent{section.name, "", file, false, false, 0, file.size};
-    intent.first = begun_at(section, file);
-    intent.length = file.size - intent.first;
+    const int64_t first = begun_at(begun, file);
+    const Intent intent{section.name, "", file, false, false, first, file.size - first};
     try {
       if (const auto open = find_again(section, intent)) {
-        if (!archive_range(work, section, *open, intent) && begun_at(section, file) != 0) break;
+        if (!archive_range(work, section, *open, intent) && begun_at(progress(), file) != 0) break;
       } else {
         report_if_gone(section, file);
       }
@@ -264,7 +260,6 @@ void Archiver::archive_closed_files(const Work& work, const Section& section) {
 }
 
 void Archiver::archive_growing_file(const Work& work, const Section& section) {
-  const std::string prefix = log_dir_prefix();
   const auto around = look_around(prefix, section.follow);
   if (!around) return; /* rotated without end; the next run looks again */
   for (const UnreadableFile& file : around->beside.unreadable) desk.report(error_of(file));
@@ -310,7 +305,7 @@ void Archiver::give_up_lost(const Section& section, const Progress& progress, co
 }
 
 bool Archiver::archive_stretch(const Work& work, const Section& section, const Stretch& stretch) {
-  const OpenFile file(log_dir_prefix(), stretch.file.path);
+  const OpenFile file(prefix, stretch.file.path);
   if (!file.is_open() || !is_same_file(identity_of(stretch.file), describe(file, stretch.file.path))) return false;
   int64_t first = stretch.first;
   const auto newline = [&](int64_t from, int64_t end) { return last_newline(file, stretch.file.path, from, end); };
@@ -406,7 +401,7 @@ void Archiver::send_item(const Work& work, const Section& section, const OpenFil
   };
   if (compressed) {
     const OpenFile payload =
-        compress(file, intent.file.path, intent.first, intent.length, directory, [this] { check_cancelled(); });
+        compress(file, intent.file.path, intent.first, intent.length, directory, [this] { desk.check_cancelled(); });
     send(payload, 0, size_of(payload));
   } else {
     send(file, intent.first, intent.length);

@@ -28,13 +28,12 @@ class Archiver {
   void keep_first_look(const Section& section);
   void measure(const Work& work);
   void archive_section(const Work& work, const Section& section);
-  int64_t begun_at(const Section& section, const LogFile& file);
   void archive_closed_files(const Work& work, const Section& section);
   void archive_growing_file(const Work& work, const Section& section);
   bool archive_stretch(const Work& work, const Section& section, const Stretch& stretch);
   bool resume(const Work& work, const Section& section);
-  static std::vector<LogFile> files_of(const Section& section);
-  static std::optional<OpenFile> find_again(const Section& section, const Intent& intent);
+  std::vector<LogFile> files_of(const Section& section);
+  std::optional<OpenFile> find_again(const Section& section, const Intent& intent);
   void report_if_gone(const Section& section, const LogFile& file);
   bool archive_range(const Work& work, const Section& section, const OpenFile& file, Intent intent);
   bool try_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent, bool is_new);
@@ -43,10 +42,10 @@ class Archiver {
   Progress begin_look(const Section& section, const Surroundings& around);
   void give_up_lost(const Section& section, const Progress& progress, const Stretch& stretch);
   Session& session(const Work& work);
-  void check_cancelled();
 
   Desk& desk;
   const std::string directory;
+  std::string prefix; /* before every local path, while the present work lasts */
   std::unique_ptr<Session> open_session;
   std::minstd_rand random;
 };

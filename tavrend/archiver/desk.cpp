@@ -281,6 +281,10 @@ bool Desk::is_cancelled() {
   return cancelled || stopping;
 }
 
+void Desk::check_cancelled() {
+  if (is_cancelled()) throw Cancelled();
+}
+
 void Desk::report(const TavrenError& error) {
   std::ostringstream serialised;
   error.serialize(serialised);

@@ -33,6 +33,9 @@ struct Work {
   int64_t begun_ms = 0; /* of the monotonic clock */
 };
 
+/* The work was ended by the serving thread. */
+struct Cancelled {};
+
 /* What a compartment of the archive shows of itself. */
 struct CompartmentStatus {
   int32_t used_mb = -2; /* -1: not monitored, -2: not measured yet, -3: failed */
@@ -91,6 +94,8 @@ class Desk {
 
   /* Whether set_config, set_sections or stop wait for the end of the work that was handed out last. */
   bool is_cancelled();
+  /* Throws Cancelled if so. */
+  void check_cancelled();
 
   void report(const TavrenError& error);
   void set_connection(tavren_connection_status_t status, int64_t when);

@@ -52,21 +52,17 @@ Session::~Session() {
   if (when != 0) desk.set_connection(status, when);
 }
 
-void Session::check_cancelled() {
-  if (desk.is_cancelled()) throw Cancelled();
-}
-
 /* Runs action; what goes wrong because the session was ended meanwhile is no failure. */
 template <class Step>
 auto Session::step(Step action) {
-  check_cancelled();
+  desk.check_cancelled();
   try {
     return action();
   } catch (const TavrenError&) {
-    check_cancelled();
+    desk.check_cancelled();
     throw;
   } catch (const TavrenTimeout&) {
-    check_cancelled();
+    desk.check_cancelled();
     throw;
   } catch (const TavrenOperationCancelled&) {
     throw Cancelled();

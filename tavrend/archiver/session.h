@@ -18,9 +18,6 @@ struct NoRoom : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/* The session was ended by the serving thread. */
-struct Cancelled {};
-
 /*
  * One session with the archive host, from its opening to its end. Its functions throw TavrenError, TavrenTimeout and,
  * once the desk has cancelled the session, Cancelled.
@@ -57,7 +54,6 @@ class Session {
  private:
   template <class Step>
   auto step(Step action);
-  void check_cancelled();
   std::string oldest_item(int compartment, const std::string& but);
 
   Desk& desk;

@@ -5,6 +5,7 @@
 #include <stdint.h>
 
 #include <string>
+#include <utility>
 
 /* How many bytes at a file's beginning tell it from others. */
 constexpr size_t head_size = 1024;
@@ -31,6 +32,11 @@ struct Identity {
 };
 
 bool operator==(const Identity& a, const Identity& b);
+
+/* Where a file is, by which many of them are looked up: of those that are the same here, is_same_file decides. */
+using Inode = std::pair<uint64_t, uint64_t>;
+inline Inode inode_of(const Identity& known) { return {known.device, known.inode}; }
+inline Inode inode_of(const LogFile& file) { return {file.device, file.inode}; }
 
 Identity identity_of(const LogFile& file);
 

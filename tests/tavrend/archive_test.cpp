@@ -6,11 +6,6 @@ namespace {
 class Archive : public TavrendTest {
  protected:
   static bool has_error(const std::string& text) { return errors().find(text) != std::string::npos; }
-
-  void try_again_each_second() {
-    ASSERT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_tunable(h, "failure_retry_interval", "1", m); }),
-              "");
-  }
 };
 
 }  // namespace
@@ -21,8 +16,8 @@ TEST_F(Archive, WhoseDirectoryIsGoneGetsNothingElsewhere) {
   const std::filesystem::path home = std::filesystem::path(archive).parent_path();
   append("one", "first\n");
   append("two", "first\n");
-  start("[one]\nfollow = " + log("one") + "\ninterval = 1\n[two]\nfollow = " + log("two") + "\ninterval = 1\n");
-  try_again_each_second();
+  start(following("one") + following("two"));
+  set_tunable("failure_retry_interval", "1");
   ASSERT_EQ(set_config(), 0);
   wait_until("the first lines", [] { return archive_of("one") == "first\n" && archive_of("two") == "first\n"; });
   /* Both are due in the next session. */
@@ -52,7 +47,7 @@ TEST_F(Archive, LosesNothingToAnItemThatAllButFillsItsLimit) {
 }
 
 TEST_F(Archive, HasASectionWhoseNameBeginsLikeAnOption) {
-  start("[-x]\nfiles = " + log("a.*") + "\ninterval = 1\n");
+  start(closed("a.*", "-x"));
   ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 1), 0);
   for (const char* name : {"a.1", "a.2", "a.3"}) {
     append(name, std::string(400000, name[2]));
@@ -64,7 +59,7 @@ TEST_F(Archive, HasASectionWhoseNameBeginsLikeAnOption) {
 
 TEST_F(Archive, HasAnItemThatIsTakenUpAgainInTheFormOfItsName) {
   lab::run("head -c 60000000 /dev/urandom >" + log("a.1"));
-  const std::string section = "[audit]\nfiles = " + log("a.*") + "\ninterval = 1\n";
+  const std::string section = closed("a.*", "audit");
   start(section);
   ASSERT_EQ(set_config(), 0);
   wait_until("the beginning of an item", [] { return items("audit").size() == 1; });

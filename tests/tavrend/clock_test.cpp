@@ -24,8 +24,12 @@ class DaemonsClock : public TavrendTest {
     unsetenv("LD_PRELOAD");
   }
 
-  std::string following(const std::string& name) const {
-    return "[" + name + "]\nfollow = " + log(name) + "\ninterval = 1\n";
+  /* There was a rotated log before. */
+  void stop_after_a_first_line() {
+    append("messages.7", "long ago\n");
+    lab::run("touch -d '10 hours ago' " + log("messages.7"));
+    archive_a_first_line();
+    stop();
   }
 
   const std::string offset = lab::value("LAB") + "/clock";
@@ -66,13 +70,7 @@ TEST_F(DaemonsClock, SetBackOverARestartRepeatsNoName) {
 
 /* Logs have the times of a clock that was set back, and those that were there at first stay unsent. */
 TEST_F(DaemonsClock, SetBackLosesNoLogThatIsRotatedAfterIt) {
-  append("messages.7", "long ago\n");
-  lab::run("touch -d '10 hours ago' " + log("messages.7"));
-  append("messages", "one\n");
-  start(following("messages"));
-  ASSERT_EQ(set_config(), 0);
-  expect_archived("messages", "one\n");
-  stop();
+  stop_after_a_first_line();
   append("messages", "two\n");
   lab::run("cd " + logs + " && mv messages messages.2 && touch -d '5 hours ago' messages.2");
   append("messages.1", "three\n");
@@ -84,13 +82,7 @@ TEST_F(DaemonsClock, SetBackLosesNoLogThatIsRotatedAfterIt) {
 }
 
 TEST_F(DaemonsClock, SetBackLosesNoLogThatIsOnlyWrittenAfterIt) {
-  append("messages.7", "long ago\n");
-  lab::run("touch -d '10 hours ago' " + log("messages.7"));
-  append("messages", "one\n");
-  start(following("messages"));
-  ASSERT_EQ(set_config(), 0);
-  expect_archived("messages", "one\n");
-  stop();
+  stop_after_a_first_line();
   lab::run("cd " + logs + " && mv messages messages.2");
   append("messages.1", "two\n");
   append("messages", "three\n");

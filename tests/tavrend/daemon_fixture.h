@@ -194,6 +194,28 @@ class TavrendTest : public testing::Test {
 
   std::string log(const std::string& name) const { return logs + "/" + name; }
 
+  /* A section that follows the log of its name, and one of closed files, which look for something new each second. */
+  std::string following(const std::string& name) const {
+    return "[" + name + "]\nfollow = " + log(name) + "\ninterval = 1\n";
+  }
+  std::string closed(const std::string& pattern, const std::string& section = "closed") const {
+    return "[" + section + "]\nfiles = " + log(pattern) + "\ninterval = 1\n";
+  }
+
+  /* Starts the daemon with a log called messages, of which one line is archived then. */
+  void archive_a_first_line() {
+    append("messages", "one\n");
+    start(following("messages"));
+    ASSERT_EQ(set_config(), 0);
+    expect_archived("messages", "one\n");
+  }
+
+  /* Returns where the daemon listens, which is in $LAB/port then, too. */
+  static uint16_t port() {
+    lab::run("rpcinfo -p 127.0.0.1 | awk '$1 == 100171 {print $4}' >$LAB/port");
+    return static_cast<uint16_t>(std::stoi(read_file(lab::value("LAB") + "/port")));
+  }
+
   void append(const std::string& name, const std::string& text) const {
     FILE* file = fopen(log(name).c_str(), "ae");
     if (file == nullptr || fputs(text.c_str(), file) == EOF || fclose(file) != 0)

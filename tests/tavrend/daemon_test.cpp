@@ -7,12 +7,7 @@
 
 namespace {
 
-class Daemon : public TavrendTest {
- protected:
-  std::string following(const std::string& name) const {
-    return "[messages]\nfollow = " + log(name) + "\ninterval = 1\n";
-  }
-};
+class Daemon : public TavrendTest {};
 
 }  // namespace
 
@@ -57,10 +52,7 @@ TEST_F(Daemon, CompressesWhatItIsToldTo) {
 }
 
 TEST_F(Daemon, SaysWhichBytesWereLost) {
-  append("messages", "one\n");
-  start(following("messages"));
-  ASSERT_EQ(set_config(), 0);
-  wait_until("a line", [] { return archive_of("messages") == "one\n"; });
+  archive_a_first_line();
   ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
   append("messages", "two\n");
   lab::run("rm " + log("messages"));
@@ -166,8 +158,7 @@ TEST_F(Daemon, ServesStrangersWhatNeitherChangesNorShowsAnything) {
 /* For a caller that has hung up the kernel names root. */
 TEST_F(Daemon, TakesNoStrangerWhoHangsUpForRoot) {
   start(following("messages"));
-  lab::run("rpcinfo -p 127.0.0.1 | awk '$1 == 100171 {print $4}' >$LAB/port");
-  const auto port = static_cast<uint16_t>(std::stoi(read_file(lab::value("LAB") + "/port")));
+  const uint16_t port_of_daemon = port();
   const pid_t stranger = fork();
   if (stranger == 0) {
     if (setgid(4711) != 0 || setuid(4711) != 0) _exit(100);
@@ -177,7 +168,7 @@ TEST_F(Daemon, TakesNoStrangerWhoHangsUpForRoot) {
       uint32_t request[12];
       std::transform(std::begin(words), std::end(words), request, [](uint32_t word) { return htonl(word); });
       const int fd = socket(AF_INET, SOCK_STREAM, 0);
-      const sockaddr_in address = {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+      const sockaddr_in address = {AF_INET, htons(port_of_daemon), {htonl(INADDR_LOOPBACK)}, {}};
       if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) _exit(101);
       if (write(fd, request, sizeof request) != sizeof request) _exit(102);
       close(fd);
@@ -197,8 +188,7 @@ TEST_F(Daemon, TakesNoStrangerWhoHangsUpForRoot) {
 
 TEST_F(Daemon, AnswersBesideCallersThatSendHalfARequestOrNothing) {
   start(following("messages"));
-  lab::run("rpcinfo -p 127.0.0.1 | awk '$1 == 100171 {print $4}' >$LAB/port");
-  const std::string port = read_file(lab::value("LAB") + "/port");
+  port();
   lab::run(
       "for i in $(seq 20); do (printf '\\200\\0\\0' | socat -u - TCP:127.0.0.1:$(cat $LAB/port),ignoreeof & "
       "socat -u TCP:127.0.0.1:$(cat $LAB/port) /dev/null &); done >/dev/null 2>&1; sleep 0.3");
@@ -211,11 +201,10 @@ TEST_F(Daemon, AnswersBesideCallersThatSendHalfARequestOrNothing) {
 
 TEST_F(Daemon, KeepsACallerAmongManyIdleOnesThatCameBeforeOrComeLater) {
   start(following("messages"));
-  lab::run("rpcinfo -p 127.0.0.1 | awk '$1 == 100171 {print $4}' >$LAB/port");
-  const auto port = static_cast<uint16_t>(std::stoi(read_file(lab::value("LAB") + "/port")));
+  const uint16_t port_of_daemon = port();
   std::vector<int> idle;
   const auto add_idle = [&](int count) {
-    const sockaddr_in address = {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+    const sockaddr_in address = {AF_INET, htons(port_of_daemon), {htonl(INADDR_LOOPBACK)}, {}};
     for (int i = 0; i < count; ++i) {
       idle.push_back(socket(AF_INET, SOCK_STREAM, 0));
       ASSERT_EQ(connect(idle.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
@@ -340,8 +329,7 @@ TEST_F(Daemon, DoesNotStartWithABadConfiguration) {
 TEST_F(Daemon, TakesUpWhatItMissedWhileTheHostWasAway) {
   append("messages", "one\n");
   start(following("messages"));
-  ASSERT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_tunable(h, "failure_retry_interval", "1", m); }),
-            "");
+  set_tunable("failure_retry_interval", "1");
   ASSERT_EQ(set_config(), 0);
   wait_until("a line", [] { return archive_of("messages") == "one\n"; });
   lab::stop_sshd();
@@ -358,8 +346,7 @@ TEST_F(Daemon, OutlivesAStateThatCannotBeWritten) {
   lab::change_machine("mount -t tmpfs -o size=300k tmpfs $LAB/state");
   append("closed.first", "x\n");
   start("[closed]\nfiles = " + log("closed.*") + "\ninterval = 1\n");
-  ASSERT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_tunable(h, "failure_retry_interval", "1", m); }),
-            "");
+  set_tunable("failure_retry_interval", "1");
   ASSERT_EQ(set_config(), 0);
   wait_until("a file", [] { return archive_of("closed") == "x\n"; });
   lab::run("cat /dev/zero >$LAB/state/filler 2>/dev/null || true");

@@ -25,9 +25,7 @@ constexpr Named<Way> ways[] = {
 class DaemonThatIsKilled : public TavrendTest, public testing::WithParamInterface<Named<Way>> {
  protected:
   std::string configuration() const {
-    std::string text = "[messages]\nfollow = " + log("messages") + "\ninterval = 1\n";
-    if (GetParam().value.closed_files) text += "[closed]\nfiles = " + log("messages.[0-9]*") + "\ninterval = 1\n";
-    return text;
+    return following("messages") + (GetParam().value.closed_files ? closed("messages.[0-9]*") : "");
   }
 
   /*

@@ -9,14 +9,6 @@ namespace {
 
 class DaemonsLog : public TavrendTest {
  protected:
-  std::string following(const std::string& name) const {
-    return "[messages]\nfollow = " + log(name) + "\ninterval = 1\n";
-  }
-
-  std::string closed(const std::string& pattern) const {
-    return "[closed]\nfiles = " + log(pattern) + "\ninterval = 1\n";
-  }
-
   /* Runs commands in the directory of the logs while the daemon does not look. */
   void behind_its_back(const std::string& commands) {
     ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
@@ -40,10 +32,7 @@ size_t count(const std::string& text, const std::string& part) {
 /* Written anew in its place, which looks like a new log on a reused inode, and no file system has to reuse one for it.
  */
 TEST_F(DaemonsLog, OnAReusedInodeThatIsLongerIsSentFromItsBeginning) {
-  append("messages", "one\n");
-  start(following("messages"));
-  ASSERT_EQ(set_config(), 0);
-  expect_archived("messages", "one\n");
+  archive_a_first_line();
   behind_its_back("printf 'two\\nthree\\n' >messages");
   expect_archived("messages", "one\ntwo\nthree\n");
   EXPECT_EQ(count(errors(), "messages (bytes 4 to 4), ecode=61"), 1U) << errors();
@@ -77,10 +66,7 @@ TEST_F(DaemonsLog, ThatBeginsLikeTheOneBeforeIsAnother) {
 TEST_F(DaemonsLog, RotatedSeveralTimesWhileTheDaemonWasDownIsFoundBeside) {
   append("messages.1", "long ago\n");
   lab::run("touch -d 2026-01-01 " + log("messages.1"));
-  append("messages", "one\n");
-  start(following("messages"));
-  ASSERT_EQ(set_config(), 0);
-  expect_archived("messages", "one\n");
+  archive_a_first_line();
   stop();
   append("messages", "two\n");
   lab::run("cd " + logs + " && mv messages.1 messages.3 && mv messages messages.2");
@@ -92,10 +78,7 @@ TEST_F(DaemonsLog, RotatedSeveralTimesWhileTheDaemonWasDownIsFoundBeside) {
 }
 
 TEST_F(DaemonsLog, CopiedAndTruncatedWhileTheDaemonWasDownIsFoundBeside) {
-  append("messages", "one\n");
-  start(following("messages"));
-  ASSERT_EQ(set_config(), 0);
-  expect_archived("messages", "one\n");
+  archive_a_first_line();
   stop();
   append("messages", "two\n");
   lab::run("cd " + logs + " && cp messages messages.1 && printf 'three\\nand more\\n' >messages");
@@ -107,7 +90,7 @@ TEST_F(DaemonsLog, CopiedAndTruncatedWhileTheDaemonWasDownIsFoundBeside) {
 TEST_F(DaemonsLog, ThatComesAndIsRotatedBetweenTwoLooksIsSentWhole) {
   append("messages.1", "long ago\n");
   append("other", "1\n");
-  start(following("messages") + "[other]\nfollow = " + log("other") + "\ninterval = 1\n");
+  start(following("messages") + following("other"));
   ASSERT_EQ(set_config(), 0);
   expect_archived("other", "1\n");
   append("other", "2\n");
@@ -119,10 +102,7 @@ TEST_F(DaemonsLog, ThatComesAndIsRotatedBetweenTwoLooksIsSentWhole) {
 
 /* A service learns of a rotation some time after it. */
 TEST_F(DaemonsLog, ThatIsWrittenUnderItsNewNameForAWhileIsSentWhole) {
-  append("messages", "one\n");
-  start(following("messages"));
-  ASSERT_EQ(set_config(), 0);
-  expect_archived("messages", "one\n");
+  archive_a_first_line();
   lab::run("mv " + log("messages") + " " + log("messages.1"));
   append("messages.1", "two\n");
   expect_archived("messages", "one\ntwo\n");
@@ -136,10 +116,7 @@ TEST_F(DaemonsLog, ThatIsWrittenUnderItsNewNameForAWhileIsSentWhole) {
 }
 
 TEST_F(DaemonsLog, OnlyCompressedBesideIsReportedOnce) {
-  append("messages", "one\n");
-  start(following("messages"));
-  ASSERT_EQ(set_config(), 0);
-  expect_archived("messages", "one\n");
+  archive_a_first_line();
   /* Rotated twice, and the second one is compressed; nothing new is there for some runs. */
   behind_its_back("mv messages messages.2 && echo two >messages.1 && gzip messages.1");
   append("messages", "four\n");
@@ -152,7 +129,7 @@ TEST_F(DaemonsLog, OnlyCompressedBesideIsReportedOnce) {
 TEST_F(DaemonsLog, OnlyCompressedBesideIsReportedOnceAlsoWithoutANewOne) {
   append("messages", "one\n");
   append("clock", "");
-  start(following("messages") + "[clock]\nfollow = " + log("clock") + "\ninterval = 1\n");
+  start(following("messages") + following("clock"));
   ASSERT_EQ(set_config(), 0);
   expect_archived("messages", "one\n");
   behind_its_back("mv messages messages.2 && echo two >messages.1 && gzip messages.1");
@@ -182,7 +159,7 @@ TEST_F(DaemonsLog, IsNoLinkDirectoryPipeOrDevice) {
 TEST_F(DaemonsLog, IsArchivedOnceItTakesThePlaceOfSomethingElse) {
   lab::run("mkfifo " + log("messages"));
   append("other", "one\n");
-  start(following("messages") + "[other]\nfollow = " + log("other") + "\ninterval = 1\n");
+  start(following("messages") + following("other"));
   ASSERT_EQ(set_config(), 0);
   expect_archived("other", "one\n");
   lab::run("rm " + log("messages"));

@@ -8,10 +8,6 @@ namespace {
 
 class DaemonInAnOutage : public TavrendTest {
  protected:
-  std::string following(const std::string& name) const {
-    return "[" + name + "]\nfollow = " + log(name) + "\ninterval = 1\n";
-  }
-
   static std::string system_log() { return read_file(lab::value("LAB_SYSLOG")); }
 
   /* Has an item of many megabytes stand half in the archive, with the daemon about to send the rest. */
@@ -23,6 +19,16 @@ class DaemonInAnOutage : public TavrendTest {
     slow_the_network();
     ASSERT_EQ(set_config(), 0);
     wait_until_half_is_sent("messages");
+  }
+
+  /* Has the first session fail, with one line to be archived. */
+  void fail_from_the_beginning() {
+    lab::stop_sshd();
+    append("messages", "one\n");
+    start(following("messages"));
+    set_tunable("failure_retry_interval", "1");
+    ASSERT_EQ(set_config(), 0);
+    wait_until("an error", [] { return !errors().empty(); });
   }
 
   const std::string lines = many_lines(20000000);
@@ -54,12 +60,7 @@ TEST_F(DaemonInAnOutage, OfTheServerSendsTheItemAgainUnderItsName) {
 
 /* Before the first item there is nothing archived by which a rotated log would be known. */
 TEST_F(DaemonInAnOutage, FromTheBeginningLosesNoRotatedLog) {
-  lab::stop_sshd();
-  append("messages", "one\n");
-  start(following("messages"));
-  set_tunable("failure_retry_interval", "1");
-  ASSERT_EQ(set_config(), 0);
-  wait_until("an error", [] { return !errors().empty(); });
+  fail_from_the_beginning();
   lab::run("cd " + logs + " && mv messages messages.2");
   append("messages.1", "two\n");
   append("messages", "three\n");
@@ -68,12 +69,7 @@ TEST_F(DaemonInAnOutage, FromTheBeginningLosesNoRotatedLog) {
 }
 
 TEST_F(DaemonInAnOutage, FromTheBeginningLosesNoCopiedLog) {
-  lab::stop_sshd();
-  append("messages", "one\n");
-  start(following("messages"));
-  set_tunable("failure_retry_interval", "1");
-  ASSERT_EQ(set_config(), 0);
-  wait_until("an error", [] { return !errors().empty(); });
+  fail_from_the_beginning();
   lab::run("cd " + logs + " && cp messages messages.1 && : >messages");
   append("messages", "two\n");
   lab::run("\"$LAB_RESTART_SSHD\"");
@@ -111,7 +107,7 @@ TEST_F(DaemonWithAFullArchive, ArchivesWhatHasRoomAndTheRestLater) {
   lab::run("touch -d 2026-01-01 " + log("a.1"));
   append("a.2", "small\n");
   append("messages", "one\n");
-  start("[closed]\nfiles = " + log("a.*") + "\ninterval = 1\n" + following("messages"));
+  start(closed("a.*") + following("messages"));
   ASSERT_EQ(set_config(), 0);
   expect_archived("messages", "one\n");
   wait_until("two errors", [] {

@@ -6,22 +6,14 @@
 
 namespace {
 
-class RotatedLogs : public TavrendTest {
- protected:
-  std::string following(const std::string& name) const {
-    return "[messages]\nfollow = " + log(name) + "\ninterval = 1\n";
-  }
-};
+class RotatedLogs : public TavrendTest {};
 
 }  // namespace
 
 TEST_F(RotatedLogs, ArePassedOverWhenTheyWereThereBeforeTheDaemon) {
   append("messages.1", "older\n");
   lab::run("touch -d 'next year' " + log("messages.1"));
-  append("messages", "one\n");
-  start(following("messages"));
-  ASSERT_EQ(set_config(), 0);
-  wait_until("a line", [] { return archive_of("messages") == "one\n"; });
+  archive_a_first_line();
   ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
   lab::run("cd " + logs + " && mv messages.1 messages.3 && mv messages messages.2");
   append("messages.2", "two\n");
@@ -34,10 +26,7 @@ TEST_F(RotatedLogs, ArePassedOverWhenTheyWereThereBeforeTheDaemon) {
 }
 
 TEST_F(RotatedLogs, ThatAreThereOnlyCompressedAreLostOnce) {
-  append("messages", "one\n");
-  start(following("messages"));
-  ASSERT_EQ(set_config(), 0);
-  wait_until("a line", [] { return archive_of("messages") == "one\n"; });
+  archive_a_first_line();
   ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
   lab::run("cd " + logs + " && mv messages messages.2 && echo two >messages.1 && gzip messages.1");
   append("messages", "three\n");
