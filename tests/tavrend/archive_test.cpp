@@ -65,7 +65,7 @@ TEST_F(Archive, HasAnItemThatIsTakenUpAgainInTheFormOfItsName) {
   wait_until("the beginning of an item", [] { return items("audit").size() == 1; });
   stop(SIGKILL);
   start(section + "compress = zstd\n");
-  wait_until("the item", [this] { return archive_of("audit") == read_file(log("a.1")); });
+  expect_archived("audit", read_file(log("a.1")));
   ASSERT_EQ(items("audit").size(), 1U);
   EXPECT_EQ(items("audit")[0].substr(23), ".a.1");
 }

@@ -164,8 +164,7 @@ class TavrendTest : public testing::Test {
   static std::string archive_of(const std::string& section) {
     std::string content;
     for (const std::string& name : items(section)) {
-      std::ifstream item(lab::archived(section + "/" + name), std::ios::binary);
-      content.append(std::istreambuf_iterator<char>(item), {});
+      content += content_of(std::ifstream(lab::archived(section + "/" + name), std::ios::binary));
     }
     return content;
   }
