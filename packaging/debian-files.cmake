@@ -22,6 +22,11 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     " -- ${CPACK_PACKAGE_CONTACT}  ${now}\n")
   compress(${documents}/changelog ${documents}/changelog.Debian)
 
+  # Configuration does not lie below the prefix.
+  if(EXISTS ${root}/usr/etc)
+    file(RENAME ${root}/usr/etc ${root}/etc)
+  endif()
+
   # What the packing tool does in its own way.
   if(EXISTS ${CMAKE_CURRENT_LIST_DIR}/${package}.lintian-overrides)
     file(MAKE_DIRECTORY ${root}/usr/share/lintian/overrides)

@@ -280,3 +280,24 @@ TEST_F(ConfigFile, ThatCannotBeReadSaysWhy) {
   write_file(path, "");
   EXPECT_EQ(reason_of(path + "/x"), path + "/x: Not a directory");
 }
+
+TEST_F(ConfigFile, ThatIsShippedFollowsTheLogsOfAUsualDebian) {
+  const auto sections = read_config(SHIPPED_CONFIG);
+  std::vector<std::string> followed;
+  for (const Section& section : sections) followed.push_back(section.follow);
+  const std::vector<std::string> usual = {"/var/log/syslog", "/var/log/auth.log", "/var/log/kern.log",
+                                          "/var/log/dpkg.log"};
+  EXPECT_EQ(followed, usual);
+}
+
+/* The examples in it, which one has only to uncomment. */
+TEST_F(ConfigFile, ThatIsShippedHasExamplesOfAServiceProcessor) {
+  const std::string shipped = read_file(SHIPPED_CONFIG);
+  std::istringstream examples(shipped.substr(shipped.find("; [")));
+  std::string uncommented;
+  for (std::string line; std::getline(examples, line);) uncommented += line.substr(line.size() < 2 ? 1 : 2) + "\n";
+  const auto sections = read(uncommented);
+  ASSERT_EQ(sections.size(), 2U);
+  EXPECT_EQ(sections[0].files, "/var/log/audit/audit.log.[0-9]*");
+  EXPECT_EQ(sections[1].follow, "/var/log/messages");
+}

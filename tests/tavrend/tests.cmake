@@ -9,6 +9,7 @@ tavrend_test(tavrend_sources_tests tavrend/sources_test.cpp tavrend/compression_
 tavrend_test(tavrend_renamed_files_tests tavrend/renamed_files_test.cpp TIMEOUT 300)
 tavrend_test(tavrend_desk_tests tavrend/desk_test.cpp)
 tavrend_test(tavrend_config_tests tavrend/config_test.cpp TOGETHER)
+target_compile_definitions(tavrend_config_tests PRIVATE SHIPPED_CONFIG="${PROJECT_SOURCE_DIR}/packaging/tavrend/tavrend.conf")
 tavrend_test(tavrend_store_tests tavrend/store_test.cpp tavrend/store_failures_test.cpp tavrend/archived_files_test.cpp)
 
 # The daemon itself, beside an archive host of its own, where neither a sanitizer nor an emulator makes it slow.
