@@ -22,7 +22,7 @@ tavren_test(lab_configuration_tests lab/client_configuration_test.cpp
 
 program_of(tavren_send tavren_send)
 
-# Which chassis the example program runs on is said with the stand-in's tool.
+# Which chassis tavren_send runs on is said with the stand-in's tool.
 if(TARGET hodra-put)
   tavren_test(lab_example_tests lab/tavren_send_test.cpp lab/tavren_send_checks_test.cpp
     TOGETHER EXCEPT TavrenSendChecks.PinsThe*:TavrenSendChecks.ReportsAHost*:TavrenSendChecks.SaysWhyTheKey*

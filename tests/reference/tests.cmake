@@ -16,6 +16,10 @@ if(TARGET tavren_send)
   set_tests_properties(Manual.HasTheOptionsOfThePrograms PROPERTIES TIMEOUT 60)
 endif()
 
+add_test(NAME Readme.ProgramIsTheExample COMMAND sh -c
+  "sed -e '1,/^```c$/d' -e '/^```$/Q' '${PROJECT_SOURCE_DIR}/README.md' | diff - '${PROJECT_SOURCE_DIR}/examples/diary.c'")
+set_tests_properties(Readme.ProgramIsTheExample PROPERTIES TIMEOUT 60)
+
 if(with_python)
   # A function that nothing is said about does not get as far as a page.
   function(refused test header declarations complaint)

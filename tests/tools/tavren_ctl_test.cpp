@@ -11,7 +11,7 @@
 
 namespace {
 
-/* The example program, as a person or a script would run it. */
+/* The program, as a person or a script would run it. */
 class TavrenCtl : public DaemonTest {
  protected:
   /* Runs it. Returns its exit status. */

@@ -1,7 +1,5 @@
 /*
- * tavren_ctl: asks the archiving daemon on this machine, one thing at a time.
- *
- * An example of a C program over libtavren's client interface.
+ * tavren_ctl: asks the archiving daemon on this machine, and tells it what to do.
  */
 #include <locale.h>
 #include <stdio.h>

@@ -1,8 +1,8 @@
 /*
  * Setting the archiving daemon up, in one go, with a person or without.
  */
-#ifndef EXAMPLES_SET_UP_H
-#define EXAMPLES_SET_UP_H
+#ifndef TOOLS_SET_UP_H
+#define TOOLS_SET_UP_H
 
 #include <tavren.h>
 

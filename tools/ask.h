@@ -1,8 +1,8 @@
 /*
  * What a tool asks a person, or finds out for one, before it trusts an archive host.
  */
-#ifndef EXAMPLES_ASK_H
-#define EXAMPLES_ASK_H
+#ifndef TOOLS_ASK_H
+#define TOOLS_ASK_H
 
 #include <stdbool.h>
 #include <tavren.h>

@@ -1,8 +1,8 @@
 /*
  * The library's calls that may report by C++ exceptions, for a program in C: no exception leaves these functions.
  */
-#ifndef EXAMPLES_GUARDED_CALLS_H
-#define EXAMPLES_GUARDED_CALLS_H
+#ifndef TOOLS_GUARDED_CALLS_H
+#define TOOLS_GUARDED_CALLS_H
 
 #include <tavren.h>
 

@@ -1,8 +1,8 @@
 /*
  * Sending files through one session after another.
  */
-#ifndef EXAMPLES_SEND_FILES_H
-#define EXAMPLES_SEND_FILES_H
+#ifndef TOOLS_SEND_FILES_H
+#define TOOLS_SEND_FILES_H
 
 #include <tavren.h>
 

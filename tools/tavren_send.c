@@ -1,7 +1,7 @@
 /*
  * tavren_send: sends files to a directory on an archive host.
  *
- * An example of a C program over libtavren: it checks the target, has the host's key confirmed, asks for the password
+ * It checks the target, has the host's key confirmed, asks for the password
  * without showing it, tests the host if wanted, logs in once, and sends each file through that one session.
  */
 #include <getopt.h>

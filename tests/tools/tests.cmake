@@ -1,0 +1,13 @@
+if(NOT with_daemon)
+  return()
+endif()
+
+program_of(tavren_ctl tavren_ctl)
+# tool_test(NAME SOURCE...): a test program of tavren_ctl beside a daemon that answers what it is told to.
+function(tool_test name)
+  daemon_test(${name} ${ARGN})
+  target_compile_definitions(${name} PRIVATE TAVREN_CTL="${tavren_ctl}")
+  add_dependencies(${name} tavren_ctl)
+endfunction()
+
+tool_test(tavren_ctl_tests tools/tavren_ctl_test.cpp TOGETHER)
