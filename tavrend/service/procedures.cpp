@@ -14,6 +14,7 @@
 #include "TavrenTunables.h"
 #include "plan/schedule.h"
 #include "service/caller.h"
+#include "service/filter.h"
 #include "sources/local_files.h"
 #include "tavren_rpc.h"
 #include "tavren_util.h"
@@ -28,12 +29,6 @@ constexpr int audit_archived = 1;
 constexpr int audit_waiting = 0;
 constexpr int audit_unknown = -2; /* -1 and -3 are the client's own failures */
 
-template <class Object>
-xdrproc_t as_filter(bool_t (*filter)(XDR*, Object*)) {
-  return reinterpret_cast<xdrproc_t>(reinterpret_cast<void (*)()>(filter));
-}
-
-bool_t xdr_nothing(XDR*, void*) { return TRUE; }
 bool_t xdr_text(XDR* xdrs, char** text) { return xdr_string(xdrs, text, longest_text); }
 bool_t xdr_answer(XDR* xdrs, char** text) { return xdr_string(xdrs, text, ~u_int{0}); }
 

@@ -1,13 +1,10 @@
 #include "service/server.h"
 
 #include <errno.h>
-#include <netconfig.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <rpc/pmap_clnt.h>
 #include <rpc/rpc.h>
 #include <rpc/rpc_com.h>
-#include <rpc/rpcb_clnt.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/signalfd.h>
@@ -23,6 +20,7 @@
 #include <vector>
 
 #include "service/procedures.h"
+#include "service/rpcbind.h"
 #include "tavren_basic.h"
 #include "tavren_rpc.h"
 
@@ -81,28 +79,11 @@ int program_number() {
 
 rpcprog_t program() { return static_cast<rpcprog_t>(program_number()); }
 
-/* Whether rpcbind names our port under our number. */
-bool is_named_by_rpcbind() {
+sockaddr_in own_address() {
   sockaddr_in ours{};
   socklen_t size = sizeof ours;
-  getsockname(transport->xp_fd, reinterpret_cast<sockaddr*>(&ours), &size);
-  netconfig* const tcp = getnetconfigent("tcp");
-  if (tcp == nullptr) return false;
-  sockaddr_in named{};
-  netbuf buffer{sizeof named, 0, &named};
-  const bool found = rpcb_getaddr(program(), TAVREN_RPC_VERS, tcp, &buffer, "127.0.0.1") != FALSE;
-  freenetconfigent(tcp);
-  return found && named.sin_port == ours.sin_port;
-}
-
-bool register_program() {
-  netconfig* const tcp = getnetconfigent("tcp");
-  if (tcp == nullptr) return false;
-  /* What a daemon that has died left there. */
-  rpcb_unset(program(), TAVREN_RPC_VERS, tcp);
-  const bool done = svc_reg(transport, program(), TAVREN_RPC_VERS, dispatch, tcp) != FALSE;
-  freenetconfigent(tcp);
-  return done;
+  if (getsockname(transport->xp_fd, reinterpret_cast<sockaddr*>(&ours), &size) == -1) fail("getsockname");
+  return ours;
 }
 
 bool is_in(const std::vector<int>& numbers, int number) {
@@ -137,20 +118,22 @@ Server::Server(Desk& desk) {
     close(fd);
     throw ServerError("svc_vc_create failed");
   }
-  /* The RPC library takes the address that it registers from here. */
+  /* Without a network nothing is registered: rpcbind is told without the RPC library, which would wait for it. */
+  if (svc_reg(transport, program(), TAVREN_RPC_VERS, dispatch, nullptr) == FALSE) throw ServerError("svc_reg failed");
   register_with_rpcbind();
 }
 
 Server::~Server() {
-  svc_unreg(program(), TAVREN_RPC_VERS);
+  Rpcbind(program(), TAVREN_RPC_VERS).unset();
   svc_destroy(transport);
 }
 
 void Server::register_with_rpcbind() {
   const bool was_registered = is_registered;
-  if (!is_registered || !is_named_by_rpcbind()) {
+  Rpcbind rpcbind(program(), TAVREN_RPC_VERS);
+  if (!is_registered || !rpcbind.names(own_address())) {
     if (was_registered) syslog(LOG_WARNING, "the registration with rpcbind was lost");
-    is_registered = register_program();
+    is_registered = rpcbind.set(own_address());
     if (!is_registered && !was_missed) syslog(LOG_WARNING, "there is no rpcbind to register with; trying again");
     if (is_registered && was_missed) syslog(LOG_NOTICE, "registered with rpcbind");
     was_missed = !is_registered;
