@@ -1,0 +1,72 @@
+#include <functional>
+
+#include "tavrend/procedures_fixture.h"
+
+/*
+ * A session that is ended in the middle of an item by what the daemon is told: that is no failure, and the item is sent
+ * again, whole and in its place.
+ */
+namespace {
+
+class SessionInTheMiddleOfAnItem : public Procedure {
+ protected:
+  /* Has item stand half in the archive, with the daemon about to send the rest. */
+  void begin_to_send() {
+    append("messages", lines);
+    start(following("messages"));
+    slow_the_network();
+    ASSERT_EQ(set_config(), 0);
+    wait_until_half_is_sent("messages");
+    item = items("messages");
+  }
+
+  /* Waits until the session is over. What was on its way is still there, and half. */
+  void expect_half_an_item() const {
+    wait_until("the end of the session", [] { return sleeping() == 1; });
+    EXPECT_EQ(items("messages"), item);
+    EXPECT_LT(archive_of("messages").size(), lines.size());
+  }
+
+  void expect_the_item_in_its_place() const {
+    expect_archived("messages", lines);
+    EXPECT_EQ(items("messages"), item);
+    EXPECT_EQ(errors(), "");
+  }
+
+  static void hurry_the_network() { lab::change_machine("tc qdisc del dev lo root"); }
+
+  std::vector<std::string> item;
+  const std::string lines = many_lines(20000000);
+};
+
+}  // namespace
+
+TEST_F(SessionInTheMiddleOfAnItem, EndsWithTheDaemonWithinFiveSeconds) {
+  begin_to_send();
+  const int before = tavren_get_uptime();
+  EXPECT_EQ(stop(), 0);
+  EXPECT_LT(tavren_get_uptime(), before + 5);
+  EXPECT_EQ(items("messages"), item);
+  EXPECT_LT(archive_of("messages").size(), lines.size());
+  hurry_the_network();
+  start_again();
+  expect_the_item_in_its_place();
+}
+
+TEST_F(SessionInTheMiddleOfAnItem, EndsWhenArchivingIsSwitchedOff) {
+  begin_to_send();
+  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+  expect_half_an_item();
+  hurry_the_network();
+  ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
+  expect_the_item_in_its_place();
+}
+
+TEST_F(SessionInTheMiddleOfAnItem, EndsWithANewConfiguration) {
+  begin_to_send();
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, -1, false), 0);
+  expect_half_an_item();
+  hurry_the_network();
+  ASSERT_EQ(set_config(), 0);
+  expect_the_item_in_its_place();
+}

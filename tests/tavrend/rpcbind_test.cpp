@@ -1,0 +1,105 @@
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include "tavrend/daemon_fixture.h"
+
+/*
+ * What becomes of the daemon when the machine's rpcbind is not there, forgets, or does not answer.
+ */
+namespace {
+
+class DaemonsRegistration : public TavrendTest {
+ protected:
+  ~DaemonsRegistration() override { lab::run("pkill -CONT -x rpcbind || true"); }
+
+  static void end_rpcbind() { lab::run("pkill -x rpcbind; while pgrep -x rpcbind >/dev/null; do sleep 0.01; done"); }
+  /* It knows nothing of what was registered before. */
+  static void begin_rpcbind() { lab::run("rpcbind; until rpcinfo -p 127.0.0.1 >/dev/null 2>&1; do sleep 0.02; done"); }
+  static void hold_rpcbind() { lab::run("pkill -STOP -x rpcbind"); }
+
+  static bool is_in_the_system_log(const std::string& text) {
+    return lab::system_log().find(text) != std::string::npos;
+  }
+
+  void expect_an_end_within_five_seconds() {
+    const int before = tavren_get_uptime();
+    EXPECT_EQ(stop(), 0);
+    EXPECT_LT(tavren_get_uptime(), before + 5);
+  }
+
+  /* Starts the daemon with a clock that tells it how long the machine is up, and that can be moved on. */
+  void start_with_moved_uptime() {
+    move_uptime_by(0);
+    setenv("MOVED_UPTIME", moved.c_str(), 1);
+    setenv("LD_PRELOAD", MOVED_CLOCK, 1);
+    start(following("messages"));
+    unsetenv("LD_PRELOAD");
+    where = port();
+  }
+
+  void move_uptime_by(int seconds) const {
+    write_file(moved + ".new", std::to_string(seconds));
+    std::filesystem::rename(moved + ".new", moved);
+  }
+
+  /* Lets the daemon see what time it is: it waits by the kernel's clock, which nobody moves, unless somebody calls. */
+  void wake_it() const {
+    const sockaddr_in address = {AF_INET, htons(where), {htonl(INADDR_LOOPBACK)}, {}};
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    close(fd);
+  }
+
+  const std::string moved = lab::value("LAB") + "/uptime";
+  uint16_t where = 0;
+};
+
+}  // namespace
+
+TEST_F(DaemonsRegistration, IsTriedAgainWhereThereIsNoRpcbindAtFirst) {
+  end_rpcbind();
+  write_file(config_file, following("messages"));
+  launch();
+  wait_until("a message", [] { return is_in_the_system_log("there is no rpcbind to register with; trying again"); });
+  begin_rpcbind();
+  const int before = tavren_get_uptime();
+  wait_until_registered();
+  EXPECT_LT(tavren_get_uptime(), before + 10);
+  EXPECT_TRUE(is_in_the_system_log("registered with rpcbind"));
+}
+
+TEST_F(DaemonsRegistration, IsMadeAgainWithinFiveMinutesWhenRpcbindHasForgottenIt) {
+  start_with_moved_uptime();
+  end_rpcbind();
+  begin_rpcbind();
+  move_uptime_by(300);
+  wake_it();
+  wait_until_registered();
+  EXPECT_TRUE(is_in_the_system_log("the registration with rpcbind was lost"));
+}
+
+TEST_F(DaemonsRegistration, IsMadeAgainAfterALookWithoutRpcbind) {
+  start_with_moved_uptime();
+  end_rpcbind();
+  move_uptime_by(300);
+  wake_it();
+  wait_until("a message", [] { return is_in_the_system_log("there is no rpcbind to register with; trying again"); });
+  begin_rpcbind();
+  move_uptime_by(305);
+  wake_it();
+  wait_until_registered();
+}
+
+TEST_F(DaemonsRegistration, IsLeftBehindWhereRpcbindDoesNotAnswerAtTheEnd) {
+  start(following("messages"));
+  hold_rpcbind();
+  expect_an_end_within_five_seconds();
+}
+
+TEST_F(DaemonsRegistration, DoesNotKeepTheDaemonWhereRpcbindDoesNotAnswerAtFirst) {
+  hold_rpcbind();
+  write_file(config_file, following("messages"));
+  launch();
+  wait_until("a message", [] { return is_in_the_system_log("there is no rpcbind to register with; trying again"); });
+  expect_an_end_within_five_seconds();
+}
