@@ -96,6 +96,9 @@ static bool confirm_host_key(const char* host, bool confirm, const char* expecte
         "That is NOT the key that is configured for this host. Unless the host has a new one, somebody stands "
         "between.");
     if (confirm) {
+      fputs(
+          "Ask the host's administrator for the fingerprint. If the key is a new one, run this again without --yes.\n",
+          stderr);
       return false;
     }
   }

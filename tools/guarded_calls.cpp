@@ -1,12 +1,39 @@
 #include "guarded_calls.h"
 
+#include <algorithm>
 #include <exception>
+#include <iterator>
 #include <sstream>
 #include <string>
 
 namespace {
 
 constexpr char check_the_network[] = "Check the host's name, the network, and that a secure shell server runs there.";
+
+/* What a part of an error's text says of the host when a command has failed there. */
+struct Symptom {
+  const char* text;
+  const char* advice;
+};
+
+constexpr Symptom symptoms[] = {
+    {"No space left on device", "The disk is full there: make space, or name another directory."},
+    {"quota exceeded", "The user's quota is used up there: raise it, or name another directory."},
+    {"Remote command \"cd ", "Make that directory on the host, or name another one."},
+    {"scp: not found", "Install scp on the host (Debian: openssh-client)."},
+    {"scp: command not found", "Install scp on the host (Debian: openssh-client)."},
+    {"scp: Permission denied", "Let the user run scp on the host."},
+    {"Permission denied", "Let the user write into that directory, or name another one."},
+    {"Read-only file system", "Nobody can write there: name another directory."},
+    {"",
+     "Check that the directory exists, that the user may write there, that there is space left, and that scp and the "
+     "usual commands are installed on the host."},
+};
+
+const char* advice_for_failed_command(const std::string& text) {
+  const auto shows = [&text](const Symptom& symptom) { return text.find(symptom.text) != std::string::npos; };
+  return std::find_if(std::begin(symptoms), std::end(symptoms), shows)->advice;
+}
 
 struct Advice {
   tavren_error_code_t code;
@@ -21,17 +48,15 @@ constexpr Advice advices[] = {
     {TAVREN_E_CONNECT_TIMEOUT, check_the_network},
     {TAVREN_E_PROGRAM_EXITED, check_the_network},
     {TAVREN_E_SHELL_START_TIMEOUT, "Check the user's login shell and its start-up files on the host."},
-    {TAVREN_E_COMMAND_FAILED,
-     "Check that the directory exists, that the user may write there, that there is space left, and that scp and the "
-     "usual commands are installed on the host."},
     {TAVREN_E_INCORRECT_OUTPUT, "Check that the commands on the host are the usual ones and print nothing more."},
     {TAVREN_E_COMMAND_TIMEOUT, "The host answers too slowly. Try again when it is less busy."},
     {TAVREN_E_SYSCALL, "This machine cannot do its part: see the error number."},
 };
 
 /* The lines go from the general to the particular: the first one that there is advice for tells most. */
-const char* advice_for(const TavrenError& error) {
+const char* advice_for(const TavrenError& error, const std::string& text) {
   for (const TavrenError::error_line_t* line : error.lines) {
+    if (line->code == TAVREN_E_COMMAND_FAILED) return advice_for_failed_command(text);
     for (const Advice& advice : advices) {
       if (advice.code == line->code) return advice.text;
     }
@@ -50,7 +75,7 @@ int guarded(char** message, const char** advice, Step step) {
     std::ostringstream text;
     error.print_body(text);
     *message = tavren_strdup(text.str().c_str());
-    *advice = advice_for(error);
+    *advice = advice_for(error, text.str());
   } catch (const TavrenTimeout&) {
     *message = tavren_strdup("  - The host does not answer\n");
     *advice = check_the_network;
@@ -65,7 +90,9 @@ int guarded(char** message, const char** advice, Step step) {
 }  // namespace
 
 int fetch_host_key(const char* host, char* key, char** message, const char** advice) {
-  return guarded(message, advice, [&] { return tavren_download_host_key(host, key, message); });
+  const int result = guarded(message, advice, [&] { return tavren_download_host_key(host, key, message); });
+  if (result != 0 && *advice == nullptr) *advice = check_the_network;
+  return result;
 }
 
 int test_and_claim(const tavren_settings_t* settings, char** message, const char** advice) {

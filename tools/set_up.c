@@ -116,9 +116,16 @@ static void show_log_types(tavren_api_handle_t* daemon, const tavren_settings_t*
 /* Fills the settings' key, fingerprint and password, and has them tried. Returns false after a message. */
 static bool get_trusted(const struct request* request, const tavren_config_t* present, tavren_settings_t* settings) {
   const bool same_host = strcmp(present->settings.host, settings->host) == 0;
-  return choose_host_key(request->host_key_file, request->confirm_key, settings->host,
-                         same_host ? present->settings.host_key : "", settings->host_key, settings->fingerprint) &&
-         get_password(request->password_fd, settings->password) && test_host(settings);
+  if (request->host_key_file == NULL) {
+    printf("Fetching the key of %s\n", settings->host);
+  }
+  if (!choose_host_key(request->host_key_file, request->confirm_key, settings->host,
+                       same_host ? present->settings.host_key : "", settings->host_key, settings->fingerprint) ||
+      !get_password(request->password_fd, settings->password)) {
+    return false;
+  }
+  printf("Logging in as %s, testing the host, claiming %s for this chassis\n", settings->user, settings->dir);
+  return test_host(settings);
 }
 
 /* Sends the configuration, with the limits of the present one where none were given. */
@@ -128,6 +135,7 @@ static int configure(tavren_api_handle_t* daemon, const struct request* request,
   for (int i = 0; i < TAVREN_COMPARTMENTS; ++i) {
     config.space_limit[i] = request->limit_given[i] ? request->limit[i] : present->space_limit[i];
   }
+  puts("Sending the configuration to the daemon");
   if (tavren_api_set_config(daemon, &config, 1) != 0) {
     return daemon_failed(daemon);
   }

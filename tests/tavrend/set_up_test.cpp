@@ -1,5 +1,6 @@
 #include <sys/wait.h>
 
+#include "support/named.h"
 #include "tavrend/daemon_fixture.h"
 
 namespace {
@@ -30,6 +31,15 @@ class SetUp : public TavrendTest {
 
   const std::string target = lab::value("LAB_USER") + "@localhost:" + lab::value("LAB_ARCHIVE");
 };
+
+/* What is wrong, and what it says that one can do. The commands break something on the host, and mend it. */
+struct Trouble {
+  const char* begin;
+  const char* end;
+  const char* advice;
+};
+
+class SetUpInTrouble : public SetUp, public testing::WithParamInterface<Named<Trouble>> {};
 
 }  // namespace
 
@@ -107,4 +117,69 @@ TEST_F(SetUp, OfNonsenseExplainsItself) {
     EXPECT_EQ(set_up(arguments), 2) << arguments;
   }
   EXPECT_EQ(err(), "tavren_ctl: Target specification must have the form: user@host:directory.\n");
+}
+
+TEST_P(SetUpInTrouble, SaysWhatToDoAndWorksOnceThatIsDone) {
+  const Trouble& trouble = GetParam().value;
+  start();
+  lab::run(trouble.begin);
+  EXPECT_EQ(set_up("-y " + target), 1) << out();
+  EXPECT_NE(err().find(std::string("\n") + trouble.advice), std::string::npos) << err();
+  lab::run(trouble.end);
+  EXPECT_EQ(set_up("-y " + target), 0) << err();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , SetUpInTrouble,
+    testing::Values(
+        Named<Trouble>{
+            "NoServer",
+            {"kill $(cat $LAB/sshd.pid); while kill -0 $(cat $LAB/sshd.pid 2>/dev/null) 2>/dev/null; do :; done",
+             "$LAB_RESTART_SSHD", "Check the host's name, the network, and that a secure shell server runs there.\n"}},
+        Named<Trouble>{"NoDirectory",
+                       {"mv $LAB_ARCHIVE $LAB_ARCHIVE.away", "mv $LAB_ARCHIVE.away $LAB_ARCHIVE",
+                        "Make that directory on the host, or name another one.\n"}},
+        Named<Trouble>{"DirectoryOfSomebodyElse",
+                       {"chown root $LAB_ARCHIVE", "chown $LAB_USER $LAB_ARCHIVE",
+                        "Let the user write into that directory, or name another one.\n"}},
+        Named<Trouble>{
+            "DirectoryOfAnotherChassis",
+            {"touch $LAB_ARCHIVE/.chassis.OTHER", "rm $LAB_ARCHIVE/.chassis.OTHER",
+             "Give this chassis a directory of its own. If the other chassis is gone, remove its .chassis file"}},
+        Named<Trouble>{"FullDisk",
+                       {"mount -t tmpfs -o size=4k,mode=777 tmpfs $LAB_ARCHIVE && echo >$LAB_ARCHIVE/full",
+                        "umount $LAB_ARCHIVE", "The disk is full there: make space, or name another directory.\n"}},
+        Named<Trouble>{"NoScp",
+                       {"echo 'SetEnv PATH=/nowhere' >>$LAB_SSHD_CONFIG && $LAB_RESTART_SSHD",
+                        "sed -i '/^SetEnv/d' $LAB_SSHD_CONFIG && $LAB_RESTART_SSHD",
+                        "Install scp on the host (Debian: openssh-client).\n"}}),
+    by_name);
+
+TEST_F(SetUp, SaysWhatToDoAboutAnotherKeyThanLastTime) {
+  start();
+  EXPECT_EQ(set_up("-y " + target), 0) << err();
+  lab::run(
+      "ssh-keygen -q -t ed25519 -N '' -f $LAB/new_key && cp $LAB_SSHD_CONFIG $LAB/kept_config && "
+      "sed -i \"/^HostKey/d\" $LAB_SSHD_CONFIG && echo HostKey $LAB/new_key >>$LAB_SSHD_CONFIG && $LAB_RESTART_SSHD");
+  EXPECT_EQ(set_up("-y " + target), 1);
+  EXPECT_NE(
+      err().find("Ask the host's administrator for the fingerprint. If the key is a new one, run this again without "
+                 "--yes.\n"),
+      std::string::npos)
+      << err();
+  EXPECT_EQ(set_up(target, "yes\n"), 0) << err();
+  lab::run("mv $LAB/kept_config $LAB_SSHD_CONFIG && $LAB_RESTART_SSHD");
+}
+
+TEST_F(SetUp, SaysWhatItDoesInItsSteps) {
+  start();
+  EXPECT_EQ(set_up("-y " + target), 0) << err();
+  const std::string steps[] = {"Fetching the key of localhost\n", "Logging in as " + lab::value("LAB_USER"),
+                               "Sending the configuration to the daemon\n",
+                               "Archiving is configured and switched on\n"};
+  size_t position = 0;
+  for (const std::string& step : steps) {
+    position = out().find(step, position);
+    ASSERT_NE(position, std::string::npos) << step << out();
+  }
 }
