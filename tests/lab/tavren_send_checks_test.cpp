@@ -110,7 +110,7 @@ TEST_F(TavrenSendChecks, RefusesTheDirectoryOfAnotherChassis) {
 TEST_F(TavrenSendChecks, SaysWhatToDoWhenTheUserMayNotWriteThere) {
   lab::run("chmod 555 $LAB_ARCHIVE");
   EXPECT_EQ(answer("", "--test -k $LAB/host_key.pub " + target), 1);
-  EXPECT_THAT(err(), HasSubstr("Permission denied\"\nCheck that the directory exists, that the user may write there"));
+  EXPECT_THAT(err(), HasSubstr("Permission denied\"\nLet the user write into that directory, or name another one."));
 }
 
 /* This takes the library's time-out of a minute. */
