@@ -6,6 +6,7 @@
 
 #include "TavrenExceptions.h"
 #include "plan/space.h"
+#include "tavren_util.h"
 
 namespace {
 
@@ -82,32 +83,70 @@ void Session::claim() {
 int64_t Session::used_kib(int compartment) {
   const auto known = measured.find(compartment);
   if (known != measured.end()) return known->second;
-  std::string pattern;
-  for (const ArchivedSection& section : desk.with_store([](Store& store) { return store.sections(); })) {
-    if (section.compartment == compartment) pattern += " " + TavrenHost::quote_for_shell("./" + section.name);
-  }
-  std::map<std::string, int> sizes;
-  if (!pattern.empty()) step([&] { host.get_dir_sizes(pattern.substr(1) + " 2>/dev/null", sizes); });
   int64_t used = 0;
-  for (const auto& [name, kib] : sizes) used += kib;
+  try {
+    used = measure(compartment);
+  } catch (const Cancelled&) {
+    throw;
+  } catch (...) {
+    desk.set_used(compartment, -3);
+    throw;
+  }
   measured[compartment] = used;
   desk.set_used(compartment, megabytes_of(used));
   return used;
 }
 
+int64_t Session::measure(int compartment) {
+  const std::vector<std::string> names = sections_of(compartment);
+  if (names.empty()) return 0;
+  std::string pattern;
+  for (const std::string& name : names) pattern += TavrenHost::quote_for_shell("./" + name) + " ";
+  pattern += "2>/dev/null";
+  std::map<std::string, int> sizes;
+  step([&] { host.get_dir_sizes(pattern, sizes); });
+  check_that_all_are_measured(names, sizes.size(), pattern);
+  int64_t used = 0;
+  for (const auto& [name, kib] : sizes) used += kib;
+  return used;
+}
+
+/* A directory that is not there yet has no size. One with items has, and without it the limit would be passed. */
+void Session::check_that_all_are_measured(const std::vector<std::string>& names, size_t sizes,
+                                          const std::string& pattern) {
+  if (sizes >= names.size()) return;
+  const auto with_items =
+      std::count_if(names.begin(), names.end(), [this](const std::string& name) { return !first_item(name).empty(); });
+  if (sizes >= static_cast<size_t>(with_items)) return;
+  throw TavrenError(TAVREN_E_INCORRECT_OUTPUT, TavrenHost::get_cmd("du") + pattern,
+                    tavren_int_to_string(static_cast<int>(sizes)));
+}
+
+std::vector<std::string> Session::sections_of(int compartment) {
+  std::vector<std::string> names;
+  for (const ArchivedSection& section : desk.with_store([](Store& store) { return store.sections(); })) {
+    if (section.compartment == compartment) names.push_back(section.name);
+  }
+  return names;
+}
+
+std::string Session::first_item(const std::string& section) {
+  std::list<std::string> lines;
+  const std::string list = TavrenHost::get_cmd("ls") + TavrenHost::quote_for_shell("./" + section) + " 2>/dev/null | " +
+                           TavrenHost::get_cmd("head");
+  step([&] { host.run_and_check_ecode(list, lines); });
+  return lines.empty() ? "" : lines.front();
+}
+
 std::string Session::oldest_item(int compartment, const std::string& but) {
   std::string oldest;
   std::string oldest_name;
-  for (const ArchivedSection& section : desk.with_store([](Store& store) { return store.sections(); })) {
-    if (section.compartment != compartment) continue;
-    std::list<std::string> lines;
-    const std::string list = TavrenHost::get_cmd("ls") + TavrenHost::quote_for_shell("./" + section.name) +
-                             " 2>/dev/null | " + TavrenHost::get_cmd("head");
-    step([&] { host.run_and_check_ecode(list, lines); });
-    if (lines.empty() || section.name + "/" + lines.front() == but) continue;
-    if (oldest.empty() || lines.front() < oldest_name) {
-      oldest_name = lines.front();
-      oldest = section.name + "/" + oldest_name;
+  for (const std::string& section : sections_of(compartment)) {
+    const std::string name = first_item(section);
+    if (name.empty() || section + "/" + name == but) continue;
+    if (oldest.empty() || name < oldest_name) {
+      oldest_name = name;
+      oldest = section + "/" + name;
     }
   }
   return oldest;

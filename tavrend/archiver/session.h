@@ -8,6 +8,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "TavrenHost.h"
 #include "archiver/desk.h"
@@ -32,7 +33,8 @@ class Session {
   void open();
   void claim();
 
-  /* Returns the KiB that a compartment uses, measured once a session and after each removal. */
+  /* Returns the KiB that a compartment uses, measured once a session and after each removal. The desk hears of it, also
+   * when it fails. */
   int64_t used_kib(int compartment);
 
   /*
@@ -54,6 +56,10 @@ class Session {
  private:
   template <class Step>
   auto step(Step action);
+  int64_t measure(int compartment);
+  void check_that_all_are_measured(const std::vector<std::string>& names, size_t sizes, const std::string& pattern);
+  std::vector<std::string> sections_of(int compartment);
+  std::string first_item(const std::string& section);
   std::string oldest_item(int compartment, const std::string& but);
 
   Desk& desk;
