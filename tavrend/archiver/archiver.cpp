@@ -147,15 +147,7 @@ void Archiver::keep_first_look(const Section& section) {
 void Archiver::measure(const Work& work) {
   for (int compartment = 0; compartment < 2; ++compartment) {
     if (work.config.space_limit[compartment] == -1) continue;
-    try {
-      session(work).used_kib(compartment);
-    } catch (const TavrenError&) {
-      desk.set_used(compartment, -3);
-      throw;
-    } catch (const TavrenTimeout&) {
-      desk.set_used(compartment, -3);
-      throw;
-    }
+    session(work).used_kib(compartment);
   }
 }
 
@@ -265,14 +257,19 @@ void Archiver::archive_growing_file(const Work& work, const Section& section) {
   for (const UnreadableFile& file : around->beside.unreadable) desk.report(error_of(file));
   const Progress progress = begin_look(section, *around);
   const auto known = desk.with_store([&](Store& store) { return store.known_files(section.name); });
-  for (const Stretch& stretch :
-       plan_growing_file(section.follow, progress, around->present, around->beside.files, known)) {
+  const auto plan = plan_growing_file(section.follow, progress, around->present, around->beside.files, known);
+  int32_t waiting = 0;
+  for (const Stretch& stretch : plan) waiting += pieces_of(stretch);
+  for (const Stretch& stretch : plan) {
+    desk.set_waiting(section.compartment, waiting);
     if (stretch.lost) {
       give_up_lost(section, progress, stretch);
     } else if (!archive_stretch(work, section, stretch)) {
-      return; /* what comes behind it waits: pieces keep their order */
+      break; /* what comes behind it waits: pieces keep their order */
     }
+    waiting -= pieces_of(stretch);
   }
+  desk.set_waiting(section.compartment, 0);
 }
 
 /* Notes which files beside a log are none of its business. Returns how far the log is archived. */

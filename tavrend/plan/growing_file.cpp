@@ -158,6 +158,11 @@ int64_t end_of_piece(const Stretch& stretch, int64_t first,
   return is_last ? first : end;
 }
 
+int32_t pieces_of(const Stretch& stretch) {
+  if (stretch.lost) return 0;
+  return static_cast<int32_t>((stretch.end - stretch.first + longest_piece - 1) / longest_piece);
+}
+
 bool is_rotated_name(const std::string& base, const std::string& name) {
   return name.size() > base.size() + 1 && name.rfind(base, 0) == 0 &&
          (name[base.size()] == '.' || name[base.size()] == '-');

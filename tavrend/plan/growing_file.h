@@ -65,6 +65,9 @@ constexpr int64_t longest_piece = int64_t{64} * 1024 * 1024;
 int64_t end_of_piece(const Stretch& stretch, int64_t first,
                      const std::function<int64_t(int64_t first, int64_t end)>& last_newline);
 
+/* Returns how many pieces a stretch may take, as far as its length tells. */
+int32_t pieces_of(const Stretch& stretch);
+
 /* Whether name is that of a rotated file of the log called base. */
 bool is_rotated_name(const std::string& base, const std::string& name);
 
