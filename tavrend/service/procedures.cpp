@@ -249,7 +249,11 @@ int audit_answer(Desk& desk, const std::string& path) {
   const Found found = find_matching(log_dir_prefix(), section->files);
   const auto file =
       std::find_if(found.files.begin(), found.files.end(), [&path](const LogFile& f) { return f.path == path; });
-  if (file == found.files.end()) return audit_unknown;
+  if (file == found.files.end()) {
+    const bool is_unreadable = std::any_of(found.unreadable.begin(), found.unreadable.end(),
+                                           [&path](const UnreadableFile& f) { return f.path == path; });
+    return is_unreadable ? audit_waiting : audit_unknown;
+  }
   const auto archived = desk.archived_files(audit_section);
   const bool is_there =
       std::any_of(archived.begin(), archived.end(), [&file](const ArchivedFile& a) { return is_archived(a, *file); });
