@@ -46,6 +46,35 @@ TEST_F(Archive, LosesNothingToAnItemThatAllButFillsItsLimit) {
   EXPECT_EQ(archive_of("audit"), "small\n");
 }
 
+TEST_F(Archive, OfASectionThatWasConfiguredOnceIsCountedAndRemovedFirst) {
+  append("a.1", std::string(400000, '1'));
+  start(closed("a.*", "once"));
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 1), 0);
+  wait_until("the first item", [] { return archive_of("once").size() == 400000; });
+  append("a.2", std::string(400000, '2'));
+  wait_until("the second item", [] { return archive_of("once").size() == 800000; });
+  stop();
+  append("b.1", std::string(400000, '3'));
+  start(closed("b.*", "now"));
+  wait_until("the third item", [] { return archive_of("now").size() == 400000; });
+  EXPECT_EQ(archive_of("once"), std::string(400000, '2'));
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(Archive, LosesAsManyItemsAsTheNextOneNeeds) {
+  start(closed("a.*"));
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 1), 0);
+  std::string written;
+  for (const char* name : {"a.1", "a.2", "a.3", "a.4"}) {
+    append(name, std::string(200000, name[2]));
+    written += std::string(200000, name[2]);
+    expect_archived("closed", written);
+  }
+  append("a.5", std::string(600000, '5'));
+  expect_archived("closed", std::string(200000, '3') + std::string(200000, '4') + std::string(600000, '5'));
+  EXPECT_EQ(errors(), "");
+}
+
 TEST_F(Archive, HasASectionWhoseNameBeginsLikeAnOption) {
   start(closed("a.*", "-x"));
   ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 1), 0);

@@ -465,6 +465,19 @@ TEST(PieceOfALog, HasALongestOne) {
   EXPECT_EQ(end_of_piece(stretch, longest_piece, none), longest_piece + 1);
 }
 
+TEST(PieceOfALog, IsCountedByTheLengthOfItsStretch) {
+  Stretch stretch;
+  EXPECT_EQ(pieces_of(stretch), 0);
+  stretch.end = longest_piece + 5;
+  EXPECT_EQ(pieces_of(stretch), 2);
+  stretch.first = 5;
+  EXPECT_EQ(pieces_of(stretch), 1);
+  stretch.first = stretch.end - 1;
+  EXPECT_EQ(pieces_of(stretch), 1);
+  stretch.lost = true;
+  EXPECT_EQ(pieces_of(stretch), 0);
+}
+
 TEST(RotatedName, GoesOnWithAPointOrAHyphen) {
   for (const char* name : {"m.1", "m-20261122", "m.1.gz", "m.old"}) EXPECT_TRUE(is_rotated_name("m", name)) << name;
   for (const char* name : {"m", "m.", "m-", "m1", "mm.1", "x.m.1", ""})

@@ -61,6 +61,7 @@ class Procedure : public TavrendTest {
   }
 
   static int used(int compartment) { return status().compartment_status[compartment].word1; }
+  static int waiting(int compartment) { return status().compartment_status[compartment].word2; }
   static int archived_since_the_start(int compartment) { return status().compartment_status[compartment].word3; }
 
   static std::string archive_host() {

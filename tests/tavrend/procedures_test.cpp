@@ -12,9 +12,18 @@
 using testing::HasSubstr;
 using testing::Not;
 
-TEST_F(Procedure, NullAnswers) {
+TEST_F(Procedure, NullAnswersRootAndStrangers) {
   start(sections());
-  lab::run("rpcinfo -n $(rpcinfo -p 127.0.0.1 | awk '$1 == 100171 {print $4}') -t 127.0.0.1 100171 1 >/dev/null");
+  for (int i = 0; i < 2; ++i) {
+    port();
+    lab::run("rpcinfo -n $(cat $LAB/port) -t 127.0.0.1 100171 1 >/dev/null");
+    lab::run("setpriv --reuid 4711 --clear-groups rpcinfo -n $(cat $LAB/port) -t 127.0.0.1 100171 1 >/dev/null");
+    restart();
+  }
+}
+
+TEST_F(Procedure, NullAnswersNoOtherVersion) {
+  start(sections());
   lab::run("! rpcinfo -t 127.0.0.1 100171 2 >/dev/null 2>&1");
 }
 
@@ -54,11 +63,12 @@ TEST_F(Procedure, AConfigurationReplacesTheOldOneAndNoneKeepsIt) {
   EXPECT_EQ(state_now(), TAVREN_STATE_DISABLED);
   EXPECT_EQ(set_state_by_configuration(true), 0);
   EXPECT_EQ(state_now(), TAVREN_STATE_ENABLED);
-  EXPECT_EQ(configuration(), expected);
-  restart();
-  EXPECT_EQ(configuration(), expected);
-  EXPECT_EQ(archive_host(), "two.example");
-  EXPECT_EQ(archive_directory(), "/two");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(configuration(), expected);
+    EXPECT_EQ(archive_host(), "two.example");
+    EXPECT_EQ(archive_directory(), "/two");
+    restart();
+  }
   EXPECT_EQ(set_state_by_configuration(false), 0);
   EXPECT_EQ(state_now(), TAVREN_STATE_DISABLED);
 }
@@ -114,6 +124,51 @@ TEST_F(Procedure, StatusSaysThatTheSpaceCouldNotBeMeasured) {
   ASSERT_EQ(set_remote_command("du", "sleep 30;"), "");
   ASSERT_EQ(run_task("SpaceTask"), 0);
   wait_until("a measurement that takes too long", [] { return used(0) == -3; });
+}
+
+/* A program that says nothing has not measured what is there, and an archive without items needs none. */
+TEST_F(Procedure, StatusSaysThatNothingWasMeasured) {
+  append("audit.log.1", "one\n");
+  start(sections());
+  ASSERT_EQ(set_remote_command("du", "true"), "");
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 100, -1), 0);
+  ASSERT_EQ(run_task("SpaceTask"), 0);
+  wait_until("a measurement of nothing", [] { return used(0) == 0; });
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("an item", [] { return archived_since_the_start(0) == 1; });
+  ASSERT_EQ(run_task("SpaceTask"), 0);
+  wait_until("a measurement that fails", [] { return used(0) == -3; });
+  const std::string reason = "audit' 2>/dev/null\" produced incorrect output: 0 line(s) of output";
+  wait_until("the reason", [&reason] { return errors().find(reason) != std::string::npos; });
+}
+
+TEST_F(Procedure, StatusSaysThatTheSpaceCouldNotBeMeasuredForAnItem) {
+  append("audit.log.1", "one\n");
+  start(sections());
+  ASSERT_EQ(set_remote_command("du", "/no/such/program"), "");
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 100, -1), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("a measurement that fails", [] { return used(0) == -3; });
+}
+
+TEST_F(Procedure, StatusHasTheItemsThatAreWaiting) {
+  append("audit.log.1", std::string(20000000, 'x'));
+  lab::run("touch -d 2026-01-01 " + log("audit.log.1"));
+  append("audit.log.2", "two\n");
+  append("messages", many_lines(20000000));
+  start(sections());
+  slow_the_network();
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until_half_is_sent("audit");
+  EXPECT_EQ(waiting(0), 2);
+  EXPECT_EQ(waiting(1), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  wait_until_half_is_sent("messages");
+  EXPECT_EQ(waiting(0), 0);
+  EXPECT_EQ(waiting(1), 1);
+  wait_until("the end", [] { return archived_since_the_start(1) == 1 && sleeping() == 1; });
+  EXPECT_EQ(waiting(1), 0);
 }
 
 TEST_F(Procedure, StatusHasTheConnectionAndTheItems) {
@@ -258,6 +313,15 @@ TEST_F(Procedure, AuditFilesAreAskedForByWhatIsThereNow) {
   EXPECT_EQ(audit_answer(log("audit.log.2")), 0);
 }
 
+/* A file of the kernel's that root may open, and nobody read. */
+TEST_F(Procedure, AuditFilesThatCannotBeReadAreNotArchivedYet) {
+  append("audit.log.1", "one\n");
+  lab::change_machine("mount --bind /sys/class/net/lo/speed " + log("audit.log.1"));
+  start(sections());
+  EXPECT_EQ(audit_answer(log("audit.log.1")), 0);
+  EXPECT_EQ(audit_answer(log("audit.log.2")), -2);
+}
+
 TEST_F(Procedure, AuditFilesHaveTheSectionsPathsWithoutThePrefix) {
   append("audit.log.1", "one\n");
   start("[audit]\nfiles = /logs/audit.log.*\n");
@@ -283,6 +347,8 @@ TEST_F(Procedure, SleepsButInASession) {
   wait_until("a login", [] { return std::filesystem::exists(lab::value("LAB") + "/accepted"); });
   EXPECT_EQ(sleeping(), 0);
   ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+  EXPECT_EQ(sleeping(), 1);
+  restart();
   EXPECT_EQ(sleeping(), 1);
 }
 
