@@ -1,14 +1,13 @@
 #include "ask.h"
 
 #include <errno.h>
-#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include "guarded_calls.h"
+#include "terminal.h"
 
 void report(const char* what, char* message, const char* advice) {
   fprintf(stderr, "%s: %s failed:\n%s", tavren_get_program_name(), what,
@@ -27,26 +26,12 @@ bool parse_descriptor(const char* text, int* fd) {
   return false;
 }
 
-static struct termios terminal_settings;
-
-/* An interrupted password prompt must not leave a terminal behind that shows nothing. */
-static void restore_terminal(int signal_number) {
-  tcsetattr(STDIN_FILENO, TCSANOW, &terminal_settings);
-  signal(signal_number, SIG_DFL);
-  raise(signal_number);
-}
-
+/* An interrupted prompt must not leave a terminal behind that shows nothing. */
 static bool ask_for_password(char* password) {
-  static const int signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
-  enum { SIGNAL_COUNT = sizeof signals / sizeof signals[0] };
-  void (*old_handlers[SIGNAL_COUNT])(int);
-  const bool terminal = tcgetattr(STDIN_FILENO, &terminal_settings) == 0;
-  for (int i = 0; terminal && i < SIGNAL_COUNT; ++i) {
-    old_handlers[i] = signal(signals[i], restore_terminal);
-  }
+  const bool terminal = guard_terminal();
   const int length = tavren_read_input("Password: ", password, PASSWORD_SIZE, 1);
-  for (int i = 0; terminal && i < SIGNAL_COUNT; ++i) {
-    signal(signals[i], old_handlers[i]);
+  if (terminal) {
+    release_terminal();
   }
   return length < PASSWORD_SIZE && !(length == 0 && feof(stdin));
 }

@@ -7,6 +7,8 @@
 #include <string.h>
 
 #include "ask.h"
+#include "compartments.h"
+#include "outcome.h"
 
 static const char usage[] =
     "Usage: tavren_ctl setup [options] user@host:directory\n"
@@ -31,11 +33,10 @@ struct request {
 
 /* Takes "audit=1000" apart. Returns false after a message. */
 static bool parse_limit(const char* text, struct request* request) {
-  static const char* const names[TAVREN_COMPARTMENTS] = {"audit", "logs"};
   for (int i = 0; i < TAVREN_COMPARTMENTS; ++i) {
-    const size_t length = strlen(names[i]);
+    const size_t length = strlen(compartment_names[i]);
     int megabytes;
-    if (strncmp(text, names[i], length) == 0 && text[length] == '=' &&
+    if (strncmp(text, compartment_names[i], length) == 0 && text[length] == '=' &&
         tavren_parse_space_limit(text + length + 1, &megabytes) == 0 && megabytes >= TAVREN_SPACE_UNLIMITED) {
       request->limit_given[i] = true;
       request->limit[i] = megabytes;

@@ -6,8 +6,6 @@
 
 #include <tavren.h>
 
-enum { EXIT_DONE = 0, EXIT_REFUSED = 1, EXIT_NO_DAEMON_OR_USAGE = 2 }; /* the last also when nobody takes the output */
-
 /*
  * Carries out "setup": checks the target, fetches the host's key and has it confirmed, asks for the password, tests the
  * host and claims the directory, sends the configuration to the daemon and switches archiving on. The arguments end in

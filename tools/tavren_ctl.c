@@ -7,7 +7,14 @@
 #include <string.h>
 #include <tavren.h>
 
+#include "config.h"
+#include "errors.h"
+#include "outcome.h"
 #include "set_up.h"
+#include "status.h"
+#include "tasks.h"
+#include "text.h"
+#include "watch.h"
 
 static const char usage[] =
     "Usage: tavren_ctl COMMAND [ARGUMENT...]\n"
@@ -15,10 +22,11 @@ static const char usage[] =
     "  state                        whether archiving is switched on\n"
     "  enable, disable              switch it on, off\n"
     "  config                       the configuration, without the password\n"
-    "  status                       the connection and the compartments\n"
+    "  status                       state, target, connection and compartments\n"
+    "  watch                        the status each second, until q or Ctrl-C\n"
     "  errors                       the stored errors\n"
     "  clear                        clear the stored data\n"
-    "  run TASK                     run a task\n"
+    "  run TASK                     run a task: a log type, or space\n"
     "  audit                        archive the audit file\n"
     "  archived FILE                what became of an audit file\n"
     "  host, directory              where logs are archived\n"
@@ -28,36 +36,8 @@ static const char usage[] =
     "  commands                     the table of remote commands\n"
     "  set-command NAME TEXT        set a remote command\n"
     "  intervals                    the table of intervals\n"
-    "  set-interval NAME VALUE      set an interval\n";
-
-/* Ends a command whose call returned result and which printed what there was to print. */
-static int report(const tavren_api_handle_t* daemon, int result) {
-  char message[TAVREN_API_TEXT_SIZE];
-  if (result == 0) {
-    return EXIT_DONE;
-  }
-  fprintf(stderr, "tavren_ctl: %s\n", tavren_api_errmsg(daemon, message));
-  return EXIT_NO_DAEMON_OR_USAGE;
-}
-
-/* Ends a request that the daemon may have refused with a message, which is freed. */
-static int report_request(const tavren_api_handle_t* daemon, int result, char* refusal) {
-  if (result != 0 || refusal == NULL) {
-    return report(daemon, result);
-  }
-  fprintf(stderr, "tavren_ctl: %s\n", refusal);
-  free(refusal);
-  return EXIT_REFUSED;
-}
-
-/* Prints a text of the daemon's, which is freed, and ends the command. */
-static int report_text(const tavren_api_handle_t* daemon, int result, char* text, const char* if_none) {
-  if (result == 0) {
-    fputs(text != NULL ? text : if_none, stdout);
-    free(text);
-  }
-  return report(daemon, result);
-}
+    "  set-interval TASK VALUE      set an interval: 90, 90s, 30min, 1h, 1d, default\n"
+    "config, status and errors write JSON with --json behind them.\n";
 
 static int show_state(tavren_api_handle_t* daemon, char** arguments) {
   (void)arguments;
@@ -66,79 +46,45 @@ static int show_state(tavren_api_handle_t* daemon, char** arguments) {
   if (result == 0) {
     puts(tavren_state_to_string(state));
   }
-  return report(daemon, result);
+  return end_call(daemon, result);
 }
 
 static int enable(tavren_api_handle_t* daemon, char** arguments) {
   (void)arguments;
-  return report(daemon, tavren_api_set_state(daemon, TAVREN_STATE_ENABLED));
+  return end_call(daemon, tavren_api_set_state(daemon, TAVREN_STATE_ENABLED));
 }
 
 static int disable(tavren_api_handle_t* daemon, char** arguments) {
   (void)arguments;
-  return report(daemon, tavren_api_set_state(daemon, TAVREN_STATE_DISABLED));
-}
-
-static int show_config(tavren_api_handle_t* daemon, char** arguments) {
-  (void)arguments;
-  tavren_config_t config;
-  char limit[TAVREN_FORMAT_SIZE];
-  const int result = tavren_api_get_config(daemon, &config);
-  if (result != 0) {
-    return report(daemon, result);
-  }
-  const tavren_settings_t* settings = &config.settings;
-  printf("Target:       %s@%s:%s\n", settings->user, settings->host, settings->dir);
-  printf("Password:     %s\n", settings->password[0] != '\0' ? "set" : "not set");
-  printf("Host key:     %s\n", settings->host_key[0] != '\0' ? settings->fingerprint : "none: any is accepted");
-  for (int i = 0; i < TAVREN_COMPARTMENTS; ++i) {
-    tavren_format_space_limit(config.space_limit[i], limit);
-    printf("Space limit %d: %s\n", i, limit);
-  }
-  tavren_config_free_contents(&config);
-  return EXIT_DONE;
-}
-
-static int show_status(tavren_api_handle_t* daemon, char** arguments) {
-  (void)arguments;
-  tavren_status_t status;
-  char when[TAVREN_FORMAT_SIZE];
-  const int result = tavren_api_get_status(daemon, &status);
-  if (result != 0) {
-    return report(daemon, result);
-  }
-  tavren_format_time(status.connection_time, when);
-  printf("Connection:    %s\n", tavren_connection_status_to_string(status.connection_status));
-  printf("Since:         %s\n", when);
-  for (int i = 0; i < TAVREN_COMPARTMENTS; ++i) {
-    const tavren_compartment_status_t* compartment = &status.compartment_status[i];
-    printf("Compartment %d: %ld %ld %ld\n", i, (long)compartment->word1, (long)compartment->word2,
-           (long)compartment->word3);
-  }
-  return EXIT_DONE;
-}
-
-static int show_errors(tavren_api_handle_t* daemon, char** arguments) {
-  (void)arguments;
-  char* errors = NULL;
-  const int result = tavren_api_get_errors(daemon, &errors);
-  return report_text(daemon, result, errors, "No errors\n");
+  return end_call(daemon, tavren_api_set_state(daemon, TAVREN_STATE_DISABLED));
 }
 
 static int clear(tavren_api_handle_t* daemon, char** arguments) {
   (void)arguments;
   char* refusal = NULL;
   const int result = tavren_api_clear_stored_data(daemon, &refusal);
-  return report_request(daemon, result, refusal);
+  return end_request(daemon, result, refusal);
+}
+
+/* Ends a command that has no memory to begin with. */
+static int end_without_memory(void) {
+  fprintf(stderr, "tavren_ctl: %s\n", translate("out of memory"));
+  return EXIT_REFUSED;
 }
 
 static int run(tavren_api_handle_t* daemon, char** arguments) {
-  return report(daemon, tavren_api_run_task(daemon, arguments[0]));
+  char* task = task_name(arguments[0]);
+  if (task == NULL) {
+    return end_without_memory();
+  }
+  const int result = tavren_api_run_task(daemon, task);
+  free(task);
+  return end_call(daemon, result);
 }
 
 static int archive_audit_file(tavren_api_handle_t* daemon, char** arguments) {
   (void)arguments;
-  return report(daemon, tavren_api_request_to_archive_audit_file(daemon));
+  return end_call(daemon, tavren_api_request_to_archive_audit_file(daemon));
 }
 
 static int show_archived(tavren_api_handle_t* daemon, char** arguments) {
@@ -147,7 +93,7 @@ static int show_archived(tavren_api_handle_t* daemon, char** arguments) {
     printf("%d\n", answer);
     return EXIT_DONE;
   }
-  report(daemon, answer);
+  end_call(daemon, answer);
   return answer == TAVREN_API_E_RPC || answer == TAVREN_API_E_CONNECT ? EXIT_NO_DAEMON_OR_USAGE : EXIT_REFUSED;
 }
 
@@ -158,7 +104,7 @@ static int show_host(tavren_api_handle_t* daemon, char** arguments) {
   if (result == 0) {
     puts(host);
   }
-  return report(daemon, result);
+  return end_call(daemon, result);
 }
 
 static int show_directory(tavren_api_handle_t* daemon, char** arguments) {
@@ -168,7 +114,7 @@ static int show_directory(tavren_api_handle_t* daemon, char** arguments) {
   if (result == 0) {
     puts(directory);
   }
-  return report(daemon, result);
+  return end_call(daemon, result);
 }
 
 static int show_sleeping(tavren_api_handle_t* daemon, char** arguments) {
@@ -178,79 +124,102 @@ static int show_sleeping(tavren_api_handle_t* daemon, char** arguments) {
   if (result == 0) {
     puts(sleeping != 0 ? "Sleeping" : "Awake");
   }
-  return report(daemon, result);
+  return end_call(daemon, result);
 }
 
 static int show_tunables(tavren_api_handle_t* daemon, char** arguments) {
   (void)arguments;
   char* table = NULL;
   const int result = tavren_api_get_tunable_table(daemon, &table);
-  return report_text(daemon, result, table, "");
+  return end_text(daemon, result, table, "");
 }
 
 static int set_tunable(tavren_api_handle_t* daemon, char** arguments) {
   char* refusal = NULL;
   const int result = tavren_api_set_tunable(daemon, arguments[0], arguments[1], &refusal);
-  return report_request(daemon, result, refusal);
+  return end_request(daemon, result, refusal);
 }
 
 static int show_commands(tavren_api_handle_t* daemon, char** arguments) {
   (void)arguments;
   char* table = NULL;
   const int result = tavren_api_get_remote_command_table(daemon, &table);
-  return report_text(daemon, result, table, "");
+  return end_text(daemon, result, table, "");
 }
 
 static int set_command(tavren_api_handle_t* daemon, char** arguments) {
   char* refusal = NULL;
   const int result = tavren_api_set_remote_command(daemon, arguments[0], arguments[1], &refusal);
-  return report_request(daemon, result, refusal);
+  return end_request(daemon, result, refusal);
 }
 
 static int show_intervals(tavren_api_handle_t* daemon, char** arguments) {
   (void)arguments;
   char* table = NULL;
   const int result = tavren_api_get_interval_table(daemon, &table);
-  return report_text(daemon, result, table, "");
+  return end_text(daemon, result, table, "");
 }
 
 static int set_interval(tavren_api_handle_t* daemon, char** arguments) {
+  char* value = interval_value(arguments[1]);
+  if (value == NULL) {
+    return EXIT_NO_DAEMON_OR_USAGE;
+  }
+  int status;
   char* refusal = NULL;
-  const int result = tavren_api_set_interval(daemon, arguments[0], arguments[1], &refusal);
-  return report_request(daemon, result, refusal);
+  char* task = task_name(arguments[0]);
+  if (task == NULL) {
+    status = end_without_memory();
+  } else {
+    const int result = tavren_api_set_interval(daemon, task, value, &refusal);
+    status = end_request(daemon, result, refusal);
+  }
+  free(task);
+  free(value);
+  return status;
 }
+
+/* Carries a command out, of which arguments are what stands behind it. Returns the exit status. */
+typedef int (*action)(tavren_api_handle_t* daemon, char** arguments);
 
 static const struct command {
   const char* name;
   int argument_count; /* -1: any */
-  int (*run)(tavren_api_handle_t* daemon, char** arguments);
-} commands[] = {{"setup", -1, set_up},
-                {"state", 0, show_state},
-                {"enable", 0, enable},
-                {"disable", 0, disable},
-                {"config", 0, show_config},
-                {"status", 0, show_status},
-                {"errors", 0, show_errors},
-                {"clear", 0, clear},
-                {"run", 1, run},
-                {"audit", 0, archive_audit_file},
-                {"archived", 1, show_archived},
-                {"host", 0, show_host},
-                {"directory", 0, show_directory},
-                {"sleeping", 0, show_sleeping},
-                {"tunables", 0, show_tunables},
-                {"set-tunable", 2, set_tunable},
-                {"commands", 0, show_commands},
-                {"set-command", 2, set_command},
-                {"intervals", 0, show_intervals},
-                {"set-interval", 2, set_interval}};
+  action run;
+  action run_as_json; /* NULL: it has no JSON */
+} commands[] = {{"setup", -1, set_up, NULL},
+                {"state", 0, show_state, NULL},
+                {"enable", 0, enable, NULL},
+                {"disable", 0, disable, NULL},
+                {"config", 0, show_config, show_config_as_json},
+                {"status", 0, show_status, show_status_as_json},
+                {"watch", 0, watch, NULL},
+                {"errors", 0, show_errors, show_errors_as_json},
+                {"clear", 0, clear, NULL},
+                {"run", 1, run, NULL},
+                {"audit", 0, archive_audit_file, NULL},
+                {"archived", 1, show_archived, NULL},
+                {"host", 0, show_host, NULL},
+                {"directory", 0, show_directory, NULL},
+                {"sleeping", 0, show_sleeping, NULL},
+                {"tunables", 0, show_tunables, NULL},
+                {"set-tunable", 2, set_tunable, NULL},
+                {"commands", 0, show_commands, NULL},
+                {"set-command", 2, set_command, NULL},
+                {"intervals", 0, show_intervals, NULL},
+                {"set-interval", 2, set_interval, NULL}};
 
-static const struct command* find_command(const char* name, int argument_count) {
-  for (size_t i = 0; i < sizeof commands / sizeof commands[0]; ++i) {
-    if (strcmp(commands[i].name, name) == 0 &&
-        (commands[i].argument_count == argument_count || commands[i].argument_count == -1)) {
-      return &commands[i];
+/* Returns what the arguments, which NULL ends, ask for; NULL when they make no sense. */
+static action find_action(int argument_count, char** arguments) {
+  for (size_t i = 0; argument_count >= 1 && i < sizeof commands / sizeof commands[0]; ++i) {
+    const struct command* command = &commands[i];
+    if (strcmp(command->name, arguments[0]) != 0) {
+      continue;
     }
+    if (command->argument_count == argument_count - 1 || command->argument_count == -1) {
+      return command->run;
+    }
+    return argument_count == 2 && strcmp(arguments[1], "--json") == 0 ? command->run_as_json : NULL;
   }
   return NULL;
 }
@@ -260,7 +229,7 @@ static int end(int status) {
   if (fflush(stdout) == 0 && ferror(stdout) == 0) {
     return status;
   }
-  fputs("tavren_ctl: cannot write the output\n", stderr);
+  fprintf(stderr, "tavren_ctl: %s\n", translate("cannot write the output"));
   return EXIT_NO_DAEMON_OR_USAGE;
 }
 
@@ -271,16 +240,16 @@ int main(int argc, char** argv) {
     fputs(usage, stdout);
     return end(EXIT_DONE);
   }
-  const struct command* command = argc >= 2 ? find_command(argv[1], argc - 2) : NULL;
-  if (command == NULL) {
+  const action run_it = find_action(argc - 1, argv + 1);
+  if (run_it == NULL) {
     fputs(usage, stderr);
     return EXIT_NO_DAEMON_OR_USAGE;
   }
   tavren_set_program_name(argv[0]);
   if (tavren_api_open(&daemon) != 0) {
-    return report(&daemon, daemon.error);
+    return end_call(&daemon, daemon.error);
   }
-  const int status = command->run(&daemon, argv + 2);
+  const int status = run_it(&daemon, argv + 2);
   tavren_api_close(&daemon);
   return end(status);
 }

@@ -1,27 +1,13 @@
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/wait.h>
 
 #include <sstream>
 #include <string>
 #include <utility>
 
 #include "TavrenError.h"
-#include "daemon/daemon_fixture.h"
+#include "tools/ctl_fixture.h"
 
 namespace {
-
-/* The program, as a person or a script would run it. */
-class TavrenCtl : public DaemonTest {
- protected:
-  /* Runs it. Returns its exit status. */
-  static int ctl(const std::string& arguments) {
-    const int status = system((TAVREN_CTL " " + arguments + " >$LAB/out 2>$LAB/err").c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  static std::string out() { return read_file(std::string(getenv("LAB")) + "/out"); }
-  static std::string err() { return read_file(std::string(getenv("LAB")) + "/err"); }
-};
 
 TEST_F(TavrenCtl, ShowsAndSetsTheState) {
   answer("get_state", "1");
@@ -36,14 +22,8 @@ TEST_F(TavrenCtl, ShowsTheConfigurationWithoutThePassword) {
   answer("get_config", "h\n/d\nu\nsecret\nssh-x AA\nSHA256:x\n1000\n-1\n");
   EXPECT_EQ(ctl("config"), 0);
   EXPECT_EQ(out(),
-            "Target:       u@h:/d\nPassword:     set\nHost key:     SHA256:x\nSpace limit 0: 1000 MB\n"
-            "Space limit 1: Unlimited\n");
-}
-
-TEST_F(TavrenCtl, ShowsTheStatus) {
-  answer("get_status", "0\n1\n1\n2\n3\n4\n5\n6\n");
-  EXPECT_EQ(ctl("status"), 0);
-  EXPECT_EQ(out(), "Connection:    OK\nSince:         None\nCompartment 0: 1 2 3\nCompartment 1: 4 5 6\n");
+            "Target:       u@h:/d\nPassword:     set\nHost key:     SHA256:x\nLimit audit:  1000 MB\n"
+            "Limit logs:   Unlimited\n");
 }
 
 TEST_F(TavrenCtl, ShowsStoredErrors) {
@@ -75,19 +55,49 @@ TEST_F(TavrenCtl, ShowsTheTables) {
 TEST_F(TavrenCtl, MakesRequests) {
   EXPECT_EQ(ctl("set-tunable n v"), 0);
   EXPECT_EQ(ctl("set-command n 't t'"), 0);
-  EXPECT_EQ(ctl("set-interval n v"), 0);
+  EXPECT_EQ(ctl("set-interval LogTypeTask.n 5"), 0);
   EXPECT_EQ(ctl("clear"), 0);
-  EXPECT_EQ(ctl("run task"), 0);
+  EXPECT_EQ(ctl("run LogTypeTask.n"), 0);
   EXPECT_EQ(ctl("audit"), 0);
   EXPECT_EQ(requests(),
-            "set_tunable\nn\nv\nset_remote_command\nn\nt t\nset_interval\nn\nv\nclear_stored_data\nrun_task\ntask\n"
-            "run_task\nLogTypeTask.audit\n");
+            "set_tunable\nn\nv\nset_remote_command\nn\nt t\nset_interval\nLogTypeTask.n\n5\n"
+            "clear_stored_data\nrun_task\nLogTypeTask.n\nrun_task\nLogTypeTask.audit\n");
+}
+
+TEST_F(TavrenCtl, KnowsTasksByTheirShortNames) {
+  EXPECT_EQ(ctl("run audit"), 0);
+  EXPECT_EQ(ctl("run space"), 0);
+  EXPECT_EQ(ctl("run SpaceTask"), 0);
+  EXPECT_EQ(ctl("set-interval messages default"), 0);
+  EXPECT_EQ(requests(),
+            "run_task\nLogTypeTask.audit\nrun_task\nSpaceTask\nrun_task\nSpaceTask\n"
+            "set_interval\nLogTypeTask.messages\ndefault\n");
+}
+
+TEST_F(TavrenCtl, SendsIntervalsInSeconds) {
+  const std::pair<const char*, const char*> intervals[] = {
+      {"90", "90"}, {"90s", "90"}, {"30min", "1800"}, {"012h", "43200"}, {"365d", "31536000"}};
+  for (const auto& [text, seconds] : intervals) {
+    EXPECT_EQ(ctl(std::string("set-interval audit ") + text), 0) << err();
+    EXPECT_EQ(requests(), std::string("set_interval\nLogTypeTask.audit\n") + seconds + "\n");
+  }
+}
+
+TEST_F(TavrenCtl, RefusesWhatIsNoInterval) {
+  for (const char* text : {"0", "-5", "+5", "min", "5m", "5 min", "1.5h", "366d", "31536001", "99999999999999999999",
+                           "''", "' 5'", "0x10", "Default"}) {
+    EXPECT_EQ(ctl(std::string("set-interval audit ") + text), 2) << text;
+    EXPECT_EQ(requests(), "") << text;
+  }
+  EXPECT_EQ(err(),
+            "tavren_ctl: not an interval: Default (a number of seconds, or with s, min, h, d; from 1 s to 365 d; or "
+            "default)\n");
 }
 
 TEST_F(TavrenCtl, ShowsARefusalAndSaysSoInItsStatus) {
   const std::pair<const char*, const char*> requests[] = {{"set_tunable", "set-tunable n v"},
                                                           {"set_remote_command", "set-command n t"},
-                                                          {"set_interval", "set-interval n v"},
+                                                          {"set_interval", "set-interval n 1"},
                                                           {"clear_stored_data", "clear"}};
   for (const auto& [procedure, arguments] : requests) {
     answer(procedure, std::string("No ") + procedure + ".");
@@ -105,8 +115,7 @@ TEST_F(TavrenCtl, SaysThatTheDaemonDiedAtTheRequest) {
 TEST_F(TavrenCtl, SaysThatNobodyTakesItsOutput) {
   answer("get_tunable_table", std::string(1 << 16, 't'));
   for (const char* command : {"state", "tunables", "--help"}) {
-    const int status = system((TAVREN_CTL " " + std::string(command) + " >/dev/full 2>$LAB/err").c_str());
-    EXPECT_EQ(WEXITSTATUS(status), 2) << command;
+    EXPECT_EQ(exit_status(TAVREN_CTL " " + std::string(command) + " >/dev/full 2>$LAB/err"), 2) << command;
     EXPECT_EQ(err(), "tavren_ctl: cannot write the output\n");
   }
 }

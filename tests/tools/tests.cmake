@@ -10,4 +10,7 @@ function(tool_test name)
   add_dependencies(${name} tavren_ctl)
 endfunction()
 
-tool_test(tavren_ctl_tests tools/tavren_ctl_test.cpp TOGETHER)
+tool_test(tavren_ctl_tests tools/tavren_ctl_test.cpp tools/status_test.cpp TOGETHER)
+if(with_python)
+  tool_test(tavren_ctl_json_tests tools/json_test.cpp TOGETHER)
+endif()

@@ -1,0 +1,30 @@
+#include "outcome.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+
+int end_call(const tavren_api_handle_t* daemon, int result) {
+  char message[TAVREN_API_TEXT_SIZE];
+  if (result == 0) {
+    return EXIT_DONE;
+  }
+  fprintf(stderr, "tavren_ctl: %s\n", tavren_api_errmsg(daemon, message));
+  return EXIT_NO_DAEMON_OR_USAGE;
+}
+
+int end_request(const tavren_api_handle_t* daemon, int result, char* refusal) {
+  if (result != 0 || refusal == NULL) {
+    return end_call(daemon, result);
+  }
+  fprintf(stderr, "tavren_ctl: %s\n", refusal);
+  free(refusal);
+  return EXIT_REFUSED;
+}
+
+int end_text(const tavren_api_handle_t* daemon, int result, char* text, const char* if_none) {
+  if (result == 0) {
+    fputs(text != NULL ? text : if_none, stdout);
+    free(text);
+  }
+  return end_call(daemon, result);
+}
