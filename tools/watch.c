@@ -24,10 +24,16 @@ static void compose(FILE* out, tavren_api_handle_t* daemon, const char* hint, in
   char text[TAVREN_API_TEXT_SIZE];
   tavren_format_time(time(NULL), text);
   fprintf(out, "%s%s\n", text, hint);
-  if (read_status(daemon, &status) == 0) {
+  const bool connected = daemon->clnt != NULL || tavren_api_open(daemon) == 0;
+  if (connected && read_status(daemon, &status) == 0) {
     print_status(out, &status, bar_width);
-  } else {
-    fprintf(out, "tavren_ctl: %s\n", tavren_api_errmsg(daemon, text));
+    return;
+  }
+  fprintf(out, "tavren_ctl: %s\n", tavren_api_errmsg(daemon, text));
+  if (connected) {
+    /* A daemon that has been started anew has no part in the old connection. */
+    tavren_api_close(daemon);
+    daemon->clnt = NULL;
   }
 }
 

@@ -114,7 +114,7 @@ TEST_F(TavrenCtl, SaysThatTheDaemonDiedAtTheRequest) {
 
 TEST_F(TavrenCtl, SaysThatNobodyTakesItsOutput) {
   answer("get_tunable_table", std::string(1 << 16, 't'));
-  for (const char* command : {"state", "tunables", "--help"}) {
+  for (const char* command : {"state", "tunables", "watch", "--help"}) {
     EXPECT_EQ(exit_status(TAVREN_CTL " " + std::string(command) + " >/dev/full 2>$LAB/err"), 2) << command;
     EXPECT_EQ(err(), "tavren_ctl: cannot write the output\n");
   }

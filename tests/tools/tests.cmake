@@ -11,6 +11,7 @@ function(tool_test name)
 endfunction()
 
 tool_test(tavren_ctl_tests tools/tavren_ctl_test.cpp tools/status_test.cpp TOGETHER)
+tool_test(tavren_ctl_watch_tests tools/watch_test.cpp)
 if(with_python)
   tool_test(tavren_ctl_json_tests tools/json_test.cpp TOGETHER)
 endif()
