@@ -110,6 +110,38 @@ TEST_F(SetUp, SaysThatItIsForRoot) {
   EXPECT_NE(err().find("Only root can set the daemon up."), std::string::npos) << err();
 }
 
+TEST_F(SetUp, ShowsInTheStatusWhatIsSetUp) {
+  append("messages", "one\n");
+  start();
+  EXPECT_EQ(set_up("-y -l logs=1000 " + target), 0) << err();
+  expect_archived("messages", "one\n");
+  EXPECT_EQ(system(TAVREN_CTL " run space"), 0);
+  wait_until("the space is measured", [] {
+    EXPECT_EQ(system(TAVREN_CTL " status >$LAB/out 2>$LAB/err"), 0) << err();
+    return out().find("sleeping") != std::string::npos && out().find("logs:       not measured") == std::string::npos;
+  });
+  const size_t connection = out().find("Connection: OK since 20");
+  ASSERT_NE(connection, std::string::npos) << out();
+  const size_t compartments = out().find('\n', connection) + 1;
+  EXPECT_EQ(out().substr(0, connection), "Archiving:  Enabled\nDaemon:     sleeping\nTarget:     " + target + "\n");
+  EXPECT_EQ(out().substr(compartments),
+            "audit:      not monitored, unlimited\n            0 waiting, 0 archived\n"
+            "logs:       1 of 1000 MB\n            0 waiting, 1 archived\n");
+}
+
+TEST_F(SetUp, ShowsOthersThanRootNeitherUserNorLimits) {
+  start();
+  EXPECT_EQ(set_up("-y -l audit=1000 " + target), 0) << err();
+  const std::string as_somebody = "setpriv --reuid 4711 --clear-groups " TAVREN_CTL " status ";
+  EXPECT_EQ(system((as_somebody + ">$LAB/out 2>$LAB/err").c_str()), 0) << err();
+  EXPECT_NE(out().find("Target:     localhost:" + lab::value("LAB_ARCHIVE") + "\n"), std::string::npos) << out();
+  EXPECT_NE(out().find("logs: "), std::string::npos) << out();
+  EXPECT_EQ(out().find("limit"), std::string::npos) << out();
+  EXPECT_EQ(system((as_somebody + "--json >$LAB/out 2>$LAB/err").c_str()), 0) << err();
+  EXPECT_NE(out().find("\"target\": {\"user\": null, \"host\": \"localhost\", "), std::string::npos) << out();
+  EXPECT_NE(out().find("\"limited\": null, \"limit_mb\": null"), std::string::npos) << out();
+}
+
 TEST_F(SetUp, OfNonsenseExplainsItself) {
   start();
   for (const char* arguments :
