@@ -1,3 +1,12 @@
+# A file, the same for every target.
+if(NOT CMAKE_CROSSCOMPILING AND NOT TAVREN_SANITIZE)
+  foreach(what commands names options files)
+    add_test(NAME Completion.Knows_${what}
+      COMMAND ${CMAKE_CURRENT_LIST_DIR}/check-completion ${what} ${PROJECT_SOURCE_DIR} $<TARGET_FILE:tavren_ctl>)
+    set_tests_properties(Completion.Knows_${what} PROPERTIES TIMEOUT 60)
+  endforeach()
+endif()
+
 if(NOT with_daemon)
   return()
 endif()
