@@ -8,10 +8,11 @@
 
 #include "guarded_calls.h"
 #include "terminal.h"
+#include "text.h"
 
 void report(const char* what, char* message, const char* advice) {
-  fprintf(stderr, "%s: %s failed:\n%s", tavren_get_program_name(), what,
-          message != NULL ? message : "  - out of memory\n");
+  fprintf(stderr, translate("%s: %s failed:\n%s"), tavren_get_program_name(), what,
+          message != NULL ? message : translate("  - out of memory\n"));
   free(message);
   if (advice != NULL) {
     fprintf(stderr, "%s\n", advice);
@@ -22,14 +23,14 @@ bool parse_descriptor(const char* text, int* fd) {
   if (tavren_cstring_to_int(text, fd) == 0 && *fd >= 0) {
     return true;
   }
-  fprintf(stderr, "%s: not a descriptor: %s\n", tavren_get_program_name(), text);
+  fprintf(stderr, translate("%s: not a descriptor: %s\n"), tavren_get_program_name(), text);
   return false;
 }
 
 /* An interrupted prompt must not leave a terminal behind that shows nothing. */
 static bool ask_for_password(char* password) {
   const bool terminal = guard_terminal();
-  const int length = tavren_read_input("Password: ", password, PASSWORD_SIZE, 1);
+  const int length = tavren_read_input(translate("Password: "), password, PASSWORD_SIZE, 1);
   if (terminal) {
     release_terminal();
   }
@@ -68,18 +69,19 @@ static bool read_host_key(const char* path, char* key) {
   if (encoded != NULL && encoded[1] != '\0') {
     return true;
   }
-  fprintf(stderr, "%s: %s: cannot read a host key\n", tavren_get_program_name(), path);
+  fprintf(stderr, translate("%s: %s: cannot read a host key\n"), tavren_get_program_name(), path);
   return false;
 }
 
 /* Returns whether the key that the host shows is confirmed. */
 static bool confirm_host_key(const char* host, bool confirm, const char* expected, const char* key,
                              const char* fingerprint) {
-  printf("%s shows a key of type %.*s with the fingerprint\n  %s\n", host, (int)strcspn(key, " "), key, fingerprint);
+  printf(translate("%s shows a key of type %.*s with the fingerprint\n  %s\n"), host, (int)strcspn(key, " "), key,
+         fingerprint);
   if (*expected != '\0' && strcmp(expected, key) != 0) {
-    puts(
+    puts(translate(
         "That is NOT the key that is configured for this host. Unless the host has a new one, somebody stands "
-        "between.");
+        "between."));
     if (confirm) {
       fputs(
           "Ask the host's administrator for the fingerprint. If the key is a new one, run this again without --yes.\n",
@@ -87,7 +89,7 @@ static bool confirm_host_key(const char* host, bool confirm, const char* expecte
       return false;
     }
   }
-  return tavren_yes_or_no("Is this the host's key (yes/no)? ", confirm, 0) == 1;
+  return tavren_yes_or_no(translate("Is this the host's key (yes/no)? "), confirm, 0) == 1;
 }
 
 /* Fetches the host's key. Returns false after a message. */
@@ -97,7 +99,7 @@ static bool fetch_key(const char* host, char* key) {
   if (fetch_host_key(host, key, &message, &advice) == 0) {
     return true;
   }
-  report("fetching the host's key", message, advice);
+  report(translate("fetching the host's key"), message, advice);
   return false;
 }
 
@@ -114,7 +116,7 @@ bool choose_host_key(const char* known_key_file, bool confirm, const char* host,
   if (known_key_file != NULL || confirm_host_key(host, confirm, expected, key, fingerprint)) {
     return true;
   }
-  fprintf(stderr, "%s: the host's key was not confirmed\n", tavren_get_program_name());
+  fprintf(stderr, translate("%s: the host's key was not confirmed\n"), tavren_get_program_name());
   return false;
 }
 
@@ -123,7 +125,7 @@ bool get_password(int fd, char* password) {
   const bool from_stdin = fd == -1 || fd == STDIN_FILENO;
   const bool done = from_stdin ? ask_for_password(password) : read_password_from(fd, password);
   if (!done) {
-    fprintf(stderr, "%s: cannot read the password\n", tavren_get_program_name());
+    fprintf(stderr, translate("%s: cannot read the password\n"), tavren_get_program_name());
   }
   return done;
 }
@@ -132,9 +134,9 @@ bool test_host(const tavren_settings_t* settings) {
   char* message = NULL;
   const char* advice = NULL;
   if (test_and_claim(settings, &message, &advice) == 0) {
-    printf("%s:%s is tested and claimed for this chassis\n", settings->host, settings->dir);
+    printf(translate("%s:%s is tested and claimed for this chassis\n"), settings->host, settings->dir);
     return true;
   }
-  report("the test of the host", message, advice);
+  report(translate("the test of the host"), message, advice);
   return false;
 }

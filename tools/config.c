@@ -7,7 +7,12 @@
 #include "outcome.h"
 #include "text.h"
 
-static void print_line(const char* label, const char* value) { printf("%-13s %s\n", label, value); }
+enum { LABEL_WIDTH = 13 };
+
+static void print_line(const char* label, const char* value) {
+  print_label(stdout, label, LABEL_WIDTH);
+  puts(value);
+}
 
 static void print_config(const tavren_config_t* config) {
   const tavren_settings_t* settings = &config->settings;
@@ -15,7 +20,8 @@ static void print_config(const tavren_config_t* config) {
   if (settings->host[0] == '\0') {
     print_line(translate("Target:"), translate("not configured"));
   } else {
-    printf("%-13s %s@%s:%s\n", translate("Target:"), settings->user, settings->host, settings->dir);
+    print_label(stdout, translate("Target:"), LABEL_WIDTH);
+    printf("%s@%s:%s\n", settings->user, settings->host, settings->dir);
   }
   print_line(translate("Password:"), settings->password[0] != '\0' ? translate("set") : translate("not set"));
   print_line(translate("Host key:"),

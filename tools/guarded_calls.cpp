@@ -6,33 +6,39 @@
 #include <sstream>
 #include <string>
 
+#include "text.h"
+
 namespace {
 
-constexpr char check_the_network[] = "Check the host's name, the network, and that a secure shell server runs there.";
+constexpr char check_the_network[] =
+    TOOLS_TEXT("Check the host's name, the network, and that a secure shell server runs there.");
 
-/* What a part of an error's text says of the host when a command has failed there. */
+/* What a command that failed on the host, or what it printed, says of the host. Both are lines, in no language of ours. */
 struct Symptom {
   const char* text;
   const char* advice;
 };
 
 constexpr Symptom symptoms[] = {
-    {"No space left on device", "The disk is full there: make space, or name another directory."},
-    {"quota exceeded", "The user's quota is used up there: raise it, or name another directory."},
-    {"Remote command \"cd ", "Make that directory on the host, or name another one."},
-    {"scp: not found", "Install scp on the host (Debian: openssh-client)."},
-    {"scp: command not found", "Install scp on the host (Debian: openssh-client)."},
-    {"scp: Permission denied", "Let the user run scp on the host."},
-    {"Permission denied", "Let the user write into that directory, or name another one."},
-    {"Read-only file system", "Nobody can write there: name another directory."},
-    {"",
-     "Check that the directory exists, that the user may write there, that there is space left, and that scp and the "
-     "usual commands are installed on the host."},
+    {"No space left on device", TOOLS_TEXT("The disk is full there: make space, or name another directory.")},
+    {"quota exceeded", TOOLS_TEXT("The user's quota is used up there: raise it, or name another directory.")},
+    {"\ncd ", TOOLS_TEXT("Make that directory on the host, or name another one.")},
+    {"scp: not found", TOOLS_TEXT("Install scp on the host (Debian: openssh-client).")},
+    {"scp: command not found", TOOLS_TEXT("Install scp on the host (Debian: openssh-client).")},
+    {"scp: Permission denied", TOOLS_TEXT("Let the user run scp on the host.")},
+    {"Permission denied", TOOLS_TEXT("Let the user write into that directory, or name another one.")},
+    {"Read-only file system", TOOLS_TEXT("Nobody can write there: name another directory.")},
+    {"", TOOLS_TEXT("Check that the directory exists, that the user may write there, that there is space left, and that scp and the "
+     "usual commands are installed on the host.")},
 };
 
-const char* advice_for_failed_command(const std::string& text) {
+const char* advice_for_failed_command(const TavrenError& error) {
+  std::string text;
+  for (const TavrenError::error_line_t* line : error.lines) {
+    for (int32_t i = 0; i < line->num_args; ++i) text += "\n" + line->args[i];
+  }
   const auto shows = [&text](const Symptom& symptom) { return text.find(symptom.text) != std::string::npos; };
-  return std::find_if(std::begin(symptoms), std::end(symptoms), shows)->advice;
+  return translate(std::find_if(std::begin(symptoms), std::end(symptoms), shows)->advice);
 }
 
 struct Advice {
@@ -42,23 +48,25 @@ struct Advice {
 
 constexpr Advice advices[] = {
     {TAVREN_E_CHASSIS_CONFLICT,
-     "Give this chassis a directory of its own. If the other chassis is gone, remove its .chassis file there."},
-    {TAVREN_E_LOGIN_DENIED, "Check the user's name and the password."},
-    {TAVREN_E_HOST_KEY_MISMATCH, "Find out why the host shows another key before you trust it."},
+     TOOLS_TEXT(
+         "Give this chassis a directory of its own. If the other chassis is gone, remove its .chassis file there.")},
+    {TAVREN_E_LOGIN_DENIED, TOOLS_TEXT("Check the user's name and the password.")},
+    {TAVREN_E_HOST_KEY_MISMATCH, TOOLS_TEXT("Find out why the host shows another key before you trust it.")},
     {TAVREN_E_CONNECT_TIMEOUT, check_the_network},
     {TAVREN_E_PROGRAM_EXITED, check_the_network},
-    {TAVREN_E_SHELL_START_TIMEOUT, "Check the user's login shell and its start-up files on the host."},
-    {TAVREN_E_INCORRECT_OUTPUT, "Check that the commands on the host are the usual ones and print nothing more."},
-    {TAVREN_E_COMMAND_TIMEOUT, "The host answers too slowly. Try again when it is less busy."},
-    {TAVREN_E_SYSCALL, "This machine cannot do its part: see the error number."},
+    {TAVREN_E_SHELL_START_TIMEOUT, TOOLS_TEXT("Check the user's login shell and its start-up files on the host.")},
+    {TAVREN_E_INCORRECT_OUTPUT,
+     TOOLS_TEXT("Check that the commands on the host are the usual ones and print nothing more.")},
+    {TAVREN_E_COMMAND_TIMEOUT, TOOLS_TEXT("The host answers too slowly. Try again when it is less busy.")},
+    {TAVREN_E_SYSCALL, TOOLS_TEXT("This machine cannot do its part: see the error number.")},
 };
 
 /* The lines go from the general to the particular: the first one that there is advice for tells most. */
-const char* advice_for(const TavrenError& error, const std::string& text) {
+const char* advice_for(const TavrenError& error) {
   for (const TavrenError::error_line_t* line : error.lines) {
-    if (line->code == TAVREN_E_COMMAND_FAILED) return advice_for_failed_command(text);
+    if (line->code == TAVREN_E_COMMAND_FAILED) return advice_for_failed_command(error);
     for (const Advice& advice : advices) {
-      if (advice.code == line->code) return advice.text;
+      if (advice.code == line->code) return translate(advice.text);
     }
   }
   return nullptr;
@@ -75,12 +83,12 @@ int guarded(char** message, const char** advice, Step step) {
     std::ostringstream text;
     error.print_body(text);
     *message = tavren_strdup(text.str().c_str());
-    *advice = advice_for(error, text.str());
+    *advice = advice_for(error);
   } catch (const TavrenTimeout&) {
-    *message = tavren_strdup("  - The host does not answer\n");
-    *advice = check_the_network;
+    *message = tavren_strdup(translate("  - The host does not answer\n"));
+    *advice = translate(check_the_network);
   } catch (const TavrenOperationCancelled&) {
-    *message = tavren_strdup("  - Cancelled\n");
+    *message = tavren_strdup(translate("  - Cancelled\n"));
   } catch (const std::exception& error) {
     *message = tavren_strdup((std::string("  - ") + error.what() + "\n").c_str());
   }
@@ -91,7 +99,7 @@ int guarded(char** message, const char** advice, Step step) {
 
 int fetch_host_key(const char* host, char* key, char** message, const char** advice) {
   const int result = guarded(message, advice, [&] { return tavren_download_host_key(host, key, message); });
-  if (result != 0 && *advice == nullptr) *advice = check_the_network;
+  if (result != 0 && *advice == nullptr) *advice = translate(check_the_network);
   return result;
 }
 

@@ -11,6 +11,7 @@
 
 #include "ask.h"
 #include "guarded_calls.h"
+#include "text.h"
 
 enum { PIECE_SIZE = 32768, BAR_WIDTH = 30 };
 
@@ -58,7 +59,7 @@ static int send_contents(tavren_hp_t* session, int fd, struct progress* progress
       continue;
     }
     if (n <= 0) {
-      fprintf(stderr, "tavren_send: %s: %s\n", progress->name, n == 0 ? "became shorter" : strerror(errno));
+      fprintf(stderr, "tavren_send: %s: %s\n", progress->name, n == 0 ? translate("became shorter") : strerror(errno));
       return -1;
     }
     if (continue_send_file(session, piece, (uint32_t)n, message) != 0) {
@@ -92,7 +93,7 @@ static int send_open_file(tavren_hp_t* session, int fd, const struct stat* statu
     report(progress->name, message, NULL);
   }
   if (result == 0 && !bar) {
-    printf("%s: %lu bytes sent\n", progress->name, (unsigned long)progress->size);
+    printf(translate("%s: %lu bytes sent\n"), progress->name, (unsigned long)progress->size);
   }
   return result;
 }
@@ -104,9 +105,9 @@ static int open_file(const char* path, struct stat* status) {
   if (fd == -1 || fstat(fd, status) == -1) {
     reason = strerror(errno);
   } else if (!S_ISREG(status->st_mode)) {
-    reason = "not a regular file";
+    reason = translate("not a regular file");
   } else if (status->st_size > (off_t)UINT32_MAX) {
-    reason = "too large: a transfer carries less than 4 GiB";
+    reason = translate("too large: a transfer carries less than 4 GiB");
   }
   if (reason == NULL) {
     return fd;
@@ -123,7 +124,7 @@ static int open_session(tavren_hp_t* session) {
   char* message = NULL;
   const int result = tavren_hp_open(session, &message);
   if (result != 0) {
-    report("login", message, NULL);
+    report(translate("login"), message, NULL);
   }
   return result;
 }
@@ -151,7 +152,7 @@ int send_files(const tavren_settings_t* settings, char** files) {
   char* message = NULL;
   tavren_hp_t* session = tavren_hp_new(settings, &message);
   if (session == NULL) {
-    report("making a session", message, NULL);
+    report(translate("making a session"), message, NULL);
     return 1;
   }
   int status = 0;

@@ -9,6 +9,7 @@
 #include "ask.h"
 #include "compartments.h"
 #include "outcome.h"
+#include "text.h"
 
 static const char usage[] =
     "Usage: tavren_ctl setup [options] user@host:directory\n"
@@ -43,7 +44,7 @@ static bool parse_limit(const char* text, struct request* request) {
       return true;
     }
   }
-  fprintf(stderr, "tavren_ctl: not a limit: %s (audit or logs, =, and MB or unlimited)\n", text);
+  fprintf(stderr, translate("tavren_ctl: not a limit: %s (audit or logs, =, and MB or unlimited)\n"), text);
   return false;
 }
 
@@ -93,7 +94,7 @@ static bool parse_arguments(char** arguments, struct request* request) {
 static int daemon_failed(const tavren_api_handle_t* daemon) {
   char message[TAVREN_API_TEXT_SIZE];
   fprintf(stderr, "tavren_ctl: %s\n", tavren_api_errmsg(daemon, message));
-  fputs("Only root can set the daemon up. What else it has refused stands in the system log.\n", stderr);
+  fputs(translate("Only root can set the daemon up. What else it has refused stands in the system log.\n"), stderr);
   return EXIT_NO_DAEMON_OR_USAGE;
 }
 
@@ -108,7 +109,7 @@ static void show_log_types(tavren_api_handle_t* daemon, const tavren_settings_t*
     char name[TAVREN_API_TEXT_SIZE];
     int seconds;
     if (sscanf(row, "LogTypeTask.%255s %d", name, &seconds) == 2) {
-      printf("%s goes to %s:%s/%s every %d s\n", name, settings->host, settings->dir, name, seconds);
+      printf(translate("%s goes to %s:%s/%s every %d s\n"), name, settings->host, settings->dir, name, seconds);
     }
   }
   free(table);
@@ -140,7 +141,7 @@ static int configure(tavren_api_handle_t* daemon, const struct request* request,
   if (tavren_api_set_config(daemon, &config, 1) != 0) {
     return daemon_failed(daemon);
   }
-  puts("Archiving is configured and switched on");
+  puts(translate("Archiving is configured and switched on"));
   show_log_types(daemon, settings);
   return EXIT_DONE;
 }

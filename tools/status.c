@@ -8,7 +8,7 @@
 #include "outcome.h"
 #include "text.h"
 
-enum { BAR_WIDTH = 10 };
+enum { BAR_WIDTH = 10, LABEL_WIDTH = 11 };
 
 /* Fills in what only root is shown. */
 static void read_configuration(tavren_api_handle_t* daemon, struct status* status) {
@@ -40,10 +40,8 @@ int read_status(tavren_api_handle_t* daemon, struct status* status) {
   return result == 0 ? tavren_api_get_archive_directory(daemon, status->directory) : result;
 }
 
-static void print_label(FILE* out, const char* label) { fprintf(out, "%-11s ", label); }
-
 static void print_target(FILE* out, const struct status* status) {
-  print_label(out, translate("Target:"));
+  print_label(out, translate("Target:"), LABEL_WIDTH);
   if (status->host[0] == '\0') {
     fputs(translate("not configured"), out);
   } else {
@@ -55,7 +53,7 @@ static void print_target(FILE* out, const struct status* status) {
 
 static void print_connection(FILE* out, const tavren_status_t* answer) {
   char when[TAVREN_FORMAT_SIZE];
-  print_label(out, translate("Connection:"));
+  print_label(out, translate("Connection:"), LABEL_WIDTH);
   fputs(tavren_connection_status_to_string(answer->connection_status), out);
   if (answer->connection_time > 0) {
     tavren_format_time(answer->connection_time, when);
@@ -109,18 +107,19 @@ static void print_space(FILE* out, const struct status* status, int compartment,
 }
 
 void print_status(FILE* out, const struct status* status, int bar_width) {
-  print_label(out, translate("Archiving:"));
+  print_label(out, translate("Archiving:"), LABEL_WIDTH);
   fprintf(out, "%s\n", tavren_state_to_string(status->state));
-  print_label(out, translate("Daemon:"));
+  print_label(out, translate("Daemon:"), LABEL_WIDTH);
   fprintf(out, "%s\n", status->sleeping != 0 ? translate("sleeping") : translate("in a session"));
   print_target(out, status);
   print_connection(out, &status->answer);
   for (int i = 0; i < TAVREN_COMPARTMENTS; ++i) {
     const tavren_compartment_status_t* compartment = &status->answer.compartment_status[i];
-    fprintf(out, "%s:%*s", compartment_names[i], 11 - (int)strlen(compartment_names[i]), "");
+    fprintf(out, "%s:", compartment_names[i]);
+    print_label(out, "", LABEL_WIDTH - 1 - (int)strlen(compartment_names[i]));
     print_space(out, status, i, bar_width);
     putc('\n', out);
-    print_label(out, "");
+    print_label(out, "", LABEL_WIDTH);
     fprintf(out, translate("%ld waiting, %ld archived\n"), (long)compartment->word2, (long)compartment->word3);
   }
 }

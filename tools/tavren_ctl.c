@@ -122,7 +122,7 @@ static int show_sleeping(tavren_api_handle_t* daemon, char** arguments) {
   int sleeping;
   const int result = tavren_api_is_tavrend_sleeping(daemon, &sleeping);
   if (result == 0) {
-    puts(sleeping != 0 ? "Sleeping" : "Awake");
+    puts(sleeping != 0 ? translate("Sleeping") : translate("Awake"));
   }
   return end_call(daemon, result);
 }
