@@ -84,7 +84,8 @@ static bool confirm_host_key(const char* host, bool confirm, const char* expecte
         "between."));
     if (confirm) {
       fputs(
-          "Ask the host's administrator for the fingerprint. If the key is a new one, run this again without --yes.\n",
+          translate("Ask the host's administrator for the fingerprint. If the key is a new one, run this again without "
+                    "--yes.\n"),
           stderr);
       return false;
     }

@@ -13,7 +13,8 @@ namespace {
 constexpr char check_the_network[] =
     TOOLS_TEXT("Check the host's name, the network, and that a secure shell server runs there.");
 
-/* What a command that failed on the host, or what it printed, says of the host. Both are lines, in no language of ours. */
+/* What a command that failed on the host, or what it printed, says of the host. Both are lines, in no language of ours.
+ */
 struct Symptom {
   const char* text;
   const char* advice;
@@ -28,8 +29,9 @@ constexpr Symptom symptoms[] = {
     {"scp: Permission denied", TOOLS_TEXT("Let the user run scp on the host.")},
     {"Permission denied", TOOLS_TEXT("Let the user write into that directory, or name another one.")},
     {"Read-only file system", TOOLS_TEXT("Nobody can write there: name another directory.")},
-    {"", TOOLS_TEXT("Check that the directory exists, that the user may write there, that there is space left, and that scp and the "
-     "usual commands are installed on the host.")},
+    {"", TOOLS_TEXT("Check that the directory exists, that the user may write there, that there is space left, and "
+                    "that scp and the "
+                    "usual commands are installed on the host.")},
 };
 
 const char* advice_for_failed_command(const TavrenError& error) {
@@ -38,7 +40,8 @@ const char* advice_for_failed_command(const TavrenError& error) {
     for (int32_t i = 0; i < line->num_args; ++i) text += "\n" + line->args[i];
   }
   const auto shows = [&text](const Symptom& symptom) { return text.find(symptom.text) != std::string::npos; };
-  return translate(std::find_if(std::begin(symptoms), std::end(symptoms), shows)->advice);
+  const Symptom& symptom = *std::find_if(std::begin(symptoms), std::end(symptoms), shows);
+  return translate(symptom.advice);
 }
 
 struct Advice {

@@ -119,14 +119,15 @@ static void show_log_types(tavren_api_handle_t* daemon, const tavren_settings_t*
 static bool get_trusted(const struct request* request, const tavren_config_t* present, tavren_settings_t* settings) {
   const bool same_host = strcmp(present->settings.host, settings->host) == 0;
   if (request->host_key_file == NULL) {
-    printf("Fetching the key of %s\n", settings->host);
+    printf(translate("Fetching the key of %s\n"), settings->host);
   }
   if (!choose_host_key(request->host_key_file, request->confirm_key, settings->host,
                        same_host ? present->settings.host_key : "", settings->host_key, settings->fingerprint) ||
       !get_password(request->password_fd, settings->password)) {
     return false;
   }
-  printf("Logging in as %s, testing the host, claiming %s for this chassis\n", settings->user, settings->dir);
+  printf(translate("Logging in as %s, testing the host, claiming %s for this chassis\n"), settings->user,
+         settings->dir);
   return test_host(settings);
 }
 
@@ -137,7 +138,7 @@ static int configure(tavren_api_handle_t* daemon, const struct request* request,
   for (int i = 0; i < TAVREN_COMPARTMENTS; ++i) {
     config.space_limit[i] = request->limit_given[i] ? request->limit[i] : present->space_limit[i];
   }
-  puts("Sending the configuration to the daemon");
+  puts(translate("Sending the configuration to the daemon"));
   if (tavren_api_set_config(daemon, &config, 1) != 0) {
     return daemon_failed(daemon);
   }

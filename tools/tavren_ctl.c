@@ -247,7 +247,10 @@ int main(int argc, char** argv) {
   }
   tavren_set_program_name(argv[0]);
   if (tavren_api_open(&daemon) != 0) {
-    return end_call(&daemon, daemon.error);
+    const int status = end_call(&daemon, daemon.error);
+    fputs(translate("Check that the daemon tavrend and rpcbind are running: systemctl status tavrend rpcbind\n"),
+          stderr);
+    return status;
   }
   const int status = run_it(&daemon, argv + 2);
   tavren_api_close(&daemon);

@@ -180,7 +180,7 @@ INSTANTIATE_TEST_SUITE_P(
              "Give this chassis a directory of its own. If the other chassis is gone, remove its .chassis file"}},
         Named<Trouble>{"FullDisk",
                        {"mount -t tmpfs -o size=4k,mode=777 tmpfs $LAB_ARCHIVE && echo >$LAB_ARCHIVE/full",
-                        "umount $LAB_ARCHIVE", "The disk is full there: make space, or name another directory.\n"}},
+                        "umount -l $LAB_ARCHIVE", "The disk is full there: make space, or name another directory.\n"}},
         Named<Trouble>{"NoScp",
                        {"echo 'SetEnv PATH=/nowhere' >>$LAB_SSHD_CONFIG && $LAB_RESTART_SSHD",
                         "sed -i '/^SetEnv/d' $LAB_SSHD_CONFIG && $LAB_RESTART_SSHD",

@@ -147,7 +147,9 @@ TEST_F(TavrenCtl, ShowsWhatBecameOfAnAuditFile) {
 TEST_F(TavrenCtl, SaysThatThereIsNoDaemon) {
   unregister();
   EXPECT_EQ(ctl("state"), 2);
-  EXPECT_EQ(err(), "tavren_ctl: Cannot connect to archiving daemon: RPC: Program not registered\n");
+  EXPECT_EQ(err(),
+            "tavren_ctl: Cannot connect to archiving daemon: RPC: Program not registered\n"
+            "Check that the daemon tavrend and rpcbind are running: systemctl status tavrend rpcbind\n");
 }
 
 TEST_F(TavrenCtl, ExplainsItsUsage) {
