@@ -56,7 +56,9 @@ bool takes_nothing(int fd) {
 /* Nothing may be thrown through the RPC library. */
 void dispatch(svc_req* request, SVCXPRT* caller) {
   if (takes_nothing(caller->xp_fd)) {
-    svc_destroy(caller);
+    /* The RPC library looks at the caller once more behind this call, and destroys it at the end of what it has sent.
+     */
+    shutdown(caller->xp_fd, SHUT_RDWR);
     return;
   }
   try {
