@@ -2,9 +2,11 @@
 #define TESTS_TAVREND_DAEMON_FIXTURE_H
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -169,12 +171,19 @@ class TavrendTest : public testing::Test {
     return content;
   }
 
+  /* The same of compressed items; nothing while one of them is not whole. */
+  static std::string plain_archive_of(const std::string& section) {
+    const std::string command = "zstd -dc $LAB_ARCHIVE/" + section + "/* 2>/dev/null >$LAB/plain";
+    return system(command.c_str()) == 0 ? read_file(lab::value("LAB") + "/plain") : "";
+  }
+
   /* Waits until a section's items, one behind the other, are what was written. */
-  static void expect_archived(const std::string& section, const std::string& written) {
+  static void expect_archived(const std::string& section, const std::string& written,
+                              const std::function<std::string(const std::string&)>& content = archive_of) {
     try {
-      wait_until("every byte once", [&] { return archive_of(section) == written; });
+      wait_until("every byte once", [&] { return content(section) == written; });
     } catch (const std::runtime_error&) {
-      ADD_FAILURE() << section << ": " << first_difference(archive_of(section), written)
+      ADD_FAILURE() << section << ": " << first_difference(content(section), written)
                     << "\nstored errors: " << errors();
     }
   }
@@ -213,6 +222,12 @@ class TavrendTest : public testing::Test {
   static uint16_t port() {
     lab::run("rpcinfo -p 127.0.0.1 | awk '$1 == 100171 {print $4}' >$LAB/port");
     return static_cast<uint16_t>(std::stoi(read_file(lab::value("LAB") + "/port")));
+  }
+
+  /* Connects a socket with the daemon, as nothing of the client API would. */
+  static void connect_to_daemon(int fd, uint16_t port) {
+    const sockaddr_in address = {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+    ASSERT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
   }
 
   void append(const std::string& name, const std::string& text) const {

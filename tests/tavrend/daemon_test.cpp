@@ -44,10 +44,7 @@ TEST_F(Daemon, CompressesWhatItIsToldTo) {
   append("messages", "one\ntwo\n");
   start(following("messages") + "compress = zstd\n");
   ASSERT_EQ(set_config(), 0);
-  wait_until("the whole item", [] {
-    return system("zstd -dc $LAB_ARCHIVE/messages/* 2>/dev/null >$LAB/plain") == 0 &&
-           read_file(lab::value("LAB") + "/plain") == "one\ntwo\n";
-  });
+  expect_archived("messages", "one\ntwo\n", plain_archive_of);
   EXPECT_EQ(items("messages")[0].substr(23), ".messages.zst");
 }
 
@@ -204,10 +201,9 @@ TEST_F(Daemon, KeepsACallerAmongManyIdleOnesThatCameBeforeOrComeLater) {
   const uint16_t port_of_daemon = port();
   std::vector<int> idle;
   const auto add_idle = [&](int count) {
-    const sockaddr_in address = {AF_INET, htons(port_of_daemon), {htonl(INADDR_LOOPBACK)}, {}};
     for (int i = 0; i < count; ++i) {
       idle.push_back(socket(AF_INET, SOCK_STREAM, 0));
-      ASSERT_EQ(connect(idle.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+      connect_to_daemon(idle.back(), port_of_daemon);
     }
   };
   tavren_state_t now{};

@@ -14,18 +14,26 @@ namespace {
 struct Way {
   Rotation rotation;
   bool closed_files; /* the rotated ones are archived, too, in a section of their own */
+  bool compressed;
 };
 
 constexpr Named<Way> ways[] = {
-    {"RotationByRename", {Rotation::rename, false}},
-    {"RotationByCopyAndTruncation", {Rotation::copy_and_truncate, false}},
-    {"ClosedFilesBeside", {Rotation::rename, true}},
+    {"RotationByRename", {Rotation::rename, false, false}},
+    {"RotationByCopyAndTruncation", {Rotation::copy_and_truncate, false, false}},
+    {"ClosedFilesBeside", {Rotation::rename, true, false}},
+    {"CompressedItems", {Rotation::rename, true, true}},
 };
 
 class DaemonThatIsKilled : public TavrendTest, public testing::WithParamInterface<Named<Way>> {
  protected:
   std::string configuration() const {
-    return following("messages") + (GetParam().value.closed_files ? closed("messages.[0-9]*") : "");
+    const std::string compress = GetParam().value.compressed ? "compress = zstd\n" : "";
+    return following("messages") + compress +
+           (GetParam().value.closed_files ? closed("messages.[0-9]*") + compress : "");
+  }
+
+  static void expect_every_byte(const std::string& section, const std::string& written) {
+    expect_archived(section, written, GetParam().value.compressed ? plain_archive_of : archive_of);
   }
 
   /*
@@ -56,15 +64,15 @@ TEST_P(DaemonThatIsKilled, ArchivesEveryByteOnce) {
   writer.write_line("first line\n");
   start(configuration());
   ASSERT_EQ(set_config(), 0);
-  wait_until("the first line", [] { return archive_of("messages") == "first line\n"; });
+  expect_every_byte("messages", "first line\n");
   stop(SIGKILL);
   writer.begin();
   for (int i = 0; i < repetitions(20, 200); ++i) live_for(life(random), i % 2 == 0);
   writer.stop();
   writer.rotate();
   start_again();
-  expect_archived("messages", writer.written());
-  if (GetParam().value.closed_files) expect_archived("closed", writer.written());
+  expect_every_byte("messages", writer.written());
+  if (GetParam().value.closed_files) expect_every_byte("closed", writer.written());
   EXPECT_EQ(errors(), "");
 }
 

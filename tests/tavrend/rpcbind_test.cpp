@@ -1,6 +1,3 @@
-#include <netinet/in.h>
-#include <sys/socket.h>
-
 #include "tavrend/daemon_fixture.h"
 
 /*
@@ -44,9 +41,8 @@ class DaemonsRegistration : public TavrendTest {
 
   /* Lets the daemon see what time it is: it waits by the kernel's clock, which nobody moves, unless somebody calls. */
   void wake_it() const {
-    const sockaddr_in address = {AF_INET, htons(where), {htonl(INADDR_LOOPBACK)}, {}};
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    ASSERT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    connect_to_daemon(fd, where);
     close(fd);
   }
 

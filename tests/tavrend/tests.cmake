@@ -24,17 +24,19 @@ if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND TAVREN_SLOW_TESTS
       TAVREND="${tavrend}" HODRA_PUT="${hodra_put}" TAVREN_CTL="${tavren_ctl}")
     add_dependencies(${name} tavrend tavren_ctl hodra-put)
   endfunction()
-  tavrend_daemon_test(tavrend_tests 180 tavrend/daemon_test.cpp tavrend/procedures_test.cpp
+  tavrend_daemon_test(tavrend_tests 180 tavrend/daemon_test.cpp tavrend/procedures_test.cpp tavrend/callers_test.cpp
     tavrend/archive_test.cpp tavrend/guest_test.cpp tavrend/rotated_logs_test.cpp tavrend/set_up_test.cpp)
-  target_link_libraries(tavrend_tests PRIVATE ${sqlite3_library})
   # Many more kills, when scripts/endurance asks for them.
   tavrend_daemon_test(tavrend_every_byte_tests 1800 tavrend/every_byte_test.cpp)
   tavrend_daemon_test(tavrend_outage_tests 180 tavrend/outages_test.cpp)
   tavrend_daemon_test(tavrend_log_tests 180 tavrend/logs_test.cpp)
   tavrend_daemon_test(tavrend_cancelled_tests 180 tavrend/cancelled_test.cpp)
-  target_link_libraries(tavrend_cancelled_tests PRIVATE ${sqlite3_library})
+  tavrend_daemon_test(tavrend_large_file_tests 180 tavrend/large_files_test.cpp)
   tavrend_daemon_test(tavrend_clock_tests 180 tavrend/clock_test.cpp)
   tavrend_daemon_test(tavrend_rpcbind_tests 180 tavrend/rpcbind_test.cpp)
+  foreach(name tavrend_tests tavrend_cancelled_tests tavrend_large_file_tests)
+    target_link_libraries(${name} PRIVATE ${sqlite3_library})
+  endforeach()
   add_library(moved_clock MODULE tavrend/moved_clock.cpp)
   target_include_directories(moved_clock PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
   foreach(name tavrend_clock_tests tavrend_rpcbind_tests)
