@@ -71,9 +71,10 @@ int64_t size_of(const OpenFile& file) {
 }
 
 /* Returns where to go on in a closed file of which some parts are archived, 0 in others. */
-int64_t begun_at(const std::optional<Progress>& begun, const LogFile& file) {
-  if (!begun || begun->finished || !is_archived({begun->identity, begun->seen, begun->mtime_ns}, file)) return 0;
-  return begun->offset;
+int64_t begun_at(const std::optional<Progress>& begun, const ClosedFile& file) {
+  const bool is_it =
+      begun && !begun->finished && file.as == ArchivedFile{begun->identity, begun->seen, begun->mtime_ns};
+  return is_it ? begun->offset : 0;
 }
 
 }  // namespace
@@ -171,78 +172,94 @@ void Archiver::archive_section(const Work& work, const Section& section) {
 bool Archiver::resume(const Work& work, const Section& section) {
   const auto intent = desk.with_store([&](Store& store) { return store.open_intent(section.name); });
   if (!intent) return true;
-  if (const auto file = find_again(section, *intent)) {
+  const Identity identity = identity_of(intent->file);
+  const auto is_it = [&](const LogFile& file) {
+    if (intent->follows) return is_same_file(identity, file) && file.size >= intent->first + intent->length;
+    return is_archived({identity, intent->file.size, intent->file.mtime_ns}, file);
+  };
+  if (const auto file = find_again(section, intent->file.path, is_it)) {
     /* What has arrived of it would count against the room that it gets. */
     if (work.config.space_limit[section.compartment] != no_space_limit) session(work).remove(intent->remote_path);
-    return try_item(work, section, *file, *intent, false);
+    return try_item(work, section, file->open, *intent, false);
   }
   /* What is planned anew says what was lost of a log. */
-  if (!intent->follows) report_if_gone(section, intent->file);
+  if (!intent->follows) report_if_gone(section, intent->file.path, identity);
   take_back_item(work, section);
   return true;
 }
 
-/* Returns the files that section speaks of, whatever is planned with them. */
-std::vector<LogFile> Archiver::files_of(const Section& section) {
-  if (section.follow.empty()) return find_matching(prefix, section.files).files;
-  std::vector<LogFile> files = find_beside(prefix, section.follow).files;
-  if (const auto present = look_at(prefix, section.follow)) files.push_back(*present);
-  return files;
+/* Returns the paths of those files that section speaks of and that are wanted, whatever is planned with them. */
+std::vector<std::string> Archiver::paths_of(const Section& section, const Wanted& is_wanted) {
+  std::vector<std::string> paths;
+  const auto see = [&](const LogFile& file) {
+    if (is_wanted(file)) paths.push_back(file.path);
+  };
+  if (section.follow.empty()) {
+    see_matching(prefix, section.files, see);
+    return paths;
+  }
+  for (const LogFile& file : find_beside(prefix, section.follow).files) see(file);
+  if (const auto present = look_at(prefix, section.follow)) see(*present);
+  return paths;
 }
 
-/* Opens the file that intent speaks of, also when it was renamed since. */
-std::optional<OpenFile> Archiver::find_again(const Section& section, const Intent& intent) {
-  const Identity identity = identity_of(intent.file);
-  const auto is_it = [&](const LogFile& file) {
-    if (intent.follows) return is_same_file(identity, file) && file.size >= intent.first + intent.length;
-    return is_archived({identity, intent.file.size, intent.file.mtime_ns}, file);
-  };
-  const auto open_it = [&](const std::string& path) -> std::optional<OpenFile> {
+/* Opens the file that was at path, also when it was renamed since. */
+std::optional<Archiver::FoundAgain> Archiver::find_again(const Section& section, const std::string& path,
+                                                         const Wanted& is_it) {
+  const auto open_it = [&](const std::string& place) -> std::optional<FoundAgain> {
     try {
-      OpenFile file(prefix, path);
-      if (file.is_open() && is_it(describe(file, path))) return file;
+      OpenFile file(prefix, place);
+      if (!file.is_open()) return std::nullopt;
+      LogFile now = describe(file, path);
+      if (is_it(now)) return FoundAgain{std::move(file), std::move(now)};
     } catch (const UnreadableFile&) {
       /* Whatever stands there now, it is not the file. */
     }
     return std::nullopt;
   };
-  if (auto file = open_it(intent.file.path)) return file;
-  for (const LogFile& candidate : files_of(section)) {
-    if (!is_it(candidate)) continue;
-    if (auto file = open_it(candidate.path)) return file;
+  if (auto file = open_it(path)) return file;
+  for (const std::string& place : paths_of(section, is_it)) {
+    if (auto file = open_it(place)) return file;
   }
   return std::nullopt;
 }
 
 /* One that is there and has changed since is a new item. */
-void Archiver::report_if_gone(const Section& section, const LogFile& file) {
-  const std::vector<LogFile> files = files_of(section);
-  const auto is_it = [identity = identity_of(file)](const LogFile& other) { return is_same_file(identity, other); };
-  if (std::none_of(files.begin(), files.end(), is_it)) desk.report(error_of(UnreadableFile(file.path, ENOENT, false)));
+void Archiver::report_if_gone(const Section& section, const std::string& path, const Identity& identity) {
+  const auto is_it = [&identity](const LogFile& file) { return is_same_file(identity, file); };
+  if (paths_of(section, is_it).empty()) desk.report(error_of(UnreadableFile(path, ENOENT, false)));
+}
+
+/* Looks for a section's closed files. Returns those that are to be archived, in their order. */
+std::vector<ClosedFile> Archiver::waiting_files(const Section& section) {
+  ClosedFiles look(desk.archived_files(section.name));
+  const auto unreadable = see_matching(prefix, section.files, [&look](const LogFile& file) { look.see(file); });
+  for (const UnreadableFile& file : unreadable) desk.report(error_of(file));
+  const auto begun = desk.with_store([&](Store& store) {
+    if (unreadable.empty()) store.forget_missing_files(section.name, look, now_ms());
+    return store.progress(section.name);
+  });
+  auto files = look.take_waiting();
+  /* What was begun is ended first: of one file only it is remembered how far it is archived. */
+  std::stable_partition(files.begin(), files.end(), [&begun](const ClosedFile& f) { return begun_at(begun, f) != 0; });
+  return files;
 }
 
 void Archiver::archive_closed_files(const Work& work, const Section& section) {
-  const Found found = find_matching(prefix, section.files);
-  for (const UnreadableFile& file : found.unreadable) desk.report(error_of(file));
-  const auto archived = desk.with_store([&](Store& store) {
-    if (found.unreadable.empty()) store.forget_missing_files(section.name, found.files, now_ms());
-    return store.archived_files(section.name);
-  });
+  const std::vector<ClosedFile> files = waiting_files(section);
   const auto progress = [&] { return desk.with_store([&](Store& store) { return store.progress(section.name); }); };
-  auto files = files_to_archive(found.files, archived);
-  /* What was begun is ended first: of one file only it is remembered how far it is archived. */
   const auto begun = progress();
-  std::stable_partition(files.begin(), files.end(), [&begun](const LogFile& f) { return begun_at(begun, f) != 0; });
   int32_t waiting = static_cast<int32_t>(files.size());
-  for (const LogFile& file : files) {
+  for (const ClosedFile& file : files) {
     desk.set_waiting(section.compartment, waiting--);
     const int64_t first = begun_at(begun, file);
-    const Intent intent{section.name, "", file, false, false, first, file.size - first};
     try {
-      if (const auto open = find_again(section, intent)) {
-        if (!archive_range(work, section, *open, intent) && begun_at(progress(), file) != 0) break;
+      const auto is_it = [&file](const LogFile& other) { return is_archived(file.as, other); };
+      if (const auto found = find_again(section, file.path, is_it)) {
+        const Intent intent{section.name, "", found->now, false, false, first, file.as.size - first};
+        if (!archive_range(work, section, found->open, intent) && begun_at(progress(), file) != 0) break;
       } else {
-        report_if_gone(section, file);
+        report_if_gone(section, file.path, file.as.identity);
       }
     } catch (const UnreadableFile& error) {
       desk.report(error_of(error));
@@ -276,13 +293,14 @@ void Archiver::archive_growing_file(const Work& work, const Section& section) {
 Progress Archiver::begin_look(const Section& section, const Surroundings& around) {
   return desk.with_store([&](Store& store) {
     const auto before = store.progress(section.name);
-    const auto passed =
-        files_to_pass_over(before, around.present, around.beside.files, store.archived_files(section.name));
+    const auto archived = store.archived_files(section.name);
+    const auto passed = files_to_pass_over(before, around.present, around.beside.files, archived);
     const Progress now = before ? *before : progress_at_first(around.present);
     store.note_look(section.name, now, passed);
-    std::vector<LogFile> found = around.beside.files;
-    if (around.present) found.push_back(*around.present);
-    if (around.beside.unreadable.empty()) store.forget_missing_files(section.name, found, now_ms());
+    ClosedFiles look(archived);
+    for (const LogFile& file : around.beside.files) look.see(file);
+    if (around.present) look.see(*around.present);
+    if (around.beside.unreadable.empty()) store.forget_missing_files(section.name, look, now_ms());
     return now;
   });
 }

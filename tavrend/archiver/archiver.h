@@ -1,6 +1,7 @@
 #ifndef TAVREND_ARCHIVER_ARCHIVER_H
 #define TAVREND_ARCHIVER_ARCHIVER_H
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <random>
@@ -9,6 +10,8 @@
 
 #include "archiver/desk.h"
 #include "archiver/session.h"
+#include "plan/closed_files.h"
+#include "sources/local_files.h"
 
 /*
  * Archives what is due, session after session, until the desk says that it is over. Runs in a thread of its own.
@@ -24,6 +27,12 @@ class Archiver {
   void run();
 
  private:
+  using Wanted = std::function<bool(const LogFile&)>;
+  struct FoundAgain {
+    OpenFile open;
+    LogFile now; /* under the path that it was looked for by */
+  };
+
   void archive(const Work& work);
   void keep_first_look(const Section& section);
   void measure(const Work& work);
@@ -32,9 +41,10 @@ class Archiver {
   void archive_growing_file(const Work& work, const Section& section);
   bool archive_stretch(const Work& work, const Section& section, const Stretch& stretch);
   bool resume(const Work& work, const Section& section);
-  std::vector<LogFile> files_of(const Section& section);
-  std::optional<OpenFile> find_again(const Section& section, const Intent& intent);
-  void report_if_gone(const Section& section, const LogFile& file);
+  std::vector<ClosedFile> waiting_files(const Section& section);
+  std::vector<std::string> paths_of(const Section& section, const Wanted& is_wanted);
+  std::optional<FoundAgain> find_again(const Section& section, const std::string& path, const Wanted& is_it);
+  void report_if_gone(const Section& section, const std::string& path, const Identity& identity);
   bool archive_range(const Work& work, const Section& section, const OpenFile& file, Intent intent);
   bool try_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent, bool is_new);
   void take_back_item(const Work& work, const Section& section);

@@ -1,31 +1,67 @@
 #include "plan/closed_files.h"
 
 #include <algorithm>
-#include <map>
-#include <set>
 #include <tuple>
+#include <utility>
+
+bool operator==(const ArchivedFile& a, const ArchivedFile& b) {
+  return a.identity == b.identity && std::tie(a.size, a.mtime_ns) == std::tie(b.size, b.mtime_ns);
+}
 
 bool is_archived(const ArchivedFile& archived, const LogFile& file) {
   return archived.size == file.size && archived.mtime_ns == file.mtime_ns && is_same_file(archived.identity, file);
 }
 
-std::vector<LogFile> files_to_archive(std::vector<LogFile> found, const std::vector<ArchivedFile>& archived) {
-  /* There may be tens of thousands of both, so that each is not compared with each. */
-  std::multimap<Inode, const ArchivedFile*> archived_at;
-  for (const ArchivedFile& file : archived) archived_at.emplace(inode_of(file.identity), &file);
-  const auto is_done = [&archived_at](const LogFile& file) {
-    const auto [first, last] = archived_at.equal_range(inode_of(file));
-    return std::any_of(first, last, [&file](const auto& entry) { return is_archived(*entry.second, file); });
-  };
-  found.erase(std::remove_if(found.begin(), found.end(), is_done), found.end());
-  std::sort(found.begin(), found.end(), [](const LogFile& a, const LogFile& b) {
-    return std::tie(a.mtime_ns, a.path) < std::tie(b.mtime_ns, b.path);
-  });
-  /* Two names of one file are one file. */
-  std::vector<LogFile> files;
-  std::set<Inode> taken;
-  for (LogFile& file : found) {
-    if (taken.insert(inode_of(file)).second) files.push_back(std::move(file));
+namespace {
+
+struct ByInode {
+  template <class Known>
+  bool operator()(const Known& a, const Inode& b) const {
+    return inode_of(a.file.identity) < b;
   }
+  template <class Known>
+  bool operator()(const Inode& a, const Known& b) const {
+    return a < inode_of(b.file.identity);
+  }
+};
+
+}  // namespace
+
+ClosedFiles::ClosedFiles(const std::vector<ArchivedFile>& archived) {
+  known.reserve(archived.size());
+  for (const ArchivedFile& file : archived) known.push_back({file});
+  std::sort(known.begin(), known.end(),
+            [](const Known& a, const Known& b) { return inode_of(a.file.identity) < inode_of(b.file.identity); });
+}
+
+void ClosedFiles::see(const LogFile& file) {
+  has_seen_any = true;
+  bool is_done = false;
+  const auto [first, last] = std::equal_range(known.begin(), known.end(), inode_of(file), ByInode());
+  for (auto entry = first; entry != last; ++entry) {
+    entry->is_there = entry->is_there || is_same_file(entry->file.identity, file);
+    is_done = is_done || is_archived(entry->file, file);
+  }
+  if (is_done) return;
+  const ClosedFile now{file.path, {identity_of(file), file.size, file.mtime_ns}};
+  ClosedFile& kept = waiting.emplace(inode_of(file), now).first->second;
+  if (!(kept.as == now.as) || now.path < kept.path) kept = now;
+}
+
+bool ClosedFiles::is_missing(const Identity& archived) const {
+  const auto [first, last] = std::equal_range(known.begin(), known.end(), inode_of(archived), ByInode());
+  return has_seen_any && std::any_of(first, last, [&archived](const Known& entry) {
+           return entry.file.identity == archived && !entry.is_there;
+         });
+}
+
+std::vector<ClosedFile> ClosedFiles::take_waiting() {
+  std::vector<ClosedFile> files;
+  files.reserve(waiting.size());
+  for (auto& [inode, file] : waiting) files.push_back(std::move(file));
+  waiting.clear();
+  std::sort(files.begin(), files.end(), [](const ClosedFile& a, const ClosedFile& b) {
+    return std::tie(a.as.mtime_ns, a.path) < std::tie(b.as.mtime_ns, b.path);
+  });
   return files;
 }

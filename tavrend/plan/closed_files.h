@@ -1,6 +1,8 @@
 #ifndef TAVREND_PLAN_CLOSED_FILES_H
 #define TAVREND_PLAN_CLOSED_FILES_H
 
+#include <map>
+#include <string>
 #include <vector>
 
 #include "plan/log_file.h"
@@ -12,10 +14,42 @@ struct ArchivedFile {
   int64_t mtime_ns = 0;
 };
 
+bool operator==(const ArchivedFile& a, const ArchivedFile& b);
+
 /* Whether file was archived as archived says, under whatever name. */
 bool is_archived(const ArchivedFile& archived, const LogFile& file);
 
-/* Returns those of found that are to be archived, oldest first by time of modification. */
-std::vector<LogFile> files_to_archive(std::vector<LogFile> found, const std::vector<ArchivedFile>& archived);
+/* A closed file that is to be archived, and as what. */
+struct ClosedFile {
+  std::string path;
+  ArchivedFile as;
+};
+
+/*
+ * A look at files of which some were archived. There may be tens of thousands of both: a file's first bytes are needed
+ * only while it is seen, and what was archived is looked up by its inode.
+ */
+class ClosedFiles {
+ public:
+  explicit ClosedFiles(const std::vector<ArchivedFile>& archived);
+
+  /* Takes a file that is there. Two names of one file are one file, and so is one that is seen again. */
+  void see(const LogFile& file);
+
+  /* Whether an archived file is none of those that were seen. A look that shows no file at all says nothing of any. */
+  bool is_missing(const Identity& archived) const;
+
+  /* Hands out the files that are to be archived, oldest first by time of modification. */
+  std::vector<ClosedFile> take_waiting();
+
+ private:
+  struct Known {
+    ArchivedFile file;
+    bool is_there = false;
+  };
+  std::vector<Known> known; /* by inode */
+  std::map<Inode, ClosedFile> waiting;
+  bool has_seen_any = false;
+};
 
 #endif

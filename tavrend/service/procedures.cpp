@@ -240,24 +240,25 @@ void run_task(Desk& desk, SVCXPRT* transport) {
   reply_nothing(transport);
 }
 
-/* Whether the file that is at path now is one of the section, and was archived. */
+/* Whether file was archived in the section of audit files. */
+bool is_audit_archived(Desk& desk, const LogFile& file) {
+  const auto archived = desk.archived_files(audit_section);
+  return std::any_of(archived.begin(), archived.end(), [&file](const ArchivedFile& a) { return is_archived(a, file); });
+}
+
+/* What became of the file that is at path now. The others of the section are not looked for. */
 int audit_answer(Desk& desk, const std::string& path) {
   const std::vector<Section> sections = desk.sections();
   const auto section =
       std::find_if(sections.begin(), sections.end(), [](const Section& s) { return s.name == audit_section; });
-  if (section == sections.end() || section->files.empty()) return audit_unknown;
-  const Found found = find_matching(log_dir_prefix(), section->files);
-  const auto file =
-      std::find_if(found.files.begin(), found.files.end(), [&path](const LogFile& f) { return f.path == path; });
-  if (file == found.files.end()) {
-    const bool is_unreadable = std::any_of(found.unreadable.begin(), found.unreadable.end(),
-                                           [&path](const UnreadableFile& f) { return f.path == path; });
-    return is_unreadable ? audit_waiting : audit_unknown;
+  if (section == sections.end() || section->files.empty() || !matches(section->files, path)) return audit_unknown;
+  try {
+    const auto file = look_at(log_dir_prefix(), path);
+    if (!file) return audit_unknown;
+    return is_audit_archived(desk, *file) ? audit_archived : audit_waiting;
+  } catch (const UnreadableFile&) {
+    return audit_waiting;
   }
-  const auto archived = desk.archived_files(audit_section);
-  const bool is_there =
-      std::any_of(archived.begin(), archived.end(), [&file](const ArchivedFile& a) { return is_archived(a, *file); });
-  return is_there ? audit_archived : audit_waiting;
 }
 
 void audit_file_was_archived(Desk& desk, SVCXPRT* transport) {

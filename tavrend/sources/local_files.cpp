@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <glob.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -9,11 +10,10 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <set>
 #include <system_error>
-#include <tuple>
 #include <utility>
 
+#include "plan/checksum.h"
 #include "plan/growing_file.h"
 
 namespace {
@@ -132,40 +132,90 @@ namespace {
 
 constexpr int most_looks = 50;
 
-using Names = std::set<std::tuple<std::string, uint64_t, uint64_t, bool>>;
+/*
+ * What two looks must agree on, one number for each name: there may be tens of thousands. A file that has nothing in it
+ * yet may be about to become a copy.
+ */
+class Names {
+ public:
+  void add(const std::string& path, uint64_t device, uint64_t inode, bool is_empty) {
+    const std::string text = std::to_string(device) + " " + std::to_string(inode) + (is_empty ? " empty " : " ") + path;
+    numbers.push_back(checksum(text));
+  }
+  void add(const std::vector<LogFile>& files) {
+    for (const LogFile& file : files) add(file.path, file.device, file.inode, file.size == 0);
+  }
 
-/* What two looks must agree on. One that has nothing in it yet may be about to become a copy. */
-void add_names(Names& names, const std::vector<LogFile>& files) {
-  for (const LogFile& file : files) names.insert({file.path, file.device, file.inode, file.size == 0});
+  bool are(Names& other) {
+    std::sort(numbers.begin(), numbers.end());
+    std::sort(other.numbers.begin(), other.numbers.end());
+    return numbers == other.numbers;
+  }
+
+ private:
+  std::vector<uint64_t> numbers;
+};
+
+/* A look at all that match a pattern. */
+struct Look {
+  Names names;
+  std::vector<UnreadableFile> unreadable;
+  bool is_moving = false; /* a name was there, and what had it was gone a moment later */
+};
+
+/* Without see, nothing is opened. */
+void look_at_match(const std::string& prefix, const std::string& path, const See& see, Look& look) {
+  struct stat status {};
+  if (lstat((prefix + path).c_str(), &status) == -1) {
+    if (is_no_log(errno)) {
+      look.is_moving = true;
+    } else {
+      look.unreadable.emplace_back(path, errno, false);
+    }
+    return;
+  }
+  if (!S_ISREG(status.st_mode)) return;
+  look.names.add(path, status.st_dev, status.st_ino, status.st_size == 0);
+  if (!see) return;
+  try {
+    const auto file = look_at(prefix, path);
+    look.is_moving = look.is_moving || !file || file->device != status.st_dev || file->inode != status.st_ino;
+    if (file) see(*file);
+  } catch (const UnreadableFile& error) {
+    look.unreadable.push_back(error);
+  }
 }
 
-Found find_once(const std::string& prefix, const std::string& pattern) {
-  Found found;
+Look look_once(const std::string& prefix, const std::string& pattern, const See& see) {
+  Look look;
   glob_t matches{};
   failed_directories.clear();
   const int result = glob((without_wildcards(prefix) + pattern).c_str(), GLOB_NOSORT, note_directory, &matches);
-  for (size_t i = 0; result == 0 && i < matches.gl_pathc; ++i) add(found, prefix, matches.gl_pathv[i] + prefix.size());
+  for (size_t i = 0; result == 0 && i < matches.gl_pathc; ++i) {
+    look_at_match(prefix, matches.gl_pathv[i] + prefix.size(), see, look);
+  }
   globfree(&matches);
   for (const auto& [directory, error] : failed_directories) {
-    found.unreadable.emplace_back(directory.substr(std::min(prefix.size(), directory.size())), error, false);
+    look.unreadable.emplace_back(directory.substr(std::min(prefix.size(), directory.size())), error, false);
   }
-  if (result != 0 && result != GLOB_NOMATCH) found.unreadable.emplace_back(pattern, ENOMEM, false);
-  return found;
+  if (result != 0 && result != GLOB_NOMATCH) look.unreadable.emplace_back(pattern, ENOMEM, false);
+  return look;
 }
 
 }  // namespace
 
-Found find_matching(const std::string& prefix, const std::string& pattern) {
-  Found found;
-  Names before;
-  for (int look = 0; look < most_looks; ++look) {
-    found = find_once(prefix, pattern);
-    Names now;
-    add_names(now, found.files);
-    if (look > 0 && now == before && !found.is_moving) break;
+std::vector<UnreadableFile> see_matching(const std::string& prefix, const std::string& pattern, const See& see) {
+  Look before = look_once(prefix, pattern, nullptr);
+  for (int look = 1;; ++look) {
+    Look now = look_once(prefix, pattern, see);
+    const bool is_settled = now.names.are(before.names) && !now.is_moving;
+    if (is_settled || look == most_looks) return std::move(now.unreadable);
     before = std::move(now);
   }
-  return found;
+}
+
+bool matches(const std::string& pattern, const std::string& path) {
+  return fnmatch(pattern.c_str(), path.c_str(), FNM_PATHNAME | FNM_PERIOD) == 0;
 }
 
 Found find_beside(const std::string& prefix, const std::string& path) {
@@ -188,9 +238,9 @@ std::optional<Surroundings> look_around(const std::string& prefix, const std::st
   for (int look = 0; look < most_looks; ++look) {
     Surroundings all{look_at(prefix, path), find_beside(prefix, path)};
     Names now;
-    if (all.present) now.insert({path, all.present->device, all.present->inode, false});
-    add_names(now, all.beside.files);
-    if (look > 0 && now == before && !all.beside.is_moving) return all;
+    if (all.present) now.add(path, all.present->device, all.present->inode, false);
+    now.add(all.beside.files);
+    if (look > 0 && now.are(before) && !all.beside.is_moving) return all;
     before = std::move(now);
   }
   return std::nullopt;

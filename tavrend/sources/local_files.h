@@ -3,6 +3,7 @@
 
 #include <stdint.h>
 
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -67,12 +68,17 @@ struct Found {
   bool is_moving = false; /* a name was there, and what had it was gone a moment later */
 };
 
+using See = std::function<void(const LogFile&)>;
+
 /*
- * Returns the regular files that match pattern; directories that cannot be read are among what is unreadable. Since a
- * file that is renamed meanwhile may be seen under both of its names or under none, it is looked until two looks agree,
- * some times at the most.
+ * Hands the regular files that match pattern to see, one by one, so that their number is no matter of memory. Returns
+ * what cannot be read, directories among it. Since a file that is renamed meanwhile may be seen under both of its names
+ * or under none, it is looked until two looks agree, some times at the most: see may get a file more than once.
  */
-Found find_matching(const std::string& prefix, const std::string& pattern);
+std::vector<UnreadableFile> see_matching(const std::string& prefix, const std::string& pattern, const See& see);
+
+/* Whether a file that is at path, if there is one, would be among them. */
+bool matches(const std::string& pattern, const std::string& path);
 
 /* Returns the regular files in the directory of the log at path whose names are those of rotated ones. */
 Found find_beside(const std::string& prefix, const std::string& path);

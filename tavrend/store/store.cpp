@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <map>
 
 #include "store/database.h"
 
@@ -180,27 +179,20 @@ std::vector<Identity> Store::known_files(const std::string& section) {
   return known;
 }
 
-void Store::forget_missing_files(const std::string& section, const std::vector<LogFile>& found, int64_t now_ms) {
-  if (found.empty()) return;
+void Store::forget_missing_files(const std::string& section, const ClosedFiles& look, int64_t now_ms) {
   struct Change {
     int64_t id;
     int64_t missing_since_ms; /* forgotten: -1 */
   };
-  std::multimap<Inode, const LogFile*> found_at;
-  for (const LogFile& file : found) found_at.emplace(inode_of(file), &file);
   std::vector<Change> changes;
   auto query = database->query(
       "SELECT device, inode, head_length, head_checksum, id, missing_since_ms FROM archived WHERE section = ?");
   query.bind(section);
   while (query.next()) {
-    const Identity identity = identity_at(query, 0);
     const int64_t since = query.number(5);
-    const auto [first, last] = found_at.equal_range(inode_of(identity));
-    const bool is_there =
-        std::any_of(first, last, [&identity](const auto& entry) { return is_same_file(identity, *entry.second); });
     /* A clock that was set back says nothing of how long: the time begins anew. */
     const bool is_counted = since != 0 && since <= now_ms;
-    if (is_there) {
+    if (!look.is_missing(identity_at(query, 0))) {
       if (since != 0) changes.push_back({query.number(4), 0});
     } else if (!is_counted) {
       changes.push_back({query.number(4), now_ms});

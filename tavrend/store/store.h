@@ -82,12 +82,12 @@ class Store {
   std::vector<ArchivedFile> archived_files(const std::string& section);
   std::vector<Identity> known_files(const std::string& section);
   /*
-   * Forgets those archived files of a section that are there no more, under whatever name: found are all that a look
-   * has found. A file that is renamed while a directory is read may be missing in one look, so that only what was
-   * missing for a week, and whenever it was looked for, is forgotten. A look that has found nothing counts for nothing:
-   * it may be the file system that is missing.
+   * Forgets those archived files of a section that are there no more, under whatever name. A file that is renamed while
+   * a directory is read may be missing in one look, so that only what was missing for a week, and whenever it was
+   * looked for, is forgotten. A look that has found nothing counts for nothing: it may be the file system that is
+   * missing.
    */
-  void forget_missing_files(const std::string& section, const std::vector<LogFile>& found, int64_t now_ms);
+  void forget_missing_files(const std::string& section, const ClosedFiles& look, int64_t now_ms);
   std::optional<Progress> progress(const std::string& section);
   /* Notes what a look at a followed log has shown: how far it is archived, and files that are known from now on. */
   void note_look(const std::string& section, const std::optional<Progress>& now, const std::vector<LogFile>& known);

@@ -33,7 +33,13 @@ class StoreOfArchivedFiles : public StoreTest {
   void look(const std::vector<int>& numbers, int64_t when_ms) {
     std::vector<LogFile> found;
     for (const int number : numbers) found.push_back(numbered(number));
-    store->forget_missing_files("audit", found, when_ms);
+    look_at(found, when_ms);
+  }
+
+  void look_at(const std::vector<LogFile>& found, int64_t when_ms) {
+    ClosedFiles look(store->archived_files("audit"));
+    for (const LogFile& file : found) look.see(file);
+    store->forget_missing_files("audit", look, when_ms);
   }
 
   /* The inodes of the files that are known. */
@@ -85,8 +91,8 @@ TEST_F(StoreOfArchivedFiles, KnowsOneAgainUnderAnotherNameAndAfterItHasGrown) {
   renamed.path = "/var/log/b";
   renamed.size += 5;
   renamed.head += " more";
-  store->forget_missing_files("audit", {numbered(2)}, now_ms);
-  store->forget_missing_files("audit", {renamed}, now_ms + 7 * day_ms);
+  look({2}, now_ms);
+  look_at({renamed}, now_ms + 7 * day_ms);
   EXPECT_THAT(known(), ElementsAre(1));
 }
 
@@ -94,8 +100,8 @@ TEST_F(StoreOfArchivedFiles, ForgetsTheOneWhoseInodeHasAnotherFile) {
   archive("audit", 1);
   LogFile other = numbered(1);
   other.head = "other";
-  store->forget_missing_files("audit", {other}, now_ms);
-  store->forget_missing_files("audit", {other}, now_ms + 7 * day_ms);
+  look_at({other}, now_ms);
+  look_at({other}, now_ms + 7 * day_ms);
   EXPECT_THAT(known(), ElementsAre());
 }
 

@@ -142,39 +142,75 @@ TEST(NextRun, KeepsItsPlace) {
   EXPECT_EQ(next_due_ms(1000, 999999, 10), 1001000);
 }
 
+namespace {
+
+ArchivedFile archived(const LogFile& file) { return {identity_of(file), file.size, file.mtime_ns}; }
+
+Paths paths_to_archive(const std::vector<LogFile>& found, const std::vector<ArchivedFile>& archived) {
+  ClosedFiles look(archived);
+  for (const LogFile& file : found) look.see(file);
+  Paths paths;
+  for (const ClosedFile& file : look.take_waiting()) paths.push_back(file.path);
+  return paths;
+}
+
+}  // namespace
+
 TEST(ClosedFiles, ComeOldestFirst) {
   const std::vector<LogFile> found = {file("a.1", 11, "one", 300), file("a.3", 13, "three", 100),
                                       file("a.2", 12, "two", 200)};
-  EXPECT_EQ(paths_of(files_to_archive(found, {})), (Paths{"a.3", "a.2", "a.1"}));
+  EXPECT_EQ(paths_to_archive(found, {}), (Paths{"a.3", "a.2", "a.1"}));
 }
 
 TEST(ClosedFiles, ThatWereArchivedUnderAnotherNameAreDone) {
   const LogFile before = file("a.1", 11, "one", 300);
   const ArchivedFile archived{identity_of(before), before.size, before.mtime_ns};
-  EXPECT_EQ(paths_of(files_to_archive({file("a.2", 11, "one", 300)}, {archived})), Paths{});
+  EXPECT_EQ(paths_to_archive({file("a.2", 11, "one", 300)}, {archived}), Paths{});
 }
 
 TEST(ClosedFiles, ThatHaveChangedAreNew) {
   const LogFile before = file("a.1", 11, "one", 300);
   const ArchivedFile archived{identity_of(before), before.size, before.mtime_ns};
-  EXPECT_EQ(paths_of(files_to_archive({file("a.1", 11, "one more", 300)}, {archived})), Paths{"a.1"});
-  EXPECT_EQ(paths_of(files_to_archive({file("a.1", 11, "one", 301)}, {archived})), Paths{"a.1"});
+  EXPECT_EQ(paths_to_archive({file("a.1", 11, "one more", 300)}, {archived}), Paths{"a.1"});
+  EXPECT_EQ(paths_to_archive({file("a.1", 11, "one", 301)}, {archived}), Paths{"a.1"});
 }
 
 TEST(ClosedFiles, OnAReusedInodeAreNew) {
   const LogFile before = file("a.1", 11, "one", 300);
   const ArchivedFile archived{identity_of(before), before.size, before.mtime_ns};
-  EXPECT_EQ(paths_of(files_to_archive({file("a.1", 11, "two", 300)}, {archived})), Paths{"a.1"});
+  EXPECT_EQ(paths_to_archive({file("a.1", 11, "two", 300)}, {archived}), Paths{"a.1"});
 }
 
 TEST(ClosedFiles, ThatBeginAlikeAreNotOne) {
   const LogFile before = file("a.1", 11, "one", 300);
   const ArchivedFile archived{identity_of(before), before.size, before.mtime_ns};
-  EXPECT_EQ(paths_of(files_to_archive({file("a.2", 12, "one", 300)}, {archived})), Paths{"a.2"});
+  EXPECT_EQ(paths_to_archive({file("a.2", 12, "one", 300)}, {archived}), Paths{"a.2"});
 }
 
 TEST(ClosedFiles, OfTwoNamesComeOnce) {
-  EXPECT_EQ(paths_of(files_to_archive({file("a", 11, "one", 1), file("b", 11, "one", 1)}, {})), Paths{"a"});
+  EXPECT_EQ(paths_to_archive({file("a", 11, "one", 1), file("b", 11, "one", 1)}, {}), Paths{"a"});
+  EXPECT_EQ(paths_to_archive({file("b", 11, "one", 1), file("a", 11, "one", 1)}, {}), Paths{"a"});
+}
+
+TEST(ClosedFiles, ThatChangeWhileTheyAreLookedForComeAsTheyWereSeenLast) {
+  ClosedFiles look({});
+  look.see(file("a", 11, "one", 1));
+  look.see(file("b", 11, "two", 2));
+  const std::vector<ClosedFile> waiting = look.take_waiting();
+  ASSERT_EQ(waiting.size(), 1U);
+  EXPECT_EQ(waiting[0].path, "b");
+  EXPECT_TRUE(waiting[0].as == archived(file("b", 11, "two", 2)));
+}
+
+TEST(ClosedFiles, ThatWereArchivedAreMissingUnlessTheyWereSeen) {
+  const LogFile known = file("a", 11, "one", 1);
+  const LogFile other = file("a", 11, "two", 1);
+  ClosedFiles look({archived(known), archived(other)});
+  EXPECT_FALSE(look.is_missing(identity_of(known))) << "nothing was seen at all";
+  look.see(other);
+  EXPECT_TRUE(look.is_missing(identity_of(known)));
+  EXPECT_FALSE(look.is_missing(identity_of(other)));
+  EXPECT_FALSE(look.is_missing(identity_of(file("b", 12, "three", 1)))) << "archived since the look began";
 }
 
 TEST(GrowingFile, IsTakenFromItsBeginningAtFirst) {
@@ -272,12 +308,6 @@ TEST(GrowingFile, DoesNotTakeADateForANumberOfRotations) {
                                        {file("m.2026", 5, "two\n", 20), file("m.2027", 6, "three\n", 30)}, {})),
             "m:4-4! m.2026:0-4 m.2027:0-6 m:0-5+");
 }
-
-namespace {
-
-ArchivedFile archived(const LogFile& file) { return {identity_of(file), file.size, file.mtime_ns}; }
-
-}  // namespace
 
 TEST(GrowingFile, AtTheFirstLookPassesOverWhatWasRotatedBefore) {
   const LogFile present = file("m", 1, "one\n", 30);

@@ -337,6 +337,11 @@ TEST_F(Procedure, AuditFilesAreNoneWithoutASectionOfClosedOnes) {
   EXPECT_EQ(audit_answer(log("audit.log")), -2);
 }
 
+TEST_F(Procedure, AuditFilesHaveNoNamesThatNoFileCanHave) {
+  start(sections());
+  EXPECT_EQ(audit_answer(log("audit.log." + std::string(300, 'x'))), -2);
+}
+
 TEST_F(Procedure, SleepsButInASession) {
   append("messages", "one\n");
   start(sections());

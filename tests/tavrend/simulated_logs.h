@@ -237,9 +237,10 @@ class ClosedLogs {
 
   void archive() {
     resume();
-    std::vector<LogFile> found;
-    for (const auto& [name, file] : section.disk.files) found.push_back(section.disk.look(name));
-    for (const LogFile& look : files_to_archive(found, section.kept.archived)) {
+    ClosedFiles found(section.kept.archived);
+    for (const auto& [name, file] : section.disk.files) found.see(section.disk.look(name));
+    for (const ClosedFile& waiting : found.take_waiting()) {
+      const LogFile look = section.disk.look(waiting.path);
       const File& file = section.disk.files.at(look.path);
       machine.send(section, file, look, {"", file.origin, 0, look.size, ""}, false, true);
     }

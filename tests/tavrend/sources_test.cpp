@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -46,6 +47,16 @@ class LocalFiles : public testing::Test {
     struct stat status {};
     stat(path(name).c_str(), &status);
     return status.st_ino;
+  }
+
+  /* All that is seen, once. */
+  static Found found_matching(const std::string& prefix, const std::string& pattern) {
+    Found found;
+    std::set<std::string> paths;
+    found.unreadable = see_matching(prefix, pattern, [&](const LogFile& file) {
+      if (paths.insert(file.path).second) found.files.push_back(file);
+    });
+    return found;
   }
 
   bool is_log(const std::string& name) const { return look_at("", path(name)).has_value(); }
@@ -164,7 +175,7 @@ TEST_F(LocalFiles, AreFoundThroughLinksBeforeTheLastPart) {
   make("directory/log");
   link("way", path("directory"));
   EXPECT_TRUE(is_log("way/log"));
-  EXPECT_THAT(names_of(find_matching("", path("way/*"))), ElementsAre("way/log"));
+  EXPECT_THAT(names_of(found_matching("", path("way/*"))), ElementsAre("way/log"));
 }
 
 TEST_F(LocalFiles, ALinkThatTakesAFilesPlaceIsNotFollowed) {
@@ -207,7 +218,7 @@ TEST_F(LocalFiles, BehindAnUnreadableOneAreFoundAllTheSame) {
   chmod(path("log.1").c_str(), 0);
   const std::string expected = path("log.1") + ": " + std::to_string(EACCES);
   const Outcome outcome = as_stranger([&] {
-    for (const Found& found : {find_matching("", path("log.*")), find_beside("", path("log"))}) {
+    for (const Found& found : {found_matching("", path("log.*")), find_beside("", path("log"))}) {
       EXPECT_THAT(unreadable_in(found), ElementsAre(expected));
       EXPECT_THAT(names_of(found), ElementsAre("log.2"));
     }
@@ -222,8 +233,8 @@ TEST_F(LocalFiles, OfADirectoryThatMayNotBeReadAreSaidToBeSo) {
   chmod(path("directory").c_str(), 0);
   const Outcome outcome = as_stranger([&] {
     const std::string reason = ": " + std::to_string(EACCES);
-    EXPECT_THAT(unreadable_in(find_matching(path(""), "directory/log.*")), ElementsAre("directory" + reason));
-    EXPECT_THAT(unreadable_in(find_matching(path(""), "direc*/log.*")), ElementsAre("directory" + reason));
+    EXPECT_THAT(unreadable_in(found_matching(path(""), "directory/log.*")), ElementsAre("directory" + reason));
+    EXPECT_THAT(unreadable_in(found_matching(path(""), "direc*/log.*")), ElementsAre("directory" + reason));
     EXPECT_THAT(unreadable_in(find_beside("", path("directory/log"))), ElementsAre(path("directory/") + reason));
     if (testing::Test::HasFailure()) _exit(1);
   });
@@ -241,7 +252,7 @@ TEST_F(LocalFiles, OfADirectoryThatFailsWhileItIsReadAreSaidToBeSo) {
 }
 
 TEST_F(LocalFiles, OfADirectoryThatIsNotThereAreNone) {
-  for (const Found& found : {find_matching("", path("none/log.*")), find_beside("", path("none/log"))}) {
+  for (const Found& found : {found_matching("", path("none/log.*")), find_beside("", path("none/log"))}) {
     EXPECT_THAT(found.files, IsEmpty());
     EXPECT_THAT(unreadable_in(found), IsEmpty());
   }
@@ -254,13 +265,41 @@ TEST_F(LocalFiles, MatchAPattern) {
   link("log.3", path("log.1"));
   link("log.4", path("none"));
   mkfifo(path("log.5").c_str(), 0600);
-  EXPECT_THAT(names_of(find_matching("", path("log.[0-9]*"))), ElementsAre("log.1", "log.12"));
-  EXPECT_THAT(names_of(find_matching("", path("log.?"))), ElementsAre("log.1", "log.x"));
-  EXPECT_THAT(names_of(find_matching("", path("*/log.*"))), ElementsAre("a.d/log.1"));
-  EXPECT_THAT(names_of(find_matching("", path("*log.1"))), ElementsAre("log.1"));
-  EXPECT_THAT(names_of(find_matching("", path("log"))), ElementsAre("log"));
-  EXPECT_THAT(names_of(find_matching("", path("none*"))), IsEmpty());
-  EXPECT_THAT(unreadable_in(find_matching("", path("log.*"))), IsEmpty());
+  EXPECT_THAT(names_of(found_matching("", path("log.[0-9]*"))), ElementsAre("log.1", "log.12"));
+  EXPECT_THAT(names_of(found_matching("", path("log.?"))), ElementsAre("log.1", "log.x"));
+  EXPECT_THAT(names_of(found_matching("", path("*/log.*"))), ElementsAre("a.d/log.1"));
+  EXPECT_THAT(names_of(found_matching("", path("*log.1"))), ElementsAre("log.1"));
+  EXPECT_THAT(names_of(found_matching("", path("log"))), ElementsAre("log"));
+  EXPECT_THAT(names_of(found_matching("", path("none*"))), IsEmpty());
+  EXPECT_THAT(unreadable_in(found_matching("", path("log.*"))), IsEmpty());
+}
+
+/* One is asked for without a look at the others. */
+TEST_F(LocalFiles, MatchAPatternByTheirPathsAlone) {
+  std::filesystem::create_directories(path("a.d"));
+  const std::vector<std::string> names = {"log", "log.1", "log.12", "log.x", ".log.1", "a.d/log.1", "a.d/.log"};
+  for (const std::string& name : names) make(name);
+  for (const char* pattern : {"log.[0-9]*", "log.?", "*/log.*", "*log.1", "*", "*/*", ".*", "log.\\x", "none*"}) {
+    std::vector<std::string> matching;
+    std::copy_if(names.begin(), names.end(), std::back_inserter(matching),
+                 [&](const std::string& name) { return matches(path(pattern), path(name)); });
+    EXPECT_THAT(names_of(found_matching("", path(pattern))), testing::UnorderedElementsAreArray(matching)) << pattern;
+  }
+}
+
+/* What a look has shown is told again when the next one shows something else. */
+TEST_F(LocalFiles, ThatTakeAnothersPlaceWhileTheyAreLookedForAreFound) {
+  make("log.1");
+  make("other");
+  int looks = 0;
+  after_lstat = [&](const std::string& at) {
+    if (at == path("log.1") && ++looks == 2) rename("other", "log.1");
+  };
+  std::vector<uint64_t> inodes;
+  const ino_t other = inode_of("other");
+  see_matching("", path("log.*"), [&](const LogFile& file) { inodes.push_back(file.inode); });
+  EXPECT_THAT(inodes, testing::Contains(other));
+  EXPECT_GE(looks, 4);
 }
 
 TEST_F(LocalFiles, BesideALogAreItsRotatedOnes) {
@@ -277,8 +316,8 @@ TEST_F(LocalFiles, OfAnotherRootHaveTheirOwnPaths) {
   make("root/var/log/m.1");
   const std::string root = path("root");
   EXPECT_EQ(look_at(root, "/var/log/m")->path, "/var/log/m");
-  ASSERT_EQ(find_matching(root, "/var/log/m.*").files.size(), 1U);
-  EXPECT_EQ(find_matching(root, "/var/log/m.*").files[0].path, "/var/log/m.1");
+  ASSERT_EQ(found_matching(root, "/var/log/m.*").files.size(), 1U);
+  EXPECT_EQ(found_matching(root, "/var/log/m.*").files[0].path, "/var/log/m.1");
   ASSERT_EQ(find_beside(root, "/var/log/m").files.size(), 1U);
   EXPECT_EQ(find_beside(root, "/var/log/m").files[0].path, "/var/log/m.1");
 }
@@ -290,7 +329,7 @@ TEST_F(LocalFiles, OfARootWhoseNameLooksLikeAPatternAreFound) {
   }
   for (const char* root : {"a*", "a?", "[ab]", "a\\b"}) {
     for (const char* pattern : {"/log/m.*", "/l*/m.*", "/log/m.1"}) {
-      const Found found = find_matching(path(root), pattern);
+      const Found found = found_matching(path(root), pattern);
       ASSERT_EQ(found.files.size(), 1U) << root << pattern;
       EXPECT_EQ(found.files[0].path, "/log/m.1");
       EXPECT_EQ(found.files[0].head, root);
@@ -301,7 +340,7 @@ TEST_F(LocalFiles, OfARootWhoseNameLooksLikeAPatternAreFound) {
 TEST_F(LocalFiles, OfAnyNameAreFoundAndCanBeArchived) {
   const std::string names[] = {"log.a\nb\x01\x7F", "log.\xFF\xC3", "log.a b'\"", "log." + std::string(251, 'x')};
   for (const std::string& name : names) make(name);
-  EXPECT_THAT(names_of(find_matching("", path("log.*"))), testing::UnorderedElementsAreArray(names));
+  EXPECT_THAT(names_of(found_matching("", path("log.*"))), testing::UnorderedElementsAreArray(names));
   EXPECT_THAT(names_of(find_beside("", path("log"))), testing::UnorderedElementsAreArray(names));
   for (const std::string& name : names) {
     const std::string item = item_path("", 0, name, true).substr(1);
