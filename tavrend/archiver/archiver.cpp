@@ -324,9 +324,12 @@ bool Archiver::archive_stretch(const Work& work, const Section& section, const S
   if (!file.is_open() || !is_same_file(identity_of(stretch.file), describe(file, stretch.file.path))) return false;
   int64_t first = stretch.first;
   const auto newline = [&](int64_t from, int64_t end) { return last_newline(file, stretch.file.path, from, end); };
-  for (int64_t end = first; (end = end_of_piece(stretch, first, newline)) != first; first = end) {
+  for (;;) {
+    const int64_t end = end_of_piece(stretch, first, newline);
+    if (end == first) break;
     const Intent intent{section.name, "", stretch.file, true, stretch.grows, first, end - first};
     if (!archive_range(work, section, file, intent)) return false;
+    first = end;
   }
   const bool is_whole = !stretch.grows && first == stretch.end;
   const Progress now{identity_of(stretch.file), first, stretch.file.size, stretch.file.mtime_ns, is_whole};

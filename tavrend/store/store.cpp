@@ -69,9 +69,9 @@ Database::Query& bind(Database::Query& query, const Identity& identity) {
 constexpr const char* setting_names[] = {"host", "dir", "user", "password", "host_key", "fingerprint"};
 
 std::string& setting(Settings& settings, int number) {
-  std::string* const all[] = {&settings.host,     &settings.dir,      &settings.user,
-                              &settings.password, &settings.host_key, &settings.fingerprint};
-  return *all[number];
+  static constexpr std::string Settings::*all[] = {&Settings::host,     &Settings::dir,      &Settings::user,
+                                                   &Settings::password, &Settings::host_key, &Settings::fingerprint};
+  return settings.*all[number];
 }
 
 }  // namespace
