@@ -50,5 +50,5 @@ if(NOT TAVREN_SANITIZE AND NOT CMAKE_CROSSCOMPILING)
   add_test(NAME ArchiveHost.InPlaceWorksAndLeavesNothing COMMAND ${CMAKE_CURRENT_LIST_DIR}/odd-places in-place)
   add_test(NAME ArchiveHost.InAChrootShowsNoMountOutside COMMAND ${CMAKE_CURRENT_LIST_DIR}/odd-places chroot)
   set_tests_properties(ArchiveHost.InPlaceWorksAndLeavesNothing ArchiveHost.InAChrootShowsNoMountOutside PROPERTIES
-    TIMEOUT 60 SKIP_RETURN_CODE 77)
+    TIMEOUT 600 SKIP_RETURN_CODE 77)
 endif()
