@@ -143,11 +143,12 @@ std::string Session::oldest_item(int compartment, const std::string& but) {
   std::string oldest_name;
   for (const std::string& section : sections_of(compartment)) {
     const std::string name = first_item(section);
-    if (name.empty() || section + "/" + name == but) continue;
-    if (oldest.empty() || name < oldest_name) {
-      oldest_name = name;
-      oldest = section + "/" + name;
-    }
+    if (name.empty() || (!oldest.empty() && name >= oldest_name)) continue;
+    std::string item = section;
+    item.append("/").append(name);
+    if (item == but) continue;
+    oldest_name = name;
+    oldest = std::move(item);
   }
   return oldest;
 }

@@ -1,5 +1,6 @@
 #include "service/procedures.h"
 
+#include <errno.h>
 #include <string.h>
 #include <syslog.h>
 
@@ -256,8 +257,8 @@ int audit_answer(Desk& desk, const std::string& path) {
     const auto file = look_at(log_dir_prefix(), path);
     if (!file) return audit_unknown;
     return is_audit_archived(desk, *file) ? audit_archived : audit_waiting;
-  } catch (const UnreadableFile&) {
-    return audit_waiting;
+  } catch (const UnreadableFile& file) {
+    return file.error == ENAMETOOLONG ? audit_unknown : audit_waiting; /* no file can have such a name */
   }
 }
 
