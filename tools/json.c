@@ -11,8 +11,7 @@ static bool continues(const unsigned char* bytes, size_t count) {
   return true;
 }
 
-/* Returns how many of the bytes, of which there are left, are the character that they begin with; 0 when they are none.
- */
+/* Returns how many of the bytes, of which so many are left, are the character they begin with; 0 when they are none. */
 static size_t character_length(const unsigned char* bytes, size_t left) {
   const unsigned char first = bytes[0];
   const size_t length = first < 0x80   ? 1

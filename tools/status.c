@@ -63,7 +63,7 @@ static void print_connection(FILE* out, const tavren_status_t* answer) {
 }
 
 static void print_bar(FILE* out, int32_t used, int32_t limit, int width) {
-  const int64_t filled = limit > used ? (int64_t)used * width / limit : width;
+  const int64_t filled = limit > 0 ? (int64_t)used * width / limit : width;
   fputs(" [", out);
   for (int i = 0; i < width; ++i) {
     putc(i < filled ? '#' : '-', out);
