@@ -9,7 +9,7 @@
 #include "lab/lab.h"
 #include "support/files.h"
 
-/* The example program, as a person or a script would run it. */
+/* The program, as a person or a script would run it. */
 class TavrenSend : public LabTest {
  protected:
   /* Runs it with arguments, the account's password on descriptor 3. Returns its exit status. */

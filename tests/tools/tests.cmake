@@ -7,6 +7,11 @@ if(NOT CMAKE_CROSSCOMPILING AND NOT TAVREN_SANITIZE)
   endforeach()
 endif()
 
+program_of(tavren_send tavren_send)
+tavren_test(password_prompt_tests tools/password_prompt_test.cpp)
+target_compile_definitions(password_prompt_tests PRIVATE TAVREN_SEND="${tavren_send}")
+add_dependencies(password_prompt_tests tavren_send)
+
 if(NOT with_daemon)
   return()
 endif()

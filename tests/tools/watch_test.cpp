@@ -1,24 +1,17 @@
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <pty.h>
 #include <signal.h>
 #include <stdlib.h>
-#include <string.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
-#include <unistd.h>
-#include <utmp.h>
 
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "tavren_basic.h"
 #include "tools/ctl_fixture.h"
+#include "tools/program_on_a_terminal.h"
 
 namespace {
 
@@ -26,82 +19,17 @@ using testing::HasSubstr;
 using testing::Not;
 
 /* "tavren_ctl watch" on a terminal of its own. */
-class Watch : public TavrenCtl {
+class Watch : public TavrenCtl, protected ProgramOnATerminal {
  protected:
-  static constexpr int patience_ms = 30000; /* which only a test that hangs waits for */
   static constexpr char frame_start[] = "\x1b[H\x1b[J";
 
   Watch() {
     archives("512\n3\n17", "-1\n5\n6");
     has_limits("1000", "-1");
   }
-  ~Watch() override {
-    if (program != -1) {
-      kill(program, SIGKILL);
-      waitpid(program, nullptr, 0);
-    }
-    for (const int fd : {master, slave}) {
-      if (fd != -1) close(fd);
-    }
-  }
 
   void watch_on_a_screen(unsigned short columns = 80, unsigned short rows = 24) {
-    const winsize size = {rows, columns, 0, 0};
-    if (openpty(&master, &slave, nullptr, nullptr, &size) != 0) throw std::runtime_error("openpty");
-    fcntl(master, F_SETFD, FD_CLOEXEC);
-    before = settings();
-    program = fork();
-    if (program == 0) {
-      login_tty(slave);
-      setenv("TERM", "xterm", 1);
-      execl(TAVREN_CTL, TAVREN_CTL, "watch", nullptr);
-      _exit(127);
-    }
-  }
-
-  void watch_into_a_pipe() {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
-    master = ends[0];
-    program = fork();
-    if (program == 0) {
-      dup2(ends[1], STDOUT_FILENO);
-      execl(TAVREN_CTL, TAVREN_CTL, "watch", nullptr);
-      _exit(127);
-    }
-    close(ends[1]);
-  }
-
-  termios settings() const {
-    termios now{};
-    tcgetattr(slave, &now);
-    return now;
-  }
-
-  bool has_its_old_settings() const {
-    const termios now = settings();
-    return now.c_iflag == before.c_iflag && now.c_oflag == before.c_oflag && now.c_cflag == before.c_cflag &&
-           now.c_lflag == before.c_lflag && memcmp(now.c_cc, before.c_cc, sizeof now.c_cc) == 0;
-  }
-
-  /* Reads on. Returns whether something came. */
-  bool read_more() {
-    pollfd input = {master, POLLIN, 0};
-    if (poll(&input, 1, patience_ms) != 1) return false;
-    char piece[4096];
-    const ssize_t length = read(master, piece, sizeof piece);
-    if (length > 0) shown.append(piece, static_cast<size_t>(length));
-    return length > 0;
-  }
-
-  /* Waits until what has been shown since the last call has that text, and is taken up to the text's end. */
-  void expect_shown(const std::string& text) {
-    while (shown.find(text) == std::string::npos) {
-      if (!read_more()) {
-        FAIL() << "in vain: " << text << "\nshown: " << shown;
-      }
-    }
-    shown.erase(0, shown.find(text) + text.size());
+    run_on_a_terminal({TAVREN_CTL, "watch"}, columns, rows);
   }
 
   /* Returns the lines of the next whole screen. */
@@ -116,24 +44,6 @@ class Watch : public TavrenCtl {
     }
     return lines;
   }
-
-  void type(const std::string& keys) const {
-    ASSERT_EQ(write(master, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
-  }
-
-  /* Waits for the program's end. Returns its wait status. */
-  int end() {
-    int status = -1;
-    waitpid(program, &status, 0);
-    program = -1;
-    return status;
-  }
-
-  int master = -1;
-  int slave = -1;
-  pid_t program = -1;
-  termios before{};
-  std::string shown;
 };
 
 TEST_F(Watch, DrawsTheStatusAnewEachSecond) {
@@ -179,11 +89,7 @@ TEST_F(Watch, GivesTheTerminalBackWhenItIsToEnd) {
     const int status = end();
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal_number) << status;
     EXPECT_TRUE(has_its_old_settings()) << signal_number;
-    close(master);
-    close(slave);
-    shown.clear();
   }
-  master = slave = -1;
 }
 
 TEST_F(Watch, GivesTheTerminalBackWhileItIsStopped) {
@@ -253,7 +159,7 @@ TEST_F(Watch, WaitsForADaemonThatGoesAway) {
 }
 
 TEST_F(Watch, WithoutATerminalPrintsEachStatusInPlainLines) {
-  watch_into_a_pipe();
+  run_into_a_pipe({TAVREN_CTL, "watch"});
   const std::string end_of_a_status = "            5 waiting, 6 archived\n\n";
   while (shown.find(end_of_a_status, shown.find(end_of_a_status) + 1) == std::string::npos && read_more()) {
   }
