@@ -37,7 +37,7 @@ class ProgramOnATerminal {
     program = fork();
     if (program == 0) {
       login_tty(slave);
-      setenv("TERM", "xterm", 1);
+      setenv("TERM", kind, 1);
       execute(command);
     }
   }
@@ -100,6 +100,7 @@ class ProgramOnATerminal {
     return status;
   }
 
+  const char* kind = "xterm"; /* of the terminal */
   int master = -1;
   pid_t program = -1;
   std::string shown;

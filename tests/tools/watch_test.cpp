@@ -158,6 +158,15 @@ TEST_F(Watch, WaitsForADaemonThatGoesAway) {
   EXPECT_EQ(end(), 0);
 }
 
+TEST_F(Watch, OnATerminalThatCannotMoveItsCursorPrintsPlainLines) {
+  kind = "dumb";
+  watch_on_a_screen();
+  while (shown.find("5 waiting, 6 archived\r\n\r\n20") == std::string::npos && read_more()) {
+  }
+  EXPECT_THAT(shown, HasSubstr("audit:      512 of 1000 MB\r\n"));
+  EXPECT_THAT(shown, Not(HasSubstr("\x1b")));
+}
+
 TEST_F(Watch, WithoutATerminalPrintsEachStatusInPlainLines) {
   run_into_a_pipe({TAVREN_CTL, "watch"});
   const std::string end_of_a_status = "            5 waiting, 6 archived\n\n";
