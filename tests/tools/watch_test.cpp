@@ -161,7 +161,8 @@ TEST_F(Watch, WaitsForADaemonThatGoesAway) {
 TEST_F(Watch, OnATerminalThatCannotMoveItsCursorPrintsPlainLines) {
   kind = "dumb";
   watch_on_a_screen();
-  while (shown.find("5 waiting, 6 archived\r\n\r\n20") == std::string::npos && read_more()) {
+  while (shown.find("5 waiting, 6 archived\r\n\r\n20") == std::string::npos &&
+         shown.find('\x1b') == std::string::npos && read_more()) {
   }
   EXPECT_THAT(shown, HasSubstr("audit:      512 of 1000 MB\r\n"));
   EXPECT_THAT(shown, Not(HasSubstr("\x1b")));
