@@ -54,6 +54,23 @@ TEST_F(DaemonsClock, ThatJumpsNeitherRepeatsNamesNorStopsTheIntervals) {
   EXPECT_NE(names[0].substr(0, 13), names[2].substr(0, 13));
 }
 
+TEST_F(DaemonsClock, NamesItemsInUtcWhereverTheMachineIs) {
+  const auto utc_now = [] {
+    lab::run("TZ=UTC0 date +%Y-%m-%dT%H:%M:%S >$LAB/now");
+    return read_file(lab::value("LAB") + "/now").substr(0, 19);
+  };
+  append("messages", "one\n");
+  setenv("TZ", "HERE-11:30", 1);
+  start(following("messages"));
+  unsetenv("TZ");
+  const std::string before = utc_now();
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  const std::string name = items("messages").at(0).substr(0, 19);
+  EXPECT_GE(name, before);
+  EXPECT_LE(name, utc_now());
+}
+
 TEST_F(DaemonsClock, SetBackOverARestartRepeatsNoName) {
   append("messages", "one\n");
   move_to(5 * hour);

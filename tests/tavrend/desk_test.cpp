@@ -5,11 +5,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <optional>
 #include <string>
 #include <thread>
 
+#include "plan/schedule.h"
 #include "support/temporary_directory.h"
+#include "tavren_basic.h"
 
 namespace {
 
@@ -23,6 +26,37 @@ class DeskTest : public testing::Test {
     const pid_t child = fork();
     while (child == 0) pause();
     return child;
+  }
+
+  static Section section() {
+    Section messages;
+    messages.name = "messages";
+    messages.interval = 3600;
+    return messages;
+  }
+
+  /* Returns a chassis whose first run of that section's task waits so long, and that of the other task longer. */
+  static std::string chassis_with_first_run(int64_t earliest_ms, int64_t latest_ms) {
+    for (int i = 0;; ++i) {
+      const std::string chassis = "CH-" + std::to_string(i);
+      const int64_t delay = first_delay_ms(chassis, task_of(section()), 3600);
+      if (delay < earliest_ms || delay > latest_ms) continue;
+      if (first_delay_ms(chassis, space_task, 3600) > latest_ms) return chassis;
+    }
+  }
+
+  /* Returns the next work of where, or nothing when there is none for ten seconds. */
+  static std::optional<Work> next_work(Desk& where) {
+    std::optional<Work> work;
+    std::atomic<bool> is_back{false};
+    std::thread archiving([&] {
+      work = where.wait_for_work();
+      is_back = true;
+    });
+    for (int i = 0; i < 1000 && !is_back; ++i) usleep(10000);
+    if (!is_back) where.stop();
+    archiving.join();
+    return work;
   }
 
   const TemporaryDirectory directory;
@@ -137,4 +171,40 @@ TEST_F(DeskTest, NotesAClaimOfTheConfigurationThatItWasMadeWith) {
   EXPECT_FALSE(store.is_claimed());
   EXPECT_TRUE(desk.wait_for_work()->claim);
   serving.join();
+}
+
+TEST_F(DeskTest, HandsOutTheFirstWorkAfterTheDelayOfItsChassis) {
+  desk.set_config(config("one"), true);
+  const std::string chassis = chassis_with_first_run(200, 1000);
+  const int64_t before_ms = tavren_get_uptime_ms();
+  Desk other(store, {section()}, chassis);
+  const auto work = next_work(other);
+  ASSERT_TRUE(work);
+  EXPECT_GE(work->begun_ms, before_ms + first_delay_ms(chassis, task_of(section()), 3600));
+  EXPECT_EQ(work->sections.size(), 1U);
+}
+
+TEST_F(DeskTest, CountsANewIntervalFromNow) {
+  desk.set_config(config("one"), true);
+  Desk other(store, {section()}, chassis_with_first_run(1000000, 2000000));
+  const int64_t before_ms = tavren_get_uptime_ms();
+  EXPECT_TRUE(other.set_interval(task_of(section()), 1));
+  const auto work = next_work(other);
+  ASSERT_TRUE(work);
+  EXPECT_GE(work->begun_ms, before_ms + 1000);
+}
+
+TEST_F(DeskTest, WaitsAfterAFailureAsLongAsWasDrawn) {
+  std::string refusal;
+  TavrenTunables::instance().set_tunable("failure_retry_interval", "1", refusal);
+  desk.set_config(config("one"), true);
+  for (const double draw : {0.0, 1.0}) {
+    EXPECT_TRUE(desk.run_task(space_task));
+    ASSERT_TRUE(next_work(desk));
+    const int64_t before_ms = tavren_get_uptime_ms();
+    desk.work_has_failed(draw);
+    const auto work = next_work(desk);
+    ASSERT_TRUE(work);
+    EXPECT_GE(work->begun_ms, before_ms + retry_delay_ms(1, draw));
+  }
 }

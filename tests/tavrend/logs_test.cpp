@@ -142,6 +142,28 @@ TEST_F(DaemonsLog, OnlyCompressedBesideIsReportedOnceAlsoWithoutANewOne) {
   EXPECT_EQ(count(errors(), "messages.1.gz (bytes 0 to "), 1U) << errors();
 }
 
+TEST_F(DaemonsLog, EmptiedIsReportedWithTheBytesThatWereSeenInIt) {
+  append("messages", "one\ntwo");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  behind_its_back(": >messages");
+  wait_until("an error", [] { return count(errors(), "messages (bytes 4 to 7), ecode=61") == 1; });
+  append("messages", "three\n");
+  expect_archived("messages", "one\nthree\n");
+  EXPECT_EQ(count(errors(), "ecode=61"), 1U) << errors();
+}
+
+TEST_F(DaemonsLog, CompressedWithWhatWasNotReadIsReportedWithItsBytes) {
+  append("messages", "one\ntwo");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  behind_its_back("mv messages messages.1 && gzip messages.1 && echo three >messages");
+  expect_archived("messages", "one\nthree\n");
+  EXPECT_EQ(count(errors(), "messages (bytes 4 to 7), ecode=61"), 1U) << errors();
+}
+
 TEST_F(DaemonsLog, IsNoLinkDirectoryPipeOrDevice) {
   write_file(log("secret"), "secret\n");
   lab::run("cd " + logs + " && ln -s secret a.1 && mkdir a.2 && mkfifo a.3 && ln -s secret messages");
