@@ -1,0 +1,59 @@
+#include <stdint.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "tavrend/procedures_fixture.h"
+
+namespace {
+
+class DaemonsRetry : public Procedure {
+ protected:
+  /* Starts the daemon without an archive host, and with a file that says until when it waits. */
+  void start_in_an_outage() {
+    lab::stop_sshd();
+    append("messages", "one\n");
+    setenv("NOTED_WAITS", waits.c_str(), 1);
+    setenv("LD_PRELOAD", NOTED_WAITS, 1);
+    start(sections());
+    unsetenv("LD_PRELOAD");
+    ASSERT_EQ(set_config(), 0);
+  }
+
+  /* Has the daemon try once more, and fail. */
+  static void fail() {
+    ASSERT_EQ(refusal_of(tavren_api_clear_stored_data), "");
+    ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+    wait_until("a failure", [] { return !errors().empty(); });
+    wait_until("the wait after it", [] { return sleeping() == 1; });
+  }
+
+  int64_t end_of_the_wait_ms() const {
+    std::istringstream lines(read_file(waits));
+    int64_t last = 0;
+    for (int64_t end = 0; lines >> end;) last = end;
+    return last;
+  }
+
+  const std::string waits = lab::value("LAB") + "/waits";
+};
+
+}  // namespace
+
+TEST_F(DaemonsRetry, ComesATenthEarlierOrLaterAsIsDrawnAnewEachTime) {
+  start_in_an_outage();
+  ASSERT_EQ(set_tunable("failure_retry_interval", "1000"), "");
+  int64_t shortest_ms = INT64_MAX;
+  int64_t longest_ms = 0;
+  for (int i = 0; i < 10; ++i) {
+    const int64_t before_ms = tavren_get_uptime_ms();
+    fail();
+    const int64_t end_ms = end_of_the_wait_ms();
+    EXPECT_GE(end_ms, before_ms + 900000);
+    EXPECT_LE(end_ms, tavren_get_uptime_ms() + 1100000);
+    shortest_ms = std::min(shortest_ms, end_ms - before_ms);
+    longest_ms = std::max(longest_ms, end_ms - before_ms);
+  }
+  /* That all of them are closer to each other happens once in a hundred million times. */
+  EXPECT_GT(longest_ms - shortest_ms, 20000);
+}
