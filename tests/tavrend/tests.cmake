@@ -31,7 +31,7 @@ if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND TAVREN_SLOW_TESTS
   tavrend_daemon_test(tavrend_outage_tests 180 tavrend/outages_test.cpp)
   tavrend_daemon_test(tavrend_log_tests 180 tavrend/logs_test.cpp)
   tavrend_daemon_test(tavrend_cancelled_tests 180 tavrend/cancelled_test.cpp)
-  tavrend_daemon_test(tavrend_large_file_tests 180 tavrend/large_files_test.cpp)
+  tavrend_daemon_test(tavrend_large_file_tests 300 tavrend/large_files_test.cpp)
   tavrend_daemon_test(tavrend_memory_tests 180 tavrend/memory_test.cpp)
   target_include_directories(tavrend_memory_tests PRIVATE ${PROJECT_SOURCE_DIR}/tavrend)
   target_link_libraries(tavrend_memory_tests PRIVATE ${sqlite3_library})
