@@ -61,8 +61,9 @@ void add(Found& found, const std::string& prefix, const std::string& path) {
     if (const auto file = look_at(prefix, path)) {
       found.files.push_back(*file);
     } else {
+      /* Another file may have taken the name since. */
       struct stat status {};
-      if (lstat((prefix + path).c_str(), &status) == -1) found.is_moving = true;
+      if (lstat((prefix + path).c_str(), &status) == -1 || S_ISREG(status.st_mode)) found.is_moving = true;
     }
   } catch (const UnreadableFile& error) {
     found.unreadable.push_back(error);

@@ -2,6 +2,8 @@
 
 #include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,11 +12,13 @@
 namespace changing_files {
 
 std::function<void(const std::string& path)> after_lstat;
+std::function<void(const std::string& path)> after_open;
 std::function<void()> after_pread;
 int entries_until_an_error = -1;
 
 void stop() {
   after_lstat = nullptr;
+  after_open = nullptr;
   after_pread = nullptr;
   entries_until_an_error = -1;
 }
@@ -29,6 +33,18 @@ STANDS_BEFORE_THE_REAL_ONE int lstat(const char* path, struct stat* status) noex
   if (after_lstat) after_lstat(path);
   errno = error;
   return result;
+}
+
+STANDS_BEFORE_THE_REAL_ONE int open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const auto mode = va_arg(arguments, mode_t);
+  va_end(arguments);
+  const int fd = real<int(const char*, int, ...)>("open64")(path, flags, mode);
+  const int error = errno;
+  if (after_open) after_open(path);
+  errno = error;
+  return fd;
 }
 
 STANDS_BEFORE_THE_REAL_ONE ssize_t pread(int fd, void* bytes, size_t size, off_t offset) {

@@ -11,6 +11,7 @@
 namespace changing_files {
 
 extern std::function<void(const std::string& path)> after_lstat;
+extern std::function<void(const std::string& path)> after_open;
 extern std::function<void()> after_pread;
 extern int entries_until_an_error; /* of a directory; -1: there is none */
 

@@ -24,6 +24,7 @@
 #include "tavrend/changing_files.h"
 
 using changing_files::after_lstat;
+using changing_files::after_open;
 using changing_files::after_pread;
 using changing_files::entries_until_an_error;
 using testing::ElementsAre;
@@ -370,6 +371,24 @@ TEST_F(LocalFiles, AroundALogAreTakenAsTheyWereAtOneMoment) {
   for (const LogFile& file : around->beside.files) {
     EXPECT_EQ(file.inode, file.path == path("m.1") ? newest : older) << file.path;
   }
+}
+
+/* A rotation renames and renames back: at each look the name is there, and what has it is elsewhere when it is opened.
+ */
+TEST_F(LocalFiles, AroundALogAreNotOverlookedBecauseTheyAreElsewhereForAMoment) {
+  make("m");
+  make("m.1");
+  int looks = 0;
+  int times = 0; /* that the name was looked at: before it is opened, and again when that has failed */
+  after_lstat = [&](const std::string& at) {
+    if (at == path("m.1") && ++times % 2 == 1 && looks < 3) rename("m.1", "elsewhere");
+  };
+  after_open = [&](const std::string& at) {
+    if (at == path("m.1") && ++looks <= 3) rename("elsewhere", "m.1");
+  };
+  const auto around = look_around("", path("m"));
+  ASSERT_TRUE(around);
+  EXPECT_THAT(names_of(around->beside), ElementsAre("m.1"));
 }
 
 TEST_F(LocalFiles, AroundALogThatIsRotatedWithoutEndAreNotTaken) {
