@@ -78,6 +78,9 @@ SIZES = [(MIB >> 4, 5, 5), (MIB >> 2, 5, 5), (MIB, 5, 5), (4 * MIB, 5, 5), (16 *
 TARGETS = [("amd64", "release", "", 0), ("armhf", "release-armhf", "arm-linux-gnueabihf-", 200 * 1024),
            ("i386", "release-i686", "i686-linux-gnu-", 0), ("s390x", "release-s390x", "s390x-linux-gnu-", 0)]
 
+CALLER_RUNS = 5  # of each side, of 50 rounds
+CALLERS_MORE = 50  # ms that the slowest answer may take more while the daemon sends a large file
+
 VERDICTS = {True: "reached", False: "NOT REACHED"}
 UNCLEAR = ", unclear"
 SECONDS = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
@@ -185,6 +188,24 @@ def measure_sizes(build):
              "verdict": VERDICTS[abs(large - small) <= 256], "sizes": table}]
 
 
+def measure_callers(build):
+    """Asks the daemon from many callers at once, while it sends and while it is quiet; returns a row for each figure."""
+    sides = {"sending": [], "quiet": []}
+    for _ in range(CALLER_RUNS):
+        for side in random.sample(list(sides), len(sides)):
+            program = [f"{ROOT}/bench/beside-tavrend", build, f"{build}/bench/callers", side]
+            sides[side].append([float(value) * 1000 for value in run(LAB + program).split()])
+    rows = []
+    for i, (what, figure) in enumerate([("median", statistics.median), ("99 of 100", statistics.median), ("slowest", max)]):
+        samples = {side: [values[i] for values in runs] for side, runs in sides.items()}
+        sending, quiet = figure(samples["sending"]), figure(samples["quiet"])
+        rows.append({"line": "callers", "what": f"tavrend, 50 callers: {what}", "unit": "ms", "median": sending,
+                     "samples": samples["sending"], "beside": "while it is quiet", "beside_median": quiet,
+                     "beside_samples": samples["quiet"], "ratio": sending / quiet})
+    rows[-1].update(goal=f"{CALLERS_MORE} ms more", verdict=VERDICTS[sending - quiet <= CALLERS_MORE])
+    return rows
+
+
 def measure_libraries(_build):
     """Strips the library of every target that scripts/bench could build, and returns its size."""
     rows = []
@@ -267,7 +288,7 @@ def main():
     docs = "--write-docs" in arguments
     wanted = [argument for argument in arguments if argument != "--write-docs"]
     steps = [(line.name, lambda build, line=line: measure(line, build)) for line in LINES]
-    steps += [("memory", measure_sizes), ("size", measure_libraries)]
+    steps += [("callers", measure_callers), ("memory", measure_sizes), ("size", measure_libraries)]
     unknown = set(wanted) - {name for name, _ in steps}
     if unknown or (docs and wanted):
         sys.exit("lines: " + " ".join(name for name, _ in steps) + "\n--write-docs wants all of them")
