@@ -36,14 +36,17 @@ class TavrendTest : public testing::Test {
     /* Daemons of tests that run at the same time have their one instance each. */
     setenv("TAVREN_HOME", lab::value("LAB").c_str(), 1);
     std::filesystem::create_directory(logs);
-    lab::run(
-        "mkdir -p /run/rpcbind; rpcbind -w 2>/dev/null; until rpcinfo -p 127.0.0.1 >/dev/null 2>&1; do sleep 0.02; "
-        "done");
+    begin_rpcbind();
     become_chassis("CH-1");
   }
   ~TavrendTest() override {
     if (daemon != -1) stop(SIGKILL);
     lab::run("pkill -x rpcbind || true");
+  }
+
+  /* It knows nothing of what was registered before. */
+  static void begin_rpcbind() {
+    lab::run(START_RPCBIND " >/dev/null 2>&1 & until rpcinfo -p 127.0.0.1 >/dev/null 2>&1; do sleep 0.02; done");
   }
 
   static void become_chassis(const std::string& id) {
@@ -143,8 +146,8 @@ class TavrendTest : public testing::Test {
     return result;
   }
 
-  static void wait_until(const std::string& what, const std::function<bool()>& condition) {
-    const int end = tavren_get_uptime() + patience;
+  static void wait_until(const std::string& what, const std::function<bool()>& condition, int seconds = patience) {
+    const int end = tavren_get_uptime() + seconds;
     while (!condition()) {
       if (tavren_get_uptime() > end) throw std::runtime_error("in vain: " + what);
       usleep(20000);

@@ -14,7 +14,9 @@ TEST_F(LargeFile, GoesInParts) {
            " bs=1M oflag=seek_bytes seek=$place conv=notrunc status=none; done");
   start(closed("a.1") + "compress = zstd\n");
   ASSERT_EQ(set_config(), 0);
-  wait_until("a part", [] { return archived_since_the_start(1) == 1; });
+  /* Four gigabytes are to be compressed, and other tests run at the same time. */
+  wait_until(
+      "a part", [] { return archived_since_the_start(1) == 1; }, 600);
   wait_until("the rest", [] { return archived_since_the_start(1) == 2; });
   EXPECT_EQ(system(("zstd -dc $LAB_ARCHIVE/closed/* | cmp - " + log("a.1")).c_str()), 0);
   EXPECT_EQ(items("closed").size(), 2U);

@@ -10,8 +10,6 @@ class DaemonsRegistration : public TavrendTest {
   ~DaemonsRegistration() override { lab::run("pkill -CONT -x rpcbind || true"); }
 
   static void end_rpcbind() { lab::run("pkill -x rpcbind; while pgrep -x rpcbind >/dev/null; do sleep 0.01; done"); }
-  /* It knows nothing of what was registered before. */
-  static void begin_rpcbind() { lab::run("rpcbind; until rpcinfo -p 127.0.0.1 >/dev/null 2>&1; do sleep 0.02; done"); }
   static void hold_rpcbind() { lab::run("pkill -STOP -x rpcbind"); }
 
   static bool is_in_the_system_log(const std::string& text) {

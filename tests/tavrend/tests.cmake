@@ -21,7 +21,7 @@ if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND (TAVREN_SLOW_TEST
   function(tavrend_daemon_test name timeout)
     tavren_test(${name} ${ARGN} LAB TIMEOUT ${timeout})
     target_compile_definitions(${name} PRIVATE
-      TAVREND="${tavrend}" HODRA_PUT="${hodra_put}" TAVREN_CTL="${tavren_ctl}")
+      TAVREND="${tavrend}" START_RPCBIND="${CMAKE_CURRENT_SOURCE_DIR}/daemon/start-rpcbind" HODRA_PUT="${hodra_put}" TAVREN_CTL="${tavren_ctl}")
     add_dependencies(${name} tavrend tavren_ctl hodra-put)
   endfunction()
   tavrend_daemon_test(tavrend_tests 180 tavrend/daemon_test.cpp tavrend/procedures_test.cpp tavrend/callers_test.cpp
@@ -48,7 +48,7 @@ if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND (TAVREN_SLOW_TEST
 
   # A sanitizer has memory of its own, takes longest with gigabytes, and stands in for the same functions.
   if(NOT TAVREN_SANITIZE)
-    tavrend_daemon_test(tavrend_large_file_tests 300 tavrend/large_files_test.cpp)
+    tavrend_daemon_test(tavrend_large_file_tests 700 tavrend/large_files_test.cpp)
     tavrend_daemon_test(tavrend_memory_tests 180 tavrend/memory_test.cpp)
     target_include_directories(tavrend_memory_tests PRIVATE ${PROJECT_SOURCE_DIR}/tavrend)
     tavrend_daemon_test(tavrend_retry_tests 180 tavrend/retries_test.cpp)
