@@ -13,6 +13,11 @@ namespace {
 constexpr char check_the_network[] =
     TOOLS_TEXT("Check the host's name, the network, and that a secure shell server runs there.");
 
+constexpr char name_the_chassis[] = TOOLS_TEXT(
+    "This machine does not know which chassis it is. Name it, as root: hodra-put 1 setup_system_id_info 1024 40=NAME "
+    "(in "
+    "libexec/tavren).");
+
 /* What a command that failed on the host, or what it printed, says of the host. Both are lines, in no language of ours.
  */
 struct Symptom {
@@ -64,10 +69,17 @@ constexpr Advice advices[] = {
     {TAVREN_E_SYSCALL, TOOLS_TEXT("This machine cannot do its part: see the error number.")},
 };
 
+/* Whether the platform's database, asked which chassis this is, did not know. */
+bool is_about_chassis(const TavrenError::error_line_t& line) {
+  constexpr char call[] = "create_chassis_file->";
+  return line.code == TAVREN_E_SYSCALL && line.num_args > 0 && line.args[0].rfind(call, 0) == 0;
+}
+
 /* The lines go from the general to the particular: the first one that there is advice for tells most. */
 const char* advice_for(const TavrenError& error) {
   for (const TavrenError::error_line_t* line : error.lines) {
     if (line->code == TAVREN_E_COMMAND_FAILED) return advice_for_failed_command(error);
+    if (is_about_chassis(*line)) return translate(name_the_chassis);
     for (const Advice& advice : advices) {
       if (advice.code == line->code) return translate(advice.text);
     }

@@ -215,3 +215,15 @@ TEST_F(SetUp, SaysWhatItDoesInItsSteps) {
     ASSERT_NE(position, std::string::npos) << step << out();
   }
 }
+
+TEST_F(SetUp, SaysWhatToDoWhereNobodyKnowsWhichChassisThisIs) {
+  start();
+  setenv("HODRA_DIR", (lab::value("LAB") + "/empty").c_str(), 1);
+  EXPECT_EQ(set_up("-y " + target), 1);
+  EXPECT_NE(err().find("\nThis machine does not know which chassis it is. Name it, as root: hodra-put 1 "
+                       "setup_system_id_info 1024 40=NAME (in libexec/tavren).\n"),
+            std::string::npos)
+      << err();
+  become_chassis("CH-1");
+  EXPECT_EQ(set_up("-y " + target), 0) << err();
+}
