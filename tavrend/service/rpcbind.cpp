@@ -67,8 +67,9 @@ bool Rpcbind::call(rpcproc_t procedure, bool_t (*argument_filter)(XDR*, Argument
   return false;
 }
 
-bool Rpcbind::change(rpcproc_t procedure, std::string address) {
-  rpcb what{program, version, netid, address.data(), owner};
+bool Rpcbind::change(rpcproc_t procedure, const std::string& address) {
+  std::string text = address; /* the record's members could be written to */
+  rpcb what{program, version, netid, text.data(), owner};
   bool_t done = FALSE;
   return call(procedure, xdr_rpcb, &what, xdr_bool, &done) && done != FALSE;
 }

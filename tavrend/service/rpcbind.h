@@ -32,7 +32,7 @@ class Rpcbind {
   template <class Argument, class Result>
   bool call(rpcproc_t procedure, bool_t (*argument_filter)(XDR*, Argument*), Argument* argument,
             bool_t (*result_filter)(XDR*, Result*), Result* result);
-  bool change(rpcproc_t procedure, std::string address);
+  bool change(rpcproc_t procedure, const std::string& address);
 
   const rpcprog_t program;
   const rpcvers_t version;
