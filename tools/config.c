@@ -34,15 +34,19 @@ static void print_config(const tavren_config_t* config) {
   }
 }
 
-int show_config(tavren_api_handle_t* daemon, char** arguments) {
-  (void)arguments;
+static int show_by(tavren_api_handle_t* daemon, void (*show)(const tavren_config_t*)) {
   tavren_config_t config;
   const int result = tavren_api_get_config(daemon, &config);
   if (result == 0) {
-    print_config(&config);
+    show(&config);
     tavren_config_free_contents(&config);
   }
   return end_call(daemon, result);
+}
+
+int show_config(tavren_api_handle_t* daemon, char** arguments) {
+  (void)arguments;
+  return show_by(daemon, print_config);
 }
 
 static void write_config(const tavren_config_t* config) {
@@ -63,11 +67,5 @@ static void write_config(const tavren_config_t* config) {
 
 int show_config_as_json(tavren_api_handle_t* daemon, char** arguments) {
   (void)arguments;
-  tavren_config_t config;
-  const int result = tavren_api_get_config(daemon, &config);
-  if (result == 0) {
-    write_config(&config);
-    tavren_config_free_contents(&config);
-  }
-  return end_call(daemon, result);
+  return show_by(daemon, write_config);
 }

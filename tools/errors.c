@@ -107,9 +107,8 @@ int show_errors_as_json(tavren_api_handle_t* daemon, char** arguments) {
     return end_call(daemon, result);
   }
   if (regcomp(&time, "^-?[0-9]{1,8}/[0-9]{2}/[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}$", REG_EXTENDED | REG_NOSUB) != 0) {
-    fprintf(stderr, "tavren_ctl: %s\n", translate("out of memory"));
     free(errors);
-    return EXIT_REFUSED;
+    return end_without_memory();
   }
   write_errors(&time, errors != NULL ? errors : "");
   regfree(&time);

@@ -15,8 +15,7 @@ constexpr char check_the_network[] =
 
 constexpr char name_the_chassis[] = TOOLS_TEXT(
     "This machine does not know which chassis it is. Name it, as root: hodra-put 1 setup_system_id_info 1024 40=NAME "
-    "(in "
-    "libexec/tavren).");
+    "(in libexec/tavren).");
 
 /* What a command that failed on the host, or what it printed, says of the host. Both are lines, in no language of ours.
  */
@@ -35,8 +34,7 @@ constexpr Symptom symptoms[] = {
     {"Permission denied", TOOLS_TEXT("Let the user write into that directory, or name another one.")},
     {"Read-only file system", TOOLS_TEXT("Nobody can write there: name another directory.")},
     {"", TOOLS_TEXT("Check that the directory exists, that the user may write there, that there is space left, and "
-                    "that scp and the "
-                    "usual commands are installed on the host.")},
+                    "that scp and the usual commands are installed on the host.")},
 };
 
 const char* advice_for_failed_command(const TavrenError& error) {

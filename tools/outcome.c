@@ -3,6 +3,8 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include "text.h"
+
 int end_call(const tavren_api_handle_t* daemon, int result) {
   char message[TAVREN_API_TEXT_SIZE];
   if (result == 0) {
@@ -27,4 +29,9 @@ int end_text(const tavren_api_handle_t* daemon, int result, char* text, const ch
     free(text);
   }
   return end_call(daemon, result);
+}
+
+int end_without_memory(void) {
+  fprintf(stderr, "tavren_ctl: %s\n", translate("out of memory"));
+  return EXIT_REFUSED;
 }

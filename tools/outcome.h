@@ -17,4 +17,7 @@ int end_request(const tavren_api_handle_t* daemon, int result, char* refusal);
 /* Prints a text of the daemon's, which is freed, or if_none without one. Returns the exit status. */
 int end_text(const tavren_api_handle_t* daemon, int result, char* text, const char* if_none);
 
+/* Ends a command that has no memory. Returns the exit status. */
+int end_without_memory(void);
+
 #endif

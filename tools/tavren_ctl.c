@@ -66,12 +66,6 @@ static int clear(tavren_api_handle_t* daemon, char** arguments) {
   return end_request(daemon, result, refusal);
 }
 
-/* Ends a command that has no memory to begin with. */
-static int end_without_memory(void) {
-  fprintf(stderr, "tavren_ctl: %s\n", translate("out of memory"));
-  return EXIT_REFUSED;
-}
-
 static int run(tavren_api_handle_t* daemon, char** arguments) {
   char* task = task_name(arguments[0]);
   if (task == NULL) {
@@ -127,11 +121,15 @@ static int show_sleeping(tavren_api_handle_t* daemon, char** arguments) {
   return end_call(daemon, result);
 }
 
+static int show_table(tavren_api_handle_t* daemon, int (*get)(tavren_api_handle_t*, char**)) {
+  char* table = NULL;
+  const int result = get(daemon, &table);
+  return end_text(daemon, result, table, "");
+}
+
 static int show_tunables(tavren_api_handle_t* daemon, char** arguments) {
   (void)arguments;
-  char* table = NULL;
-  const int result = tavren_api_get_tunable_table(daemon, &table);
-  return end_text(daemon, result, table, "");
+  return show_table(daemon, tavren_api_get_tunable_table);
 }
 
 static int set_tunable(tavren_api_handle_t* daemon, char** arguments) {
@@ -142,9 +140,7 @@ static int set_tunable(tavren_api_handle_t* daemon, char** arguments) {
 
 static int show_commands(tavren_api_handle_t* daemon, char** arguments) {
   (void)arguments;
-  char* table = NULL;
-  const int result = tavren_api_get_remote_command_table(daemon, &table);
-  return end_text(daemon, result, table, "");
+  return show_table(daemon, tavren_api_get_remote_command_table);
 }
 
 static int set_command(tavren_api_handle_t* daemon, char** arguments) {
@@ -155,9 +151,7 @@ static int set_command(tavren_api_handle_t* daemon, char** arguments) {
 
 static int show_intervals(tavren_api_handle_t* daemon, char** arguments) {
   (void)arguments;
-  char* table = NULL;
-  const int result = tavren_api_get_interval_table(daemon, &table);
-  return end_text(daemon, result, table, "");
+  return show_table(daemon, tavren_api_get_interval_table);
 }
 
 static int set_interval(tavren_api_handle_t* daemon, char** arguments) {

@@ -154,10 +154,7 @@ static int watch_on_a_screen(tavren_api_handle_t* daemon) {
   if (keys) {
     release_terminal();
   }
-  if (!drawn) {
-    fprintf(stderr, "tavren_ctl: %s\n", translate("out of memory"));
-  }
-  return drawn ? EXIT_DONE : EXIT_REFUSED;
+  return drawn ? EXIT_DONE : end_without_memory();
 }
 
 int watch(tavren_api_handle_t* daemon, char** arguments) {
