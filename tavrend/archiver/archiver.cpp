@@ -230,25 +230,23 @@ void Archiver::report_if_gone(const Section& section, const std::string& path, c
   if (paths_of(section, is_it).empty()) desk.report(error_of(UnreadableFile(path, ENOENT, false)));
 }
 
-/* Looks for a section's closed files. Returns those that are to be archived, in their order. */
+/* Looks for a section's closed files. Returns those that are to be archived, oldest first. */
 std::vector<ClosedFile> Archiver::waiting_files(const Section& section) {
   ClosedFiles look(desk.archived_files(section.name));
   const auto unreadable = see_matching(prefix, section.files, [&look](const LogFile& file) { look.see(file); });
   for (const UnreadableFile& file : unreadable) desk.report(error_of(file));
-  const auto begun = desk.with_store([&](Store& store) {
-    if (unreadable.empty()) store.forget_missing_files(section.name, look, now_ms());
-    return store.progress(section.name);
-  });
-  auto files = look.take_waiting();
-  /* What was begun is ended first: of one file only it is remembered how far it is archived. */
-  std::stable_partition(files.begin(), files.end(), [&begun](const ClosedFile& f) { return begun_at(begun, f) != 0; });
-  return files;
+  if (unreadable.empty()) {
+    desk.with_store([&](Store& store) { store.forget_missing_files(section.name, look, now_ms()); });
+  }
+  return look.take_waiting();
 }
 
 void Archiver::archive_closed_files(const Work& work, const Section& section) {
-  const std::vector<ClosedFile> files = waiting_files(section);
+  std::vector<ClosedFile> files = waiting_files(section);
   const auto progress = [&] { return desk.with_store([&](Store& store) { return store.progress(section.name); }); };
   const auto begun = progress();
+  /* What was begun is ended first: of one file only it is remembered how far it is archived. */
+  std::stable_partition(files.begin(), files.end(), [&begun](const ClosedFile& f) { return begun_at(begun, f) != 0; });
   int32_t waiting = static_cast<int32_t>(files.size());
   for (const ClosedFile& file : files) {
     desk.set_waiting(section.compartment, waiting--);
