@@ -24,7 +24,7 @@ process_test(process_stop_tests process/stop_test.cpp process/hosts.cpp)
 process_test(process_read_tests process/read_line_test.cpp process/prefix_test.cpp TOGETHER)
 process_test(process_limits_tests process/limits_test.cpp TOGETHER)
 process_test(process_end_of_output_tests process/end_of_output_test.cpp process/last_words_test.cpp
-  $<TARGET_OBJECTS:early_ends> TIMEOUT 400)
+  $<TARGET_OBJECTS:early_ends> TIMEOUT 1200)
 process_test(process_cancel_tests process/cancel_test.cpp TOGETHER)
 process_test(process_host_tests process/hosts_test.cpp process/hosts.cpp)
 process_test(process_log_tests process/log_test.cpp process/log_file_test.cpp
