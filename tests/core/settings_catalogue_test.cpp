@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr char translation[] = R"po(
+constexpr char settings_translation[] = R"po(
 msgid ""
 msgstr "Content-Type: text/plain; charset=UTF-8\n"
 msgid "Unknown tunable: \"%s\"."
@@ -33,7 +33,7 @@ msgstr "BEFEHL\n"
 /* What administrators read about tunables and remote commands. */
 class SettingsCatalogue : public CatalogueTest {
  protected:
-  SettingsCatalogue() : CatalogueTest(translation) {}
+  SettingsCatalogue() : CatalogueTest(settings_translation) {}
 };
 
 std::string refusal_of_tunable(const std::string& name, const std::string& value) {

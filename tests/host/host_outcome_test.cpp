@@ -20,7 +20,8 @@ const LogEntry failed_for_good{
     0, "failed to connect to archive host 5 consecutive times: further failures will not be logged"};
 const LogEntry connected{0, "successfully connected to archive host"};
 
-constexpr char warning[] = "\nWARNING: Log Archiving unable to communicate with archive host archive.example\n";
+constexpr char unreachable_warning[] =
+    "\nWARNING: Log Archiving unable to communicate with archive host archive.example\n";
 
 class HostOutcome : public LoopbackTest {
  protected:
@@ -182,7 +183,7 @@ TEST_F(LoginOutcome, TheLoginAfterTwoFailuresIsNotLogged) {
 
 TEST_F(LoginOutcome, AFailedLoginWarnsOnTheConsole) {
   fail_to_log_in(logging_host);
-  EXPECT_EQ(take_console(), std::vector<std::string>{warning});
+  EXPECT_EQ(take_console(), std::vector<std::string>{unreachable_warning});
 }
 
 /* What has been done about a failed login when the log, and when the console, is turned to. */
@@ -244,7 +245,7 @@ TEST_F(LoginOutcome, ASessionThatDoesNotLogStillWarnsOnTheConsole) {
   enable();
   fail_to_log_in(host);
   EXPECT_EQ(take_log(), std::vector<LogEntry>{});
-  EXPECT_EQ(take_console(), std::vector<std::string>{warning});
+  EXPECT_EQ(take_console(), std::vector<std::string>{unreachable_warning});
 }
 
 TEST_F(LoginOutcome, ASuccessfulLoginDoesNotWarn) {
