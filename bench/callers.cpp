@@ -13,14 +13,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "sessions.h"
-#include "tavren_api.h"
+#include "caller.h"
 
 namespace {
 
@@ -28,47 +26,6 @@ constexpr int callers = 50;
 constexpr int rounds = 50;
 constexpr useconds_t pause_us = 20000;                     /* before each round */
 constexpr off_t large = off_t{4} * 1024 * 1024 * 1024 - 1; /* bytes, more than are sent in all rounds */
-
-void need(int result, const char* what) {
-  if (result != 0) throw std::runtime_error(std::string(what) + ": " + std::to_string(result));
-}
-
-class Caller {
- public:
-  Caller() { need(tavren_api_open(&handle), "tavren_api_open"); }
-  ~Caller() { tavren_api_close(&handle); }
-  Caller(const Caller&) = delete;
-  Caller& operator=(const Caller&) = delete;
-
-  /* Returns the seconds until the answer. */
-  double ask() {
-    tavren_status_t status{};
-    const auto start = std::chrono::steady_clock::now();
-    need(tavren_api_get_status(&handle, &status), "tavren_api_get_status");
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  }
-
-  void configure() {
-    std::string texts[] = {from_environment("LAB_HOST"),     from_environment("LAB_ARCHIVE"),
-                           from_environment("LAB_USER"),     from_environment("LAB_PASSWORD"),
-                           from_environment("LAB_HOST_KEY"), ""};
-    const tavren_config_t config = {
-        {texts[0].data(), texts[1].data(), texts[2].data(), texts[3].data(), texts[4].data(), texts[5].data()},
-        {-1, -1}};
-    need(tavren_api_set_config(&handle, &config, 1), "tavren_api_set_config");
-  }
-
-  void run_task() { need(tavren_api_run_task(&handle, "LogTypeTask.large"), "tavren_api_run_task"); }
-
-  bool is_sleeping() {
-    int sleeping = 0;
-    need(tavren_api_is_tavrend_sleeping(&handle, &sleeping), "tavren_api_is_tavrend_sleeping");
-    return sleeping != 0;
-  }
-
- private:
-  tavren_api_handle_t handle{};
-};
 
 std::vector<double> ask_at_once() {
   std::vector<Caller> all(callers);
