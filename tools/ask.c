@@ -29,8 +29,9 @@ bool parse_descriptor(const char* text, int* fd) {
 
 /* An interrupted prompt must not leave a terminal behind that shows nothing. */
 static bool ask_for_password(char* password) {
-  const bool terminal = guard_terminal();
-  const int length = tavren_read_input(translate("Password: "), password, PASSWORD_SIZE, 1);
+  const char* question = translate("Password: ");
+  const bool terminal = guard_terminal(question);
+  const int length = tavren_read_input(question, password, PASSWORD_SIZE, 1);
   if (terminal) {
     release_terminal();
   }
@@ -78,7 +79,11 @@ static bool confirm_host_key(const char* host, bool confirm, const char* expecte
                              const char* fingerprint) {
   printf(translate("%s shows a key of type %.*s with the fingerprint\n  %s\n"), host, (int)strcspn(key, " "), key,
          fingerprint);
-  if (*expected != '\0' && strcmp(expected, key) != 0) {
+  if (strcmp(expected, key) == 0) {
+    puts(translate("That is the key that is configured for this host."));
+    return true;
+  }
+  if (*expected != '\0') {
     puts(translate(
         "That is NOT the key that is configured for this host. Unless the host has a new one, somebody stands "
         "between."));

@@ -2,6 +2,7 @@
 
 #include <stdio.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include "text.h"
 
@@ -11,6 +12,10 @@ int end_call(const tavren_api_handle_t* daemon, int result) {
     return EXIT_DONE;
   }
   fprintf(stderr, "tavren_ctl: %s\n", tavren_api_errmsg(daemon, message));
+  if (result == TAVREN_API_E_RPC && geteuid() != 0) {
+    fputs(translate("You are not root: others may ask for state, status, host, directory and sleeping alone.\n"),
+          stderr);
+  }
   return EXIT_NO_DAEMON_OR_USAGE;
 }
 

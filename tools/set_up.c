@@ -5,13 +5,14 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "ask.h"
 #include "compartments.h"
 #include "outcome.h"
 #include "text.h"
 
-static const char usage[] =
+const char set_up_usage[] =
     "Usage: tavren_ctl setup [options] user@host:directory\n"
     "Has the daemon archive in the directory on the archive host.\n"
     "\n"
@@ -94,7 +95,9 @@ static bool parse_arguments(char** arguments, struct request* request) {
 static int daemon_failed(const tavren_api_handle_t* daemon) {
   char message[TAVREN_API_TEXT_SIZE];
   fprintf(stderr, "tavren_ctl: %s\n", tavren_api_errmsg(daemon, message));
-  fputs(translate("Only root can set the daemon up. What else it has refused stands in the system log.\n"), stderr);
+  fputs(geteuid() != 0 ? translate("Only root can set the daemon up.\n")
+                       : translate("Why it has refused stands in the system log.\n"),
+        stderr);
   return EXIT_NO_DAEMON_OR_USAGE;
 }
 
@@ -158,7 +161,7 @@ int set_up(tavren_api_handle_t* daemon, char** arguments) {
 
   setvbuf(stdout, NULL, _IOLBF, 0); /* so that what is shown and what is complained of come in order */
   if (!parse_arguments(arguments, &request)) {
-    fputs(usage, stderr);
+    fputs(set_up_usage, stderr);
     return EXIT_NO_DAEMON_OR_USAGE;
   }
   if (tavren_process_target(request.target, &settings.user, &settings.host, &settings.dir, message) != 0) {

@@ -6,6 +6,9 @@
 
 #include <tavren.h>
 
+/* How the command is used. */
+extern const char set_up_usage[];
+
 /*
  * Carries out "setup": checks the target, fetches the host's key and has it confirmed, asks for the password, tests the
  * host and claims the directory, sends the configuration to the daemon and switches archiving on. The arguments end in

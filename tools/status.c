@@ -59,6 +59,9 @@ static void print_connection(FILE* out, const tavren_status_t* answer) {
     tavren_format_time(answer->connection_time, when);
     fprintf(out, translate(" since %s"), when);
   }
+  if (answer->connection_status == TAVREN_CONNECTION_FAILED) {
+    fputs(translate(" (tavren_ctl errors says why)"), out);
+  }
   putc('\n', out);
 }
 
@@ -96,6 +99,10 @@ static void print_space(FILE* out, const struct status* status, int compartment,
     if (bar_width > 0) {
       print_bar(out, used, limit, bar_width);
     }
+    return;
+  }
+  if (status->has_config && !limited && used == TAVREN_SPACE_NOT_MONITORED) {
+    fputs(translate("unlimited"), out);
     return;
   }
   print_used(out, used);

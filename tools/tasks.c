@@ -21,6 +21,17 @@ char* task_name(const char* name) {
   return asprintf(&whole, "LogTypeTask.%s", name) == -1 ? NULL : whole;
 }
 
+bool has_task(const char* table, const char* name) {
+  const size_t length = strlen(name);
+  for (const char* row = table; row != NULL; row = strchr(row, '\n')) {
+    row += *row == '\n' ? 1 : 0;
+    if (strncmp(row, name, length) == 0 && row[length] == ' ') {
+      return true;
+    }
+  }
+  return false;
+}
+
 /* Returns how many seconds the unit has, 0 when it is none. */
 static long seconds_of(const char* unit) {
   static const struct {

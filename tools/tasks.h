@@ -12,6 +12,9 @@
  */
 char* task_name(const char* name);
 
+/* Returns whether a table of intervals has a row for the task of that name. */
+bool has_task(const char* table, const char* name);
+
 /*
  * Takes "30min" or "default" and returns what the daemon is sent, "1800" or "default", which the caller frees. NULL
  * after a message.

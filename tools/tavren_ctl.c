@@ -25,7 +25,7 @@ static const char usage[] =
     "  status                       state, target, connection and compartments\n"
     "  watch                        the status each second, until q or Ctrl-C\n"
     "  errors                       the stored errors\n"
-    "  clear                        clear the stored data\n"
+    "  clear                        forget the stored errors\n"
     "  run TASK                     run a task: a log type, or space\n"
     "  audit                        archive the audit file\n"
     "  archived FILE                what became of an audit file\n"
@@ -37,7 +37,10 @@ static const char usage[] =
     "  set-command NAME TEXT        set a remote command\n"
     "  intervals                    the table of intervals\n"
     "  set-interval TASK VALUE      set an interval: 90, 90s, 30min, 1h, 1d, default\n"
-    "config, status and errors write JSON with --json behind them.\n";
+    "config, status and errors write JSON with --json behind them. setup --help tells its\n"
+    "options.\n";
+
+static const char version[] = "tavren_ctl " TAVREN_VERSION_TEXT "\n";
 
 static int show_state(tavren_api_handle_t* daemon, char** arguments) {
   (void)arguments;
@@ -66,14 +69,23 @@ static int clear(tavren_api_handle_t* daemon, char** arguments) {
   return end_request(daemon, result, refusal);
 }
 
+/* The request itself cannot be refused: what the daemon has no interval for, it does not know. */
 static int run(tavren_api_handle_t* daemon, char** arguments) {
+  char* table = NULL;
   char* task = task_name(arguments[0]);
   if (task == NULL) {
     return end_without_memory();
   }
-  const int result = tavren_api_run_task(daemon, task);
+  int status = end_call(daemon, tavren_api_get_interval_table(daemon, &table));
+  if (status == EXIT_DONE && table != NULL && has_task(table, task)) {
+    status = end_call(daemon, tavren_api_run_task(daemon, task));
+  } else if (status == EXIT_DONE) {
+    fprintf(stderr, translate("tavren_ctl: no such task: %s (tavren_ctl intervals shows all)\n"), arguments[0]);
+    status = EXIT_REFUSED;
+  }
+  free(table);
   free(task);
-  return end_call(daemon, result);
+  return status;
 }
 
 static int archive_audit_file(tavren_api_handle_t* daemon, char** arguments) {
@@ -81,11 +93,18 @@ static int archive_audit_file(tavren_api_handle_t* daemon, char** arguments) {
   return end_call(daemon, tavren_api_request_to_archive_audit_file(daemon));
 }
 
+/* What tavrend answers about it. */
+enum { NO_AUDIT_FILE = -2 };
+
 static int show_archived(tavren_api_handle_t* daemon, char** arguments) {
   const int answer = tavren_api_audit_file_was_archived(daemon, arguments[0]);
   if (answer >= 0) {
     printf("%d\n", answer);
     return EXIT_DONE;
+  }
+  if (answer == NO_AUDIT_FILE) {
+    fprintf(stderr, translate("tavren_ctl: no file of the log type audit: %s\n"), arguments[0]);
+    return EXIT_REFUSED;
   }
   end_call(daemon, answer);
   return answer == TAVREN_API_E_RPC || answer == TAVREN_API_E_CONNECT ? EXIT_NO_DAEMON_OR_USAGE : EXIT_REFUSED;
@@ -203,19 +222,46 @@ static const struct command {
                 {"intervals", 0, show_intervals, NULL},
                 {"set-interval", 2, set_interval, NULL}};
 
-/* Returns what the arguments, which NULL ends, ask for; NULL when they make no sense. */
-static action find_action(int argument_count, char** arguments) {
-  for (size_t i = 0; argument_count >= 1 && i < sizeof commands / sizeof commands[0]; ++i) {
-    const struct command* command = &commands[i];
-    if (strcmp(command->name, arguments[0]) != 0) {
-      continue;
+static const struct command* find_command(const char* name) {
+  for (size_t i = 0; i < sizeof commands / sizeof commands[0]; ++i) {
+    if (strcmp(commands[i].name, name) == 0) {
+      return &commands[i];
     }
-    if (command->argument_count == argument_count - 1 || command->argument_count == -1) {
-      return command->run;
-    }
-    return argument_count == 2 && strcmp(arguments[1], "--json") == 0 ? command->run_as_json : NULL;
   }
   return NULL;
+}
+
+/* Returns what the arguments, which NULL ends, ask for; NULL after a message when they make no sense. */
+static action find_action(int argument_count, char** arguments) {
+  if (argument_count == 0) {
+    fputs(usage, stderr);
+    return NULL;
+  }
+  const struct command* command = find_command(arguments[0]);
+  if (command == NULL) {
+    fprintf(stderr, translate("tavren_ctl: unknown command: %s (tavren_ctl --help shows all)\n"), arguments[0]);
+    return NULL;
+  }
+  if (command->argument_count == argument_count - 1 || command->argument_count == -1) {
+    return command->run;
+  }
+  if (command->run_as_json != NULL && argument_count == 2 && strcmp(arguments[1], "--json") == 0) {
+    return command->run_as_json;
+  }
+  fprintf(stderr, translate("tavren_ctl: %s: wrong number of arguments (tavren_ctl --help shows them)\n"),
+          command->name);
+  return NULL;
+}
+
+/* Returns what the arguments have it say about itself, NULL when they do not. */
+static const char* find_help(int argc, char** argv) {
+  if (argc == 3 && strcmp(argv[2], "--help") == 0) {
+    return strcmp(argv[1], "setup") == 0 ? set_up_usage : usage;
+  }
+  if (argc != 2) {
+    return NULL;
+  }
+  return strcmp(argv[1], "--help") == 0 ? usage : strcmp(argv[1], "--version") == 0 ? version : NULL;
 }
 
 /* Returns the exit status, which is status unless the output was lost. */
@@ -230,13 +276,13 @@ static int end(int status) {
 int main(int argc, char** argv) {
   tavren_api_handle_t daemon;
   setlocale(LC_ALL, ""); /* the library speaks the language that its program has chosen */
-  if (argc == 2 && strcmp(argv[1], "--help") == 0) {
-    fputs(usage, stdout);
+  const char* help = find_help(argc, argv);
+  if (help != NULL) {
+    fputs(help, stdout);
     return end(EXIT_DONE);
   }
   const action run_it = find_action(argc - 1, argv + 1);
   if (run_it == NULL) {
-    fputs(usage, stderr);
     return EXIT_NO_DAEMON_OR_USAGE;
   }
   tavren_set_program_name(argv[0]);

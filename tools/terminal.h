@@ -7,15 +7,13 @@
 #include <stdbool.h>
 
 /*
- * Remembers the terminal's settings. Until release_terminal, signals that end the program put them back first. Returns
- * false, with nothing done, when there is no terminal.
+ * Remembers the terminal's settings. Until release_terminal, signals that end or stop the program put them back first,
+ * and one that is continued takes its own up again and shows the question, NULL for none, once more. Returns false,
+ * with nothing done, when there is no terminal.
  */
-bool guard_terminal(void);
+bool guard_terminal(const char* question);
 
-/*
- * Has a guarded terminal hand out each key at once and show none. A program that is stopped and continued gives the old
- * settings back meanwhile.
- */
+/* Has a guarded terminal hand out each key at once and show none. */
 void read_single_keys(void);
 
 /* Puts the settings, and what signals do, back to what they were. */

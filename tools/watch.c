@@ -83,16 +83,21 @@ static void write_cut(const char* line, size_t length, int columns) {
   }
 }
 
-/* Fills the screen. Nothing is written behind the last line: that would scroll a full one. */
+/*
+ * Fills the screen. What stood there goes line by line, because a terminal may keep a screen that is cleared at once
+ * among what it scrolled away. Nothing is written behind the last line: that would scroll a full one.
+ */
 static void draw(const char* text, const struct winsize* size) {
-  fputs("\033[H\033[J", stdout);
+  fputs("\033[H", stdout);
   for (int row = 0; row < size->ws_row && *text != '\0'; ++row) {
     const size_t length = strcspn(text, "\n");
+    const char* next = text + length + (text[length] == '\n' ? 1 : 0);
     if (row > 0) {
       putchar('\n');
     }
+    fputs(row > 0 && (*next == '\0' || row == size->ws_row - 1) ? "\033[J" : "\033[K", stdout);
     write_cut(text, length, size->ws_col);
-    text += length + (text[length] == '\n' ? 1 : 0);
+    text = next;
   }
   fflush(stdout);
 }
@@ -140,7 +145,7 @@ static bool wait_for_the_end(bool keys) {
 static void interrupt_the_wait(int signal_number) { (void)signal_number; }
 
 static int watch_on_a_screen(tavren_api_handle_t* daemon) {
-  const bool keys = guard_terminal();
+  const bool keys = guard_terminal(NULL);
   if (keys) {
     read_single_keys();
   }

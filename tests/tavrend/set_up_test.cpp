@@ -91,6 +91,14 @@ TEST_F(SetUp, TakesNoOtherKeyThanTheConfiguredOneUnasked) {
   EXPECT_EQ(set_up(target, "yes\n"), 0) << err();
 }
 
+TEST_F(SetUp, DoesNotAskAboutTheKeyThatIsConfigured) {
+  start();
+  EXPECT_EQ(set_up(target, "yes\n"), 0) << err();
+  EXPECT_EQ(out().find("That is the key that is configured"), std::string::npos) << out();
+  EXPECT_EQ(set_up(target, ""), 0) << err();
+  EXPECT_NE(out().find("That is the key that is configured for this host.\n"), std::string::npos) << out();
+}
+
 TEST_F(SetUp, SaysWhatToDoAboutAWrongPassword) {
   start();
   EXPECT_EQ(set_up("-y " + target, "", "wrong"), 1);
@@ -108,6 +116,10 @@ TEST_F(SetUp, SaysThatItIsForRoot) {
                  .c_str());
   EXPECT_EQ(WEXITSTATUS(status), 2);
   EXPECT_NE(err().find("Only root can set the daemon up."), std::string::npos) << err();
+  EXPECT_EQ(WEXITSTATUS(system("setpriv --reuid 4711 --clear-groups " TAVREN_CTL " errors 2>$LAB/err")), 2);
+  EXPECT_NE(err().find("\nYou are not root: others may ask for state, status, host, directory and sleeping alone.\n"),
+            std::string::npos)
+      << err();
 }
 
 TEST_F(SetUp, ShowsInTheStatusWhatIsSetUp) {
@@ -125,7 +137,7 @@ TEST_F(SetUp, ShowsInTheStatusWhatIsSetUp) {
   const size_t compartments = out().find('\n', connection) + 1;
   EXPECT_EQ(out().substr(0, connection), "Archiving:  Enabled\nDaemon:     sleeping\nTarget:     " + target + "\n");
   EXPECT_EQ(out().substr(compartments),
-            "audit:      not monitored, unlimited\n            0 waiting, 0 archived\n"
+            "audit:      unlimited\n            0 waiting, 0 archived\n"
             "logs:       1 of 1000 MB\n            0 waiting, 1 archived\n");
 }
 

@@ -116,7 +116,7 @@ TEST_F(CtlJson, IsForCommandsThatHaveIt) {
   for (const char* arguments :
        {"state --json", "watch --json", "status --json x", "run --json x", "status x", "errors -json"}) {
     EXPECT_EQ(ctl(arguments), 2) << arguments;
-    EXPECT_EQ(err().find("Usage: tavren_ctl COMMAND"), 0U) << arguments;
+    EXPECT_NE(err().find(": wrong number of arguments ("), std::string::npos) << arguments;
   }
 }
 

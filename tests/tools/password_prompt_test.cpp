@@ -42,4 +42,15 @@ TEST_F(PasswordPrompt, GivesTheTerminalBackWhenItIsToEnd) {
   EXPECT_TRUE(has_its_old_settings());
 }
 
+TEST_F(PasswordPrompt, ShowsNothingAfterItWasStoppedAndAsksAgain) {
+  run_in_a_shell(std::string(TAVREN_SEND) + " -k " + key + " nobody@localhost:/nowhere /dev/null");
+  expect_shown("Password: ");
+  type("\x1a");
+  expect_shown("Stopped");
+  EXPECT_TRUE(has_its_old_settings());
+  type("fg\n");
+  expect_shown("Password: ");
+  EXPECT_EQ(settings().c_lflag & static_cast<tcflag_t>(ECHO), 0U);
+}
+
 }  // namespace

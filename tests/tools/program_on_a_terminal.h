@@ -42,6 +42,12 @@ class ProgramOnATerminal {
     }
   }
 
+  /* As a job of a shell, which can stop and continue it. */
+  void run_in_a_shell(const std::string& command) {
+    run_on_a_terminal({"/bin/bash", "--noediting", "--norc", "-i"});
+    type("PS1=; " + command + "\n");
+  }
+
   void run_into_a_pipe(const std::vector<const char*>& command) {
     clear();
     int ends[2];

@@ -36,7 +36,7 @@ TEST_F(CtlStatus, ShowsWhatTheDaemonSaysOfItself) {
             "Connection: OK\n"
             "audit:      512 of 1000 MB\n"
             "            3 waiting, 17 archived\n"
-            "logs:       not monitored, unlimited\n"
+            "logs:       unlimited\n"
             "            5 waiting, 6 archived\n");
 }
 
@@ -44,7 +44,7 @@ TEST_F(CtlStatus, HasTheTimeOfTheConnection) {
   archives("", "");
   answer("get_status", "86400\n2\n");
   EXPECT_EQ(ctl("status", "TZ=UTC"), 0) << err();
-  EXPECT_THAT(out(), HasSubstr("Connection: Failed since 1970/01/02 00:00:00\n"));
+  EXPECT_THAT(out(), HasSubstr("Connection: Failed since 1970/01/02 00:00:00 (tavren_ctl errors says why)\n"));
 }
 
 TEST_F(CtlStatus, SaysWhenTheDaemonIsInASession) {
@@ -62,7 +62,8 @@ TEST_F(CtlStatus, SaysThatThereIsNoConfiguration) {
 }
 
 TEST_F(CtlStatus, HasWordsForSpaceThatIsNoNumber) {
-  EXPECT_EQ(audit_line("-1", "-1"), "audit:      not monitored, unlimited");
+  EXPECT_EQ(audit_line("-1", "-1"), "audit:      unlimited");
+  EXPECT_EQ(audit_line("-1", "7"), "audit:      not monitored, limit 7 MB");
   EXPECT_EQ(audit_line("-2", "7"), "audit:      not measured yet, limit 7 MB");
   EXPECT_EQ(audit_line("-3", "7"), "audit:      measuring failed, limit 7 MB");
   EXPECT_EQ(audit_line("5", "-1"), "audit:      5 MB used, unlimited");

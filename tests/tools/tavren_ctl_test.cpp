@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "TavrenError.h"
+#include "tavren_version.h"
 #include "tools/ctl_fixture.h"
 
 namespace {
@@ -53,6 +54,7 @@ TEST_F(TavrenCtl, ShowsTheTables) {
 }
 
 TEST_F(TavrenCtl, MakesRequests) {
+  answer("get_interval_table", "TASK INTERVAL\nLogTypeTask.n 5\n");
   EXPECT_EQ(ctl("set-tunable n v"), 0);
   EXPECT_EQ(ctl("set-command n 't t'"), 0);
   EXPECT_EQ(ctl("set-interval LogTypeTask.n 5"), 0);
@@ -61,16 +63,18 @@ TEST_F(TavrenCtl, MakesRequests) {
   EXPECT_EQ(ctl("audit"), 0);
   EXPECT_EQ(requests(),
             "set_tunable\nn\nv\nset_remote_command\nn\nt t\nset_interval\nLogTypeTask.n\n5\n"
-            "clear_stored_data\nrun_task\nLogTypeTask.n\nrun_task\nLogTypeTask.audit\n");
+            "clear_stored_data\nget_interval_table\nrun_task\nLogTypeTask.n\nrun_task\nLogTypeTask.audit\n");
 }
 
 TEST_F(TavrenCtl, KnowsTasksByTheirShortNames) {
+  answer("get_interval_table", "TASK INTERVAL\nLogTypeTask.audit 5\nSpaceTask 60\n");
   EXPECT_EQ(ctl("run audit"), 0);
   EXPECT_EQ(ctl("run space"), 0);
   EXPECT_EQ(ctl("run SpaceTask"), 0);
   EXPECT_EQ(ctl("set-interval messages default"), 0);
   EXPECT_EQ(requests(),
-            "run_task\nLogTypeTask.audit\nrun_task\nSpaceTask\nrun_task\nSpaceTask\n"
+            "get_interval_table\nrun_task\nLogTypeTask.audit\nget_interval_table\nrun_task\nSpaceTask\n"
+            "get_interval_table\nrun_task\nSpaceTask\n"
             "set_interval\nLogTypeTask.messages\ndefault\n");
 }
 
@@ -153,12 +157,44 @@ TEST_F(TavrenCtl, SaysThatThereIsNoDaemon) {
 }
 
 TEST_F(TavrenCtl, ExplainsItsUsage) {
-  for (const char* arguments : {"", "nonsense", "state x", "run", "set-tunable n"}) {
-    EXPECT_EQ(ctl(arguments), 2) << arguments;
-    EXPECT_EQ(err().find("Usage: tavren_ctl COMMAND"), 0U) << arguments;
+  EXPECT_EQ(ctl(""), 2);
+  EXPECT_EQ(err().find("Usage: tavren_ctl COMMAND"), 0U);
+  for (const char* arguments : {"--help", "status --help"}) {
+    EXPECT_EQ(ctl(arguments), 0);
+    EXPECT_EQ(out().find("Usage: tavren_ctl COMMAND"), 0U) << arguments;
   }
-  EXPECT_EQ(ctl("--help"), 0);
-  EXPECT_EQ(out().find("Usage: tavren_ctl COMMAND"), 0U);
+}
+
+TEST_F(TavrenCtl, SaysWhatIsWrongWithACommandLine) {
+  EXPECT_EQ(ctl("nonsense"), 2);
+  EXPECT_EQ(err(), "tavren_ctl: unknown command: nonsense (tavren_ctl --help shows all)\n");
+  for (const std::string command : {"state x", "run", "set-tunable n", "state --json"}) {
+    EXPECT_EQ(ctl(command), 2) << command;
+    EXPECT_EQ(err(), "tavren_ctl: " + command.substr(0, command.find(' ')) +
+                         ": wrong number of arguments (tavren_ctl --help shows them)\n");
+  }
+}
+
+TEST_F(TavrenCtl, SaysWithoutTheDaemonWhatItIsAndHowToSetUp) {
+  unregister();
+  EXPECT_EQ(ctl("--version"), 0);
+  EXPECT_EQ(out(), "tavren_ctl " TAVREN_VERSION_TEXT "\n");
+  EXPECT_EQ(ctl("setup --help"), 0);
+  EXPECT_EQ(out().find("Usage: tavren_ctl setup [options] user@host:directory\n"), 0U);
+}
+
+TEST_F(TavrenCtl, RunsNoTaskThatTheDaemonDoesNotKnow) {
+  answer("get_interval_table", "TASK INTERVAL\nLogTypeTask.audits 60\nSpaceTask 60\n");
+  EXPECT_EQ(ctl("run audit"), 1);
+  EXPECT_EQ(err(), "tavren_ctl: no such task: audit (tavren_ctl intervals shows all)\n");
+  EXPECT_EQ(ctl("run audits"), 0) << err();
+  EXPECT_EQ(ctl("run space"), 0) << err();
+}
+
+TEST_F(TavrenCtl, SaysOfWhichLogTypeAnAuditFileIs) {
+  answer("audit_file_was_archived", "-2");
+  EXPECT_EQ(ctl("archived /var/log/x"), 1);
+  EXPECT_EQ(err(), "tavren_ctl: no file of the log type audit: /var/log/x\n");
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ using testing::Not;
 /* "tavren_ctl watch" on a terminal of its own. */
 class Watch : public TavrenCtl, protected ProgramOnATerminal {
  protected:
-  static constexpr char frame_start[] = "\x1b[H\x1b[J";
+  static constexpr char frame_start[] = "\x1b[H";
 
   Watch() {
     archives("512\n3\n17", "-1\n5\n6");
@@ -40,7 +40,9 @@ class Watch : public TavrenCtl, protected ProgramOnATerminal {
     std::istringstream frame(shown.substr(0, shown.find(frame_start)));
     std::vector<std::string> lines;
     for (std::string line; std::getline(frame, line);) {
-      lines.push_back(line.substr(0, line.find('\r')));
+      /* Each begins with what clears its place. */
+      EXPECT_THAT(line, testing::AnyOf(testing::StartsWith("\x1b[K"), testing::StartsWith("\x1b[J")));
+      lines.push_back(line.substr(3, line.find('\r') - 3));
     }
     return lines;
   }
@@ -93,20 +95,44 @@ TEST_F(Watch, GivesTheTerminalBackWhenItIsToEnd) {
 }
 
 TEST_F(Watch, GivesTheTerminalBackWhileItIsStopped) {
-  watch_on_a_screen();
+  run_in_a_shell(TAVREN_CTL " watch");
   expect_shown("logs:");
   type("\x1a");
-  int status = 0;
-  ASSERT_EQ(waitpid(program, &status, WUNTRACED), program);
-  ASSERT_TRUE(WIFSTOPPED(status)) << status;
+  expect_shown("Stopped");
   EXPECT_TRUE(has_its_old_settings());
-  kill(program, SIGCONT);
-  shown.clear();
+  type("fg\n");
   expect_shown("logs:");
   EXPECT_EQ(settings().c_lflag & static_cast<tcflag_t>(ICANON | ECHO), 0U);
   type("q");
-  end();
+  type("exit $?\n");
+  const int status = end();
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
   EXPECT_TRUE(has_its_old_settings());
+}
+
+TEST_F(Watch, IsNotStoppedWhereNobodyCouldContinueIt) {
+  watch_on_a_screen();
+  expect_shown("logs:");
+  type("\x1aq");
+  int status = 0;
+  ASSERT_EQ(waitpid(program, &status, WUNTRACED), program);
+  program = -1;
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+}
+
+/* A terminal that is cleared at once may keep what it showed. */
+TEST_F(Watch, NeverClearsTheWholeScreen) {
+  watch_on_a_screen();
+  expect_shown("logs:");
+  while (shown.find("logs:") == std::string::npos && read_more()) {
+  }
+  EXPECT_EQ(shown.find("\x1b[H\x1b[J"), std::string::npos);
+  EXPECT_EQ(shown.find("\x1b[2J"), std::string::npos);
+}
+
+TEST_F(Watch, TakesAwayWhatALongerScreenHasLeft) {
+  watch_on_a_screen();
+  expect_shown("\x1b[J            5 waiting");
 }
 
 TEST_F(Watch, HasRoomOnANarrowAndLowScreen) {
@@ -173,7 +199,7 @@ TEST_F(Watch, WithoutATerminalPrintsEachStatusInPlainLines) {
   const std::string end_of_a_status = "            5 waiting, 6 archived\n\n";
   while (shown.find(end_of_a_status, shown.find(end_of_a_status) + 1) == std::string::npos && read_more()) {
   }
-  EXPECT_THAT(shown, HasSubstr("audit:      512 of 1000 MB\n            3 waiting, 17 archived\nlogs:       not"));
+  EXPECT_THAT(shown, HasSubstr("audit:      512 of 1000 MB\n            3 waiting, 17 archived\nlogs:       unl"));
   EXPECT_THAT(shown, HasSubstr(end_of_a_status + "20"));
   EXPECT_THAT(shown, Not(HasSubstr("\x1b")));
   kill(program, SIGTERM);
