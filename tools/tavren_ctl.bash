@@ -13,7 +13,7 @@ _tavren_ctl_options() {
 _tavren_ctl_words() {
   case $COMP_CWORD:${COMP_WORDS[1]-} in
     1:*)
-      echo --help archived audit clear commands config directory disable enable errors host intervals run set-command
+      echo --help --version archived audit clear commands config directory disable enable errors host intervals run set-command
       echo set-interval set-tunable setup sleeping state status tunables watch
       ;;
     2:config | 2:errors | 2:status) echo --json ;;
