@@ -17,6 +17,7 @@ int main(void) {
       tavren_hp_end_send_file(session, &error) != 0) {
     fputs(error != NULL ? error : "out of memory\n", stderr);
     free(error);
+    tavren_cleanup_tmp_dir();
     return 1;
   }
   tavren_hp_close(session);
