@@ -65,6 +65,13 @@ class StoreFailure : public StoreTest {
     if (outcome.exited_with(77)) skip("this needs a file system of its own, which nobody may make here");
   }
 
+  /* Has each change of the state fail that comes to this statement of it. */
+  void fail_at(const std::string& statement) {
+    store.reset();
+    run("CREATE TRIGGER failure BEFORE " + statement + " BEGIN SELECT RAISE(ABORT, 'failure'); END");
+    reopen();
+  }
+
   static void become_stranger() {
     if (setgid(65534) != 0 || setuid(65534) != 0) _exit(100);
   }
@@ -149,6 +156,42 @@ TEST_F(StoreFailure, WhoseFileMayNotGrowTakesNoChangeAndKeepsTheOthers) {
   reopen();
   EXPECT_EQ(store->text("commands"), "kept");
   EXPECT_EQ(store->text("tunables"), "");
+}
+
+TEST_F(StoreFailure, InTheMiddleOfANewConfigurationKeepsTheOldOne) {
+  store->set_config(config(), false);
+  fail_at("INSERT ON number WHEN CAST(NEW.name AS TEXT) = 'enabled'");
+  ArchiveConfig other = config();
+  other.settings.host = "other.example";
+  EXPECT_THROW(store->set_config(other, true), StoreError);
+  reopen();
+  EXPECT_EQ(store->config()->settings.host, "archive.example");
+  EXPECT_FALSE(store->is_enabled());
+}
+
+TEST_F(StoreFailure, AtTheBeginningOfAnItemKnowsNothingOfIt) {
+  store->add_section({"audit", 0});
+  fail_at("UPDATE ON section");
+  EXPECT_THROW(store->begin_item(intent(), 4711), StoreError);
+  reopen();
+  EXPECT_FALSE(store->open_intent("audit"));
+}
+
+TEST_F(StoreFailure, AtTheEndOfAnItemHasItStillOnItsWay) {
+  store->begin_item(intent(), 4711);
+  fail_at("DELETE ON intent");
+  EXPECT_THROW(store->finish_item(intent()), StoreError);
+  reopen();
+  EXPECT_TRUE(store->open_intent("audit"));
+  EXPECT_TRUE(store->archived_files("audit").empty());
+  EXPECT_FALSE(store->progress("audit"));
+}
+
+TEST_F(StoreFailure, InTheMiddleOfWhatALookHasShownKnowsNothingOfIt) {
+  fail_at("INSERT ON archived");
+  EXPECT_THROW(store->note_look("audit", Progress{{}, 0, 7, 8, false}, {file()}), StoreError);
+  reopen();
+  EXPECT_FALSE(store->progress("audit"));
 }
 
 TEST_F(StoreFailure, InAReadOnlyFileSystemIsNotStarted) {

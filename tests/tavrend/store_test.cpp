@@ -138,6 +138,26 @@ TEST_F(StoreTest, OfAPartOfAFileKnowsHowFarItCame) {
   EXPECT_TRUE(store->progress("audit")->finished);
 }
 
+TEST_F(StoreTest, OfAPartOfAFileKnowsHowMuchThereWas) {
+  store->begin_item(intent(0, 4, true), 1);
+  store->finish_item(intent(0, 4, true));
+  EXPECT_EQ(store->progress("audit")->seen, 10);
+}
+
+/* What was rotated away follows a log, and does not grow. */
+TEST_F(StoreTest, KeepsWhatPartOfWhichKindOfFileIsOnItsWay) {
+  Intent rest = intent(4, 6);
+  rest.follows = true;
+  store->begin_item(rest, 1);
+  reopen();
+  const auto open = store->open_intent("audit");
+  ASSERT_TRUE(open);
+  EXPECT_TRUE(open->follows);
+  EXPECT_FALSE(open->grows);
+  EXPECT_EQ(open->first, 4);
+  EXPECT_EQ(open->length, 6);
+}
+
 TEST_F(StoreTest, OfAFileThatGrowsKnowsHowFarItCame) {
   store->begin_item(intent(0, 10, true), 1);
   store->finish_item(intent(0, 10, true));
