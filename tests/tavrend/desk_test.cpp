@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <functional>
 #include <optional>
 #include <string>
 #include <thread>
@@ -56,6 +57,23 @@ class DeskTest : public testing::Test {
     for (int i = 0; i < 1000 && !is_back; ++i) usleep(10000);
     if (!is_back) where.stop();
     archiving.join();
+    return work;
+  }
+
+  /* Has the next work fail, so that nothing is tried for some minutes. */
+  void fail() {
+    ASSERT_TRUE(next_work(desk));
+    desk.work_has_failed(0.5);
+  }
+
+  /* The same of the work that there is when something is done while the archiving thread waits. */
+  std::optional<Work> next_work_after(const std::function<void()>& action) {
+    std::thread serving([&] {
+      while (!desk.is_sleeping()) usleep(1000);
+      action();
+    });
+    auto work = next_work(desk);
+    serving.join();
     return work;
   }
 
@@ -135,6 +153,14 @@ TEST_F(DeskTest, HandsOutWorkThatWasAskedForWhileTheLastOneWasFailing) {
   serving.join();
 }
 
+TEST_F(DeskTest, HandsOutWorkWhenItWasSwitchedOnWhileTheLastOneWasFailing) {
+  desk.set_config(config("one"), true);
+  ASSERT_TRUE(next_work(desk));
+  desk.set_config(std::nullopt, true);
+  desk.work_has_failed(0.5);
+  EXPECT_TRUE(next_work(desk));
+}
+
 TEST_F(DeskTest, WaitsAfterAFailureThatNobodyHasSeenComing) {
   desk.set_config(config("one"), true);
   ASSERT_TRUE(desk.wait_for_work());
@@ -145,6 +171,64 @@ TEST_F(DeskTest, WaitsAfterAFailureThatNobodyHasSeenComing) {
   desk.stop();
   archiving.join();
   EXPECT_FALSE(work);
+}
+
+TEST_F(DeskTest, EndsTheWaitAfterAFailureWhenATaskIsRun) {
+  desk.set_config(config("one"), true);
+  fail();
+  EXPECT_TRUE(next_work_after([this] { desk.run_task(space_task); }));
+}
+
+TEST_F(DeskTest, EndsTheWaitAfterAFailureWithANewConfiguration) {
+  desk.set_config(config("one"), true);
+  fail();
+  EXPECT_TRUE(next_work_after([this] { desk.set_config(config("two"), true); }));
+}
+
+TEST_F(DeskTest, EndsTheWaitAfterAFailureWhenItIsSwitchedOn) {
+  desk.set_config(config("one"), true);
+  fail();
+  EXPECT_TRUE(next_work_after([this] { desk.set_config(std::nullopt, true); }));
+}
+
+TEST_F(DeskTest, EndsTheWorkWhenTheSectionsAreOthers) {
+  desk.set_config(config("one"), true);
+  ASSERT_TRUE(desk.wait_for_work());
+  std::thread serving([this] { desk.set_sections({section()}); });
+  while (!desk.is_cancelled()) usleep(1000);
+  EXPECT_TRUE(desk.wait_for_work());
+  serving.join();
+}
+
+/* What was done was done with what was configured before. */
+TEST_F(DeskTest, KeepsTasksDueOfWorkThatWasDoneWhileItWasEnded) {
+  desk.set_config(config("one"), true);
+  const auto first = desk.wait_for_work();
+  ASSERT_TRUE(first);
+  std::thread serving([this] { desk.set_config(config("two"), true); });
+  while (!desk.is_cancelled()) usleep(1000);
+  desk.work_is_done(*first);
+  EXPECT_TRUE(next_work(desk));
+  serving.join();
+}
+
+TEST_F(DeskTest, HasNoTaskOfASectionThatIsNoMore) {
+  desk.set_sections({section()});
+  EXPECT_EQ(desk.intervals().count(task_of(section())), 1U);
+  desk.set_sections({});
+  EXPECT_EQ(desk.intervals().count(task_of(section())), 0U);
+  EXPECT_EQ(desk.intervals().count(space_task), 1U);
+}
+
+TEST_F(DeskTest, KnowsNothingOfTheSpaceInAnArchiveThatIsNew) {
+  ArchiveConfig limited = config("one");
+  limited.space_limit[0] = 1000;
+  desk.set_config(limited, true);
+  desk.set_used(0, 7);
+  desk.set_config(std::nullopt, false);
+  EXPECT_EQ(desk.status().compartments[0].used_mb, 7);
+  desk.set_config(limited, true);
+  EXPECT_EQ(desk.status().compartments[0].used_mb, -2);
 }
 
 /* What it was asked for may have come just behind the look of the present run. */
