@@ -92,7 +92,8 @@ void plan_files_between(const Progress& progress, const std::optional<LogFile>& 
                         const std::vector<Identity>& known, std::vector<Stretch>& plan) {
   for (const LogFile& file : beside) {
     if (file.size == 0 || (present && may_be_copy_of(*present, file))) continue;
-    const bool is_done = !was_empty(progress) && is_same_file(progress.identity, file);
+    /* One that got shorter is another one, however it begins. */
+    const bool is_done = !was_empty(progress) && file.size >= progress.offset && is_same_file(progress.identity, file);
     if (is_one_of(known, file) || is_done) continue;
     plan.push_back(is_compressed(file) ? lost(file, 0, file.size) : rest_of(file, 0, false));
   }

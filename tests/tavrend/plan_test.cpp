@@ -254,6 +254,29 @@ TEST(GrowingFile, OnAReusedInodeIsAnotherOne) {
   EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "two\nthree\n", 30), {}, {})), "m:4-4! m:0-10+");
 }
 
+TEST(GrowingFile, OnTheSameInodeOfAnotherDeviceIsAnotherOne) {
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  LogFile moved = file("m", 1, "one\ntwo\n", 30);
+  moved.device = 2;
+  EXPECT_EQ(words_of(plan_growing_file("m", before, moved, {}, {})), "m:4-4! m:0-8+");
+}
+
+TEST(GrowingFile, IsNotFinishedInAFileThatGotShorterBeforeItWasRotated) {
+  const std::string banner(head_size, '-');
+  const Progress before = progress_in(file("m", 1, banner + "one\n", 10), 1028);
+  EXPECT_EQ(
+      words_of(plan_growing_file("m", before, file("m", 2, "two\n", 30), {file("m.1", 1, banner + "x\n", 20)}, {})),
+      "m:1028-1028! m.1:0-1026 m:0-4+");
+}
+
+TEST(GrowingFile, IsNotFinishedInAFileThatBeginsAlikeAndIsShorter) {
+  const std::string banner(head_size, '-');
+  const Progress before = progress_in(file("m", 1, banner + "one\n", 10), 1028);
+  EXPECT_EQ(
+      words_of(plan_growing_file("m", before, file("m", 2, "two\n", 30), {file("m.1", 7, banner + "x\n", 20)}, {})),
+      "m:1028-1028! m.1:0-1026 m:0-4+");
+}
+
 TEST(GrowingFile, RotatedTwiceBetweenTwoLooksLosesNothing) {
   const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
   const LogFile older = file("m.3", 9, "older\n", 5);
@@ -367,6 +390,13 @@ TEST(GrowingFile, ThatWasFinishedIsNotLostAgain) {
   EXPECT_EQ(words_of(plan_growing_file("m", before, {}, {}, {})), "");
   EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 3, "three\n", 30), {file("m.1", 2, "two\n", 20)}, {})),
             "m.1:0-4 m:0-6+");
+}
+
+TEST(GrowingFile, ThatWasGivenUpAsLostStaysSoWhenItIsThereAgain) {
+  Progress gone = progress_in(file("m", 1, "one\ntwo\n", 10), 4);
+  gone.finished = true;
+  EXPECT_EQ(words_of(plan_growing_file("m", gone, file("m", 2, "three\n", 30), {file("m.1", 1, "one\ntwo\n", 10)}, {})),
+            "m:0-6+");
 }
 
 TEST(GrowingFile, ThatWasEmptyIsNotFoundInAnyFileBeside) {
