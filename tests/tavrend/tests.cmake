@@ -12,6 +12,11 @@ tavrend_test(tavrend_config_tests tavrend/config_test.cpp TOGETHER)
 target_compile_definitions(tavrend_config_tests PRIVATE SHIPPED_CONFIG="${PROJECT_SOURCE_DIR}/packaging/tavrend/tavrend.conf")
 tavrend_test(tavrend_store_tests tavrend/store_test.cpp tavrend/store_failures_test.cpp tavrend/archived_files_test.cpp)
 
+# An emulator does not know the kernel's answers about sockets.
+if(NOT CMAKE_CROSSCOMPILING_EMULATOR)
+  tavrend_test(tavrend_caller_tests tavrend/caller_of_test.cpp)
+endif()
+
 # The daemon itself, beside an archive host of its own, where no emulator makes it slow.
 if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND (TAVREN_SLOW_TESTS OR TAVREN_SANITIZE)
     AND NOT CMAKE_CROSSCOMPILING_EMULATOR)

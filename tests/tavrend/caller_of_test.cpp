@@ -1,0 +1,70 @@
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <optional>
+
+#include "service/caller.h"
+#include "support/run_in_child.h"
+
+namespace {
+
+/* Both ends of a connection on this machine. */
+class CallerOf : public testing::Test {
+ protected:
+  CallerOf() {
+    const int listening = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    EXPECT_EQ(bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(listen(listening, 1), 0);
+    EXPECT_EQ(getsockname(listening, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    EXPECT_EQ(connect(theirs, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ours = accept(listening, nullptr, nullptr);
+    EXPECT_NE(ours, -1);
+    close(listening);
+  }
+  ~CallerOf() override {
+    hang_up();
+    close(ours);
+  }
+
+  void hang_up() {
+    if (theirs != -1) close(theirs);
+    theirs = -1;
+  }
+
+  int theirs = socket(AF_INET, SOCK_STREAM, 0);
+  int ours = -1;
+};
+
+}  // namespace
+
+TEST_F(CallerOf, AConnectionIsWhoHoldsItsOtherEnd) { EXPECT_EQ(caller_of(ours), getuid()); }
+
+/* The kernel names root, whoever it was. */
+TEST_F(CallerOf, AConnectionWhoseOtherEndHasHungUpIsNobody) {
+  EXPECT_EQ(write(theirs, "x", 1), 1);
+  hang_up();
+  EXPECT_EQ(caller_of(ours), std::nullopt);
+}
+
+TEST_F(CallerOf, AConnectionIsNobodyWhereTheKernelCannotBeAsked) {
+  const Outcome outcome = run_in_child([this] {
+    const rlimit none{0, 0};
+    setrlimit(RLIMIT_NOFILE, &none);
+    _exit(caller_of(ours) ? 1 : 0);
+  });
+  EXPECT_TRUE(outcome.exited_with(0));
+}
+
+TEST_F(CallerOf, AConnectionOfAnotherKindIsNobody) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+  EXPECT_EQ(caller_of(ends[0]), std::nullopt);
+  for (const int fd : ends) close(fd);
+}
