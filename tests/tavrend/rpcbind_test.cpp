@@ -72,6 +72,16 @@ TEST_F(DaemonsRegistration, IsMadeAgainWithinFiveMinutesWhenRpcbindHasForgottenI
   EXPECT_TRUE(is_in_the_system_log("the registration with rpcbind was lost"));
 }
 
+TEST_F(DaemonsRegistration, IsMadeAgainWithinFiveMinutesWhenADeadDaemonOfAnotherHomeHasIt) {
+  start_with_moved_uptime();
+  lab::run("TAVREN_HOME=$LAB/logs " TAVREND " --config " + config_file + " --state $LAB/other & " +
+           "until rpcinfo -p 127.0.0.1 | awk '$1 == 100171 {print $4}' | grep -qvx " + std::to_string(where) +
+           "; do sleep 0.02; done; kill -9 $!");
+  move_uptime_by(300);
+  wake_it();
+  wait_until_registered();
+}
+
 TEST_F(DaemonsRegistration, IsMadeAgainAfterALookWithoutRpcbind) {
   start_with_moved_uptime();
   end_rpcbind();
