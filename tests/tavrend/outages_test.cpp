@@ -10,14 +10,16 @@ class DaemonInAnOutage : public TavrendTest {
  protected:
   static std::string system_log() { return read_file(lab::value("LAB_SYSLOG")); }
 
-  /* Has an item of many megabytes stand half in the archive, with the daemon about to send the rest. */
+  /* Has an item of many megabytes stand half in the archive, with the daemon about to send the rest. Its task is not
+   * due again for a day. */
   void begin_to_send() {
     append("messages", lines);
-    start(following("messages"));
+    start("[messages]\nfollow = " + log("messages") + "\ninterval = 1d\n");
     set_tunable("ssh_command_timeout", "3");
     set_tunable("failure_retry_interval", "1");
     slow_the_network();
     ASSERT_EQ(set_config(), 0);
+    ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
     wait_until_half_is_sent("messages");
   }
 

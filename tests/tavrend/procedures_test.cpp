@@ -396,3 +396,38 @@ TEST_F(Procedure, AnItemThatHadArrivedWhenTheDaemonDiedIsSentAgainInItsPlace) {
   EXPECT_EQ("audit/" + items("audit")[0], item);
   EXPECT_EQ(archive_of("audit").size(), 700000U);
 }
+
+TEST_F(Procedure, AnItemThatHasFailedIsTriedAgainWithTheNextRunOfItsTask) {
+  append("audit.log.1", std::string(2000000, 'x'));
+  start(sections());
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 1, -1), 0);
+  const auto failures = [] {
+    const std::string all = errors();
+    const std::string failure = "Unable to create file audit/";
+    return all.find(failure) == std::string::npos ? 0 : all.find(failure) == all.rfind(failure) ? 1 : 2;
+  };
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("a failure", [&] { return failures() > 0; });
+  wait_until("the end", [] { return sleeping() == 1; });
+  EXPECT_EQ(failures(), 1);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("another failure", [&] { return failures() == 2; });
+}
+
+/* The pieces of a log keep their order. */
+TEST_F(Procedure, WhatStandsBehindAPieceThatHasFailedWaitsForIt) {
+  const std::string large = many_lines(2000000);
+  start(sections());
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 1), 0);
+  append("messages", "one\n");
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  wait_until("a line", [] { return archived_since_the_start(1) == 1 && sleeping() == 1; });
+  append("messages", large);
+  lab::run("mv " + log("messages") + " " + log("messages.1"));
+  append("messages", "three\n");
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  wait_until("a failure", [] { return !errors().empty() && sleeping() == 1; });
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  expect_archived("messages", "one\n" + large + "three\n");
+}

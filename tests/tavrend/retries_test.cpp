@@ -40,6 +40,14 @@ class DaemonsRetry : public Procedure {
 
 }  // namespace
 
+TEST_F(DaemonsRetry, ComesAfterFiveMinutesUnlessItIsToldOtherwise) {
+  start_in_an_outage();
+  const int64_t before_ms = tavren_get_uptime_ms();
+  fail();
+  EXPECT_GE(end_of_the_wait_ms(), before_ms + 270000);
+  EXPECT_LE(end_of_the_wait_ms(), tavren_get_uptime_ms() + 330000);
+}
+
 TEST_F(DaemonsRetry, ComesATenthEarlierOrLaterAsIsDrawnAnewEachTime) {
   start_in_an_outage();
   ASSERT_EQ(set_tunable("failure_retry_interval", "1000"), "");
