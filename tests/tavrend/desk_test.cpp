@@ -1,8 +1,10 @@
 #include "archiver/desk.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -75,6 +77,20 @@ class DeskTest : public testing::Test {
     auto work = next_work(desk);
     serving.join();
     return work;
+  }
+
+  /* Returns the processor time, in milliseconds, that the archiving thread takes while it waits for a tenth of a
+   * second. */
+  int64_t cost_of_waiting_ms() {
+    clockid_t clock{};
+    timespec cost{};
+    std::thread archiving([this] { EXPECT_FALSE(desk.wait_for_work()); });
+    pthread_getcpuclockid(archiving.native_handle(), &clock);
+    usleep(100000);
+    clock_gettime(clock, &cost);
+    desk.stop();
+    archiving.join();
+    return static_cast<int64_t>(cost.tv_sec) * 1000 + cost.tv_nsec / 1000000;
   }
 
   const TemporaryDirectory directory;
@@ -171,6 +187,22 @@ TEST_F(DeskTest, WaitsAfterAFailureThatNobodyHasSeenComing) {
   desk.stop();
   archiving.join();
   EXPECT_FALSE(work);
+}
+
+TEST_F(DeskTest, WaitsWithoutPollingWhileItIsSwitchedOff) {
+  desk.set_config(config("one"), false);
+  EXPECT_LT(cost_of_waiting_ms(), 10);
+}
+
+TEST_F(DeskTest, WaitsWithoutPollingWhileThereIsNoConfiguration) {
+  desk.set_config(std::nullopt, true);
+  EXPECT_LT(cost_of_waiting_ms(), 10);
+}
+
+TEST_F(DeskTest, WaitsWithoutPollingAfterAFailure) {
+  desk.set_config(config("one"), true);
+  fail();
+  EXPECT_LT(cost_of_waiting_ms(), 10);
 }
 
 TEST_F(DeskTest, EndsTheWaitAfterAFailureWhenATaskIsRun) {
