@@ -140,7 +140,8 @@ bool Desk::run_task(const std::string& name) {
   const Lock lock(mutex);
   const auto found = tasks.find(name);
   if (found == tasks.end()) return false;
-  found->second.due_ms = tavren_get_uptime_ms();
+  /* Behind the beginning of the present work, also in the same millisecond. */
+  found->second.due_ms = std::max(tavren_get_uptime_ms(), begun_ms + 1);
   retry_ms = 0;
   retry_now = true;
   changed.notify_all();
@@ -239,6 +240,7 @@ std::optional<Work> Desk::wait_for_work() {
     if (stopping) return std::nullopt;
     if (auto work = due_work(tavren_get_uptime_ms())) {
       sleeping = cancelled = retry_now = false;
+      begun_ms = work->begun_ms;
       ++works;
       return work;
     }

@@ -137,7 +137,8 @@ class Desk {
   bool sleeping = true;
   bool stopping = false;
   bool cancelled = false;
-  uint64_t works = 0; /* that were handed out */
+  uint64_t works = 0;   /* that were handed out */
+  int64_t begun_ms = 0; /* the last of them */
   pid_t archiving_thread = 0;
 };
 
