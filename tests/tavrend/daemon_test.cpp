@@ -204,15 +204,21 @@ TEST_F(Daemon, TakesNoStrangerWhoHangsUpForRoot) {
 
 TEST_F(Daemon, AnswersBesideCallersThatSendHalfARequestOrNothing) {
   start(following("messages"));
-  port();
-  lab::run(
-      "for i in $(seq 20); do (printf '\\200\\0\\0' | socat -u - TCP:127.0.0.1:$(cat $LAB/port),ignoreeof & "
-      "socat -u TCP:127.0.0.1:$(cat $LAB/port) /dev/null &); done >/dev/null 2>&1; sleep 0.3");
+  const uint16_t port_of_daemon = port();
+  const std::string parts[] = {"", std::string("\200\0\0", 3), std::string("\200\0\0\50\0\0\0\1", 8)};
+  std::vector<int> callers;
+  for (const std::string& part : parts) {
+    for (int i = 0; i < 10; ++i) {
+      callers.push_back(socket(AF_INET, SOCK_STREAM, 0));
+      connect_to_daemon(callers.back(), port_of_daemon);
+      EXPECT_EQ(send(callers.back(), part.data(), part.size(), 0), static_cast<ssize_t>(part.size()));
+    }
+  }
   const int before = tavren_get_uptime();
   tavren_state_t now{};
   EXPECT_EQ(tavren_get_state(&now), 0);
   EXPECT_LT(tavren_get_uptime(), before + 10);
-  lab::run("pkill socat || true");
+  for (const int fd : callers) close(fd);
 }
 
 TEST_F(Daemon, KeepsACallerAmongManyIdleOnesThatCameBeforeOrComeLater) {

@@ -151,7 +151,7 @@ TEST_F(Procedure, StatusSaysThatTheSpaceCouldNotBeMeasuredForAnItem) {
   wait_until("a measurement that fails", [] { return used(0) == -3; });
 }
 
-TEST_F(Procedure, StatusHasTheItemsThatAreWaiting) {
+TEST_F(Procedure, StatusHasTheConnectionThatThereIsAndTheItemsThatAreWaiting) {
   append("audit.log.1", std::string(20000000, 'x'));
   lab::run("touch -d 2026-01-01 " + log("audit.log.1"));
   append("audit.log.2", "two\n");
@@ -161,6 +161,7 @@ TEST_F(Procedure, StatusHasTheItemsThatAreWaiting) {
   ASSERT_EQ(set_config(), 0);
   ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
   wait_until_half_is_sent("audit");
+  EXPECT_EQ(status().connection_status, TAVREN_CONNECTION_OK);
   EXPECT_EQ(waiting(0), 2);
   EXPECT_EQ(waiting(1), 0);
   ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
@@ -239,6 +240,9 @@ TEST_F(Procedure, RemoteCommandsAreThoseOfTheDaemon) {
     EXPECT_THAT(refusal_of(tavren_api_get_remote_command_table), HasSubstr("ls          /bin/ls -1A "));
     restart();
   }
+  EXPECT_EQ(set_remote_command("ls", "default"), "");
+  restart();
+  EXPECT_THAT(refusal_of(tavren_api_get_remote_command_table), Not(HasSubstr("/bin/ls -1A ")));
 }
 
 TEST_F(Procedure, IntervalsAreATable) {

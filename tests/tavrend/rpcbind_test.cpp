@@ -58,7 +58,7 @@ TEST_F(DaemonsRegistration, IsTriedAgainWhereThereIsNoRpcbindAtFirst) {
   begin_rpcbind();
   const int before = tavren_get_uptime();
   wait_until_registered();
-  EXPECT_LT(tavren_get_uptime(), before + 10);
+  EXPECT_LT(tavren_get_uptime(), before + 8);
   EXPECT_TRUE(is_in_the_system_log("registered with rpcbind"));
 }
 
