@@ -157,8 +157,7 @@ void Session::make_room(int compartment, int64_t bytes, const std::string& remot
   const int32_t limit = work.config.space_limit[compartment];
   if (limit == no_space_limit) return;
   /* Directories use room, too, which removing items does not give back. */
-  const auto directory_count = desk.with_store([](Store& store) { return store.sections().size(); });
-  const int64_t of_directories = kib_of_a_directory * static_cast<int64_t>(directory_count);
+  const int64_t of_directories = kib_of_a_directory * static_cast<int64_t>(sections_of(compartment).size());
   if (room_for(bytes, of_directories, limit) != Room::fits) throw NoRoom(remote_path);
   while (room_for(bytes, used_kib(compartment), limit) != Room::fits) {
     const std::string oldest = oldest_item(compartment, remote_path);

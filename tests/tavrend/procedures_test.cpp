@@ -435,3 +435,18 @@ TEST_F(Procedure, WhatStandsBehindAPieceThatHasFailedWaitsForIt) {
   ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
   expect_archived("messages", "one\n" + large + "three\n");
 }
+
+/* Each directory needs room, but none that belongs to the other compartment. */
+TEST_F(Procedure, AnItemHasRoomHoweverManyDirectoriesTheOtherCompartmentHas) {
+  append("audit.log.1", "one\n");
+  start(sections());
+  stop();
+  EXPECT_EQ(change_state("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 300)"
+                         " INSERT INTO section SELECT CAST('once-' || i AS BLOB), 1, 0 FROM n"),
+            300);
+  start_again();
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 1, -1), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("an item or an error", [] { return archive_of("audit") == "one\n" || !errors().empty(); });
+  EXPECT_EQ(errors(), "");
+}
