@@ -18,10 +18,6 @@
 
 namespace {
 
-/* Bytes that one item of a closed file may have: what the copy protocol can announce, and less before compression. */
-constexpr int64_t longest_item = 0xFFFFFFFF;
-constexpr int64_t longest_compressed = longest_item - int64_t{64} * 1024 * 1024;
-
 int64_t now_ms() {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
@@ -338,10 +334,9 @@ bool Archiver::archive_stretch(const Work& work, const Section& section, const S
 
 /* Archives what intent says of file, in as many items as it takes. Returns whether all of them are there. */
 bool Archiver::archive_range(const Work& work, const Section& section, const OpenFile& file, Intent intent) {
-  const int64_t longest = section.compress ? longest_compressed : longest_item;
   const int64_t end = intent.first + intent.length;
   do {
-    intent.length = std::min(end - intent.first, longest);
+    intent.length = length_of_part(end - intent.first, section.compress);
     if (!try_item(work, section, file, intent, true)) return false;
     intent.first += intent.length;
   } while (intent.first < end);

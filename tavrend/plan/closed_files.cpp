@@ -12,6 +12,12 @@ bool is_archived(const ArchivedFile& archived, const LogFile& file) {
   return archived.size == file.size && archived.mtime_ns == file.mtime_ns && is_same_file(archived.identity, file);
 }
 
+int64_t length_of_part(int64_t left, bool compressed) {
+  constexpr int64_t longest_item = 0xFFFFFFFF;
+  constexpr int64_t longest_compressed = longest_item - int64_t{64} * 1024 * 1024;
+  return std::min(left, compressed ? longest_compressed : longest_item);
+}
+
 namespace {
 
 struct ByInode {

@@ -26,6 +26,12 @@ struct ClosedFile {
 };
 
 /*
+ * Returns how many of the bytes that are left of a file go into its next item: what the copy protocol can announce, and
+ * less before compression.
+ */
+int64_t length_of_part(int64_t left, bool compressed);
+
+/*
  * A look at files of which some were archived. There may be tens of thousands of both: a file's first bytes are needed
  * only while it is seen, and what was archived is looked up by its inode.
  */

@@ -213,6 +213,18 @@ TEST(ClosedFiles, ThatWereArchivedAreMissingUnlessTheyWereSeen) {
   EXPECT_FALSE(look.is_missing(identity_of(file("b", 12, "three", 1)))) << "archived since the look began";
 }
 
+TEST(PartOfAFile, IsWhatTheCopyProtocolCanAnnounce) {
+  EXPECT_EQ(length_of_part(0, false), 0);
+  EXPECT_EQ(length_of_part(4294967295, false), 4294967295);
+  EXPECT_EQ(length_of_part(4294967296, false), 4294967295);
+}
+
+/* What cannot be compressed gets longer. */
+TEST(PartOfAFile, IsShorterWhereItIsCompressed) {
+  EXPECT_EQ(length_of_part(4227858431, true), 4227858431);
+  EXPECT_EQ(length_of_part(4227858432, true), 4227858431);
+}
+
 TEST(GrowingFile, IsTakenFromItsBeginningAtFirst) {
   EXPECT_EQ(words_of(plan_growing_file("m", {}, file("m", 1, "text\n", 10), {file("m.1", 2, "old\n", 5)}, {})),
             "m:0-5+");
