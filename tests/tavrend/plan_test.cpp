@@ -64,6 +64,10 @@ TEST(ItemName, HasNoControlCharacters) {
             "s/1970-01-01T00:00:00.000.a_b_c_d_");
 }
 
+TEST(ItemName, HasTheBytesBeyondAsciiOfTheLocalOne) {
+  EXPECT_EQ(item_path("s", 0, "\xC3\xA4\x80\xFF", false), "s/1970-01-01T00:00:00.000.\xC3\xA4\x80\xFF");
+}
+
 TEST(ItemName, HasTwoHundredBytesOfTheLocalOne) {
   EXPECT_EQ(item_path("s", 0, std::string(200, 'x'), false).size(), 26 + 200U);
   EXPECT_EQ(item_path("s", 0, std::string(201, 'x') + ".1", false).size(), 26 + 200U);
@@ -536,6 +540,8 @@ TEST(PieceOfALog, HasALongestOne) {
   EXPECT_EQ(end_of_piece(stretch, 0, behind_five), 5);
   EXPECT_EQ(end_of_piece(stretch, longest_piece, none), longest_piece + 1);
 }
+
+TEST(PieceOfALog, HasAtMost64Mebibytes) { EXPECT_EQ(longest_piece, 67108864); }
 
 TEST(PieceOfALog, IsCountedByTheLengthOfItsStretch) {
   Stretch stretch;
