@@ -323,3 +323,46 @@ TEST_F(DeskTest, WaitsAfterAFailureAsLongAsWasDrawn) {
     EXPECT_GE(work->begun_ms, before_ms + retry_delay_ms(1, draw));
   }
 }
+
+TEST_F(DeskTest, AsksForNoSecondClaimOfAConfiguration) {
+  desk.set_config(config("one"), true);
+  const auto first = desk.wait_for_work();
+  ASSERT_TRUE(first);
+  EXPECT_TRUE(first->claim);
+  desk.note_claim();
+  desk.work_is_done(*first);
+  EXPECT_TRUE(desk.run_task(space_task));
+  const auto second = desk.wait_for_work();
+  ASSERT_TRUE(second);
+  EXPECT_FALSE(second->claim);
+}
+
+TEST_F(DeskTest, DelaysTheFirstWorkByAPartOfTheIntervalThatWasSet) {
+  desk.set_config(config("one"), true);
+  store.set_text("interval." + task_of(section()), "1");
+  Desk other(store, {section()}, chassis_with_first_run(1000000, 2000000));
+  const auto work = next_work(other);
+  ASSERT_TRUE(work);
+  EXPECT_EQ(work->sections.size(), 1U);
+}
+
+TEST_F(DeskTest, KeepsATaskDueWhenItsSectionIsReadAgain) {
+  desk.set_config(config("one"), true);
+  Desk other(store, {section()}, chassis_with_first_run(1000000, 2000000));
+  EXPECT_TRUE(other.run_task(task_of(section())));
+  other.set_sections({section()});
+  const auto work = next_work(other);
+  ASSERT_TRUE(work);
+  EXPECT_EQ(work->sections.size(), 1U);
+}
+
+TEST_F(DeskTest, PlansATaskAnewWhoseIntervalIsReadAsAnotherOne) {
+  desk.set_config(config("one"), true);
+  Desk other(store, {section()}, chassis_with_first_run(1000000, 2000000));
+  Section often = section();
+  often.interval = 1;
+  other.set_sections({often});
+  const auto work = next_work(other);
+  ASSERT_TRUE(work);
+  EXPECT_EQ(work->sections.size(), 1U);
+}
