@@ -411,6 +411,17 @@ TEST_F(LocalFiles, AroundALogThatIsNotThereAreItsRotatedOnes) {
   EXPECT_THAT(names_of(around->beside), ElementsAre("m.1"));
 }
 
+TEST_F(LocalFiles, AroundALogOfAnotherRootHaveTheirOwnPaths) {
+  std::filesystem::create_directories(path("root/var/log"));
+  make("root/var/log/m");
+  make("root/var/log/m.1");
+  const auto around = look_around(path("root"), "/var/log/m");
+  ASSERT_TRUE(around && around->present);
+  EXPECT_EQ(around->present->path, "/var/log/m");
+  ASSERT_EQ(around->beside.files.size(), 1U);
+  EXPECT_EQ(around->beside.files[0].path, "/var/log/m.1");
+}
+
 TEST_F(LocalFiles, LastNewlineIsTheLastOne) {
   EXPECT_EQ(newline_in("one\ntwo\nthr", 0, 11), 7);
   EXPECT_EQ(newline_in("\n", 0, 1), 0);
