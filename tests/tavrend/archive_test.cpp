@@ -98,3 +98,32 @@ TEST_F(Archive, HasAnItemThatIsTakenUpAgainInTheFormOfItsName) {
   ASSERT_EQ(items("audit").size(), 1U);
   EXPECT_EQ(items("audit")[0].substr(23), ".a.1");
 }
+
+TEST_F(Archive, LosesTheOldestItemOfAllTheSectionsOfACompartment) {
+  start(closed("a.*", "a") + closed("b.*", "b"));
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 1), 0);
+  append("b.1", std::string(400000, '1'));
+  expect_archived("b", std::string(400000, '1'));
+  append("a.1", std::string(400000, '2'));
+  expect_archived("a", std::string(400000, '2'));
+  append("a.2", std::string(400000, '3'));
+  expect_archived("a", std::string(400000, '2') + std::string(400000, '3'));
+  EXPECT_EQ(archive_of("b"), "");
+}
+
+/* A program in the place of the usual one notes each of its runs. What is sent in between is added up. */
+TEST_F(Archive, IsMeasuredOnceInASessionAndOnceMoreAfterARemoval) {
+  for (const char* name : {"a.1", "a.2", "a.3"}) {
+    append(name, std::string(400000, name[2]));
+    lab::run("touch -d 2026-01-0" + std::string(1, name[2]) + " " + log(name));
+  }
+  start("[closed]\nfiles = " + log("a.*") + "\ninterval = 1d\n");
+  ASSERT_EQ(refusal_of([](auto* h, char** m) {
+              return tavren_api_set_remote_command(h, "du", "echo >>.measured; /usr/bin/du -sk", m);
+            }),
+            "");
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 1), 0);
+  ASSERT_EQ(run_task("LogTypeTask.closed"), 0);
+  expect_archived("closed", std::string(400000, '2') + std::string(400000, '3'));
+  EXPECT_EQ(read_file(lab::archived(".measured")), "\n\n");
+}
