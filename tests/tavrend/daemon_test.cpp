@@ -340,6 +340,35 @@ TEST_F(Daemon, ReadsItsConfigurationAgain) {
   wait_until("what stays", [] { return archive_of("other") == "two\nthree\n"; });
 }
 
+TEST_F(Daemon, SaysInTheSystemLogWhyItKeepsItsConfiguration) {
+  start(following("messages"));
+  write_file(config_file, following("messages") + "[a]\ncolour = red\n");
+  kill(daemon, SIGHUP);
+  const std::string reason = config_file + ":5: there is no key \"colour\"";
+  wait_until("the reason", [&reason] { return lab::system_log().find(reason) != std::string::npos; });
+}
+
+/* Of this chassis that task is due a quarter of a second after the start, and of others hardly ever in that minute. */
+TEST_F(Daemon, RunsATaskForTheFirstTimeWhenItsChassisIsDue) {
+  become_chassis("CH-122925");
+  append("messages", "one\n");
+  start("[messages]\nfollow = " + log("messages") + "\ninterval = 1d\n");
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+}
+
+TEST_F(Daemon, CompressesBesideItsState) {
+  std::filesystem::create_directory(state);
+  lab::change_machine("mount -t tmpfs -o size=1m tmpfs $LAB/state");
+  lab::run("head -c 2000000 /dev/urandom >" + log("a.1"));
+  start(closed("a.*") + "compress = zstd\n");
+  ASSERT_EQ(set_config(), 0);
+  const std::string reason = "compressing: No space left on device";
+  wait_until("an error", [&reason] { return errors().find(reason) != std::string::npos; });
+  stop();
+  lab::change_machine("umount $LAB/state");
+}
+
 TEST_F(Daemon, DoesNotStartWithABadConfiguration) {
   write_file(config_file, "[a]\ncolour = red\n");
   lab::run(TAVREND " --config " + config_file + " --state " + state + " 2>$LAB/why; [ $? = 1 ]");
