@@ -279,6 +279,18 @@ TEST_F(LogThatIsSent, AsAClosedOneAndIsTruncatedLeavesNothingHalf) {
   EXPECT_EQ(count(errors(), "Failed to read from file " + log("a.1") + ", ecode=116"), 1U) << errors();
 }
 
+TEST_F(LogThatIsSent, AsAClosedOneAndIsOverwrittenInItsPlaceGivesNoMixture) {
+  const std::string first = large.substr(0, large.size() / 3);
+  append("a.1", first);
+  begin_to_send("closed", closed("a.*"));
+  std::string other = first;
+  std::reverse(other.begin() + static_cast<std::ptrdiff_t>(header.size()), other.end());
+  std::fstream(log("a.1"), std::ios::in | std::ios::out | std::ios::binary) << other; /* without truncating it */
+  lab::change_machine("tc qdisc del dev lo root");
+  /* It may have arrived whole just before. */
+  wait_until("the other log", [&] { return archive_of("closed") == other || archive_of("closed") == first + other; });
+}
+
 TEST_F(LogThatIsSent, AsAClosedOneAndIsRemovedArrivesWhole) {
   append("a.1", large);
   begin_to_send("closed", closed("a.*"));

@@ -436,6 +436,53 @@ TEST_F(Procedure, WhatStandsBehindAPieceThatHasFailedWaitsForIt) {
   expect_archived("messages", "one\n" + large + "three\n");
 }
 
+namespace {
+
+/* Of the one audit file that was archived, first bytes are to be so, and no others. */
+std::string began_to_archive(int first) {
+  return "INSERT OR REPLACE INTO progress SELECT section, device, inode, head_length, head_checksum, " +
+         std::to_string(first) + ", size, mtime_ns, 0 FROM archived; DELETE FROM archived";
+}
+
+}  // namespace
+
+/* Only of one file it is known how far it is archived. */
+TEST_F(Procedure, AFileOfWhichAPartIsArchivedGoesOnBehindItBeforeAnyOther) {
+  append("audit.log.1", "first second\n");
+  start(sections());
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  expect_archived("audit", "first second\n");
+  stop();
+  change_state(began_to_archive(6));
+  lab::run("rm $LAB_ARCHIVE/audit/*");
+  append("audit.log.2", "older\n");
+  lab::run("touch -d 2026-01-01 " + log("audit.log.2"));
+  start_again();
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  expect_archived("audit", "second\nolder\n");
+}
+
+TEST_F(Procedure, AFileOfWhichAPartIsArchivedKeepsTheOthersWaitingWhileTheRestFails) {
+  const std::string large = many_lines(2000000);
+  append("audit.log.1", large);
+  start(sections());
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  expect_archived("audit", large);
+  stop();
+  change_state(began_to_archive(6));
+  lab::run("rm $LAB_ARCHIVE/audit/*");
+  append("audit.log.2", "small\n");
+  start_again();
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 1, -1), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("an error", [] { return errors().find("  - System call \"limit\" failed") != std::string::npos; });
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  expect_archived("audit", large.substr(6) + "small\n");
+}
+
 /* Each directory needs room, but none that belongs to the other compartment. */
 TEST_F(Procedure, AnItemHasRoomHoweverManyDirectoriesTheOtherCompartmentHas) {
   append("audit.log.1", "one\n");
