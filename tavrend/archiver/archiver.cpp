@@ -245,21 +245,26 @@ void Archiver::archive_closed_files(const Work& work, const Section& section) {
   std::stable_partition(files.begin(), files.end(), [&begun](const ClosedFile& f) { return begun_at(begun, f) != 0; });
   int32_t waiting = static_cast<int32_t>(files.size());
   for (const ClosedFile& file : files) {
-    desk.set_waiting(section.compartment, waiting--);
+    desk.set_waiting(section, waiting);
     const int64_t first = begun_at(begun, file);
     try {
       const auto is_it = [&file](const LogFile& other) { return is_archived(file.as, other); };
       if (const auto found = find_again(section, file.path, is_it)) {
         const Intent intent{section.name, "", found->now, false, false, first, file.as.size - first};
-        if (!archive_range(work, section, found->open, intent) && begun_at(progress(), file) != 0) break;
+        if (archive_range(work, section, found->open, intent)) {
+          --waiting;
+        } else if (begun_at(progress(), file) != 0) {
+          break;
+        }
       } else {
         report_if_gone(section, file.path, file.as.identity);
+        --waiting;
       }
     } catch (const UnreadableFile& error) {
       desk.report(error_of(error));
     }
   }
-  desk.set_waiting(section.compartment, 0);
+  desk.set_waiting(section, waiting);
 }
 
 void Archiver::archive_growing_file(const Work& work, const Section& section) {
@@ -272,7 +277,7 @@ void Archiver::archive_growing_file(const Work& work, const Section& section) {
   int32_t waiting = 0;
   for (const Stretch& stretch : plan) waiting += pieces_of(stretch);
   for (const Stretch& stretch : plan) {
-    desk.set_waiting(section.compartment, waiting);
+    desk.set_waiting(section, waiting);
     if (stretch.lost) {
       give_up_lost(section, progress, stretch);
     } else if (!archive_stretch(work, section, stretch)) {
@@ -280,7 +285,7 @@ void Archiver::archive_growing_file(const Work& work, const Section& section) {
     }
     waiting -= pieces_of(stretch);
   }
-  desk.set_waiting(section.compartment, 0);
+  desk.set_waiting(section, waiting);
 }
 
 /* Notes which files beside a log are none of its business. Returns how far the log is archived. */

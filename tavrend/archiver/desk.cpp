@@ -99,6 +99,10 @@ Status Desk::status() {
   for (int i = 0; i < 2; ++i) {
     if (!archive_config || archive_config->space_limit[i] == -1) status.compartments[i].used_mb = -1;
   }
+  for (const Section& section : all_sections) {
+    const auto items = waiting.find(section.name);
+    if (items != waiting.end()) status.compartments[section.compartment].waiting += items->second;
+  }
   return status;
 }
 
@@ -313,9 +317,9 @@ void Desk::set_used(int compartment, int32_t megabytes) {
   present.compartments[compartment].used_mb = megabytes;
 }
 
-void Desk::set_waiting(int compartment, int32_t items) {
+void Desk::set_waiting(const Section& section, int32_t items) {
   const Lock lock(mutex);
-  present.compartments[compartment].waiting = items;
+  waiting[section.name] = items;
 }
 
 void Desk::count_archived(int compartment) {

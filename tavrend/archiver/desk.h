@@ -100,7 +100,8 @@ class Desk {
   void report(const TavrenError& error);
   void set_connection(tavren_connection_status_t status, int64_t when);
   void set_used(int compartment, int32_t megabytes);
-  void set_waiting(int compartment, int32_t items);
+  /* How many items of a section are not archived yet, those that failed among them. */
+  void set_waiting(const Section& section, int32_t items);
   void count_archived(int compartment);
 
   /* Runs use with the store, which nobody else uses meanwhile. */
@@ -131,9 +132,10 @@ class Desk {
   bool enabled;                                /* and this, too */
   std::vector<Section> all_sections;
   std::map<std::string, Task> tasks;
-  Status present;
-  int64_t retry_ms = 0;   /* nothing is tried before */
-  bool retry_now = false; /* somebody has asked for it since the last work was handed out */
+  Status present;                         /* but for the items that wait */
+  std::map<std::string, int32_t> waiting; /* items, by section */
+  int64_t retry_ms = 0;                   /* nothing is tried before */
+  bool retry_now = false;                 /* somebody has asked for it since the last work was handed out */
   bool sleeping = true;
   bool stopping = false;
   bool cancelled = false;

@@ -366,3 +366,16 @@ TEST_F(DeskTest, PlansATaskAnewWhoseIntervalIsReadAsAnotherOne) {
   ASSERT_TRUE(work);
   EXPECT_EQ(work->sections.size(), 1U);
 }
+
+TEST_F(DeskTest, AddsUpTheItemsOfItsSectionsThatAreWaiting) {
+  Section other = section();
+  other.name = "other";
+  desk.set_sections({section(), other});
+  desk.set_waiting(section(), 2);
+  desk.set_waiting(other, 3);
+  desk.set_waiting(other, 1);
+  EXPECT_EQ(desk.status().compartments[logs_compartment].waiting, 3);
+  EXPECT_EQ(desk.status().compartments[audit_compartment].waiting, 0);
+  desk.set_sections({other});
+  EXPECT_EQ(desk.status().compartments[logs_compartment].waiting, 1);
+}

@@ -172,6 +172,19 @@ TEST_F(Procedure, StatusHasTheConnectionThatThereIsAndTheItemsThatAreWaiting) {
   EXPECT_EQ(waiting(1), 0);
 }
 
+TEST_F(Procedure, StatusHasTheItemsThatFailed) {
+  append("audit.log.1", std::string(2000000, 'x'));
+  append("audit.log.2", "two\n");
+  append("messages", many_lines(2000000));
+  start(sections());
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 1, 1), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  wait_until("the end", [] { return archived_since_the_start(0) == 1 && sleeping() == 1; });
+  EXPECT_EQ(waiting(0), 1);
+  wait_until("the log", [] { return waiting(1) == 1 && sleeping() == 1; });
+}
+
 TEST_F(Procedure, StatusHasTheConnectionAndTheItems) {
   append("audit.log.1", "one\n");
   append("audit.log.2", "two\n");
