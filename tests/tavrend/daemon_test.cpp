@@ -26,6 +26,16 @@ TEST_F(Daemon, ArchivesClosedFilesOnceOldestFirst) {
   EXPECT_EQ(errors(), "");
 }
 
+TEST_F(Daemon, ArchivesAClosedFileThatIsEmptyOnceToo) {
+  append("a.1", "");
+  start(closed("a.*"));
+  ASSERT_EQ(set_config(), 0);
+  wait_until("an item", [] { return items("closed").size() == 1; });
+  append("a.2", "one\n");
+  expect_archived("closed", "one\n");
+  EXPECT_EQ(items("closed").size(), 2U);
+}
+
 TEST_F(Daemon, ArchivesWhatIsAppendedUpToItsLastNewline) {
   append("messages", "one\ntwo\nthr");
   start(following("messages"));
