@@ -274,6 +274,12 @@ void Archiver::archive_growing_file(const Work& work, const Section& section) {
   const Progress progress = begin_look(section, *around);
   const auto known = desk.with_store([&](Store& store) { return store.known_files(section.name); });
   const auto plan = plan_growing_file(section.follow, progress, around->present, around->beside.files, known);
+  /* What is only not readable is not lost: it waits, and what comes behind it, too. */
+  const auto is_not_found = [&](const Stretch& stretch) { return stretch.lost && stretch.file.path == section.follow; };
+  if (std::any_of(plan.begin(), plan.end(), is_not_found) &&
+      may_be_among(around->beside.unreadable, prefix, inode_of(progress.identity))) {
+    return;
+  }
   int32_t waiting = 0;
   for (const Stretch& stretch : plan) waiting += pieces_of(stretch);
   for (const Stretch& stretch : plan) {

@@ -234,6 +234,14 @@ Found find_beside(const std::string& prefix, const std::string& path) {
   return found;
 }
 
+bool may_be_among(const std::vector<UnreadableFile>& unreadable, const std::string& prefix, const Inode& inode) {
+  return std::any_of(unreadable.begin(), unreadable.end(), [&](const UnreadableFile& file) {
+    struct stat status {};
+    if (lstat((prefix + file.path).c_str(), &status) == -1) return false;
+    return S_ISDIR(status.st_mode) || inode == Inode(status.st_dev, status.st_ino);
+  });
+}
+
 std::optional<Surroundings> look_around(const std::string& prefix, const std::string& path) {
   Names before;
   for (int look = 0; look < most_looks; ++look) {

@@ -83,6 +83,9 @@ bool matches(const std::string& pattern, const std::string& path);
 /* Returns the regular files in the directory of the log at path whose names are those of rotated ones. */
 Found find_beside(const std::string& prefix, const std::string& path);
 
+/* Whether one of those that cannot be read is the file with that inode, or a directory in which that may be. */
+bool may_be_among(const std::vector<UnreadableFile>& unreadable, const std::string& prefix, const Inode& inode);
+
 /* A log with its rotated files, as they were at one moment. */
 struct Surroundings {
   std::optional<LogFile> present;

@@ -1,3 +1,6 @@
+#include <linux/capability.h>
+#include <sys/prctl.h>
+
 #include <fstream>
 
 #include "tavrend/daemon_fixture.h"
@@ -162,6 +165,19 @@ TEST_F(DaemonsLog, CompressedWithWhatWasNotReadIsReportedWithItsBytes) {
   behind_its_back("mv messages messages.1 && gzip messages.1 && echo three >messages");
   expect_archived("messages", "one\nthree\n");
   EXPECT_EQ(count(errors(), "messages (bytes 4 to 7), ecode=61"), 1U) << errors();
+}
+
+/* Nor is it sent from its beginning once it can be read again. */
+TEST_F(DaemonsLog, RotatedAndUnreadableForAWhileIsNotLost) {
+  prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
+  prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);
+  archive_a_first_line();
+  append("messages", "two");
+  behind_its_back("mv messages messages.1 && chown 4711 messages.1 && chmod 0 messages.1 && echo three >messages");
+  wait_until("an error", [] { return count(errors(), "messages.1, ecode=13") > 0; });
+  lab::run("chmod 644 " + log("messages.1"));
+  expect_archived("messages", "one\ntwothree\n");
+  EXPECT_EQ(count(errors(), "ecode=61"), 0U) << errors();
 }
 
 TEST_F(DaemonsLog, IsNoLinkDirectoryPipeOrDevice) {

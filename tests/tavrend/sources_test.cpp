@@ -422,6 +422,17 @@ TEST_F(LocalFiles, AroundALogOfAnotherRootHaveTheirOwnPaths) {
   EXPECT_EQ(around->beside.files[0].path, "/var/log/m.1");
 }
 
+TEST_F(LocalFiles, ThatCannotBeReadMayBeTheOneThatIsLookedForOrItsDirectory) {
+  std::filesystem::create_directory(path("directory"));
+  make("log");
+  make("other");
+  const auto inode = ::inode_of(*look_at("", path("log")));
+  EXPECT_FALSE(may_be_among({}, "", inode));
+  EXPECT_FALSE(may_be_among({{path("none"), EACCES, false}, {path("other"), EACCES, false}}, "", inode));
+  EXPECT_TRUE(may_be_among({{path("other"), EACCES, false}, {path("log"), EIO, true}}, "", inode));
+  EXPECT_TRUE(may_be_among({{"/directory", EACCES, false}}, directory.path(), inode));
+}
+
 TEST_F(LocalFiles, LastNewlineIsTheLastOne) {
   EXPECT_EQ(newline_in("one\ntwo\nthr", 0, 11), 7);
   EXPECT_EQ(newline_in("\n", 0, 1), 0);
