@@ -69,6 +69,23 @@ TEST_F(DaemonAsAGuest, ArchivesTheLogsOfAnotherRoot) {
   wait_until("both", [] { return archive_of("messages") == "one\n" && archive_of("audit") == "closed\n"; });
 }
 
+TEST_F(DaemonAsAGuest, LeavesTheLogsOfItsOwnRootAloneWhereItArchivesThoseOfAnother) {
+  const std::string root = lab::value("LAB") + "/root";
+  std::filesystem::create_directories(root + logs);
+  for (const char* name : {"messages", "a.1"}) {
+    append(name, "wrong\n");
+    write_file(root + log(name), "right\n");
+  }
+  start(following("messages") + closed("a.*"));
+  set_tunable("log_dir_prefix", root.c_str());
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("closed", "right\n");
+  expect_archived("messages", "right\n");
+  lab::run("cd " + root + logs + " && mv messages messages.1 && echo new >messages");
+  expect_archived("messages", "right\nnew\n");
+  EXPECT_EQ(errors(), "");
+}
+
 TEST_F(DaemonAsAGuest, ExplainsItsOptions) {
   EXPECT_EQ(run("--help"), 0);
   EXPECT_EQ(said("out").substr(0, 15), "usage: tavrend ");
