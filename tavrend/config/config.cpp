@@ -88,7 +88,7 @@ bool is_absolute(const std::string& path) { return !path.empty() && path[0] == '
 bool set(Section& section, const std::string& key, const std::string& value) {
   if (key == "files" || key == "follow") {
     (key == "files" ? section.files : section.follow) = value;
-    return is_absolute(value);
+    return is_absolute(value) && value.back() != '/';
   }
   if (key == "compartment") {
     section.compartment = value == "audit" ? audit_compartment : logs_compartment;
@@ -102,8 +102,10 @@ bool set(Section& section, const std::string& key, const std::string& value) {
   return value == "zstd" || value == "none";
 }
 
-const char* expectation_of(const std::string& key) {
-  if (key == "files" || key == "follow") return "an absolute path";
+const char* expectation_of(const std::string& key, const std::string& value) {
+  if (key == "files" || key == "follow") {
+    return is_absolute(value) ? "a file's path, which no slash ends" : "an absolute path";
+  }
   if (key == "compartment") return "\"audit\" or \"logs\"";
   if (key == "interval") return "a number of seconds, or with s, min, h, d; from 1 s to 365 d";
   return "\"zstd\" or \"none\"";
@@ -121,7 +123,7 @@ int take_value(void* user, const char* section_name, const char* key_text, const
   } else if (!reading.keys.insert(key).second) {
     fail(reading, quoted(key) + " is there twice");
   } else if (!set(reading.sections.back(), key, value)) {
-    fail(reading, quoted(value) + " is nothing for " + quoted(key) + ": " + expectation_of(key));
+    fail(reading, quoted(value) + " is nothing for " + quoted(key) + ": " + expectation_of(key, value));
   }
   return 1;
 }

@@ -125,6 +125,13 @@ TEST_F(ConfigFile, ValuesAreChecked) {
   }
 }
 
+/* Neither would ever be found, and a log that is not there yet is no error. */
+TEST_F(ConfigFile, PathsOfDirectoriesAreRefused) {
+  EXPECT_EQ(error_of("[a]\nfollow = /var/log/\n"),
+            "2: \"/var/log/\" is nothing for \"follow\": a file's path, which no slash ends");
+  EXPECT_EQ(error_of("[a]\nfiles = /*/\n"), "2: \"/*/\" is nothing for \"files\": a file's path, which no slash ends");
+}
+
 TEST_F(ConfigFile, SectionNamesAreChecked) {
   for (const std::string& name : {std::string("a"), std::string("a-b_9"), std::string(32, 'x')}) {
     EXPECT_EQ(error_of("[" + name + "]\nfollow = /x\n"), "none") << name;
