@@ -110,6 +110,14 @@ TEST_F(Procedure, StatusHasTheSpaceThatIsUsed) {
   EXPECT_EQ(used(1), -1);
 }
 
+TEST_F(Procedure, StatusHasTheSpaceOfBothCompartmentsThatAreLimited) {
+  start(sections());
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 100, 100), 0);
+  EXPECT_EQ(used(1), -2);
+  ASSERT_EQ(run_task("SpaceTask"), 0);
+  wait_until("a measurement", [] { return used(0) == 0 && used(1) == 0; });
+}
+
 TEST_F(Procedure, StatusSaysThatTheSpaceCouldNotBeMeasured) {
   append("audit.log.1", "one\n");
   start(sections());
