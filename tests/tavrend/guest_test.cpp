@@ -86,6 +86,20 @@ TEST_F(DaemonAsAGuest, LeavesTheLogsOfItsOwnRootAloneWhereItArchivesThoseOfAnoth
   EXPECT_EQ(errors(), "");
 }
 
+TEST_F(DaemonAsAGuest, ArchivesTheLogsOfTheRootThatItWasToldLast) {
+  start("[closed]\nfiles = /a.*\ninterval = 1\n");
+  ASSERT_EQ(set_config(), 0);
+  std::string written;
+  for (const char* name : {"one", "two"}) {
+    const std::string root = lab::value("LAB") + "/" + name;
+    std::filesystem::create_directory(root);
+    write_file(root + "/a.1", name);
+    set_tunable("log_dir_prefix", root.c_str());
+    written += name;
+    expect_archived("closed", written);
+  }
+}
+
 TEST_F(DaemonAsAGuest, ExplainsItsOptions) {
   EXPECT_EQ(run("--help"), 0);
   EXPECT_EQ(said("out").substr(0, 15), "usage: tavrend ");
