@@ -313,6 +313,16 @@ TEST_F(Daemon, LeavesTheDirectoryOfAnotherChassisAlone) {
   EXPECT_EQ(items("messages").size(), 0U);
 }
 
+TEST_F(Daemon, ChecksItsClaimAgainWithEachConfigurationAndNotBefore) {
+  archive_a_first_line();
+  lab::run("cd $LAB_ARCHIVE && mv .chassis.CH-1 .chassis.OTHER");
+  append("messages", "two\n");
+  expect_archived("messages", "one\ntwo\n");
+  EXPECT_EQ(errors(), "");
+  ASSERT_EQ(set_config(), 0);
+  wait_until("an error", [] { return errors().find("Another QRV chassis is already using") != std::string::npos; });
+}
+
 TEST_F(Daemon, EndsWithinFiveSecondsAlsoInALoginThatHangs) {
   lab::serve_silence();
   append("messages", "one\n");
