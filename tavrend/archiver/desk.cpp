@@ -62,25 +62,25 @@ Desk::Desk(Store& state, const std::vector<Section>& sections, const std::string
 void Desk::plan_tasks(const std::vector<Section>& new_sections) {
   /* First what may fail. */
   for (const Section& section : new_sections) store.add_section({section.name, section.compartment});
-  std::map<std::string, Task> old;
-  old.swap(tasks);
-  all_sections = new_sections;
-  add_task(space_task, space_interval, old);
-  for (const Section& section : all_sections) {
-    add_task(task_of(section), section.interval, old);
+  std::vector<Section> sections = new_sections;
+  std::map<std::string, Task> planned{{space_task, planned_task(space_task, space_interval)}};
+  for (const Section& section : sections) {
+    planned[task_of(section)] = planned_task(task_of(section), section.interval);
   }
+  all_sections.swap(sections);
+  tasks.swap(planned);
 }
 
-void Desk::add_task(const std::string& name, int32_t usual_interval, std::map<std::string, Task>& old) {
+Desk::Task Desk::planned_task(const std::string& name, int32_t usual_interval) {
   Task task;
   const int32_t kept = parse_interval(store.text(kind_of_interval(name)));
   task.usual_interval = usual_interval;
   task.interval = kept != 0 ? kept : usual_interval;
   task.due_ms = tavren_get_uptime_ms() + first_delay_ms(chassis, name, task.interval);
   /* One that was planned before keeps its place, unless its interval is another now. */
-  const auto before = old.find(name);
-  if (before != old.end() && before->second.interval == task.interval) task.due_ms = before->second.due_ms;
-  tasks[name] = task;
+  const auto before = tasks.find(name);
+  if (before != tasks.end() && before->second.interval == task.interval) task.due_ms = before->second.due_ms;
+  return task;
 }
 
 bool Desk::is_enabled() {

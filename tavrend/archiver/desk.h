@@ -119,7 +119,7 @@ class Desk {
   };
 
   void plan_tasks(const std::vector<Section>& new_sections);
-  void add_task(const std::string& name, int32_t usual_interval, std::map<std::string, Task>& old);
+  Task planned_task(const std::string& name, int32_t usual_interval);
   void cancel(std::unique_lock<std::mutex>& lock);
   std::optional<Work> due_work(int64_t now_ms);
   int64_t next_look_ms() const;
