@@ -79,7 +79,33 @@ TARGETS = [("amd64", "release", "", 0), ("armhf", "release-armhf", "arm-linux-gn
            ("i386", "release-i686", "i686-linux-gnu-", 0), ("s390x", "release-s390x", "s390x-linux-gnu-", 0)]
 
 CALLER_RUNS = 5  # of each side, of 50 rounds
+CALLERS_RATIO = 3  # of what 99 of 100 answers take
 CALLERS_MORE = 50  # ms that the slowest answer may take more while the daemon sends a large file
+
+GIB = 1 << 30
+ARCHIVING_RUNS = 3  # of each side
+
+
+@dataclass
+class Archiving:
+    """One line about the daemon: the logs in a directory that bench/archive-once has archived, and what that is beside."""
+    name: str
+    what: str
+    logs: str
+    beside: str
+    beside_what: str
+    at_least: float = 0
+    section_line: str = ""
+    rate: str = ""  # of the network
+
+
+ARCHIVING = [
+    Archiving("archive_text", "tavrend: 1 GiB of log text, zstd", "text", "scp", "scp -O, raw", 1.00, "compress=zstd"),
+    Archiving("archive_link", "the same at 100 Mbit/s", "text", "scp", "scp -O, raw", 3.0, "compress=zstd", "100mbit"),
+    Archiving("archive_random", "tavrend: 1 GiB of random bytes", "random", "library", "tavren_send", 0.97),
+    Archiving("archive_files", "tavrend: 5,000 files of 2 KiB", "files", "library", "tavren_send", 0.95),
+    Archiving("archive_copy", "the same", "files", "scp", "scp -O -r"),
+]
 
 VERDICTS = {True: "reached", False: "NOT REACHED"}
 UNCLEAR = ", unclear"
@@ -202,8 +228,64 @@ def measure_callers(build):
         rows.append({"line": "callers", "what": f"tavrend, 50 callers: {what}", "unit": "ms", "median": sending,
                      "samples": samples["sending"], "beside": "while it is quiet", "beside_median": quiet,
                      "beside_samples": samples["quiet"], "ratio": sending / quiet})
+    rows[1].update(goal=f"<= {CALLERS_RATIO:.2f}", verdict=VERDICTS[rows[1]["ratio"] <= CALLERS_RATIO])
     rows[-1].update(goal=f"{CALLERS_MORE} ms more", verdict=VERDICTS[sending - quiet <= CALLERS_MORE])
     return rows
+
+
+def log_lines(draw):
+    """Generates lines as a service processor's system log has them: few forms, many numbers."""
+    forms = ["sshd[{pid}]: Accepted publickey for admin from 10.{a}.{b}.{c} port {port} ssh2",
+             "sshd[{pid}]: pam_unix(sshd:session): session opened for user admin(uid=1000) by (uid=0)",
+             "sshd[{pid}]: Disconnected from user admin 10.{a}.{b}.{c} port {port}",
+             "systemd[1]: Started session-{pid}.scope - Session {pid} of User admin.",
+             "sensord[412]: fan{a} {port} rpm, inlet {b} degrees, outlet {c} degrees",
+             "kernel: [{port}.{pid}] EDAC MC{a}: 1 CE memory read error on CPU_SrcID#0_Ha#0_Chan#{b}_DIMM#{c}",
+             "httpd[873]: 10.{a}.{b}.{c} - - \"GET /redfish/v1/Chassis/1/Thermal HTTP/1.1\" 200 {port}",
+             "eventd[390]: event {pid}: power supply {a} input {b} V, output {c} W",
+             "cron[{pid}]: (root) CMD (/usr/libexec/collect-sensors --all --since {port})"]
+    seconds = 0
+    while True:
+        seconds += draw.randrange(3)
+        moment = time.strftime("%b %d %H:%M:%S", time.gmtime(seconds))
+        numbers = {name: draw.randrange(1, top) for name, top in
+                   [("pid", 32768), ("port", 65536), ("a", 12), ("b", 256), ("c", 256)]}
+        yield f"{moment} chassis-17 {draw.choice(forms).format(**numbers)}\n"
+
+
+def make_logs(directory):
+    """Makes what the daemon's lines archive, unless it is there."""
+    if os.path.exists(f"{directory}/complete"):
+        return
+    for name in ("text", "random", "files"):
+        os.makedirs(f"{directory}/{name}", exist_ok=True)
+    lines = log_lines(random.Random(1))
+    block = "".join(next(lines) for _ in range(64 * MIB // 64))[:64 * MIB].encode()
+    with open(f"{directory}/text/log.1", "wb") as text, open(f"{directory}/random/log.1", "wb") as noise:
+        while text.tell() < GIB:
+            text.write(block[:GIB - text.tell()])
+        while noise.tell() < GIB:
+            noise.write(os.urandom(MIB))
+    for i in range(5000):
+        with open(f"{directory}/files/log.{i:04}", "wb") as file:
+            file.write(block[2048 * i:2048 * (i + 1)])
+    open(f"{directory}/complete", "w").close()
+
+
+def measure_archiving(line, build):
+    """Has the daemon archive logs, and what it stands beside send them, in turn; returns the row, in MB/s."""
+    logs = f"{build}/bench-logs"
+    make_logs(logs)
+    directory = f"{logs}/{line.logs}"
+    size = sum(os.path.getsize(f"{directory}/{name}") for name in os.listdir(directory))
+    arguments = {"library": ["tavrend", directory, line.section_line], line.beside_what: [line.beside, directory]}
+    sides = {side: [] for side in arguments}
+    for _ in range(ARCHIVING_RUNS):
+        for side in random.sample(list(sides), len(sides)):
+            words = LAB + [f"{ROOT}/bench/archive-once", build] + arguments[side]
+            sides[side].append(size / float(run(["env", f"RATE={line.rate}"] + words)) / 1e6)
+    like = Line(line.name, "", line.what, line.beside_what, line.beside_what, "MB/s", at_least=line.at_least)
+    return [row_of(like, sides)]
 
 
 def measure_libraries(_build):
@@ -237,7 +319,7 @@ def cells(row):
 
 
 # Of the table's columns, before anything is measured; negative ones are aligned on the right.
-WIDTHS = [max(len(line.name) for line in LINES), max(len(line.what) for line in LINES), -10,
+WIDTHS = [max(len(line.name) for line in LINES + ARCHIVING), max(len(line.what) for line in LINES + ARCHIVING), -10,
           max(len(line.beside_what) for line in LINES), -10, -5, len("0.95 to 1.05"), len("256 KiB more"), 0]
 
 
@@ -288,6 +370,7 @@ def main():
     docs = "--write-docs" in arguments
     wanted = [argument for argument in arguments if argument != "--write-docs"]
     steps = [(line.name, lambda build, line=line: measure(line, build)) for line in LINES]
+    steps += [(line.name, lambda build, line=line: measure_archiving(line, build)) for line in ARCHIVING]
     steps += [("callers", measure_callers), ("memory", measure_sizes), ("size", measure_libraries)]
     unknown = set(wanted) - {name for name, _ in steps}
     if unknown or (docs and wanted):
