@@ -97,8 +97,7 @@ void reload(Desk& desk, const std::string& file) {
   }
 }
 
-void work(const Options& options, const std::vector<Section>& sections) {
-  const int signals = open_signals();
+void work(const Options& options, const std::vector<Section>& sections, int signals) {
   Store store(options.state);
   Desk desk(store, sections, chassis());
   load_kept_texts(desk);
@@ -119,7 +118,6 @@ void work(const Options& options, const std::vector<Section>& sections) {
   }
   desk.stop();
   archiving.join();
-  close(signals);
 }
 
 }  // namespace
@@ -127,16 +125,18 @@ void work(const Options& options, const std::vector<Section>& sections) {
 int main(int argc, char** argv) {
   tavren_set_program_name("tavrend");
   const Options options = options_from(argc, argv);
+  const int signals = open_signals(); /* one that comes early is not lost, and ends nothing by itself */
   openlog("tavrend", 0, LOG_DAEMON);
   char message[TAVREN_MESSAGE_SIZE];
   if (tavren_setup_tmp_dir("tavrend", message) != 0) return refuse(message);
   int status = 0;
   try {
-    work(options, read_config(options.config));
+    work(options, read_config(options.config), signals);
     syslog(LOG_NOTICE, "ended");
   } catch (const std::exception& error) {
     status = refuse(error.what());
   }
   tavren_cleanup_tmp_dir();
+  close(signals);
   return status;
 }

@@ -53,6 +53,9 @@ struct NoSession {
   TavrenError error;
 };
 
+/* What there is of an item cannot be removed: until it can, nothing of its section is sent. */
+struct ItemStays {};
+
 /* What the far side refuses of one item says nothing about the next. */
 bool is_about_one_item(const TavrenError& error) {
   return error.get_ecode() == TAVREN_E_COMMAND_FAILED || error.get_ecode() == TAVREN_E_CREATE_REMOTE_FILE ||
@@ -81,6 +84,7 @@ Archiver::Archiver(Desk& where, const std::string& temporary)
 void Archiver::run() {
   for (;;) {
     std::optional<TavrenError> failure;
+    bool of_session = true;
     try {
       const auto work = desk.wait_for_work();
       if (!work) return;
@@ -96,11 +100,15 @@ void Archiver::run() {
       failure = TavrenError(TAVREN_E_COMMAND_TIMEOUT, "archive session", "");
     } catch (const std::system_error& error) {
       failure = error_of(error);
+      of_session = false;
     } catch (const std::exception& error) {
       failure = error_of(error);
+      of_session = false;
     }
     open_session.reset();
     if (!failure) continue;
+    /* Also one that broke behind its login. */
+    if (of_session) desk.set_connection(TAVREN_CONNECTION_FAILED, time(nullptr));
     desk.report(*failure);
     desk.work_has_failed(std::uniform_real_distribution<>(0, 1)(random));
   }
@@ -143,8 +151,15 @@ void Archiver::keep_first_look(const Section& section) {
 
 void Archiver::measure(const Work& work) {
   for (int compartment = 0; compartment < 2; ++compartment) {
-    if (work.config.space_limit[compartment] == -1) continue;
-    session(work).used_kib(compartment);
+    if (work.config.space_limit[compartment] == no_space_limit) continue;
+    try {
+      session(work).used_kib(compartment);
+    } catch (const TavrenError& error) {
+      const bool took_too_long = error.get_ecode() == TAVREN_E_COMMAND_TIMEOUT;
+      if (!took_too_long && !is_about_one_item(error)) throw;
+      if (took_too_long) open_session.reset();
+      desk.report(error); /* what needs no room goes on */
+    }
   }
 }
 
@@ -158,6 +173,8 @@ void Archiver::archive_section(const Work& work, const Section& section) {
     }
   } catch (const UnreadableFile& file) {
     desk.report(error_of(file));
+  } catch (const ItemStays&) {
+    /* Which is reported, and tried again by the next run. */
   }
 }
 
@@ -175,7 +192,7 @@ bool Archiver::resume(const Work& work, const Section& section) {
   };
   if (const auto file = find_again(section, intent->file.path, is_it)) {
     /* What has arrived of it would count against the room that it gets. */
-    if (work.config.space_limit[section.compartment] != no_space_limit) session(work).remove(intent->remote_path);
+    if (work.config.space_limit[section.compartment] != no_space_limit) remove_item(work, intent->remote_path);
     return try_item(work, section, file->open, *intent, false);
   }
   /* What is planned anew says what was lost of a log. */
@@ -297,11 +314,17 @@ void Archiver::archive_growing_file(const Work& work, const Section& section) {
 /* Notes which files beside a log are none of its business. Returns how far the log is archived. */
 Progress Archiver::begin_look(const Section& section, const Surroundings& around) {
   return desk.with_store([&](Store& store) {
-    const auto before = store.progress(section.name);
+    /* What was archived of another log says nothing about this one. */
+    const std::string kind = "follow." + section.name;
+    const std::string path = prefix + section.follow;
+    const std::string followed = store.text(kind);
+    const bool is_another = !followed.empty() && followed != path;
+    const auto before = is_another ? std::nullopt : store.progress(section.name);
     const auto archived = store.archived_files(section.name);
     const auto passed = files_to_pass_over(before, around.present, around.beside.files, archived);
     const Progress now = before ? *before : progress_at_first(around.present);
     store.note_look(section.name, now, passed);
+    if (followed != path) store.set_text(kind, path);
     ClosedFiles look(archived);
     for (const LogFile& file : around.beside.files) look.see(file);
     if (around.present) look.see(*around.present);
@@ -379,12 +402,22 @@ bool Archiver::try_item(const Work& work, const Section& section, const OpenFile
   return false;
 }
 
+void Archiver::remove_item(const Work& work, const std::string& remote_path) {
+  try {
+    session(work).remove(remote_path);
+  } catch (const TavrenError& error) {
+    if (!is_about_one_item(error)) throw;
+    desk.report(error);
+    throw ItemStays();
+  }
+}
+
 /* Removes what there is of an item that failed: the next one of its section takes the place of its intent. */
 void Archiver::take_back_item(const Work& work, const Section& section) {
   const auto intent = desk.with_store([&](Store& store) { return store.open_intent(section.name); });
   if (!intent) return;
   open_session.reset(); /* the transfer has it */
-  session(work).remove(intent->remote_path);
+  remove_item(work, intent->remote_path);
   desk.with_store([&](Store& store) { store.give_up_item(*intent); });
 }
 

@@ -14,6 +14,7 @@
 namespace {
 
 constexpr size_t longest_name = 32;
+constexpr char tested_directory[] = "test";        /* in the archive */
 constexpr char byte_order_mark[] = "\xEF\xBB\xBF"; /* which some editors put in front */
 
 /* What becomes of a file while it is read line by line: the library that parses it does not say which line it is at. */
@@ -57,6 +58,8 @@ void begin_section(Reading& reading, const std::string& name) {
   const auto has_name = [&name](const Section& section) { return section.name == name; };
   if (!is_section_name(name)) {
     fail(reading, quoted(name) + " is no name of a section: up to 32 of a-z, 0-9, \"_\" and \"-\"");
+  } else if (name == tested_directory) {
+    fail(reading, quoted(name) + " is no name of a section: a test of the archive host removes that directory");
   } else if (std::any_of(reading.sections.begin(), reading.sections.end(), has_name)) {
     fail(reading, "section " + quoted(name) + " is there twice");
   }

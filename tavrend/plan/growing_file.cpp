@@ -87,6 +87,14 @@ bool is_compressed_form_of(const std::vector<ArchivedFile>& known, const LogFile
          });
 }
 
+/*
+ * Whether the log that progress speaks of is among beside, compressed, with nothing in it that is not archived: to the
+ * part of a second, because more may have been written in the second of the last look.
+ */
+bool is_archived_form_of(const Progress& progress, const LogFile& file) {
+  return is_compressed(file) && progress.offset == progress.seen && file.mtime_ns == progress.mtime_ns;
+}
+
 /* Whole files between the old one and the new one. */
 void plan_files_between(const Progress& progress, const std::optional<LogFile>& present, const Files& beside,
                         const std::vector<Identity>& known, std::vector<Stretch>& plan) {
@@ -94,7 +102,7 @@ void plan_files_between(const Progress& progress, const std::optional<LogFile>& 
     if (file.size == 0 || (present && may_be_copy_of(*present, file))) continue;
     /* One that got shorter is another one, however it begins. */
     const bool is_done = !was_empty(progress) && file.size >= progress.offset && is_same_file(progress.identity, file);
-    if (is_one_of(known, file) || is_done) continue;
+    if (is_one_of(known, file) || is_done || is_archived_form_of(progress, file)) continue;
     plan.push_back(is_compressed(file) ? lost(file, 0, file.size) : rest_of(file, 0, false));
   }
 }
@@ -118,7 +126,8 @@ std::vector<LogFile> files_to_pass_over(const std::optional<Progress>& progress,
     const auto is_it = [&file](const ArchivedFile& k) { return is_same_file(k.identity, file); };
     if (file.size == 0 || std::any_of(known.begin(), known.end(), is_it)) continue;
     const bool is_earlier = !progress && !(present && may_be_copy_of(*present, file));
-    if (is_earlier || is_compressed_form_of(known, file)) passed.push_back(file);
+    const bool is_archived = progress && is_archived_form_of(*progress, file);
+    if (is_earlier || is_archived || is_compressed_form_of(known, file)) passed.push_back(file);
   }
   return passed;
 }
@@ -136,7 +145,13 @@ std::vector<Stretch> plan_growing_file(const std::string& path, const std::optio
     sort_by_age(path, beside);
     if (is_known) {
       const std::optional<LogFile> old = take_old_file(*progress, beside, known);
-      plan.push_back(old ? rest_of(*old, progress->offset, false) : lost(path, *progress));
+      const bool is_archived = std::any_of(beside.begin(), beside.end(),
+                                           [&](const LogFile& file) { return is_archived_form_of(*progress, file); });
+      if (old) {
+        plan.push_back(rest_of(*old, progress->offset, false));
+      } else if (!is_archived) {
+        plan.push_back(lost(path, *progress));
+      }
     }
     plan_files_between(*progress, present, beside, known, plan);
   }

@@ -69,7 +69,7 @@ class Store {
   bool is_claimed();
   void set_claimed();
 
-  /* Texts that are kept by name: kind is "tunables", "commands", or "interval." and a task. */
+  /* Texts that are kept by name: kind is "tunables", "commands", "interval." and a task, or "follow." and a section. */
   std::string text(const std::string& kind);
   void set_text(const std::string& kind, const std::string& text);
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 
 #include "service/caller.h"
 #include "support/run_in_child.h"
+#include "tavren_basic.h"
 
 namespace {
 
@@ -53,12 +55,25 @@ TEST_F(CallerOf, AConnectionWhoseOtherEndHasHungUpIsNobody) {
   EXPECT_EQ(caller_of(ours), std::nullopt);
 }
 
+/* Then the kernel sends the question back, in which an answer's place for the user reads as root. */
+TEST_F(CallerOf, AConnectionWhoseOtherEndTheKernelHasForgottenIsNobody) {
+  const int seconds = 1;
+  ASSERT_EQ(setsockopt(theirs, IPPROTO_TCP, TCP_LINGER2, &seconds, sizeof seconds), 0);
+  hang_up();
+  const int end = tavren_get_uptime() + 3;
+  while (tavren_get_uptime() < end) {
+    ASSERT_EQ(caller_of(ours), std::nullopt);
+    usleep(20000);
+  }
+}
+
 TEST_F(CallerOf, AConnectionIsNobodyWhereTheKernelCannotBeAsked) {
-  const Outcome outcome = run_in_child([this] {
-    const rlimit none{0, 0};
-    setrlimit(RLIMIT_NOFILE, &none);
-    _exit(caller_of(ours) ? 1 : 0);
-  });
+  const Outcome outcome =
+      run_in_child([connection = ours] { /* a sanitizer needs descriptors to look at an object of ours */
+                                         const rlimit none{0, 0};
+                                         setrlimit(RLIMIT_NOFILE, &none);
+                                         _exit(caller_of(connection) ? 1 : 0);
+      });
   EXPECT_TRUE(outcome.exited_with(0));
 }
 

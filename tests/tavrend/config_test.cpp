@@ -132,6 +132,12 @@ TEST_F(ConfigFile, PathsOfDirectoriesAreRefused) {
   EXPECT_EQ(error_of("[a]\nfiles = /*/\n"), "2: \"/*/\" is nothing for \"files\": a file's path, which no slash ends");
 }
 
+/* tavren_ctl setup tests the host in a directory of that name, and removes it. */
+TEST_F(ConfigFile, NoSectionHasTheNameOfTheDirectoryThatATestRemoves) {
+  EXPECT_EQ(error_of("[test]\nfollow = /a\n"),
+            "1: \"test\" is no name of a section: a test of the archive host removes that directory");
+}
+
 TEST_F(ConfigFile, SectionNamesAreChecked) {
   for (const std::string& name : {std::string("a"), std::string("a-b_9"), std::string(32, 'x')}) {
     EXPECT_EQ(error_of("[" + name + "]\nfollow = /x\n"), "none") << name;

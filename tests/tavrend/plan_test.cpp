@@ -400,6 +400,24 @@ TEST(GrowingFile, OnlyCompressedBesideIsLost) {
       "m:4-7! m.1.gz:0-5! m:0-2+");
 }
 
+/* Compressing a file leaves it its time of modification. */
+TEST(GrowingFile, ThatIsArchivedAndOnlyCompressedBesideIsNotLost) {
+  const LogFile compressed = file("m.1.gz", 3, "\x1F\x8B...", 10);
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "x\n", 30), {compressed}, {})), "m:0-2+");
+  EXPECT_EQ(paths_of(files_to_pass_over(before, file("m", 2, "x\n", 30), {compressed}, {})), Paths{"m.1.gz"});
+}
+
+TEST(GrowingFile, ThatMayHaveGrownBeforeItWasCompressedIsLost) {
+  const LogFile present = file("m", 2, "x\n", 30);
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, present, {file("m.1.gz", 3, "\x1F\x8B...", 11)}, {})),
+            "m:4-4! m.1.gz:0-5! m:0-2+");
+  const Progress begun = progress_in(file("m", 1, "one\ntwo", 10), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", begun, present, {file("m.1.gz", 3, "\x1F\x8B...", 10)}, {})),
+            "m:4-7! m.1.gz:0-5! m:0-2+");
+}
+
 TEST(GrowingFile, ThatWasFinishedIsNotLostAgain) {
   Progress before = progress_in(file("m", 1, "one\n", 10), 4);
   before.finished = true;

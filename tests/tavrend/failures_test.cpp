@@ -1,0 +1,142 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "tavrend/procedures_fixture.h"
+
+/* What goes wrong in one place keeps nothing else from being archived, and is seen. */
+class Failure : public Procedure {};
+
+TEST_F(Failure, BehindTheLoginIsInTheStatus) {
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  EXPECT_EQ(status().connection_status, TAVREN_CONNECTION_OK);
+  lab::run("mv $LAB_ARCHIVE $LAB_ARCHIVE.away");
+  append("messages", "two\n");
+  wait_until("a failure", [] { return status().connection_status == TAVREN_CONNECTION_FAILED; });
+  lab::run("mv $LAB_ARCHIVE.away $LAB_ARCHIVE");
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  expect_archived("messages", "one\ntwo\n");
+  EXPECT_EQ(status().connection_status, TAVREN_CONNECTION_OK);
+}
+
+TEST_F(Failure, OfTheMeasurementLeavesAloneWhatHasNoLimit) {
+  append("messages", "one\n");
+  start(sections());
+  ASSERT_EQ(set_remote_command("du", "/no/such/program"), "");
+  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+  ASSERT_EQ(run_task("SpaceTask"), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 100, -1), 0);
+  expect_archived("messages", "one\n");
+  EXPECT_NE(errors().find("/no/such/program"), std::string::npos) << errors();
+}
+
+TEST_F(Failure, OfAMeasurementThatTakesTooLongLeavesAloneWhatHasNoLimit) {
+  append("messages", "one\n");
+  start(sections());
+  ASSERT_EQ(set_tunable("ssh_du_command_timeout", "1"), "");
+  ASSERT_EQ(set_remote_command("du", "sleep 30;"), "");
+  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+  ASSERT_EQ(run_task("SpaceTask"), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 100, -1), 0);
+  expect_archived("messages", "one\n");
+}
+
+/* What there is of it can be removed by a later run alone. */
+TEST_F(Failure, OfTakingAnItemBackStopsItsSectionAlone) {
+  append("audit.log.1", "one\n");
+  append("messages", "two\n");
+  lab::run("install -d -m 555 -o $LAB_USER $LAB_ARCHIVE/audit");
+  start(sections());
+  ASSERT_EQ(set_remote_command("rm", "/no/such/program"), "");
+  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "two\n");
+  EXPECT_NE(errors().find("/no/such/program"), std::string::npos) << errors();
+  lab::run("chmod 755 $LAB_ARCHIVE/audit");
+  ASSERT_EQ(set_remote_command("all", "default"), "");
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  expect_archived("audit", "one\n");
+}
+
+/* Neither is what is beside it a part of the new log, nor is anything lost. */
+TEST_F(Failure, IsNotThatAnotherLogIsFollowed) {
+  append("a", "one\n");
+  append("b.1", "older\n");
+  append("b", "two\n");
+  const auto follow = [this](const std::string& name) {
+    return "[messages]\nfollow = " + log(name) + "\ninterval = 1\n";
+  };
+  start(follow("a"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  write_file(config_file, follow("b"));
+  kill(daemon, SIGHUP);
+  expect_archived("messages", "one\ntwo\n");
+  restart();
+  append("b", "three\n");
+  expect_archived("messages", "one\ntwo\nthree\n");
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(Failure, IsNotThatAnItemFitsOnlyWhenItIsCompressed) {
+  const std::string large(3000000, 'x');
+  append("audit.log.1", large);
+  start("[audit]\nfiles = " + log("audit.log.*") + "\ncompartment = audit\ninterval = 1\ncompress = zstd\n");
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 1, -1), 0);
+  expect_archived("audit", large, plain_archive_of);
+  EXPECT_EQ(errors(), "");
+}
+
+TEST_F(Failure, IsNotThatTheArchiveIsInAnotherDirectoryFromNowOn) {
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  lab::run("install -d -o $LAB_USER /home/$LAB_USER/other");
+  Settings settings = lab::settings();
+  settings.dir = "/home/" + lab::value("LAB_USER") + "/other";
+  const tavren_config_t elsewhere = {settings.record(), {-1, -1}};
+  ASSERT_EQ(call([&](auto* handle) { return tavren_api_set_config(handle, &elsewhere, 1); }), 0);
+  append("messages", "two\n");
+  wait_until("the line", [] { return system("grep -qx two /home/$LAB_USER/other/messages/* 2>/dev/null") == 0; });
+  EXPECT_EQ(errors(), "");
+}
+
+/* 64 MiB are one piece at the most. */
+TEST_F(Failure, IsNotThatALogOfSeveralPiecesIsRotated) {
+  const std::string large = many_lines(70 << 20);
+  start("[messages]\nfollow = " + log("messages") + "\ninterval = 1h\ncompress = zstd\n");
+  append("messages", "one\n");
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  expect_archived("messages", "one\n", plain_archive_of);
+  append("messages", large);
+  lab::run("mv " + log("messages") + " " + log("messages.1"));
+  append("messages", "three\n");
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  wait_until("four items", [] { return items("messages").size() == 4 && sleeping() == 1; });
+  EXPECT_TRUE(plain_archive_of("messages") == "one\n" + large + "three\n");
+  EXPECT_EQ(errors(), "");
+}
+
+/* It reads its configuration, which nobody has written yet. */
+TEST_F(Failure, IsNotASignalThatComesBeforeTheStart) {
+  const std::string text = following("messages");
+  ASSERT_EQ(mkfifo(config_file.c_str(), 0600), 0);
+  launch();
+  int writing = -1;
+  wait_until("it is to be read", [&] { return (writing = open(config_file.c_str(), O_WRONLY | O_NONBLOCK)) != -1; });
+  kill(daemon, SIGTERM);
+  EXPECT_EQ(write(writing, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  close(writing);
+  int wait_status = -1;
+  waitpid(daemon, &wait_status, 0);
+  daemon = -1;
+  EXPECT_TRUE(WIFEXITED(wait_status) && WEXITSTATUS(wait_status) == 0) << wait_status;
+}
