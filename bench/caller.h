@@ -23,9 +23,8 @@ class Caller {
 
   /* Returns the seconds until the answer. */
   double ask() {
-    tavren_status_t status{};
     const auto start = std::chrono::steady_clock::now();
-    need(tavren_api_get_status(&handle, &status), "tavren_api_get_status");
+    status();
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   }
 
@@ -49,13 +48,15 @@ class Caller {
   }
 
   /* Returns how many items of the compartment of that section were archived since the daemon's start. */
-  int archived() {
-    tavren_status_t status{};
-    need(tavren_api_get_status(&handle, &status), "tavren_api_get_status");
-    return status.compartment_status[1].word3;
-  }
+  int archived() { return status().compartment_status[1].word3; }
 
  private:
+  tavren_status_t status() {
+    tavren_status_t now{};
+    need(tavren_api_get_status(&handle, &now), "tavren_api_get_status");
+    return now;
+  }
+
   tavren_api_handle_t handle{};
 };
 

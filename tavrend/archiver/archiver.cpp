@@ -64,6 +64,9 @@ bool is_about_one_item(const TavrenError& error) {
 
 std::string base_of(const std::string& path) { return tavren_basename(path); }
 
+/* What the store calls the path of the log that a section follows. */
+std::string kind_of_followed(const Section& section) { return "follow." + section.name; }
+
 int64_t size_of(const OpenFile& file) {
   struct stat status {};
   return fstat(file.descriptor(), &status) == 0 ? status.st_size : 0;
@@ -138,10 +141,18 @@ void Archiver::archive(const Work& work) {
   for (const Section& section : work.sections) archive_section(work, section);
 }
 
+/* Returns how far a log is archived. What was archived of another one under the section's name says nothing about it.
+ */
+std::optional<Progress> Archiver::known_progress(Store& store, const Section& section) const {
+  const std::string followed = store.text(kind_of_followed(section));
+  if (!followed.empty() && followed != prefix + section.follow) return std::nullopt;
+  return store.progress(section.name);
+}
+
 /* Before any session: nothing would be known of a log that is rotated before the first one succeeds. */
 void Archiver::keep_first_look(const Section& section) {
   if (section.follow.empty()) return;
-  if (desk.with_store([&](Store& store) { return store.progress(section.name); })) return;
+  if (desk.with_store([&](Store& store) { return known_progress(store, section); })) return;
   try {
     if (const auto around = look_around(prefix, section.follow)) begin_look(section, *around);
   } catch (const UnreadableFile&) {
@@ -314,17 +325,13 @@ void Archiver::archive_growing_file(const Work& work, const Section& section) {
 /* Notes which files beside a log are none of its business. Returns how far the log is archived. */
 Progress Archiver::begin_look(const Section& section, const Surroundings& around) {
   return desk.with_store([&](Store& store) {
-    /* What was archived of another log says nothing about this one. */
-    const std::string kind = "follow." + section.name;
-    const std::string path = prefix + section.follow;
-    const std::string followed = store.text(kind);
-    const bool is_another = !followed.empty() && followed != path;
-    const auto before = is_another ? std::nullopt : store.progress(section.name);
+    const auto before = known_progress(store, section);
     const auto archived = store.archived_files(section.name);
     const auto passed = files_to_pass_over(before, around.present, around.beside.files, archived);
     const Progress now = before ? *before : progress_at_first(around.present);
     store.note_look(section.name, now, passed);
-    if (followed != path) store.set_text(kind, path);
+    const std::string path = prefix + section.follow;
+    if (store.text(kind_of_followed(section)) != path) store.set_text(kind_of_followed(section), path);
     ClosedFiles look(archived);
     for (const LogFile& file : around.beside.files) look.see(file);
     if (around.present) look.see(*around.present);

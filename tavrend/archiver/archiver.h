@@ -47,6 +47,7 @@ class Archiver {
   void report_if_gone(const Section& section, const std::string& path, const Identity& identity);
   bool archive_range(const Work& work, const Section& section, const OpenFile& file, Intent intent);
   bool try_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent, bool is_new);
+  std::optional<Progress> known_progress(Store& store, const Section& section) const;
   void remove_item(const Work& work, const std::string& remote_path);
   void take_back_item(const Work& work, const Section& section);
   void send_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent, bool is_new);

@@ -88,8 +88,8 @@ bool is_compressed_form_of(const std::vector<ArchivedFile>& known, const LogFile
 }
 
 /*
- * Whether the log that progress speaks of is among beside, compressed, with nothing in it that is not archived: to the
- * part of a second, because more may have been written in the second of the last look.
+ * Whether file is the log that progress speaks of, compressed, with nothing in it that is not archived. Its time is the
+ * same to the part of a second: more may have been written in the second of the last look.
  */
 bool is_archived_form_of(const Progress& progress, const LogFile& file) {
   return is_compressed(file) && progress.offset == progress.seen && file.mtime_ns == progress.mtime_ns;
@@ -102,7 +102,7 @@ void plan_files_between(const Progress& progress, const std::optional<LogFile>& 
     if (file.size == 0 || (present && may_be_copy_of(*present, file))) continue;
     /* One that got shorter is another one, however it begins. */
     const bool is_done = !was_empty(progress) && file.size >= progress.offset && is_same_file(progress.identity, file);
-    if (is_one_of(known, file) || is_done || is_archived_form_of(progress, file)) continue;
+    if (is_one_of(known, file) || is_done) continue;
     plan.push_back(is_compressed(file) ? lost(file, 0, file.size) : rest_of(file, 0, false));
   }
 }

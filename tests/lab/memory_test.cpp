@@ -20,7 +20,7 @@ class PeakMemory : public LabTest {
     lab::run("printf %s \"$LAB_PASSWORD\" | " TAVREN_SEND
              " -k $LAB/host_key.pub -p 0 $LAB_USER@$LAB_HOST:$LAB_ARCHIVE $LAB/file & sender=$!\n"
              "while peak=$(sed -n 's/^VmPeak:[^0-9]*\\([0-9]*\\).*/\\1/p' /proc/$sender/status) && [ -n \"$peak\" ]\n"
-             "do echo $peak >$LAB/peak; sleep 0.05; done\n"
+             "do echo $peak >$LAB/peak; sleep 0.01; done\n"
              "wait $sender");
     lab::run("cmp $LAB/file $LAB_ARCHIVE/file");
     return std::stol(read_file(lab::value("LAB") + "/peak"));

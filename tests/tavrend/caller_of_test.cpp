@@ -67,13 +67,13 @@ TEST_F(CallerOf, AConnectionWhoseOtherEndTheKernelHasForgottenIsNobody) {
   }
 }
 
+/* The number alone goes into the child: to look at an object of ours a sanitizer needs descriptors. */
 TEST_F(CallerOf, AConnectionIsNobodyWhereTheKernelCannotBeAsked) {
-  const Outcome outcome =
-      run_in_child([connection = ours] { /* a sanitizer needs descriptors to look at an object of ours */
-                                         const rlimit none{0, 0};
-                                         setrlimit(RLIMIT_NOFILE, &none);
-                                         _exit(caller_of(connection) ? 1 : 0);
-      });
+  const Outcome outcome = run_in_child([connection = ours] {
+    const rlimit none{0, 0};
+    setrlimit(RLIMIT_NOFILE, &none);
+    _exit(caller_of(connection) ? 1 : 0);
+  });
   EXPECT_TRUE(outcome.exited_with(0));
 }
 

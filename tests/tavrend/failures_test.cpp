@@ -1,10 +1,24 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <initializer_list>
+#include <string>
+
 #include "tavrend/procedures_fixture.h"
 
 /* What goes wrong in one place keeps nothing else from being archived, and is seen. */
-class Failure : public Procedure {};
+class Failure : public Procedure {
+ protected:
+  /* Switches archiving on when those tasks are due, all at once. */
+  static void begin_with(std::initializer_list<const char*> tasks, int audit_limit) {
+    for (const char* task : tasks) ASSERT_EQ(run_task(task), 0);
+    ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), audit_limit, -1), 0);
+  }
+
+  std::string followed_as_messages(const std::string& name) const {
+    return "[messages]\nfollow = " + log(name) + "\ninterval = 1\n";
+  }
+};
 
 TEST_F(Failure, BehindTheLoginIsInTheStatus) {
   append("messages", "one\n");
@@ -25,10 +39,7 @@ TEST_F(Failure, OfTheMeasurementLeavesAloneWhatHasNoLimit) {
   append("messages", "one\n");
   start(sections());
   ASSERT_EQ(set_remote_command("du", "/no/such/program"), "");
-  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
-  ASSERT_EQ(run_task("SpaceTask"), 0);
-  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
-  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 100, -1), 0);
+  begin_with({"SpaceTask", "LogTypeTask.messages"}, 100);
   expect_archived("messages", "one\n");
   EXPECT_NE(errors().find("/no/such/program"), std::string::npos) << errors();
 }
@@ -38,10 +49,7 @@ TEST_F(Failure, OfAMeasurementThatTakesTooLongLeavesAloneWhatHasNoLimit) {
   start(sections());
   ASSERT_EQ(set_tunable("ssh_du_command_timeout", "1"), "");
   ASSERT_EQ(set_remote_command("du", "sleep 30;"), "");
-  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
-  ASSERT_EQ(run_task("SpaceTask"), 0);
-  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
-  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 100, -1), 0);
+  begin_with({"SpaceTask", "LogTypeTask.messages"}, 100);
   expect_archived("messages", "one\n");
 }
 
@@ -52,10 +60,7 @@ TEST_F(Failure, OfTakingAnItemBackStopsItsSectionAlone) {
   lab::run("install -d -m 555 -o $LAB_USER $LAB_ARCHIVE/audit");
   start(sections());
   ASSERT_EQ(set_remote_command("rm", "/no/such/program"), "");
-  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
-  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
-  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
-  ASSERT_EQ(set_config(), 0);
+  begin_with({"LogTypeTask.audit", "LogTypeTask.messages"}, -1);
   expect_archived("messages", "two\n");
   EXPECT_NE(errors().find("/no/such/program"), std::string::npos) << errors();
   lab::run("chmod 755 $LAB_ARCHIVE/audit");
@@ -69,19 +74,33 @@ TEST_F(Failure, IsNotThatAnotherLogIsFollowed) {
   append("a", "one\n");
   append("b.1", "older\n");
   append("b", "two\n");
-  const auto follow = [this](const std::string& name) {
-    return "[messages]\nfollow = " + log(name) + "\ninterval = 1\n";
-  };
-  start(follow("a"));
+  start(followed_as_messages("a"));
   ASSERT_EQ(set_config(), 0);
   expect_archived("messages", "one\n");
-  write_file(config_file, follow("b"));
+  write_file(config_file, followed_as_messages("b"));
   kill(daemon, SIGHUP);
   expect_archived("messages", "one\ntwo\n");
   restart();
   append("b", "three\n");
   expect_archived("messages", "one\ntwo\nthree\n");
   EXPECT_EQ(errors(), "");
+}
+
+/* It is looked at before any session, as each log is. */
+TEST_F(Failure, OfTheLoginLosesNothingOfAnotherLogThatIsFollowedFromNowOn) {
+  append("a", "one\n");
+  append("b", "two\n");
+  start(followed_as_messages("a"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  write_file(config_file, followed_as_messages("b"));
+  kill(daemon, SIGHUP);
+  ASSERT_EQ(set_config("wrong"), 0);
+  wait_until("a failed login", [] { return errors().find("login failed") != std::string::npos; });
+  lab::run("mv " + log("b") + " " + log("b.1"));
+  append("b", "three\n");
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\ntwo\nthree\n");
 }
 
 TEST_F(Failure, IsNotThatAnItemFitsOnlyWhenItIsCompressed) {
