@@ -119,6 +119,12 @@ class TavrendTest : public testing::Test {
     return call([&](tavren_api_handle_t* handle) { return tavren_api_set_state(handle, wanted); });
   }
 
+  static int sleeping() {
+    int answer = -1;
+    EXPECT_EQ(call([&](auto* handle) { return tavren_api_is_tavrend_sleeping(handle, &answer); }), 0);
+    return answer;
+  }
+
   static int run_task(const std::string& task) {
     return call([&](tavren_api_handle_t* handle) { return tavren_api_run_task(handle, task.c_str()); });
   }
@@ -180,11 +186,11 @@ class TavrendTest : public testing::Test {
     return system(command.c_str()) == 0 ? read_file(lab::value("LAB") + "/plain") : "";
   }
 
-  /* Waits until a section's items, one behind the other, are what was written. */
+  /* Waits until a section's items, one behind the other, are what was written, and the daemon knows it. */
   static void expect_archived(const std::string& section, const std::string& written,
                               const std::function<std::string(const std::string&)>& content = archive_of) {
     try {
-      wait_until("every byte once", [&] { return content(section) == written; });
+      wait_until("every byte once", [&] { return content(section) == written && sleeping() == 1; });
     } catch (const std::runtime_error&) {
       ADD_FAILURE() << section << ": " << first_difference(content(section), written)
                     << "\nstored errors: " << errors();

@@ -80,12 +80,6 @@ class Procedure : public TavrendTest {
     return call([&](auto* handle) { return tavren_api_audit_file_was_archived(handle, path.c_str()); });
   }
 
-  static int sleeping() {
-    int answer = -1;
-    EXPECT_EQ(call([&](auto* handle) { return tavren_api_is_tavrend_sleeping(handle, &answer); }), 0);
-    return answer;
-  }
-
   static std::string set_tunable(const char* name, const char* value) {
     return refusal_of([&](auto* h, char** m) { return tavren_api_set_tunable(h, name, value, m); });
   }
