@@ -84,6 +84,16 @@ std::string commands() {
   return out.str();
 }
 
+/* Keeps text over a restart. Where that fails the change is taken back: a caller is told that it did not come about. */
+void keep(Desk& desk, const std::string& kind, const std::string& text, const std::function<void()>& take_back) {
+  try {
+    desk.keep_text(kind, text);
+  } catch (...) {
+    take_back();
+    throw;
+  }
+}
+
 /* The procedures: each has taken its arguments when it changes something. */
 
 void get_state(Desk& desk, SVCXPRT* transport) {
@@ -169,8 +179,15 @@ void set_tunable(Desk& desk, SVCXPRT* transport) {
   const Argument<tavren_rpc_set_tunable_1_argument> argument(transport, xdr_tavren_rpc_set_tunable_1_argument);
   if (!argument.good) return;
   std::string refusal = has_newline(argument.object.arg1) || has_newline(argument.object.arg2) ? no_newline : "";
-  if (refusal.empty()) TavrenTunables::instance().set_tunable(argument.object.arg1, argument.object.arg2, refusal);
-  if (refusal.empty()) desk.keep_text("tunables", changed_tunables());
+  TavrenTunables& tunables = TavrenTunables::instance();
+  const std::string before = changed_tunables();
+  if (refusal.empty()) tunables.set_tunable(argument.object.arg1, argument.object.arg2, refusal);
+  if (refusal.empty()) {
+    keep(desk, "tunables", changed_tunables(), [&] {
+      tunables.set_tunable(argument.object.arg1, "default", refusal); /* which before does not name */
+      tunables.set_tunables(before);
+    });
+  }
   reply_text(transport, refusal);
 }
 
@@ -187,8 +204,9 @@ void set_remote_command(Desk& desk, SVCXPRT* transport) {
                                                                     xdr_tavren_rpc_set_remote_command_1_argument);
   if (!argument.good) return;
   std::string refusal = has_newline(argument.object.arg1) || has_newline(argument.object.arg2) ? no_newline : "";
+  const std::string before = commands();
   if (refusal.empty()) TavrenHost::set_cmd(argument.object.arg1, argument.object.arg2, refusal);
-  if (refusal.empty()) desk.keep_text("commands", commands());
+  if (refusal.empty()) keep(desk, "commands", commands(), [&] { TavrenHost::set_cmds(before); });
   reply_text(transport, refusal);
 }
 

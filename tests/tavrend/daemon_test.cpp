@@ -408,6 +408,31 @@ TEST_F(Daemon, TakesUpWhatItMissedWhileTheHostWasAway) {
   wait_until("the other line", [] { return archive_of("messages") == "one\ntwo\n"; });
 }
 
+/* Nor does it work with what it could not keep. */
+TEST_F(Daemon, TakesBackWhatItCannotKeep) {
+  std::filesystem::create_directory(state);
+  lab::change_machine("mount -t tmpfs -o size=300k tmpfs $LAB/state");
+  start(following("messages"));
+  const std::string long_text(60000, 'x');
+  for (const char* prefix : {"default", "/a"}) {
+    set_tunable("log_dir_prefix", prefix);
+    const std::string tunables = refusal_of(tavren_api_get_tunable_table);
+    const std::string commands = refusal_of(tavren_api_get_remote_command_table);
+    lab::run("cat /dev/zero >$LAB/state/filler 2>/dev/null || true");
+    EXPECT_EQ(refusal_of(
+                  [&](auto* h, char** m) { return tavren_api_set_tunable(h, "log_dir_prefix", long_text.c_str(), m); }),
+              "no answer");
+    EXPECT_EQ(
+        refusal_of([&](auto* h, char** m) { return tavren_api_set_remote_command(h, "ls", long_text.c_str(), m); }),
+        "no answer");
+    EXPECT_EQ(refusal_of(tavren_api_get_tunable_table), tunables);
+    EXPECT_EQ(refusal_of(tavren_api_get_remote_command_table), commands);
+    lab::run("rm $LAB/state/filler");
+  }
+  stop();
+  lab::change_machine("umount $LAB/state");
+}
+
 /* So many files that what is remembered of them needs room that there is not. */
 TEST_F(Daemon, OutlivesAStateThatCannotBeWritten) {
   constexpr size_t count = 200;
