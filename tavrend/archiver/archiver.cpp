@@ -206,25 +206,32 @@ bool Archiver::resume(const Work& work, const Section& section) {
     if (work.config.space_limit[section.compartment] != no_space_limit) remove_item(work, intent->remote_path);
     return try_item(work, section, file->open, *intent, false);
   }
+  const Places now = places_of(section, [&identity](const LogFile& file) { return is_same_file(identity, file); });
+  /* What is only not readable waits, and what has arrived of it, too. */
+  for (const UnreadableFile& file : now.unreadable) {
+    if (may_be_among({file}, prefix, inode_of(identity))) throw UnreadableFile(file);
+  }
   /* What is planned anew says what was lost of a log. */
-  if (!intent->follows) report_if_gone(section, intent->file.path, identity);
+  if (!intent->follows) report_if_gone(now, intent->file.path);
   take_back_item(work, section);
   return true;
 }
 
-/* Returns the paths of those files that section speaks of and that are wanted, whatever is planned with them. */
-std::vector<std::string> Archiver::paths_of(const Section& section, const Wanted& is_wanted) {
-  std::vector<std::string> paths;
+/* Returns where those files are that section speaks of and that are wanted, whatever is planned with them. */
+Archiver::Places Archiver::places_of(const Section& section, const Wanted& is_wanted) {
+  Places places;
   const auto see = [&](const LogFile& file) {
-    if (is_wanted(file)) paths.push_back(file.path);
+    if (is_wanted(file)) places.paths.push_back(file.path);
   };
   if (section.follow.empty()) {
-    see_matching(prefix, section.files, see);
-    return paths;
+    places.unreadable = see_matching(prefix, section.files, see);
+    return places;
   }
-  for (const LogFile& file : find_beside(prefix, section.follow).files) see(file);
+  Found beside = find_beside(prefix, section.follow);
+  for (const LogFile& file : beside.files) see(file);
+  places.unreadable = std::move(beside.unreadable);
   if (const auto present = look_at(prefix, section.follow)) see(*present);
-  return paths;
+  return places;
 }
 
 /* Opens the file that was at path, also when it was renamed since. */
@@ -242,16 +249,15 @@ std::optional<Archiver::FoundAgain> Archiver::find_again(const Section& section,
     return std::nullopt;
   };
   if (auto file = open_it(path)) return file;
-  for (const std::string& place : paths_of(section, is_it)) {
+  for (const std::string& place : places_of(section, is_it).paths) {
     if (auto file = open_it(place)) return file;
   }
   return std::nullopt;
 }
 
 /* One that is there and has changed since is a new item. */
-void Archiver::report_if_gone(const Section& section, const std::string& path, const Identity& identity) {
-  const auto is_it = [&identity](const LogFile& file) { return is_same_file(identity, file); };
-  if (paths_of(section, is_it).empty()) desk.report(error_of(UnreadableFile(path, ENOENT, false)));
+void Archiver::report_if_gone(const Places& now, const std::string& path) {
+  if (now.paths.empty()) desk.report(error_of(UnreadableFile(path, ENOENT, false)));
 }
 
 /* Looks for a section's closed files. Returns those that are to be archived, oldest first. */
@@ -285,7 +291,8 @@ void Archiver::archive_closed_files(const Work& work, const Section& section) {
           break;
         }
       } else {
-        report_if_gone(section, file.path, file.as.identity);
+        const auto is_same = [&file](const LogFile& other) { return is_same_file(file.as.identity, other); };
+        report_if_gone(places_of(section, is_same), file.path);
         --waiting;
       }
     } catch (const UnreadableFile& error) {

@@ -33,6 +33,11 @@ class Archiver {
     LogFile now; /* under the path that it was looked for by */
   };
 
+  struct Places {
+    std::vector<std::string> paths;
+    std::vector<UnreadableFile> unreadable; /* each may be one that is wanted */
+  };
+
   void archive(const Work& work);
   void keep_first_look(const Section& section);
   void measure(const Work& work);
@@ -42,9 +47,9 @@ class Archiver {
   bool archive_stretch(const Work& work, const Section& section, const Stretch& stretch);
   bool resume(const Work& work, const Section& section);
   std::vector<ClosedFile> waiting_files(const Section& section);
-  std::vector<std::string> paths_of(const Section& section, const Wanted& is_wanted);
+  Places places_of(const Section& section, const Wanted& is_wanted);
   std::optional<FoundAgain> find_again(const Section& section, const std::string& path, const Wanted& is_it);
-  void report_if_gone(const Section& section, const std::string& path, const Identity& identity);
+  void report_if_gone(const Places& now, const std::string& path);
   bool archive_range(const Work& work, const Section& section, const OpenFile& file, Intent intent);
   bool try_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent, bool is_new);
   std::optional<Progress> known_progress(Store& store, const Section& section) const;

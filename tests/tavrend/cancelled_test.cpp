@@ -11,9 +11,10 @@ namespace {
 class SessionInTheMiddleOfAnItem : public Procedure {
  protected:
   /* Has item stand half in the archive, with the daemon about to send the rest. */
-  void begin_to_send() {
+  void begin_to_send() { begin_to_send(following("messages")); }
+  void begin_to_send(const std::string& section) {
     append("messages", lines);
-    start(following("messages"));
+    start(section);
     slow_the_network();
     ASSERT_EQ(set_config(), 0);
     wait_until_half_is_sent("messages");
@@ -31,6 +32,21 @@ class SessionInTheMiddleOfAnItem : public Procedure {
     expect_archived("messages", lines);
     EXPECT_EQ(items("messages"), item);
     EXPECT_EQ(errors(), "");
+  }
+
+  /* Goes on where the log is unreadable under that name, even for root, and looks what becomes of the item. */
+  void expect_the_item_once_it_is_readable(const std::string& name) {
+    const std::string path = log(name);
+    ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+    expect_half_an_item();
+    hurry_the_network();
+    lab::run("mv -n " + log("messages") + " " + path + "; chown 4711 " + path + " && chmod 0 " + path);
+    ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
+    wait_until("an error", [&path] { return errors().find(path + ", ecode=13") != std::string::npos; });
+    EXPECT_EQ(items("messages"), item);
+    lab::run("chmod 644 " + path);
+    expect_archived("messages", lines);
+    EXPECT_EQ(items("messages"), item);
   }
 
   static void hurry_the_network() { lab::change_machine("tc qdisc del dev lo root"); }
@@ -69,4 +85,16 @@ TEST_F(SessionInTheMiddleOfAnItem, EndsWithANewConfiguration) {
   hurry_the_network();
   ASSERT_EQ(set_config(), 0);
   expect_the_item_in_its_place();
+}
+
+TEST_F(SessionInTheMiddleOfAnItem, LeavesItThereWhileTheFileCannotBeRead) {
+  give_up_reading_everything();
+  begin_to_send(closed("messages*", "messages"));
+  expect_the_item_once_it_is_readable("messages");
+}
+
+TEST_F(SessionInTheMiddleOfAnItem, LeavesItThereWhileTheRotatedLogCannotBeRead) {
+  give_up_reading_everything();
+  begin_to_send();
+  expect_the_item_once_it_is_readable("messages.1");
 }

@@ -2,10 +2,12 @@
 #define TESTS_TAVREND_DAEMON_FIXTURE_H
 
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -207,6 +209,12 @@ class TavrendTest : public testing::Test {
     return "of " + std::to_string(written.size()) + " bytes written " + std::to_string(archived.size()) +
            " are archived; from byte " + std::to_string(position) + " on \"" + rest_of(archived) + "\" instead of \"" +
            rest_of(written) + "\"";
+  }
+
+  /* Root may read everything, and so may a daemon that is started before this. */
+  static void give_up_reading_everything() {
+    prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
+    prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);
   }
 
   std::string log(const std::string& name) const { return logs + "/" + name; }
