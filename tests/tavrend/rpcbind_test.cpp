@@ -37,13 +37,6 @@ class DaemonsRegistration : public TavrendTest {
     std::filesystem::rename(moved + ".new", moved);
   }
 
-  /* Lets the daemon see what time it is: it waits by the kernel's clock, which nobody moves, unless somebody calls. */
-  void wake_it() const {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    connect_to_daemon(fd, where);
-    close(fd);
-  }
-
   const std::string moved = lab::value("LAB") + "/uptime";
   uint16_t where = 0;
 };
@@ -67,7 +60,6 @@ TEST_F(DaemonsRegistration, IsMadeAgainWithinFiveMinutesWhenRpcbindHasForgottenI
   end_rpcbind();
   begin_rpcbind();
   move_uptime_by(300);
-  wake_it();
   wait_until_registered();
   EXPECT_TRUE(is_in_the_system_log("the registration with rpcbind was lost"));
 }
@@ -78,7 +70,6 @@ TEST_F(DaemonsRegistration, IsMadeAgainWithinFiveMinutesWhenADeadDaemonOfAnother
            "until rpcinfo -p 127.0.0.1 | awk '$1 == 100171 {print $4}' | grep -qvx " + std::to_string(where) +
            "; do sleep 0.02; done; kill -9 $!");
   move_uptime_by(300);
-  wake_it();
   wait_until_registered();
 }
 
@@ -86,11 +77,9 @@ TEST_F(DaemonsRegistration, IsMadeAgainAfterALookWithoutRpcbind) {
   start_with_moved_uptime();
   end_rpcbind();
   move_uptime_by(300);
-  wake_it();
   wait_until("a message", [] { return is_in_the_system_log("there is no rpcbind to register with; trying again"); });
   begin_rpcbind();
   move_uptime_by(305);
-  wake_it();
   wait_until_registered();
 }
 
