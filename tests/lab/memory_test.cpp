@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <iostream>
 
@@ -17,13 +19,24 @@ class PeakMemory : public LabTest {
   static long of_sending(long size) {
     lab::run("openssl enc -aes-128-ctr -pass pass:x -nosalt -pbkdf2 </dev/zero 2>/dev/null | head -c " +
              std::to_string(size) + " >$LAB/file");
-    lab::run("printf %s \"$LAB_PASSWORD\" | " TAVREN_SEND
-             " -k $LAB/host_key.pub -p 0 $LAB_USER@$LAB_HOST:$LAB_ARCHIVE $LAB/file & sender=$!\n"
-             "while peak=$(sed -n 's/^VmPeak:[^0-9]*\\([0-9]*\\).*/\\1/p' /proc/$sender/status) && [ -n \"$peak\" ]\n"
-             "do echo $peak >$LAB/peak; sleep 0.01; done\n"
-             "wait $sender");
+    lab::run("printf %s \"$LAB_PASSWORD\" >$LAB/password");
+    const pid_t sender = fork();
+    if (sender == 0) {
+      execl("/bin/sh", "sh", "-c",
+            "exec " TAVREN_SEND " -k $LAB/host_key.pub -p 0 $LAB_USER@$LAB_HOST:$LAB_ARCHIVE $LAB/file <$LAB/password",
+            nullptr);
+      _exit(127);
+    }
+    int status = 0;
+    long peak = 0;
+    for (; waitpid(sender, &status, WNOHANG) == 0; usleep(10000)) {
+      const std::string now = read_file("/proc/" + std::to_string(sender) + "/status");
+      const size_t place = now.find("VmPeak:");
+      if (place != std::string::npos) peak = std::stol(now.substr(place + 7));
+    }
+    EXPECT_EQ(status, 0);
     lab::run("cmp $LAB/file $LAB_ARCHIVE/file");
-    return std::stol(read_file(lab::value("LAB") + "/peak"));
+    return peak;
   }
 };
 
