@@ -7,7 +7,30 @@
 
 namespace {
 
-class Daemon : public TavrendTest {};
+class Daemon : public TavrendTest {
+ protected:
+  /* How often its threads have waited for something, each in lines of its own. */
+  std::string waits() const {
+    std::string all;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(daemon) + "/task")) {
+      const std::string status = read_file(task.path().string() + "/status");
+      all += status.substr(status.find("voluntary_ctxt_switches"));
+    }
+    return all;
+  }
+
+  /* The next look at the registration is five minutes away. */
+  void expect_no_wakeup() const {
+    std::string before = waits();
+    wait_until("quiet", [&] {
+      usleep(300000);
+      const std::string now = waits();
+      return std::exchange(before, now) == now;
+    });
+    sleep(5);
+    EXPECT_EQ(waits(), before);
+  }
+};
 
 }  // namespace
 
@@ -454,27 +477,25 @@ TEST_F(Daemon, OutlivesAStateThatCannotBeWritten) {
   lab::change_machine("umount $LAB/state");
 }
 
-/* The next look at the registration is five minutes away. */
 TEST_F(Daemon, DoesNothingWhileNothingIsDue) {
   append("messages", "one\n");
   start("[messages]\nfollow = " + log("messages") + "\ninterval = 1d\n");
   ASSERT_EQ(set_config(), 0);
   ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
   expect_archived("messages", "one\n");
-  const auto switches = [this] {
-    std::string all;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(daemon) + "/task")) {
-      const std::string status = read_file(task.path().string() + "/status");
-      all += status.substr(status.find("voluntary_ctxt_switches"));
-    }
-    return all;
-  };
-  std::string before = switches();
-  wait_until("quiet", [&] {
-    usleep(300000);
-    const std::string now = switches();
-    return std::exchange(before, now) == now;
-  });
-  sleep(5);
-  EXPECT_EQ(switches(), before);
+  expect_no_wakeup();
+}
+
+TEST_F(Daemon, DoesNothingWhileItIsSwitchedOff) {
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, -1, false), 0);
+  expect_no_wakeup();
+}
+
+TEST_F(Daemon, DoesNothingWithoutAConfiguration) {
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
+  expect_no_wakeup();
 }

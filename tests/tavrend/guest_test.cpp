@@ -112,6 +112,19 @@ TEST_F(DaemonAsAGuest, ExplainsItsOptions) {
   }
 }
 
+TEST_F(DaemonAsAGuest, HasItsFilesInTheSystemsPlacesUnlessItIsToldOtherwise) {
+  lab::change_machine("mkdir -p /etc/tavren && mount -t tmpfs tmpfs /var/lib");
+  write_file("/etc/tavren/tavrend.conf", closed("a.*"));
+  daemon = fork();
+  if (daemon == 0) {
+    execl(TAVREND, TAVREND, nullptr);
+    _exit(127);
+  }
+  wait_until_registered();
+  EXPECT_NE(refusal_of(tavren_api_get_interval_table).find("LogTypeTask.closed"), std::string::npos);
+  EXPECT_TRUE(std::filesystem::exists("/var/lib/tavren/tavrend.db"));
+}
+
 TEST_F(DaemonAsAGuest, SaysWhichConfigurationFileIsMissing) {
   EXPECT_EQ(run("--config /no/such.conf --state " + state), 1);
   EXPECT_NE(said("err").find("/no/such.conf"), std::string::npos) << said("err");

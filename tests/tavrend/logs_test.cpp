@@ -164,6 +164,17 @@ TEST_F(DaemonsLog, CompressedWithWhatWasNotReadIsReportedWithItsBytes) {
   EXPECT_EQ(count(errors(), "messages (bytes 4 to 7), ecode=61"), 1U) << errors();
 }
 
+TEST_F(DaemonsLog, ThatCannotBeReadIsReportedAndArchivedOnceItCan) {
+  give_up_reading_everything();
+  append("messages", "one\n");
+  lab::run("chown 4711 " + log("messages") + " && chmod 0 " + log("messages"));
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  wait_until("an error", [this] { return count(errors(), log("messages") + ", ecode=13") > 0; });
+  lab::run("chmod 644 " + log("messages"));
+  expect_archived("messages", "one\n");
+}
+
 /* Nor is it sent from its beginning once it can be read again. */
 TEST_F(DaemonsLog, RotatedAndUnreadableForAWhileIsNotLost) {
   give_up_reading_everything();
