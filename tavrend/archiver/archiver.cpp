@@ -179,6 +179,7 @@ void Archiver::archive_section(const Work& work, const Section& section) {
     if (!resume(work, section)) return;
     if (section.follow.empty()) {
       archive_closed_files(work, section);
+      desk.with_store([](Store& store) { store.sync(); });
     } else {
       archive_growing_file(work, section);
     }
@@ -475,6 +476,10 @@ void Archiver::send_item(const Work& work, const Section& section, const OpenFil
   } else {
     send(file, intent.first, intent.length);
   }
-  desk.with_store([&](Store& store) { store.finish_item(intent); });
+  /* The intent of the next closed file is stored at once; what is compressed, or piece of a log, may be the last one.
+   */
+  const bool more_follows = !compressed && !intent.follows;
+  desk.with_store(
+      [&](Store& store) { more_follows ? store.finish_item_on_disk_later(intent) : store.finish_item(intent); });
   desk.count_archived(section.compartment);
 }

@@ -159,6 +159,8 @@ std::vector<Section> Desk::sections() {
 
 std::vector<ArchivedFile> Desk::archived_files(const std::string& section) {
   const Lock lock(mutex);
+  /* Who is told that a file is archived may remove it: no power cut may take that back. */
+  store.sync();
   return store.archived_files(section);
 }
 

@@ -7,6 +7,13 @@
 
 #include "store/store.h"
 
+namespace {
+
+constexpr char on_disk_now[] = "PRAGMA synchronous = FULL";
+constexpr char on_disk_later[] = "PRAGMA synchronous = NORMAL";
+
+}  // namespace
+
 Database::Database(const std::string& file) : path(file) {
   const mode_t old_umask = umask(077);
   const int result = sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
@@ -16,10 +23,8 @@ Database::Database(const std::string& file) : path(file) {
     /* SQLite falls back to reading alone. */
     if (sqlite3_db_readonly(handle, "main") != 0) throw StoreError(path + ": " + sqlite3_errstr(SQLITE_READONLY));
     sqlite3_extended_result_codes(handle, 1);
-    /* A power cut may come after any write: the journal's directory is synced, too. */
     run("PRAGMA locking_mode = EXCLUSIVE");
-    run("PRAGMA journal_mode = DELETE");
-    run("PRAGMA synchronous = EXTRA");
+    use_log();
     run("BEGIN EXCLUSIVE; COMMIT");
   } catch (...) {
     sqlite3_close_v2(handle);
@@ -30,6 +35,17 @@ Database::Database(const std::string& file) : path(file) {
 Database::~Database() {
   for (const auto& [sql, statement] : statements) sqlite3_finalize(statement);
   sqlite3_close_v2(handle);
+}
+
+/*
+ * With a write-ahead log one write to the disk makes a change permanent, where a rollback journal takes four. It is a
+ * file beside the database, which the last close empties into that and removes.
+ */
+void Database::use_log() {
+  auto mode = query("PRAGMA journal_mode = WAL");
+  mode.next();
+  if (mode.text(0) != "wal") throw StoreError(path + ": cannot have a write-ahead log");
+  run(on_disk_now);
 }
 
 void Database::fail() const { throw StoreError(path + ": " + sqlite3_errmsg(handle)); }
@@ -57,6 +73,31 @@ void Database::transaction(const std::function<void()>& change) {
     if (sqlite3_get_autocommit(handle) == 0) sqlite3_exec(handle, "ROLLBACK", nullptr, nullptr, nullptr);
     throw;
   }
+}
+
+void Database::transaction_on_disk_later(const std::function<void()>& change) {
+  run(on_disk_later);
+  is_synced = false;
+  try {
+    transaction(change);
+  } catch (...) {
+    run(on_disk_now);
+    throw;
+  }
+  run(on_disk_now);
+}
+
+/* The log goes to the disk as a whole, with any change: a number is written as it is. */
+void Database::sync() {
+  if (is_synced) return;
+  int64_t version = 0;
+  {
+    auto present = query("PRAGMA user_version");
+    present.next();
+    version = present.number(0);
+  }
+  run(("PRAGMA user_version = " + std::to_string(version)).c_str());
+  is_synced = true;
 }
 
 Database::Query::Query(Database& owner, sqlite3_stmt* prepared) : database(owner), statement(prepared) {}

@@ -57,11 +57,20 @@ class Database {
   /* Runs change as one transaction, which is on the disk when this returns, and has not taken place when it throws. */
   void transaction(const std::function<void()>& change);
 
+  /*
+   * The same, but it is on the disk together with the next transaction, or after sync: until then the end of this
+   * process leaves it, and a power cut takes it back.
+   */
+  void transaction_on_disk_later(const std::function<void()>& change);
+  void sync();
+
  private:
+  void use_log();
   [[noreturn]] void fail() const;
 
   std::string path;
   sqlite3* handle = nullptr;
+  bool is_synced = true;
   std::map<std::string, sqlite3_stmt*> statements;
 };
 

@@ -331,15 +331,23 @@ void Store::end_intent(const Intent& intent) {
   database->query("DELETE FROM intent WHERE section = ?").bind(intent.section).run();
 }
 
-void Store::finish_item(const Intent& intent) {
+void Store::note_finished(const Intent& intent) {
   const int64_t end = intent.first + intent.length;
   const bool is_whole = !intent.grows && end == intent.file.size;
-  database->transaction([&] {
-    write_progress(intent.section, {identity_of(intent.file), end, intent.file.size, intent.file.mtime_ns, is_whole});
-    if (is_whole) remember_file(intent.section, intent.file);
-    end_intent(intent);
-  });
+  write_progress(intent.section, {identity_of(intent.file), end, intent.file.size, intent.file.mtime_ns, is_whole});
+  if (is_whole) remember_file(intent.section, intent.file);
+  end_intent(intent);
 }
+
+void Store::finish_item(const Intent& intent) {
+  database->transaction([&] { note_finished(intent); });
+}
+
+void Store::finish_item_on_disk_later(const Intent& intent) {
+  database->transaction_on_disk_later([&] { note_finished(intent); });
+}
+
+void Store::sync() { database->sync(); }
 
 void Store::give_up_item(const Intent& intent) {
   database->transaction([&] { end_intent(intent); });

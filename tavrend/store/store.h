@@ -49,8 +49,9 @@ struct ArchivedSection {
  * What outlives the daemon: configuration, state, tunables, commands, intervals, stored errors, and what was archived.
  *
  * One SQLite database in a directory of its own (0700, the file 0600). Each function that changes something is one
- * transaction, on the disk when it returns. Used by one thread at a time. Throws StoreError when the database cannot be
- * opened, is damaged or of a newer version, or cannot be written: a change that throws has not taken place.
+ * transaction, on the disk when it returns, but for the one that says otherwise. Used by one thread at a time. Throws
+ * StoreError when the database cannot be opened, is damaged or of a newer version, or cannot be written: a change that
+ * throws has not taken place.
  */
 class Store {
  public:
@@ -103,6 +104,12 @@ class Store {
   std::optional<Intent> open_intent(const std::string& section);
   void begin_item(const Intent& intent, int64_t item_time_ms);
   void finish_item(const Intent& intent);
+  /*
+   * The same, but it is on the disk together with the next change, or after sync. A power cut before that makes the
+   * item one that is on its way again: it is sent once more under its name.
+   */
+  void finish_item_on_disk_later(const Intent& intent);
+  void sync();
   void give_up_item(const Intent& intent);
 
  private:
@@ -112,6 +119,7 @@ class Store {
   void write_progress(const std::string& section, const Progress& progress);
   void remember_file(const std::string& section, const LogFile& file);
   void end_intent(const Intent& intent);
+  void note_finished(const Intent& intent);
 
   std::unique_ptr<Database> database;
 };

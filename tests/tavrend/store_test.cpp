@@ -5,8 +5,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "support/files.h"
 #include "tavrend/store_fixture.h"
@@ -201,6 +203,15 @@ TEST_F(StoreTest, KnowsTheSectionsOfAllTimes) {
   EXPECT_EQ(sections[0].compartment, 0);
   EXPECT_EQ(sections[1].name, "messages");
   EXPECT_EQ(store->last_item_time("audit"), 77);
+}
+
+/* Whoever keeps a copy of that file has everything. */
+TEST_F(StoreTest, AfterItsEndIsOneFile) {
+  store->set_text("tunables", "a=b\n");
+  store.reset();
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(path)) names.push_back(entry.path().filename());
+  EXPECT_THAT(names, ElementsAre("tavrend.db"));
 }
 
 TEST_F(StoreTest, ThatAnotherProcessUsesIsRefused) { EXPECT_THAT(error_of_opening(), HasSubstr("database is locked")); }

@@ -10,7 +10,8 @@ tavrend_test(tavrend_renamed_files_tests tavrend/renamed_files_test.cpp TIMEOUT 
 tavrend_test(tavrend_desk_tests tavrend/desk_test.cpp)
 tavrend_test(tavrend_config_tests tavrend/config_test.cpp TOGETHER)
 target_compile_definitions(tavrend_config_tests PRIVATE SHIPPED_CONFIG="${PROJECT_SOURCE_DIR}/packaging/tavrend/tavrend.conf")
-tavrend_test(tavrend_store_tests tavrend/store_test.cpp tavrend/store_failures_test.cpp tavrend/archived_files_test.cpp)
+tavrend_test(tavrend_store_tests tavrend/store_test.cpp tavrend/store_failures_test.cpp tavrend/archived_files_test.cpp
+  tavrend/power_cut_test.cpp)
 
 # An emulator does not know the kernel's answers about sockets.
 if(NOT CMAKE_CROSSCOMPILING_EMULATOR)
