@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/resource.h>
@@ -51,6 +52,11 @@ class Compression : public testing::Test {
     return text;
   }
 
+  static long threads() {
+    const std::filesystem::directory_iterator all("/proc/self/task");
+    return std::distance(begin(all), end(all));
+  }
+
   const TemporaryDirectory directory;
 };
 
@@ -92,6 +98,36 @@ TEST_F(Compression, EndsBetweenTwoPiecesWhenItsCheckThrows) {
   EXPECT_THROW(compress(OpenFile("", path("log")), path("log"), 0, 1000000, directory.path(), cancel),
                std::runtime_error);
   EXPECT_EQ(checks, 3);
+}
+
+TEST_F(Compression, OfALongFileIsSharedByThreads) {
+  make(noise(1000000));
+  const long before = threads();
+  long most = 0;
+  compress(OpenFile("", path("log")), path("log"), 0, 1000000, directory.path(),
+           [&most] { most = std::max(most, threads()); });
+  EXPECT_GE(most, before + 2);
+}
+
+TEST_F(Compression, OfAShortFileNeedsNoThreads) {
+  make(noise(200000));
+  const long before = threads();
+  long most = 0;
+  compress(OpenFile("", path("log")), path("log"), 0, 200000, directory.path(),
+           [&most] { most = std::max(most, threads()); });
+  EXPECT_LE(most, before);
+}
+
+TEST_F(Compression, LeavesNoThreadBehindWhenItsCheckThrows) {
+  make(noise(1000000));
+  const long before = threads();
+  const auto cancel_later = [before] {
+    if (threads() > before) throw std::runtime_error("cancelled");
+  };
+  EXPECT_THROW(compress(OpenFile("", path("log")), path("log"), 0, 1000000, directory.path(), cancel_later),
+               std::runtime_error);
+  /* The kernel shows one for a moment after it was waited for; one that stays is met by the test's time limit. */
+  while (threads() > before) sched_yield();
 }
 
 TEST_F(Compression, LeavesNoNameBehind) {
