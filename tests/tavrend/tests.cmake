@@ -52,6 +52,13 @@ if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND (TAVREN_SLOW_TEST
   endfunction()
   starts_daemon_with(tavrend_clock_tests moved_clock)
 
+  # What they look at does not depend on the target, and scripts/faults has them try everything.
+  if(NOT TAVREN_SANITIZE)
+    tavrend_daemon_test(tavrend_crash_tests 7200 tavrend/crashes_test.cpp tavrend/traced_process.cpp
+      tavrend/watched_directory.cpp COST 700)
+    target_link_libraries(tavrend_crash_tests PRIVATE tavrend_rooms)
+  endif()
+
   # A sanitizer has memory of its own, takes longest with gigabytes, and stands in for the same functions.
   if(NOT TAVREN_SANITIZE)
     tavrend_daemon_test(tavrend_large_file_tests 700 tavrend/large_files_test.cpp)
