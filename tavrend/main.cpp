@@ -120,13 +120,7 @@ void work(const Options& options, const std::vector<Section>& sections, int sign
   archiving.join();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  tavren_set_program_name("tavrend");
-  const Options options = options_from(argc, argv);
-  const int signals = open_signals(); /* one that comes early is not lost, and ends nothing by itself */
-  openlog("tavrend", 0, LOG_DAEMON);
+int run(const Options& options, int signals) {
   char message[TAVREN_MESSAGE_SIZE];
   if (tavren_setup_tmp_dir("tavrend", message) != 0) return refuse(message);
   int status = 0;
@@ -137,6 +131,19 @@ int main(int argc, char** argv) {
     status = refuse(error.what());
   }
   tavren_cleanup_tmp_dir();
-  close(signals);
   return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  tavren_set_program_name("tavrend");
+  const int signals = open_signals(); /* one that comes early is not lost, and ends nothing by itself */
+  openlog("tavrend", 0, LOG_DAEMON);
+  try {
+    return run(options_from(argc, argv), signals);
+  } catch (const std::exception& error) {
+    /* Memory may run out also around the work. */
+    return refuse(error.what());
+  }
 }

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <sys/stat.h>
+#include <syslog.h>
 #include <time.h>
 
 #include <algorithm>
@@ -85,36 +86,49 @@ Archiver::Archiver(Desk& where, const std::string& temporary)
     : desk(where), directory(temporary), random(static_cast<unsigned>(now_ms())) {}
 
 void Archiver::run() {
-  for (;;) {
-    std::optional<TavrenError> failure;
-    bool of_session = true;
+  for (bool goes_on = true; goes_on;) {
     try {
-      const auto work = desk.wait_for_work();
-      if (!work) return;
-      archive(*work);
-      desk.work_is_done(*work);
-    } catch (const Cancelled&) {
-      /* What was on its way is taken up again. */
-    } catch (const NoSession& reason) {
-      failure = reason.error;
-    } catch (const TavrenError& error) {
-      failure = error;
-    } catch (const TavrenTimeout&) {
-      failure = TavrenError(TAVREN_E_COMMAND_TIMEOUT, "archive session", "");
-    } catch (const std::system_error& error) {
-      failure = error_of(error);
-      of_session = false;
+      goes_on = work_once();
     } catch (const std::exception& error) {
-      failure = error_of(error);
-      of_session = false;
+      /* Memory may run out in the report of a failure, too. */
+      syslog(LOG_ERR, "a failure could not be reported: %s", error.what());
+      open_session.reset();
+      desk.work_has_failed(0);
     }
-    open_session.reset();
-    if (!failure) continue;
-    /* Also one that broke behind its login. */
-    if (of_session) desk.set_connection(TAVREN_CONNECTION_FAILED, time(nullptr));
-    desk.report(*failure);
-    desk.work_has_failed(std::uniform_real_distribution<>(0, 1)(random));
   }
+}
+
+/* Does what is due next, and reports what fails of it as a whole. Returns whether there may be more. */
+bool Archiver::work_once() {
+  std::optional<TavrenError> failure;
+  bool of_session = true;
+  try {
+    const auto work = desk.wait_for_work();
+    if (!work) return false;
+    archive(*work);
+    desk.work_is_done(*work);
+  } catch (const Cancelled&) {
+    /* What was on its way is taken up again. */
+  } catch (const NoSession& reason) {
+    failure = reason.error;
+  } catch (const TavrenError& error) {
+    failure = error;
+  } catch (const TavrenTimeout&) {
+    failure = TavrenError(TAVREN_E_COMMAND_TIMEOUT, "archive session", "");
+  } catch (const std::system_error& error) {
+    failure = error_of(error);
+    of_session = false;
+  } catch (const std::exception& error) {
+    failure = error_of(error);
+    of_session = false;
+  }
+  open_session.reset();
+  if (!failure) return true;
+  /* Also one that broke behind its login. */
+  if (of_session) desk.set_connection(TAVREN_CONNECTION_FAILED, time(nullptr));
+  desk.report(*failure);
+  desk.work_has_failed(std::uniform_real_distribution<>(0, 1)(random));
+  return true;
 }
 
 /* Returns the session, opened when there is none: at the beginning, or where the last one broke. */

@@ -38,6 +38,7 @@ class Archiver {
     std::vector<UnreadableFile> unreadable; /* each may be one that is wanted */
   };
 
+  bool work_once();
   void archive(const Work& work);
   void keep_first_look(const Section& section);
   void measure(const Work& work);

@@ -79,8 +79,6 @@ int program_number() {
   return number;
 }
 
-rpcprog_t program() { return static_cast<rpcprog_t>(program_number()); }
-
 sockaddr_in own_address() {
   sockaddr_in ours{};
   socklen_t size = sizeof ours;
@@ -110,7 +108,8 @@ void limit_connections(std::vector<int>& callers) {
 
 }  // namespace
 
-Server::Server(Desk& desk) {
+/* Which program it is is found out once: at the end there may be no memory for it. */
+Server::Server(Desk& desk) : program(static_cast<rpcprog_t>(program_number())) {
   served_desk = &desk;
   int limit = largest_request;
   rpc_control(RPC_SVC_CONNMAXREC_SET, &limit);
@@ -121,18 +120,18 @@ Server::Server(Desk& desk) {
     throw ServerError("svc_vc_create failed");
   }
   /* Without a network nothing is registered: rpcbind is told without the RPC library, which would wait for it. */
-  if (svc_reg(transport, program(), TAVREN_RPC_VERS, dispatch, nullptr) == FALSE) throw ServerError("svc_reg failed");
+  if (svc_reg(transport, program, TAVREN_RPC_VERS, dispatch, nullptr) == FALSE) throw ServerError("svc_reg failed");
   register_with_rpcbind();
 }
 
 Server::~Server() {
-  Rpcbind(program(), TAVREN_RPC_VERS).unset();
+  Rpcbind(program, TAVREN_RPC_VERS).unset();
   svc_destroy(transport);
 }
 
 void Server::register_with_rpcbind() {
   const bool was_registered = is_registered;
-  Rpcbind rpcbind(program(), TAVREN_RPC_VERS);
+  Rpcbind rpcbind(program, TAVREN_RPC_VERS);
   if (!is_registered || !rpcbind.names(own_address())) {
     if (was_registered) syslog(LOG_WARNING, "the registration with rpcbind was lost");
     is_registered = rpcbind.set(own_address());

@@ -1,6 +1,8 @@
 #ifndef TAVREND_SERVICE_SERVER_H
 #define TAVREND_SERVICE_SERVER_H
 
+#include <rpc/rpc.h>
+
 #include <functional>
 #include <stdexcept>
 
@@ -30,6 +32,7 @@ class Server {
   void register_with_rpcbind();
   int milliseconds_to_next_look() const;
 
+  const rpcprog_t program;
   bool is_registered = false;
   bool was_missed = false; /* the system log says so */
   int64_t next_look_ms = 0;
