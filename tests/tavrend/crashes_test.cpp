@@ -1,7 +1,5 @@
 #include <errno.h>
 #include <signal.h>
-#include <stdlib.h>
-#include <string.h>
 
 #include <functional>
 #include <iostream>
@@ -11,6 +9,7 @@
 #include <utility>
 
 #include "tavrend/archiving_run.h"
+#include "tavrend/choice.h"
 #include "tavrend/traced_process.h"
 #include "tavrend/watched_directory.h"
 
@@ -19,24 +18,6 @@
  * is every byte once.
  */
 namespace {
-
-/* Which of all that could be tried: one of so many, another one in each run, or, with scripts/faults, each. */
-class Choice {
- public:
-  explicit Choice(long one_of)
-      : step(is_full() ? 1 : one_of), first(std::uniform_int_distribution<long>(0, step - 1)(device)) {}
-  bool takes(long number) const { return number % step == first; }
-
-  static bool is_full() {
-    const char* wanted = getenv("TAVREN_FAULTS");
-    return wanted != nullptr && strcmp(wanted, "full") == 0;
-  }
-
- private:
-  std::random_device device;
-  const long step;
-  const long first;
-};
 
 class CrashOfDaemon : public ArchivingRun {
  protected:

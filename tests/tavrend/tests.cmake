@@ -57,6 +57,13 @@ if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND (TAVREN_SLOW_TEST
     tavrend_daemon_test(tavrend_crash_tests 7200 tavrend/crashes_test.cpp tavrend/traced_process.cpp
       tavrend/watched_directory.cpp COST 700)
     target_link_libraries(tavrend_crash_tests PRIVATE tavrend_rooms)
+    tavrend_daemon_test(tavrend_fault_tests 14400 tavrend/faults_test.cpp faults/known_faults.cpp COST 700)
+    target_link_libraries(tavrend_fault_tests PRIVATE tavrend_rooms)
+    add_library(faulty_calls MODULE faults/known_faults.cpp faults/faults.cpp faults/preloaded.cpp)
+    target_include_directories(faulty_calls PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+    target_link_libraries(faulty_calls PRIVATE tirpc)
+    target_compile_definitions(tavrend_fault_tests PRIVATE FAULTY_CALLS="$<TARGET_FILE:faulty_calls>")
+    add_dependencies(tavrend_fault_tests faulty_calls)
   endif()
 
   # A sanitizer has memory of its own, takes longest with gigabytes, and stands in for the same functions.
