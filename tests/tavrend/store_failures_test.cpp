@@ -144,6 +144,22 @@ TEST_F(StoreFailure, OnADiskThatFillsUpTakesNoChangeAndKeepsTheOthers) {
             at + "/tavrend.db: database or disk is full");
 }
 
+/* The log beside the database counts, too. */
+TEST_F(StoreFailure, IsNoMatterOfManyItemsInASmallFileSystem) {
+  need_mounts();
+  const std::string at = directory.path("small");
+  mkdir(at.c_str(), 0700);
+  EXPECT_EQ(reason_in_child([&at] {
+              mount_small(at, 300);
+              Store small(at);
+              for (int i = 0; i < 200; ++i) {
+                small.begin_item(intent(), i);
+                small.finish_item_on_disk_later(intent());
+              }
+            }),
+            "none");
+}
+
 TEST_F(StoreFailure, WhoseFileMayNotGrowTakesNoChangeAndKeepsTheOthers) {
   store->set_text("commands", "kept");
   store.reset();
