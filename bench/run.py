@@ -233,6 +233,19 @@ def measure_callers(build):
     return rows
 
 
+def measure_idle(build):
+    """Has the daemon archive a file and then nothing for a minute; returns a row each for its wake-ups and its memory."""
+    logs = f"{build}/bench-idle"
+    os.makedirs(logs, exist_ok=True)
+    with open(f"{logs}/log.1", "w") as file:
+        file.write("one line\n")
+    program = ["env", f"LOGS={logs}"] + LAB + [f"{ROOT}/bench/beside-tavrend", build, f"{build}/bench/idle"]
+    wakeups, kib = (int(value) for value in run(program).split())
+    return [{"line": "idle", "what": "tavrend, nothing due: wake-ups", "unit": "a minute", "median": wakeups, "goal": "0",
+             "verdict": VERDICTS[wakeups == 0]},
+            {"line": "idle", "what": "tavrend, nothing due: memory", "unit": "KiB", "median": kib}]
+
+
 def log_lines(draw):
     """Generates lines as a service processor's system log has them: few forms, many numbers."""
     forms = ["sshd[{pid}]: Accepted publickey for admin from 10.{a}.{b}.{c} port {port} ssh2",
@@ -371,7 +384,7 @@ def main():
     wanted = [argument for argument in arguments if argument != "--write-docs"]
     steps = [(line.name, lambda build, line=line: measure(line, build)) for line in LINES]
     steps += [(line.name, lambda build, line=line: measure_archiving(line, build)) for line in ARCHIVING]
-    steps += [("callers", measure_callers), ("memory", measure_sizes), ("size", measure_libraries)]
+    steps += [("callers", measure_callers), ("idle", measure_idle), ("memory", measure_sizes), ("size", measure_libraries)]
     unknown = set(wanted) - {name for name, _ in steps}
     if unknown or (docs and wanted):
         sys.exit("lines: " + " ".join(name for name, _ in steps) + "\n--write-docs wants all of them")
