@@ -166,6 +166,8 @@ FAILS(int, "sqlite3_bind_blob64", faulty_sqlite3_bind_blob, sqlite_no_memory,
 FAILS(void*, "ZSTD_createCCtx", faulty_zstd_create, nullptr, (), ())
 FAILS(size_t, "ZSTD_CCtx_setParameter", faulty_zstd_set, zstd_unsupported, (void* context, int parameter, int value),
       (context, parameter, value))
+FAILS(size_t, "ZSTD_CCtx_setPledgedSrcSize", faulty_zstd_pledge, zstd_unsupported,
+      (void* context, unsigned long long size), (context, size))
 FAILS(size_t, "ZSTD_compressStream2", faulty_zstd_compress, zstd_no_memory,
       (void* context, void* output, void* input, int operation), (context, output, input, operation))
 

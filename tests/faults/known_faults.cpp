@@ -24,6 +24,7 @@ std::atomic<long>* count_of(const char* function) {
 
 const std::vector<Fault> all = {
     {"ZSTD_CCtx_setParameter", "fails", EINVAL},
+    {"ZSTD_CCtx_setPledgedSrcSize", "fails", EINVAL},
     {"ZSTD_compressStream2", "fails", ENOMEM},
     {"ZSTD_createCCtx", "fails", ENOMEM},
     {"__getdelim", "fails", EIO},
