@@ -322,6 +322,7 @@ void Archiver::archive_growing_file(const Work& work, const Section& section) {
   if (!around) return; /* rotated without end; the next run looks again */
   for (const UnreadableFile& file : around->beside.unreadable) desk.report(error_of(file));
   const Progress progress = begin_look(section, *around);
+  if (!archive_late_ends(work, section, around->beside.files)) return;
   const auto known = desk.with_store([&](Store& store) { return store.known_files(section.name); });
   const auto plan = plan_growing_file(section.follow, progress, around->present, around->beside.files, known);
   /* What is only not readable is not lost: it waits, and what comes behind it, too. */
@@ -342,6 +343,16 @@ void Archiver::archive_growing_file(const Work& work, const Section& section) {
     waiting -= pieces_of(stretch);
   }
   desk.set_waiting(section, waiting);
+}
+
+/* What comes behind them waits when one of them fails. */
+bool Archiver::archive_late_ends(const Work& work, const Section& section, const std::vector<LogFile>& beside) {
+  const auto known = desk.with_store([&](Store& store) { return store.archived_files(section.name); });
+  const auto late = plan_late_ends(beside, known);
+  return std::all_of(late.begin(), late.end(), [&](const Stretch& stretch) {
+    desk.set_waiting(section, pieces_of(stretch));
+    return archive_pieces(work, section, stretch).has_value();
+  });
 }
 
 /* Notes which files beside a log are none of its business. Returns how far the log is archived. */
@@ -376,20 +387,26 @@ void Archiver::give_up_lost(const Section& section, const Progress& progress, co
   });
 }
 
-bool Archiver::archive_stretch(const Work& work, const Section& section, const Stretch& stretch) {
+/* Returns up to where the stretch is archived; nothing where it cannot go on. */
+std::optional<int64_t> Archiver::archive_pieces(const Work& work, const Section& section, const Stretch& stretch) {
   const OpenFile file(prefix, stretch.file.path);
-  if (!file.is_open() || !is_same_file(identity_of(stretch.file), describe(file, stretch.file.path))) return false;
+  if (!file.is_open() || !is_same_file(identity_of(stretch.file), describe(file, stretch.file.path))) return {};
   int64_t first = stretch.first;
   const auto newline = [&](int64_t from, int64_t end) { return last_newline(file, stretch.file.path, from, end); };
   for (;;) {
     const int64_t end = end_of_piece(stretch, first, newline);
-    if (end == first) break;
+    if (end == first) return end;
     const Intent intent{section.name, "", stretch.file, true, stretch.grows, first, end - first};
-    if (!archive_range(work, section, file, intent)) return false;
+    if (!archive_range(work, section, file, intent)) return {};
     first = end;
   }
-  const bool is_whole = !stretch.grows && first == stretch.end;
-  const Progress now{identity_of(stretch.file), first, stretch.file.size, stretch.file.mtime_ns, is_whole};
+}
+
+bool Archiver::archive_stretch(const Work& work, const Section& section, const Stretch& stretch) {
+  const auto end = archive_pieces(work, section, stretch);
+  if (!end) return false;
+  const bool is_whole = !stretch.grows && *end == stretch.end;
+  const Progress now{identity_of(stretch.file), *end, stretch.file.size, stretch.file.mtime_ns, is_whole};
   const std::vector<LogFile> known = is_whole ? std::vector<LogFile>{stretch.file} : std::vector<LogFile>{};
   desk.with_store([&](Store& store) { store.note_look(section.name, now, known); });
   return true;

@@ -45,6 +45,8 @@ class Archiver {
   void archive_section(const Work& work, const Section& section);
   void archive_closed_files(const Work& work, const Section& section);
   void archive_growing_file(const Work& work, const Section& section);
+  bool archive_late_ends(const Work& work, const Section& section, const std::vector<LogFile>& beside);
+  std::optional<int64_t> archive_pieces(const Work& work, const Section& section, const Stretch& stretch);
   bool archive_stretch(const Work& work, const Section& section, const Stretch& stretch);
   bool resume(const Work& work, const Section& section);
   std::vector<ClosedFile> waiting_files(const Section& section);

@@ -164,6 +164,17 @@ std::vector<Stretch> plan_growing_file(const std::string& path, const std::optio
   return plan;
 }
 
+std::vector<Stretch> plan_late_ends(const std::vector<LogFile>& beside, const std::vector<ArchivedFile>& known) {
+  std::vector<Stretch> plan;
+  for (const LogFile& file : beside) {
+    const auto is_it = [&file](const ArchivedFile& k) { return is_same_file(k.identity, file); };
+    const auto it = std::find_if(known.begin(), known.end(), is_it);
+    if (it == known.end() || is_compressed(file)) continue;
+    if (it->size < file.size) plan.push_back(rest_of(file, it->size, false));
+  }
+  return plan;
+}
+
 int64_t end_of_piece(const Stretch& stretch, int64_t first,
                      const std::function<int64_t(int64_t first, int64_t end)>& last_newline) {
   const int64_t end = std::min(stretch.end, first + longest_piece);

@@ -44,6 +44,12 @@ std::vector<Stretch> plan_growing_file(const std::string& path, const std::optio
                                        const std::optional<LogFile>& present, std::vector<LogFile> beside,
                                        const std::vector<Identity>& known);
 
+/*
+ * Returns what was written to rotated files, which are beside, after they were archived whole or passed over: of a
+ * service with several processes one may still write there while another has the new log.
+ */
+std::vector<Stretch> plan_late_ends(const std::vector<LogFile>& beside, const std::vector<ArchivedFile>& known);
+
 /* How far a log is archived when it is looked at for the first time. */
 Progress progress_at_first(const std::optional<LogFile>& present);
 

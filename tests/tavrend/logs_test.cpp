@@ -115,6 +115,25 @@ TEST_F(DaemonsLog, ThatIsWrittenUnderItsNewNameForAWhileIsSentWhole) {
   EXPECT_EQ(errors(), "");
 }
 
+/* One process of a service may have the old log for a while longer than another. */
+TEST_F(DaemonsLog, ThatIsWrittenUnderItsNewNameBesideTheNewOneIsSentWhole) {
+  archive_a_first_line();
+  lab::run("mv " + log("messages") + " " + log("messages.1"));
+  append("messages", "two\n");
+  expect_archived("messages", "one\ntwo\n");
+  append("messages.1", "three\n");
+  expect_archived("messages", "one\ntwo\nthree\n");
+  append("messages", "four\n");
+  expect_archived("messages", "one\ntwo\nthree\nfour\n");
+  stop(SIGKILL);
+  lab::run("cd " + logs + " && mv messages.1 messages.2 && mv messages messages.1");
+  append("messages.2", "five\n");
+  append("messages", "six\n");
+  start_again();
+  expect_archived("messages", "one\ntwo\nthree\nfour\nfive\nsix\n");
+  EXPECT_EQ(errors(), "");
+}
+
 TEST_F(DaemonsLog, OnlyCompressedBesideIsReportedOnce) {
   archive_a_first_line();
   /* Rotated twice, and the second one is compressed; nothing new is there for some runs. */

@@ -247,6 +247,15 @@ TEST(GrowingFile, RotatedByRenameIsFinishedFirst) {
             "m.1:4-7 m:0-6+");
 }
 
+TEST(GrowingFile, IsAlsoWhatWasWrittenToKnownFilesBesideIt) {
+  const std::vector<ArchivedFile> known = {archived(file("m.1", 1, "one\n", 10)), archived(file("m.2", 2, "two\n", 5)),
+                                           archived(file("m.3", 3, "\x1F\x8B one", 4))};
+  EXPECT_EQ(words_of(plan_late_ends({file("m.1", 1, "one\nlate\n", 20), file("m.2", 2, "two\n", 5)}, known)),
+            "m.1:4-9");
+  EXPECT_EQ(words_of(plan_late_ends({file("m.1", 4, "one\nlate\n", 20), file("m.2", 2, "two", 5)}, known)), "");
+  EXPECT_EQ(words_of(plan_late_ends({file("m.3", 3, "\x1F\x8B one and more", 20)}, known)), "");
+}
+
 TEST(GrowingFile, RotatedByCopyAndTruncationIsFinishedFirst) {
   const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
   EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "thr", 30), {file("m.1", 7, "one\ntwo\n", 20)}, {})),
