@@ -73,6 +73,10 @@ int64_t size_of(const OpenFile& file) {
   return fstat(file.descriptor(), &status) == 0 ? status.st_size : 0;
 }
 
+/* Of files that are sent in some milliseconds each. */
+constexpr size_t most_together = 16;
+constexpr int64_t most_bytes_together = 65536; /* of each */
+
 /* Returns where to go on in a closed file of which some parts are archived, 0 in others. */
 int64_t begun_at(const std::optional<Progress>& begun, const ClosedFile& file) {
   const bool is_it =
@@ -205,21 +209,27 @@ void Archiver::archive_section(const Work& work, const Section& section) {
 }
 
 /*
- * Carries out an item that was on its way when the daemon or its session ended, under the same name. Returns whether
- * the section can go on.
+ * Carries out the items that were on their way when the daemon or its session ended, under the same names. Returns
+ * whether the section can go on.
  */
 bool Archiver::resume(const Work& work, const Section& section) {
-  const auto intent = desk.with_store([&](Store& store) { return store.open_intent(section.name); });
-  if (!intent) return true;
-  const Identity identity = identity_of(intent->file);
+  const auto next = [&] { return desk.with_store([&](Store& store) { return store.open_intent(section.name); }); };
+  for (auto intent = next(); intent; intent = next()) {
+    if (!resume_item(work, section, *intent)) return false;
+  }
+  return true;
+}
+
+bool Archiver::resume_item(const Work& work, const Section& section, const Intent& intent) {
+  const Identity identity = identity_of(intent.file);
   const auto is_it = [&](const LogFile& file) {
-    if (intent->follows) return is_same_file(identity, file) && file.size >= intent->first + intent->length;
-    return is_archived({identity, intent->file.size, intent->file.mtime_ns}, file);
+    if (intent.follows) return is_same_file(identity, file) && file.size >= intent.first + intent.length;
+    return is_archived({identity, intent.file.size, intent.file.mtime_ns}, file);
   };
-  if (const auto file = find_again(section, intent->file.path, is_it)) {
+  if (const auto file = find_again(section, intent.file.path, is_it)) {
     /* What has arrived of it would count against the room that it gets. */
-    if (work.config.space_limit[section.compartment] != no_space_limit) remove_item(work, intent->remote_path);
-    return try_item(work, section, file->open, *intent, false);
+    if (work.config.space_limit[section.compartment] != no_space_limit) remove_item(work, intent.remote_path);
+    return try_item(work, section, file->open, intent, false);
   }
   const Places now = places_of(section, [&identity](const LogFile& file) { return is_same_file(identity, file); });
   /* What is only not readable waits, and what has arrived of it, too. */
@@ -227,8 +237,8 @@ bool Archiver::resume(const Work& work, const Section& section) {
     if (may_be_among({file}, prefix, inode_of(identity))) throw UnreadableFile(file);
   }
   /* What is planned anew says what was lost of a log. */
-  if (!intent->follows) report_if_gone(now, intent->file.path);
-  take_back_item(work, section);
+  if (!intent.follows) report_if_gone(now, intent.file.path);
+  take_back_item(work, section, intent);
   return true;
 }
 
@@ -293,9 +303,17 @@ void Archiver::archive_closed_files(const Work& work, const Section& section) {
   /* What was begun is ended first: of one file only it is remembered how far it is archived. */
   std::stable_partition(files.begin(), files.end(), [&begun](const ClosedFile& f) { return begun_at(begun, f) != 0; });
   int32_t waiting = static_cast<int32_t>(files.size());
+  Begun together;
   for (const ClosedFile& file : files) {
     desk.set_waiting(section, waiting);
     const int64_t first = begun_at(begun, file);
+    if (together.empty() && first == 0) {
+      together = begin_together(work, section, &file, files.data() + files.size());
+    }
+    if (!together.empty()) {
+      if (archive_begun(work, section, file, together)) --waiting;
+      continue;
+    }
     try {
       const auto is_it = [&file](const LogFile& other) { return is_archived(file.as, other); };
       if (const auto found = find_again(section, file.path, is_it)) {
@@ -315,6 +333,42 @@ void Archiver::archive_closed_files(const Work& work, const Section& section) {
     }
   }
   desk.set_waiting(section, waiting);
+}
+
+/*
+ * Stores the intents of several small files at once, from first on: to wait for the disk is much beside the time that
+ * one of them takes. Returns none where there is nothing to win, or where one item may make another one go.
+ */
+Archiver::Begun Archiver::begin_together(const Work& work, const Section& section, const ClosedFile* first,
+                                         const ClosedFile* last) {
+  std::vector<Intent> intents;
+  if (section.compress || work.config.space_limit[section.compartment] != no_space_limit) return {};
+  int64_t time_ms = desk.with_store([&](Store& store) { return store.last_item_time(section.name); });
+  for (; first != last && first->as.size <= most_bytes_together && intents.size() < most_together; ++first) {
+    const auto is_it = [first](const LogFile& other) { return is_archived(first->as, other); };
+    const auto found = find_again(section, first->path, is_it);
+    if (!found) break; /* which is found out once more when its turn comes */
+    time_ms = next_item_time(now_ms(), time_ms);
+    const std::string name = item_path(section.name, time_ms, base_of(first->path), false);
+    intents.push_back({section.name, name, found->now, false, false, 0, first->as.size});
+  }
+  if (intents.empty()) return {};
+  session(work); /* nothing is on its way where there is none */
+  desk.with_store([&](Store& store) { store.begin_items(intents, time_ms); });
+  return {intents.begin(), intents.end()};
+}
+
+/* Archives the first of those that were begun together. Returns whether it waits no more. */
+bool Archiver::archive_begun(const Work& work, const Section& section, const ClosedFile& file, Begun& begun) {
+  const Intent intent = begun.front();
+  begun.pop_front();
+  const auto is_it = [&file](const LogFile& other) { return is_archived(file.as, other); };
+  if (const auto found = find_again(section, file.path, is_it)) {
+    return try_item(work, section, found->open, intent, false);
+  }
+  report_if_gone(section, file.path, file.as.identity);
+  desk.with_store([&](Store& store) { store.give_up_item(intent); });
+  return true;
 }
 
 void Archiver::archive_growing_file(const Work& work, const Section& section) {
@@ -444,7 +498,7 @@ bool Archiver::try_item(const Work& work, const Section& section, const OpenFile
     failure = error;
   }
   if (failure) desk.report(*failure);
-  take_back_item(work, section);
+  take_back_item(work, section, intent);
   return false;
 }
 
@@ -459,8 +513,12 @@ void Archiver::remove_item(const Work& work, const std::string& remote_path) {
 }
 
 /* Removes what there is of an item that failed: the next one of its section takes the place of its intent. */
-void Archiver::take_back_item(const Work& work, const Section& section) {
-  const auto intent = desk.with_store([&](Store& store) { return store.open_intent(section.name); });
+void Archiver::take_back_item(const Work& work, const Section& section, const Intent& planned) {
+  std::optional<Intent> intent = planned;
+  /* One that has no name yet is the only one of its section, if it was begun at all. */
+  if (planned.remote_path.empty()) {
+    intent = desk.with_store([&](Store& store) { return store.open_intent(section.name); });
+  }
   if (!intent) return;
   open_session.reset(); /* the transfer has it */
   remove_item(work, intent->remote_path);
@@ -493,7 +551,7 @@ void Archiver::send_item(const Work& work, const Section& section, const OpenFil
   };
   const auto send = [&](const OpenFile& payload, int64_t first, int64_t bytes) {
     open.make_room(section.compartment, bytes, intent.remote_path);
-    desk.with_store([&](Store& store) { store.begin_item(intent, time_ms); });
+    if (is_new) desk.with_store([&](Store& store) { store.begin_item(intent, time_ms); });
     try {
       open.send(payload, intent.file.path, first, bytes, intent.remote_path, section.compartment, check);
     } catch (const TavrenTimeout&) {

@@ -1,6 +1,7 @@
 #ifndef TAVREND_ARCHIVER_ARCHIVER_H
 #define TAVREND_ARCHIVER_ARCHIVER_H
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -44,11 +45,15 @@ class Archiver {
   void measure(const Work& work);
   void archive_section(const Work& work, const Section& section);
   void archive_closed_files(const Work& work, const Section& section);
+  using Begun = std::deque<Intent>;
+  Begun begin_together(const Work& work, const Section& section, const ClosedFile* first, const ClosedFile* last);
+  bool archive_begun(const Work& work, const Section& section, const ClosedFile& file, Begun& begun);
   void archive_growing_file(const Work& work, const Section& section);
   bool archive_late_ends(const Work& work, const Section& section, const std::vector<LogFile>& beside);
   std::optional<int64_t> archive_pieces(const Work& work, const Section& section, const Stretch& stretch);
   bool archive_stretch(const Work& work, const Section& section, const Stretch& stretch);
   bool resume(const Work& work, const Section& section);
+  bool resume_item(const Work& work, const Section& section, const Intent& intent);
   std::vector<ClosedFile> waiting_files(const Section& section);
   Places places_of(const Section& section, const Wanted& is_wanted);
   std::optional<FoundAgain> find_again(const Section& section, const std::string& path, const Wanted& is_it);
@@ -57,7 +62,7 @@ class Archiver {
   bool try_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent, bool is_new);
   std::optional<Progress> known_progress(Store& store, const Section& section) const;
   void remove_item(const Work& work, const std::string& remote_path);
-  void take_back_item(const Work& work, const Section& section);
+  void take_back_item(const Work& work, const Section& section, const Intent& planned);
   void send_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent, bool is_new);
   Progress begin_look(const Section& section, const Surroundings& around);
   void give_up_lost(const Section& section, const Progress& progress, const Stretch& stretch);

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int schema_version = 1;
+constexpr int schema_version = 2;
 constexpr int most_errors = 100;
 constexpr int64_t week_ms = int64_t{7} * 24 * 3600 * 1000;
 
@@ -27,11 +27,17 @@ constexpr char schema[] =
     "CREATE INDEX archived_section ON archived (section);"
     "CREATE TABLE progress (section BLOB PRIMARY KEY, device INTEGER NOT NULL, inode INTEGER NOT NULL,"
     " head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, offset INTEGER NOT NULL, seen INTEGER NOT NULL,"
-    " mtime_ns INTEGER NOT NULL, finished INTEGER NOT NULL) WITHOUT ROWID;"
-    "CREATE TABLE intent (section BLOB PRIMARY KEY, remote_path BLOB NOT NULL, path BLOB NOT NULL,"
+    " mtime_ns INTEGER NOT NULL, finished INTEGER NOT NULL) WITHOUT ROWID;";
+
+constexpr char intent_schema[] =
+    "CREATE TABLE intent (section BLOB NOT NULL, remote_path BLOB NOT NULL, path BLOB NOT NULL,"
     " device INTEGER NOT NULL, inode INTEGER NOT NULL, size INTEGER NOT NULL, mtime_ns INTEGER NOT NULL,"
     " head BLOB NOT NULL, follows INTEGER NOT NULL, grows INTEGER NOT NULL, first INTEGER NOT NULL,"
-    " length INTEGER NOT NULL) WITHOUT ROWID;";
+    " length INTEGER NOT NULL, PRIMARY KEY (section, remote_path)) WITHOUT ROWID;";
+
+/* The first version knew one intent of a section. */
+constexpr char leave_first_version[] = "ALTER TABLE intent RENAME TO old_intent";
+constexpr char take_intents[] = "INSERT INTO intent SELECT * FROM old_intent; DROP TABLE old_intent";
 
 /* The directory is made when it is not there; one that is there is the administrator's. */
 void make_directory(const std::string& directory) {
@@ -39,18 +45,29 @@ void make_directory(const std::string& directory) {
   throw StoreError(directory + ": " + strerror(errno));
 }
 
-void check(Database& database, const std::string& directory) {
+int64_t version_of(Database& database) {
   auto version = database.query("PRAGMA user_version");
   version.next();
-  const int64_t found = version.number(0);
-  if (found > schema_version) throw StoreError(directory + "/tavrend.db: written by a newer version of this program");
-  /* Not the quick check: rows that an index has lost would be archived again. */
+  return version.number(0);
+}
+
+/* Not the quick check: rows that an index has lost would be archived again. */
+std::string damage_of(Database& database) {
   auto damage = database.query("PRAGMA integrity_check(1)");
-  if (!damage.next() || damage.text(0) != "ok") throw StoreError(directory + "/tavrend.db: damaged: " + damage.text(0));
+  return damage.next() ? damage.text(0) : "";
+}
+
+void check(Database& database, const std::string& directory) {
+  const int64_t found = version_of(database);
+  if (found > schema_version) throw StoreError(directory + "/tavrend.db: written by a newer version of this program");
+  const std::string damage = damage_of(database);
+  if (damage != "ok") throw StoreError(directory + "/tavrend.db: damaged: " + damage);
   if (found == schema_version) return;
-  database.transaction([&database] {
-    database.run(schema);
-    database.run("PRAGMA user_version = 1");
+  database.transaction([&database, found] {
+    database.run(found == 0 ? schema : leave_first_version);
+    database.run(intent_schema);
+    if (found == 1) database.run(take_intents);
+    database.run("PRAGMA user_version = 2");
   });
 }
 
@@ -287,7 +304,7 @@ int64_t Store::last_item_time(const std::string& section) {
 std::optional<Intent> Store::open_intent(const std::string& section) {
   auto query = database->query(
       "SELECT remote_path, path, device, inode, size, mtime_ns, head, follows, grows, first, length FROM intent"
-      " WHERE section = ?");
+      " WHERE section = ? ORDER BY remote_path LIMIT 1");
   query.bind(section);
   if (!query.next()) return std::nullopt;
   const LogFile file{query.text(1),
@@ -300,24 +317,33 @@ std::optional<Intent> Store::open_intent(const std::string& section) {
                 query.number(9), query.number(10)};
 }
 
-void Store::begin_item(const Intent& intent, int64_t item_time_ms) {
+void Store::begin_item(const Intent& intent, int64_t item_time_ms) { begin_items({intent}, item_time_ms); }
+
+void Store::begin_items(const std::vector<Intent>& intents, int64_t item_time_ms) {
   database->transaction([&] {
-    database->query("INSERT OR REPLACE INTO intent VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
-        .bind(intent.section)
-        .bind(intent.remote_path)
-        .bind(intent.file.path)
-        .bind(static_cast<int64_t>(intent.file.device))
-        .bind(static_cast<int64_t>(intent.file.inode))
-        .bind(intent.file.size)
-        .bind(intent.file.mtime_ns)
-        .bind(intent.file.head)
-        .bind(int64_t{intent.follows})
-        .bind(int64_t{intent.grows})
-        .bind(intent.first)
-        .bind(intent.length)
+    for (const Intent& intent : intents) write_intent(intent);
+    database->query("UPDATE section SET last_item_ms = ? WHERE name = ?")
+        .bind(item_time_ms)
+        .bind(intents.front().section)
         .run();
-    database->query("UPDATE section SET last_item_ms = ? WHERE name = ?").bind(item_time_ms).bind(intent.section).run();
   });
+}
+
+void Store::write_intent(const Intent& intent) {
+  database->query("INSERT OR REPLACE INTO intent VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
+      .bind(intent.section)
+      .bind(intent.remote_path)
+      .bind(intent.file.path)
+      .bind(static_cast<int64_t>(intent.file.device))
+      .bind(static_cast<int64_t>(intent.file.inode))
+      .bind(intent.file.size)
+      .bind(intent.file.mtime_ns)
+      .bind(intent.file.head)
+      .bind(int64_t{intent.follows})
+      .bind(int64_t{intent.grows})
+      .bind(intent.first)
+      .bind(intent.length)
+      .run();
 }
 
 void Store::remember_file(const std::string& section, const LogFile& file) {
@@ -328,7 +354,10 @@ void Store::remember_file(const std::string& section, const LogFile& file) {
 }
 
 void Store::end_intent(const Intent& intent) {
-  database->query("DELETE FROM intent WHERE section = ?").bind(intent.section).run();
+  database->query("DELETE FROM intent WHERE section = ? AND remote_path = ?")
+      .bind(intent.section)
+      .bind(intent.remote_path)
+      .run();
 }
 
 /* Returns whether intent is about what was written to a rotated file behind that as which it was known. */

@@ -100,9 +100,14 @@ class Store {
   /* The time of a section's last item, in milliseconds since the epoch; 0: none yet. */
   int64_t last_item_time(const std::string& section);
 
-  /* An item's life: it is stored before it is sent, and done after the far side's last answer, or given up. */
+  /*
+   * An item's life: it is stored before it is sent, and done after the far side's last answer, or given up. Of a
+   * section's open intents the first one is told.
+   */
   std::optional<Intent> open_intent(const std::string& section);
   void begin_item(const Intent& intent, int64_t item_time_ms);
+  /* Several items of one section, the last of them with that time. */
+  void begin_items(const std::vector<Intent>& intents, int64_t item_time_ms);
   void finish_item(const Intent& intent);
   /*
    * The same, but it is on the disk together with the next change, or after sync. A power cut before that makes the
@@ -116,6 +121,7 @@ class Store {
   void set_config_now(const ArchiveConfig& config);
   void set_number(const char* name, int64_t value);
   int64_t number(const char* name);
+  void write_intent(const Intent& intent);
   void write_progress(const std::string& section, const Progress& progress);
   void remember_file(const std::string& section, const LogFile& file);
   void end_intent(const Intent& intent);

@@ -127,6 +127,37 @@ TEST_F(StoreTest, KeepsAnIntentUntilTheItemIsDone) {
   EXPECT_TRUE(is_archived(store->archived_files("audit")[0], file()));
 }
 
+TEST_F(StoreTest, KeepsTheIntentsOfSeveralItemsThatWereBegunTogether) {
+  Intent second = intent();
+  second.remote_path += ".2";
+  store->add_section({"audit", 0});
+  store->begin_items({intent(), second}, 4711);
+  reopen();
+  EXPECT_EQ(store->last_item_time("audit"), 4711);
+  EXPECT_EQ(store->open_intent("audit")->remote_path, intent().remote_path);
+  store->finish_item(intent());
+  EXPECT_EQ(store->open_intent("audit")->remote_path, second.remote_path);
+  store->give_up_item(second);
+  EXPECT_FALSE(store->open_intent("audit"));
+}
+
+TEST_F(StoreTest, OfTheFirstVersionKeepsItsIntents) {
+  store->begin_item(intent(), 4711);
+  store.reset();
+  run("ALTER TABLE intent RENAME TO new_intent;"
+      "CREATE TABLE intent (section BLOB PRIMARY KEY, remote_path BLOB NOT NULL, path BLOB NOT NULL,"
+      " device INTEGER NOT NULL, inode INTEGER NOT NULL, size INTEGER NOT NULL, mtime_ns INTEGER NOT NULL,"
+      " head BLOB NOT NULL, follows INTEGER NOT NULL, grows INTEGER NOT NULL, first INTEGER NOT NULL,"
+      " length INTEGER NOT NULL) WITHOUT ROWID;"
+      "INSERT INTO intent SELECT * FROM new_intent; DROP TABLE new_intent; PRAGMA user_version = 1");
+  reopen();
+  Intent second = intent();
+  second.remote_path += ".2";
+  store->begin_item(second, 4712);
+  ASSERT_TRUE(store->open_intent("audit"));
+  EXPECT_EQ(store->open_intent("audit")->remote_path, intent().remote_path);
+}
+
 TEST_F(StoreTest, OfAPartOfAFileKnowsHowFarItCame) {
   store->begin_item(intent(0, 4), 1);
   store->finish_item(intent(0, 4));
@@ -218,7 +249,7 @@ TEST_F(StoreTest, ThatAnotherProcessUsesIsRefused) { EXPECT_THAT(error_of_openin
 
 TEST_F(StoreTest, OfANewerVersionIsRefusedAndKept) {
   store.reset();
-  run("PRAGMA user_version = 2");
+  run("PRAGMA user_version = 3");
   const std::string before = read_file(database);
   EXPECT_EQ(error_of_opening(), database + ": written by a newer version of this program");
   EXPECT_EQ(read_file(database), before);

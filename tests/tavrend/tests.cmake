@@ -31,7 +31,8 @@ if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND (TAVREN_SLOW_TEST
     add_dependencies(${name} tavrend tavren_ctl hodra-put)
   endfunction()
   tavrend_daemon_test(tavrend_tests 180 tavrend/daemon_test.cpp tavrend/procedures_test.cpp tavrend/callers_test.cpp
-    tavrend/archive_test.cpp tavrend/failures_test.cpp tavrend/guest_test.cpp tavrend/rotated_logs_test.cpp tavrend/set_up_test.cpp)
+    tavrend/archive_test.cpp tavrend/failures_test.cpp tavrend/guest_test.cpp tavrend/rotated_logs_test.cpp tavrend/set_up_test.cpp
+    tavrend/together_test.cpp)
   # Many more kills, when scripts/endurance asks for them.
   tavrend_daemon_test(tavrend_every_byte_tests 1800 tavrend/every_byte_test.cpp)
   tavrend_daemon_test(tavrend_outage_tests 180 tavrend/outages_test.cpp)
