@@ -15,12 +15,11 @@ constexpr char on_disk_now[] = "PRAGMA synchronous = FULL";
 constexpr char on_disk_later[] = "PRAGMA synchronous = NORMAL";
 
 /*
- * When so many pages of 4 KiB stand in the log, they go into the database: an archived file takes about ten. What is
- * seldom done costs little; where there is hardly room for a log, it is done often.
+ * When so many pages of 4 KiB stand in the log, they go into the database: an archived file takes about ten. It is done
+ * after a thousand otherwise, for which a small file system has no room.
  */
-constexpr char long_log[] = "PRAGMA wal_autocheckpoint = 256";
 constexpr char short_log[] = "PRAGMA wal_autocheckpoint = 32";
-constexpr uintmax_t room_for_a_long_log = 16 * 1024 * 1024;
+constexpr uintmax_t room_for_a_long_log = 64 * 1024 * 1024;
 
 bool has_room_for_a_long_log(const std::string& file) {
   std::error_code error;
@@ -61,7 +60,7 @@ void Database::use_log() {
   auto mode = query("PRAGMA journal_mode = WAL");
   mode.next();
   if (mode.text(0) != "wal") throw StoreError(path + ": cannot have a write-ahead log");
-  run(has_room_for_a_long_log(path) ? long_log : short_log);
+  if (!has_room_for_a_long_log(path)) run(short_log);
   run(on_disk_now);
 }
 
