@@ -71,7 +71,6 @@ FAILS(dirent*, "readdir64", faulty_readdir, nullptr, (DIR * directory), (directo
 FAILS(int, "dup2", faulty_dup2, -1, (int from, int to), (from, to))
 FAILS(FILE*, "fdopen", faulty_fdopen, nullptr, (int fd, const char* mode), (fd, mode))
 FAILS(int, "fflush", faulty_fflush, EOF, (FILE * file), (file))
-FAILS(char*, "fgets", faulty_fgets, nullptr, (char* line, int size, FILE* file), (line, size, file))
 FAILS(int, "fputs", faulty_fputs, EOF, (const char* text, FILE* file), (text, file))
 FAILS(int, "forkpty", faulty_forkpty, -1, (int* fd, char* name, const termios* t, const winsize* w), (fd, name, t, w))
 FAILS(ssize_t, "__getdelim", faulty_getdelim, -1, (char** line, size_t* size, int end, FILE* file),
@@ -188,6 +187,16 @@ extern "C" int faulty_fclose(FILE* file) {
   if (fault == nullptr) return result;
   errno = fault->error;
   return EOF;
+}
+
+/* The stream remembers it. */
+extern "C" char* faulty_fgets(char* line, int size, FILE* file) SYMBOL("fgets");
+extern "C" char* faulty_fgets(char* line, int size, FILE* file) {
+  if (meet("fgets") != nullptr) {
+    file->_flags |= _IO_ERR_SEEN;
+    return nullptr;
+  }
+  return real<char*(char*, int, FILE*)>("fgets")(line, size, file);
 }
 
 extern "C" int faulty_fprintf(FILE* file, const char* format, ...) SYMBOL("fprintf");
