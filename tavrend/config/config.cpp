@@ -145,6 +145,7 @@ std::vector<Section> read_config(const std::string& path) {
   ini_max_line = 8192;
   const int line = ini_parse_stream(next_line, &reading, take_value, &reading);
   if (ferror(file.get()) != 0) throw ConfigError(path + ": " + strerror(errno));
+  if (line < 0) throw ConfigError(path + ": " + strerror(ENOMEM)); /* whose sections are not all there */
   finish_section(reading);
   if (line > 0 && (reading.error_line == 0 || line < reading.error_line)) {
     reading.error_line = line;

@@ -1,8 +1,11 @@
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <stdlib.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <functional>
 #include <iostream>
 #include <map>
 #include <optional>
@@ -74,6 +77,19 @@ class DaemonsFaults : public ArchivingRun {
     std::cout << all_runs << " runs, of " << number << " that there could be" << std::endl;
   }
 
+  void keep_what_is_prepared() {
+    stop();
+    lab::run("rm -rf $LAB/state.before $LAB/archive.before; cp -a " + state +
+             " $LAB/state.before && cp -a $LAB_ARCHIVE $LAB/archive.before");
+  }
+
+  /* Returns the outcome when that call of a function fails. */
+  std::string outcome_of_one(const DaemonsScenario& scenario, const std::string& function, long call_number) {
+    const auto fault = std::find_if(faults::all.begin(), faults::all.end(),
+                                    [&](const faults::Fault& each) { return each.function == function; });
+    return outcome_of_any_try(scenario, &*fault, call_number);
+  }
+
   /* The daemon as the tries find it, with tasks that run when they are asked for alone. */
   void prepare_for_tries(const std::string& sections) {
     append("messages", "one\n");
@@ -86,6 +102,27 @@ class DaemonsFaults : public ArchivingRun {
 
   std::string in_a_year(const std::string& section, const std::string& what) const {
     return "[" + section + "]\n" + what + "\ninterval = 365d\n";
+  }
+
+  /* A start that finds another line of a log. */
+  DaemonsScenario a_start() {
+    prepare_for_tries(in_a_year("messages", "follow = " + log("messages")));
+    EXPECT_EQ(set_config(), 0);
+    run_task("LogTypeTask.messages");
+    expect_archived("messages", "one\n");
+    append("messages", "two\n");
+    return {true, [] {}, [] { return is_idle(); }, [] { return archive_of("messages") == "one\ntwo\n"; },
+            [] { run_task("LogTypeTask.messages"); }};
+  }
+
+  DaemonsScenario a_shutdown() {
+    prepare_for_tries(in_a_year("messages", "follow = " + log("messages")));
+    EXPECT_EQ(set_config(), 0);
+    DaemonsScenario scenario{false, [this] { kill(daemon, SIGTERM); }, [] { return false; },
+                             [] { return archive_of("messages") == "one\n"; },
+                             [] { run_task("LogTypeTask.messages"); }};
+    scenario.ends = true;
+    return scenario;
   }
 
   static bool is_idle() {
@@ -102,12 +139,6 @@ class DaemonsFaults : public ArchivingRun {
     long all = 0;
     for (const faults::Fault& fault : faults::all) all += calls.at(fault.function);
     return std::max(all / tries_in_brief, 1L);
-  }
-
-  void keep_what_is_prepared() {
-    stop();
-    lab::run("rm -rf $LAB/state.before $LAB/archive.before; cp -a " + state +
-             " $LAB/state.before && cp -a $LAB_ARCHIVE $LAB/archive.before");
   }
 
   /* Starts the daemon with the calls that can fail, and with its words in $LAB/words. */
@@ -196,15 +227,7 @@ class DaemonsFaults : public ArchivingRun {
 
 }  // namespace
 
-TEST_F(DaemonsFaults, InAStart) {
-  prepare_for_tries(in_a_year("messages", "follow = " + log("messages")));
-  ASSERT_EQ(set_config(), 0);
-  run_task("LogTypeTask.messages");
-  expect_archived("messages", "one\n");
-  append("messages", "two\n");
-  try_all({true, [] {}, [] { return is_idle(); }, [] { return archive_of("messages") == "one\ntwo\n"; },
-           [] { run_task("LogTypeTask.messages"); }});
-}
+TEST_F(DaemonsFaults, InAStart) { try_all(a_start()); }
 
 TEST_F(DaemonsFaults, InItsSetUp) {
   prepare_for_tries(in_a_year("messages", "follow = " + log("messages")));
@@ -264,14 +287,7 @@ TEST_F(DaemonsFaults, WhereSpaceIsMade) {
   try_all({false, run, [is_good] { return is_good() && is_idle(); }, is_good, run});
 }
 
-TEST_F(DaemonsFaults, InAShutdown) {
-  prepare_for_tries(in_a_year("messages", "follow = " + log("messages")));
-  ASSERT_EQ(set_config(), 0);
-  DaemonsScenario scenario{false, [this] { kill(daemon, SIGTERM); }, [] { return false; },
-                           [] { return archive_of("messages") == "one\n"; }, [] { run_task("LogTypeTask.messages"); }};
-  scenario.ends = true;
-  try_all(scenario);
-}
+TEST_F(DaemonsFaults, InAShutdown) { try_all(a_shutdown()); }
 
 TEST_F(DaemonsFaults, InItsProcedures) {
   prepare_for_tries(in_a_year("messages", "follow = " + log("messages")));
@@ -309,4 +325,22 @@ TEST_F(DaemonsFaults, InItsProcedures) {
   };
   try_all({false, ask_everything, [] { return true; }, [] { return archive_of("messages") == "one\n"; },
            [] { run_task("LogTypeTask.messages"); }});
+}
+
+/* The parser has no line number for it, which is how it would say that all is well. */
+TEST_F(DaemonsFaults, OfMemoryForTheConfigurationRefuseTheStart) {
+  const DaemonsScenario start = a_start();
+  keep_what_is_prepared();
+  EXPECT_THAT(outcome_of_one(start, "ini_parse_stream", 1), testing::HasSubstr("ended with 1 (tavrend: "));
+}
+
+/* How many allocations there are depends on when the last caller hangs up. */
+TEST_F(DaemonsFaults, OfTheLastMemoryAreAReasonToEnd) {
+  const DaemonsScenario shutdown = a_shutdown();
+  keep_what_is_prepared();
+  constexpr long enough = 9;
+  for (long call_number = 1; call_number <= enough; ++call_number) {
+    EXPECT_THAT(outcome_of_one(shutdown, "operator new", call_number), testing::AnyOf("", testing::StartsWith("ended")))
+        << "allocation " << call_number;
+  }
 }
