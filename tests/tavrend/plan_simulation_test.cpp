@@ -1,80 +1,23 @@
 #include <gtest/gtest.h>
-#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
 
-#include <map>
 #include <string>
 
-#include "plan/schedule.h"
-#include "tavrend/simulated_logs.h"
-#include "tavrend/simulated_machine.h"
+#include "tavrend/simulated_weeks.h"
 
-/*
- * Weeks of a machine with its logs, in which everything happens by chance: appending, rotating in two ways, failing
- * sends, ends of the daemon, a clock that jumps. What is archived is compared with what was ever written. The plan is
- * the daemon's own; carrying it out is a plain copy of what the archiver does, without threads, files and a host.
- */
-
-using namespace simulated;
-
-namespace {
-
-/* Lets the machine live for some intervals of its tasks. Returns the first promise that was broken, or nothing. */
-std::string trouble_of(unsigned seed) {
-  Machine machine(seed);
-  machine.limit_mb[0] = 2;
-  machine.limit_mb[1] = 40;
-  Section sections[] = {{"audit", 0, 600}, {"other", 0, 900}, {"messages", 1, 300}};
-  ClosedLogs audit(machine, sections[0]);
-  ClosedLogs other(machine, sections[1]);
-  GrowingLog messages(machine, sections[2]);
-  messages.archive(); /* what was rotated before the first look is nobody's business */
-  std::map<std::string, int64_t> first_run;
-  for (Section& section : sections) {
-    section.due_ms = first_delay_ms("CH-1", section.name, section.interval);
-    first_run[section.name] = section.due_ms;
-  }
-  const auto work = [&](const Section& section) {
-    try {
-      if (&section == &sections[0]) audit.archive();
-      if (&section == &sections[1]) other.archive();
-      if (&section == &sections[2]) messages.archive();
-    } catch (const SendFailed&) {
-      /* The next run takes it up again. */
-    } catch (const DaemonEnded&) {
-      /* All that it knows is what it keeps. */
-    }
-  };
-  constexpr int intervals = 100; /* of the log that grows */
-  while (sections[2].runs < intervals) {
-    machine.pass(machine.chance.between(1, 120000));
-    audit.live();
-    other.live();
-    messages.live();
-    for (Section& section : sections) {
-      if (machine.uptime_ms < section.due_ms) continue;
-      work(section);
-      ++section.runs;
-      section.due_ms = next_due_ms(section.due_ms, machine.uptime_ms, section.interval);
-      const int64_t expected = (machine.uptime_ms - first_run[section.name]) / (int64_t{section.interval} * 1000) + 1;
-      machine.expect(section.runs == expected, "each interval has its run, whatever the clock says");
-    }
-  }
-  machine.is_calm = true;
-  for (int i = 0; i < 2; ++i) {
-    for (const Section& section : sections) work(section);
-    messages.finish();
-  }
-  work(sections[2]);
-  audit.check();
-  other.check();
-  messages.check();
-  return machine.trouble;
-}
-
-}  // namespace
+using simulated::Chance;
+using simulated::trouble_of;
 
 TEST(Plan, KeepsItsPromisesWhateverComesOverWeeks) {
   for (unsigned seed = 1; seed <= 20; ++seed) {
-    EXPECT_EQ(trouble_of(seed), "") << "with seed " << seed;
+    EXPECT_EQ(trouble_of(Chance(seed), 100), "") << "with seed " << seed;
   }
+}
+
+/* Ten thousand intervals where scripts/endurance asks for them. */
+TEST(Plan, KeepsItsPromisesOverManyIntervals) {
+  const char* const wanted = getenv("TAVREN_ENDURANCE");
+  const bool is_full = wanted != nullptr && strcmp(wanted, "full") == 0;
+  EXPECT_EQ(trouble_of(Chance(4711), is_full ? 10000 : 500), "");
 }

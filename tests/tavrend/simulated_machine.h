@@ -22,15 +22,27 @@ namespace simulated {
 constexpr int64_t hour_ms = 3600000;
 constexpr int32_t item_scale = 2048; /* bytes of an item for each byte of a log, so that a few MB fill up */
 
+/* Draws from bytes that are given, two for each, as long as there are any. */
 class Chance {
  public:
-  explicit Chance(unsigned seed) : engine(seed) {}
-  int64_t below(int64_t end) { return static_cast<int64_t>(engine() % static_cast<uint64_t>(end)); }
+  explicit Chance(uint64_t seed, const std::string& given = "") : engine(seed), bytes(given) {}
+  int64_t below(int64_t end) {
+    const uint64_t drawn = position + 2 <= bytes.size() ? next_of_given() : engine();
+    return static_cast<int64_t>(drawn % static_cast<uint64_t>(end));
+  }
   int64_t between(int64_t first, int64_t last) { return first + below(last - first + 1); }
   bool one_in(int64_t count) { return below(count) == 0; }
 
  private:
+  uint64_t next_of_given() {
+    const auto high = static_cast<unsigned char>(bytes[position++]);
+    const auto low = static_cast<unsigned char>(bytes[position++]);
+    return static_cast<uint64_t>(high) << 8 | low;
+  }
+
   std::mt19937_64 engine;
+  const std::string bytes;
+  size_t position = 0;
 };
 
 /* A file as it is on the disk. */
@@ -110,7 +122,7 @@ struct DaemonEnded {};
 
 class Machine {
  public:
-  explicit Machine(unsigned seed) : chance(seed) {}
+  explicit Machine(const Chance& its_chance) : chance(its_chance) {}
 
   Chance chance;
   int64_t uptime_ms = 0;
