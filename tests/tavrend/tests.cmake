@@ -58,6 +58,8 @@ if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND (TAVREN_SLOW_TEST
     tavrend_daemon_test(tavrend_crash_tests 7200 tavrend/crashes_test.cpp tavrend/traced_process.cpp
       tavrend/watched_directory.cpp COST 700)
     target_link_libraries(tavrend_crash_tests PRIVATE tavrend_rooms)
+    tavrend_daemon_test(tavrend_long_life_tests 7200 tavrend/long_life_test.cpp COST 700)
+    list(APPEND with_database tavrend_long_life_tests)
     tavrend_daemon_test(tavrend_fault_tests 14400 tavrend/faults_test.cpp faults/known_faults.cpp COST 700)
     target_link_libraries(tavrend_fault_tests PRIVATE tavrend_rooms)
     add_library(faulty_calls MODULE faults/known_faults.cpp faults/faults.cpp faults/preloaded.cpp)
