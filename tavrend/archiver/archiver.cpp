@@ -12,6 +12,7 @@
 #include "TavrenExceptions.h"
 #include "TavrenTunables.h"
 #include "plan/names.h"
+#include "plan/schedule.h"
 #include "plan/space.h"
 #include "sources/compression.h"
 #include "sources/local_files.h"
@@ -87,7 +88,7 @@ int64_t begun_at(const std::optional<Progress>& begun, const ClosedFile& file) {
 }  // namespace
 
 Archiver::Archiver(Desk& where, const std::string& temporary)
-    : desk(where), directory(temporary), random(static_cast<unsigned>(now_ms())) {}
+    : desk(where), directory(temporary), random(first_of_draws(desk.chassis_name(), now_ms())) {}
 
 void Archiver::run() {
   for (bool goes_on = true; goes_on;) {

@@ -16,6 +16,11 @@ int64_t retry_delay_ms(int32_t seconds, double draw) {
   return static_cast<int64_t>(usual * (0.9 + 0.2 * draw));
 }
 
+uint32_t first_of_draws(const std::string& chassis, int64_t now_ms) {
+  const uint64_t sum = checksum(chassis + "\n" + std::to_string(now_ms));
+  return static_cast<uint32_t>(sum ^ (sum >> 32));
+}
+
 int64_t next_due_ms(int64_t due_ms, int64_t now_ms, int32_t interval) {
   const int64_t interval_ms = static_cast<int64_t>(interval) * 1000;
   const int64_t missed = std::max<int64_t>(now_ms - due_ms, 0) / interval_ms;

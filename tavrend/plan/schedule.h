@@ -23,6 +23,12 @@ int64_t first_delay_ms(const std::string& chassis, const std::string& task, int3
 int64_t retry_delay_ms(int32_t seconds, double draw);
 
 /*
+ * Returns what the draws of a chassis begin with, whose daemon starts at now_ms of the time of day. The time alone
+ * would not do: a clock without a battery begins anew with the machine, and many machines begin at once.
+ */
+uint32_t first_of_draws(const std::string& chassis, int64_t now_ms);
+
+/*
  * Returns when a task that was due at due_ms and runs at now_ms is due again: a whole number of intervals later, so
  * that runs keep their place, and after now.
  */

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -137,6 +139,19 @@ TEST(Retry, IsNeverAtOnce) {
   EXPECT_EQ(retry_delay_ms(0, 0.5), 1000);
   EXPECT_EQ(retry_delay_ms(-5, 0.5), 1000);
 }
+
+TEST(Retry, IsDrawnOtherwiseByEachChassisAlsoWhenTheirClocksBeginAlike) {
+  std::set<double> draws;
+  for (int i = 0; i < 1000; ++i) {
+    std::minstd_rand random(first_of_draws("CH-" + std::to_string(i), 23412));
+    draws.insert(std::uniform_real_distribution<>(0, 1)(random));
+  }
+  EXPECT_EQ(draws.size(), 1000U);
+  EXPECT_LT(*draws.begin(), 0.02);
+  EXPECT_GT(*draws.rbegin(), 0.98);
+}
+
+TEST(Retry, IsDrawnOtherwiseWithEachStart) { EXPECT_NE(first_of_draws("CH-1", 23412), first_of_draws("CH-1", 23413)); }
 
 TEST(NextRun, KeepsItsPlace) {
   EXPECT_EQ(next_due_ms(1000, 1000, 10), 11000);
