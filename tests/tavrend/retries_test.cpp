@@ -1,6 +1,8 @@
 #include <stdint.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
 #include <sstream>
 
 #include "tavrend/procedures_fixture.h"
@@ -12,12 +14,30 @@ class DaemonsRetry : public Procedure {
   /* Starts the daemon without an archive host, and with a file that says until when it waits. */
   void start_in_an_outage() {
     lab::stop_sshd();
+    start_with(NOTED_WAITS);
+  }
+
+  void start_with(const char* modules) {
     append("messages", "one\n");
     setenv("NOTED_WAITS", waits.c_str(), 1);
-    setenv("LD_PRELOAD", NOTED_WAITS, 1);
+    setenv("LD_PRELOAD", modules, 1);
     start(sections());
     unsetenv("LD_PRELOAD");
     ASSERT_EQ(set_config(), 0);
+  }
+
+  /* Starts a chassis without a state, whose time of day is that of every other, and returns its wait after a failure.
+   */
+  int64_t first_wait_ms(const std::string& chassis) {
+    become_chassis(chassis);
+    start_with(NOTED_WAITS ":" STOPPED_CLOCK);
+    EXPECT_EQ(set_tunable("failure_retry_interval", "10000"), "");
+    const int64_t before_ms = tavren_get_uptime_ms();
+    fail();
+    const int64_t wait_ms = end_of_the_wait_ms() - before_ms;
+    stop();
+    std::filesystem::remove_all(state);
+    return wait_ms;
   }
 
   /* Has the daemon try once more, and fail. */
@@ -64,4 +84,12 @@ TEST_F(DaemonsRetry, ComesATenthEarlierOrLaterAsIsDrawnAnewEachTime) {
   }
   /* That all of them are closer to each other happens once in a hundred million times. */
   EXPECT_GT(longest_ms - shortest_ms, 20000);
+}
+
+TEST_F(DaemonsRetry, IsDrawnOtherwiseByAnotherChassisWhoseClockBeginsAlike) {
+  lab::stop_sshd();
+  const int64_t first_ms = first_wait_ms("CH-1");
+  const int64_t second_ms = first_wait_ms("CH-2");
+  /* A tenth of 10,000 s to either side is drawn from; a failure takes some seconds at the most. */
+  EXPECT_GT(std::abs(first_ms - second_ms), 20000);
 }

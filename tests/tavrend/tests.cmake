@@ -79,6 +79,7 @@ if(with_archive_host AND with_rpcbind AND TARGET hodra-put AND (TAVREN_SLOW_TEST
     list(APPEND with_database tavrend_large_file_tests tavrend_memory_tests tavrend_retry_tests)
     starts_daemon_with(tavrend_rpcbind_tests moved_clock)
     starts_daemon_with(tavrend_retry_tests noted_waits)
+    starts_daemon_with(tavrend_retry_tests stopped_clock)
   endif()
   foreach(name IN LISTS with_database)
     target_link_libraries(${name} PRIVATE ${sqlite3_library})
