@@ -214,11 +214,9 @@ void Archiver::archive_section(const Work& work, const Section& section) {
  * whether the section can go on.
  */
 bool Archiver::resume(const Work& work, const Section& section) {
-  const auto next = [&] { return desk.with_store([&](Store& store) { return store.open_intent(section.name); }); };
-  for (auto intent = next(); intent; intent = next()) {
-    if (!resume_item(work, section, *intent)) return false;
-  }
-  return true;
+  const auto open = desk.with_store([&](Store& store) { return store.open_intents(section.name); });
+  return std::all_of(open.begin(), open.end(),
+                     [&](const Intent& intent) { return resume_item(work, section, intent); });
 }
 
 bool Archiver::resume_item(const Work& work, const Section& section, const Intent& intent) {
@@ -232,13 +230,13 @@ bool Archiver::resume_item(const Work& work, const Section& section, const Inten
     if (work.config.space_limit[section.compartment] != no_space_limit) remove_item(work, intent.remote_path);
     return try_item(work, section, file->open, intent, false);
   }
-  const Places now = places_of(section, [&identity](const LogFile& file) { return is_same_file(identity, file); });
-  /* What is only not readable waits, and what has arrived of it, too. */
-  for (const UnreadableFile& file : now.unreadable) {
-    if (may_be_among({file}, prefix, inode_of(identity))) throw UnreadableFile(file);
+  /* What is only not readable waits, and what has arrived of it, too. A log's pieces keep their order. */
+  if (const auto file = unreadable_now(section, identity)) {
+    desk.report(error_of(*file));
+    return !intent.follows;
   }
   /* What is planned anew says what was lost of a log. */
-  if (!intent.follows) report_if_gone(now, intent.file.path);
+  if (!intent.follows) report_if_gone(section, intent.file.path, identity);
   take_back_item(work, section, intent);
   return true;
 }
@@ -281,9 +279,19 @@ std::optional<Archiver::FoundAgain> Archiver::find_again(const Section& section,
   return std::nullopt;
 }
 
+/* Returns what may be the file and cannot be read. */
+std::optional<UnreadableFile> Archiver::unreadable_now(const Section& section, const Identity& identity) {
+  const auto is_same = [&identity](const LogFile& file) { return is_same_file(identity, file); };
+  for (const UnreadableFile& file : places_of(section, is_same).unreadable) {
+    if (may_be_among({file}, prefix, inode_of(identity))) return file;
+  }
+  return std::nullopt;
+}
+
 /* One that is there and has changed since is a new item. */
-void Archiver::report_if_gone(const Places& now, const std::string& path) {
-  if (now.paths.empty()) desk.report(error_of(UnreadableFile(path, ENOENT, false)));
+void Archiver::report_if_gone(const Section& section, const std::string& path, const Identity& identity) {
+  const auto is_same = [&identity](const LogFile& file) { return is_same_file(identity, file); };
+  if (places_of(section, is_same).paths.empty()) desk.report(error_of(UnreadableFile(path, ENOENT, false)));
 }
 
 /* Looks for a section's closed files. Returns those that are to be archived, oldest first. */
@@ -324,9 +332,10 @@ void Archiver::archive_closed_files(const Work& work, const Section& section) {
         } else if (begun_at(progress(), file) != 0) {
           break;
         }
+      } else if (const auto unreadable = unreadable_now(section, file.as.identity)) {
+        desk.report(error_of(*unreadable));
       } else {
-        const auto is_same = [&file](const LogFile& other) { return is_same_file(file.as.identity, other); };
-        report_if_gone(places_of(section, is_same), file.path);
+        report_if_gone(section, file.path, file.as.identity);
         --waiting;
       }
     } catch (const UnreadableFile& error) {
@@ -366,6 +375,10 @@ bool Archiver::archive_begun(const Work& work, const Section& section, const Clo
   const auto is_it = [&file](const LogFile& other) { return is_archived(file.as, other); };
   if (const auto found = find_again(section, file.path, is_it)) {
     return try_item(work, section, found->open, intent, false);
+  }
+  if (const auto unreadable = unreadable_now(section, file.as.identity)) {
+    desk.report(error_of(*unreadable));
+    return false; /* and is taken up by the next run */
   }
   report_if_gone(section, file.path, file.as.identity);
   desk.with_store([&](Store& store) { store.give_up_item(intent); });
@@ -479,8 +492,7 @@ bool Archiver::archive_range(const Work& work, const Section& section, const Ope
 }
 
 /* Sends an item. Returns whether it is there; one that fails is reported, and nothing of it stays. */
-bool Archiver::try_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent,
-                        bool is_new) {
+bool Archiver::try_item(const Work& work, const Section& section, const OpenFile& file, Intent intent, bool is_new) {
   std::optional<TavrenError> failure;
   try {
     send_item(work, section, file, intent, is_new);
@@ -514,21 +526,17 @@ void Archiver::remove_item(const Work& work, const std::string& remote_path) {
 }
 
 /* Removes what there is of an item that failed: the next one of its section takes the place of its intent. */
-void Archiver::take_back_item(const Work& work, const Section& section, const Intent& planned) {
-  std::optional<Intent> intent = planned;
-  /* One that has no name yet is the only one of its section, if it was begun at all. */
-  if (planned.remote_path.empty()) {
-    intent = desk.with_store([&](Store& store) { return store.open_intent(section.name); });
-  }
-  if (!intent) return;
-  open_session.reset(); /* the transfer has it */
-  remove_item(work, intent->remote_path);
-  desk.with_store([&](Store& store) { store.give_up_item(*intent); });
+void Archiver::take_back_item(const Work& work, const Section& section, const Intent& intent) {
+  const auto open = desk.with_store([&](Store& store) { return store.open_intents(section.name); });
+  const auto is_it = [&intent](const Intent& other) { return other.remote_path == intent.remote_path; };
+  if (std::none_of(open.begin(), open.end(), is_it)) return; /* it failed before it was begun */
+  open_session.reset();                                      /* the transfer has it */
+  remove_item(work, intent.remote_path);
+  desk.with_store([&](Store& store) { store.give_up_item(intent); });
 }
 
-void Archiver::send_item(const Work& work, const Section& section, const OpenFile& file, const Intent& planned,
-                         bool is_new) {
-  Intent intent = planned;
+/* intent gets the name of a new item. */
+void Archiver::send_item(const Work& work, const Section& section, const OpenFile& file, Intent& intent, bool is_new) {
   int64_t time_ms = 0;
   desk.with_store([&](Store& store) { time_ms = store.last_item_time(section.name); });
   const std::string base = base_of(section.follow.empty() ? intent.file.path : section.follow);

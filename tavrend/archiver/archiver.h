@@ -57,13 +57,14 @@ class Archiver {
   std::vector<ClosedFile> waiting_files(const Section& section);
   Places places_of(const Section& section, const Wanted& is_wanted);
   std::optional<FoundAgain> find_again(const Section& section, const std::string& path, const Wanted& is_it);
-  void report_if_gone(const Places& now, const std::string& path);
+  std::optional<UnreadableFile> unreadable_now(const Section& section, const Identity& identity);
+  void report_if_gone(const Section& section, const std::string& path, const Identity& identity);
   bool archive_range(const Work& work, const Section& section, const OpenFile& file, Intent intent);
-  bool try_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent, bool is_new);
+  bool try_item(const Work& work, const Section& section, const OpenFile& file, Intent intent, bool is_new);
   std::optional<Progress> known_progress(Store& store, const Section& section) const;
   void remove_item(const Work& work, const std::string& remote_path);
-  void take_back_item(const Work& work, const Section& section, const Intent& planned);
-  void send_item(const Work& work, const Section& section, const OpenFile& file, const Intent& intent, bool is_new);
+  void take_back_item(const Work& work, const Section& section, const Intent& intent);
+  void send_item(const Work& work, const Section& section, const OpenFile& file, Intent& intent, bool is_new);
   Progress begin_look(const Section& section, const Surroundings& around);
   void give_up_lost(const Section& section, const Progress& progress, const Stretch& stretch);
   Session& session(const Work& work);

@@ -301,20 +301,23 @@ int64_t Store::last_item_time(const std::string& section) {
   return query.next() ? query.number(0) : 0;
 }
 
-std::optional<Intent> Store::open_intent(const std::string& section) {
+std::vector<Intent> Store::open_intents(const std::string& section) {
+  std::vector<Intent> open;
   auto query = database->query(
       "SELECT remote_path, path, device, inode, size, mtime_ns, head, follows, grows, first, length FROM intent"
-      " WHERE section = ? ORDER BY remote_path LIMIT 1");
+      " WHERE section = ? ORDER BY remote_path");
   query.bind(section);
-  if (!query.next()) return std::nullopt;
-  const LogFile file{query.text(1),
-                     static_cast<uint64_t>(query.number(2)),
-                     static_cast<uint64_t>(query.number(3)),
-                     query.number(4),
-                     query.number(5),
-                     query.text(6)};
-  return Intent{section,         query.text(0),   file, query.number(7) != 0, query.number(8) != 0,
-                query.number(9), query.number(10)};
+  while (query.next()) {
+    const LogFile file{query.text(1),
+                       static_cast<uint64_t>(query.number(2)),
+                       static_cast<uint64_t>(query.number(3)),
+                       query.number(4),
+                       query.number(5),
+                       query.text(6)};
+    open.push_back(
+        {section, query.text(0), file, query.number(7) != 0, query.number(8) != 0, query.number(9), query.number(10)});
+  }
+  return open;
 }
 
 void Store::begin_item(const Intent& intent, int64_t item_time_ms) { begin_items({intent}, item_time_ms); }

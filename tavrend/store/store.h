@@ -102,9 +102,9 @@ class Store {
 
   /*
    * An item's life: it is stored before it is sent, and done after the far side's last answer, or given up. Of a
-   * section's open intents the first one is told.
+   * section's open intents the one with the smallest name comes first.
    */
-  std::optional<Intent> open_intent(const std::string& section);
+  std::vector<Intent> open_intents(const std::string& section);
   void begin_item(const Intent& intent, int64_t item_time_ms);
   /* Several items of one section, the last of them with that time. */
   void begin_items(const std::vector<Intent>& intents, int64_t item_time_ms);

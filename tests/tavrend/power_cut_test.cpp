@@ -73,14 +73,14 @@ TEST_F(PowerCut, TakesNoConfiguration) {
 
 TEST_F(PowerCut, TakesNoIntent) {
   store->begin_item(intent(), 4711);
-  EXPECT_TRUE(survivor()->open_intent("audit"));
+  EXPECT_FALSE(survivor()->open_intents("audit").empty());
   EXPECT_EQ(survivor()->last_item_time("audit"), 4711);
 }
 
 TEST_F(PowerCut, TakesNoItemThatIsDone) {
   store->begin_item(intent(), 1);
   store->finish_item(intent());
-  EXPECT_FALSE(survivor()->open_intent("audit"));
+  EXPECT_TRUE(survivor()->open_intents("audit").empty());
   EXPECT_EQ(survivor()->archived_files("audit").size(), 1U);
 }
 
@@ -90,8 +90,8 @@ TEST_F(PowerCut, TakesNoMoreThanTheLastItem) {
   store->begin_item(intent(0, 4), 2);
   store->finish_item_on_disk_later(intent(0, 4));
   EXPECT_EQ(survivor()->archived_files("audit").size(), 1U);
-  ASSERT_TRUE(survivor()->open_intent("audit"));
-  EXPECT_EQ(survivor()->open_intent("audit")->length, 4);
+  ASSERT_FALSE(survivor()->open_intents("audit").empty());
+  EXPECT_EQ(survivor()->open_intents("audit").at(0).length, 4);
 }
 
 TEST_F(PowerCut, TakesNothingBehindASync) {

@@ -99,7 +99,7 @@ class StoreFailure : public StoreTest {
     from.progress("audit");
     from.sections();
     from.last_item_time("audit");
-    from.open_intent("audit");
+    from.open_intents("audit");
   }
 };
 
@@ -190,7 +190,7 @@ TEST_F(StoreFailure, AtTheBeginningOfAnItemKnowsNothingOfIt) {
   fail_at("UPDATE ON section");
   EXPECT_THROW(store->begin_item(intent(), 4711), StoreError);
   reopen();
-  EXPECT_FALSE(store->open_intent("audit"));
+  EXPECT_TRUE(store->open_intents("audit").empty());
 }
 
 TEST_F(StoreFailure, AtTheEndOfAnItemHasItStillOnItsWay) {
@@ -198,7 +198,7 @@ TEST_F(StoreFailure, AtTheEndOfAnItemHasItStillOnItsWay) {
   fail_at("DELETE ON intent");
   EXPECT_THROW(store->finish_item(intent()), StoreError);
   reopen();
-  EXPECT_TRUE(store->open_intent("audit"));
+  EXPECT_FALSE(store->open_intents("audit").empty());
   EXPECT_TRUE(store->archived_files("audit").empty());
   EXPECT_FALSE(store->progress("audit"));
 }

@@ -43,7 +43,7 @@ TEST_F(StoreTest, HasNothingAtFirst) {
   EXPECT_TRUE(store->sections().empty());
   EXPECT_TRUE(store->archived_files("audit").empty());
   EXPECT_FALSE(store->progress("audit"));
-  EXPECT_FALSE(store->open_intent("audit"));
+  EXPECT_TRUE(store->open_intents("audit").empty());
   EXPECT_EQ(store->last_item_time("audit"), 0);
 }
 
@@ -108,21 +108,21 @@ TEST_F(StoreTest, KeepsAnIntentUntilTheItemIsDone) {
   store->add_section({"audit", 0});
   store->begin_item(intent(), 4711);
   reopen();
-  const auto open = store->open_intent("audit");
-  ASSERT_TRUE(open);
-  EXPECT_EQ(open->remote_path, intent().remote_path);
-  EXPECT_EQ(open->file.path, file().path);
-  EXPECT_EQ(open->file.device, file().device);
-  EXPECT_EQ(open->file.inode, file().inode);
-  EXPECT_EQ(open->file.size, 10);
-  EXPECT_EQ(open->file.mtime_ns, file().mtime_ns);
-  EXPECT_EQ(open->file.head, "head");
-  EXPECT_EQ(open->length, 10);
+  const auto open = store->open_intents("audit");
+  ASSERT_EQ(open.size(), 1U);
+  EXPECT_EQ(open[0].remote_path, intent().remote_path);
+  EXPECT_EQ(open[0].file.path, file().path);
+  EXPECT_EQ(open[0].file.device, file().device);
+  EXPECT_EQ(open[0].file.inode, file().inode);
+  EXPECT_EQ(open[0].file.size, 10);
+  EXPECT_EQ(open[0].file.mtime_ns, file().mtime_ns);
+  EXPECT_EQ(open[0].file.head, "head");
+  EXPECT_EQ(open[0].length, 10);
   EXPECT_EQ(store->last_item_time("audit"), 4711);
   EXPECT_TRUE(store->archived_files("audit").empty());
-  store->finish_item(*open);
+  store->finish_item(open[0]);
   reopen();
-  EXPECT_FALSE(store->open_intent("audit"));
+  EXPECT_TRUE(store->open_intents("audit").empty());
   ASSERT_EQ(store->archived_files("audit").size(), 1U);
   EXPECT_TRUE(is_archived(store->archived_files("audit")[0], file()));
 }
@@ -134,11 +134,11 @@ TEST_F(StoreTest, KeepsTheIntentsOfSeveralItemsThatWereBegunTogether) {
   store->begin_items({intent(), second}, 4711);
   reopen();
   EXPECT_EQ(store->last_item_time("audit"), 4711);
-  EXPECT_EQ(store->open_intent("audit")->remote_path, intent().remote_path);
+  EXPECT_EQ(store->open_intents("audit").at(0).remote_path, intent().remote_path);
   store->finish_item(intent());
-  EXPECT_EQ(store->open_intent("audit")->remote_path, second.remote_path);
+  EXPECT_EQ(store->open_intents("audit").at(0).remote_path, second.remote_path);
   store->give_up_item(second);
-  EXPECT_FALSE(store->open_intent("audit"));
+  EXPECT_TRUE(store->open_intents("audit").empty());
 }
 
 TEST_F(StoreTest, OfTheFirstVersionKeepsItsIntents) {
@@ -154,8 +154,8 @@ TEST_F(StoreTest, OfTheFirstVersionKeepsItsIntents) {
   Intent second = intent();
   second.remote_path += ".2";
   store->begin_item(second, 4712);
-  ASSERT_TRUE(store->open_intent("audit"));
-  EXPECT_EQ(store->open_intent("audit")->remote_path, intent().remote_path);
+  ASSERT_FALSE(store->open_intents("audit").empty());
+  EXPECT_EQ(store->open_intents("audit").at(0).remote_path, intent().remote_path);
 }
 
 TEST_F(StoreTest, OfAPartOfAFileKnowsHowFarItCame) {
@@ -183,12 +183,12 @@ TEST_F(StoreTest, KeepsWhatPartOfWhichKindOfFileIsOnItsWay) {
   rest.follows = true;
   store->begin_item(rest, 1);
   reopen();
-  const auto open = store->open_intent("audit");
-  ASSERT_TRUE(open);
-  EXPECT_TRUE(open->follows);
-  EXPECT_FALSE(open->grows);
-  EXPECT_EQ(open->first, 4);
-  EXPECT_EQ(open->length, 6);
+  const auto open = store->open_intents("audit");
+  ASSERT_EQ(open.size(), 1U);
+  EXPECT_TRUE(open[0].follows);
+  EXPECT_FALSE(open[0].grows);
+  EXPECT_EQ(open[0].first, 4);
+  EXPECT_EQ(open[0].length, 6);
 }
 
 TEST_F(StoreTest, OfAFileThatGrowsKnowsHowFarItCame) {
@@ -217,7 +217,7 @@ TEST_F(StoreTest, KnowsWhatThereWasBeforeALogIsFollowed) {
 TEST_F(StoreTest, ForgetsAnItemThatIsGivenUp) {
   store->begin_item(intent(), 1);
   store->give_up_item(intent());
-  EXPECT_FALSE(store->open_intent("audit"));
+  EXPECT_TRUE(store->open_intents("audit").empty());
   EXPECT_TRUE(store->archived_files("audit").empty());
   EXPECT_FALSE(store->progress("audit"));
 }
