@@ -1,5 +1,6 @@
 #include "sources/local_files.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <fnmatch.h>
@@ -9,8 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
+#include <memory>
 #include <utility>
 
 #include "plan/checksum.h"
@@ -219,18 +219,31 @@ bool matches(const std::string& pattern, const std::string& path) {
   return fnmatch(pattern.c_str(), path.c_str(), FNM_PATHNAME | FNM_PERIOD) == 0;
 }
 
+namespace {
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+
+}  // namespace
+
 Found find_beside(const std::string& prefix, const std::string& path) {
   Found found;
   const size_t slash = path.rfind('/');
   const std::string directory = path.substr(0, slash + 1);
   const std::string base = path.substr(slash + 1);
-  std::error_code error;
-  std::filesystem::directory_iterator entry(prefix + directory, error);
-  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-    const std::string name = entry->path().filename();
+  /* Not by std::filesystem: its iterators end the process where memory runs out. */
+  const std::unique_ptr<DIR, CloseDirectory> listing(opendir((prefix + directory).c_str()));
+  int error = errno;
+  while (listing != nullptr) {
+    errno = 0;
+    const dirent* const entry = readdir(listing.get());
+    error = errno;
+    if (entry == nullptr) break;
+    const std::string name = entry->d_name;
     if (is_rotated_name(base, name)) add(found, prefix, directory + name);
   }
-  if (error && !is_no_log(error.value())) found.unreadable.emplace_back(directory, error.value(), false);
+  if (error != 0 && !is_no_log(error)) found.unreadable.emplace_back(directory, error, false);
   return found;
 }
 

@@ -125,6 +125,19 @@ class DaemonsFaults : public ArchivingRun {
     return scenario;
   }
 
+  DaemonsScenario a_rotation() {
+    prepare_for_tries(in_a_year("messages", "follow = " + log("messages")));
+    EXPECT_EQ(set_config(), 0);
+    run_task("LogTypeTask.messages");
+    expect_archived("messages", "one\n");
+    append("messages", "two\n");
+    lab::run("mv " + log("messages") + " " + log("messages.1"));
+    append("messages", "three\n");
+    const auto run = [] { run_task("LogTypeTask.messages"); };
+    const auto is_good = [] { return archive_of("messages") == "one\ntwo\nthree\n"; };
+    return {false, run, [is_good] { return is_good() && is_idle(); }, is_good, run};
+  }
+
   static bool is_idle() {
     int answer = -1;
     return call([&](auto* handle) { return tavren_api_is_tavrend_sleeping(handle, &answer); }) == 0 && answer == 1;
@@ -259,18 +272,7 @@ TEST_F(DaemonsFaults, InAGrowingLog) {
   try_all({false, run, [is_good] { return is_good() && is_idle(); }, is_good, run});
 }
 
-TEST_F(DaemonsFaults, InARotation) {
-  prepare_for_tries(in_a_year("messages", "follow = " + log("messages")));
-  ASSERT_EQ(set_config(), 0);
-  run_task("LogTypeTask.messages");
-  expect_archived("messages", "one\n");
-  append("messages", "two\n");
-  lab::run("mv " + log("messages") + " " + log("messages.1"));
-  append("messages", "three\n");
-  const auto run = [] { run_task("LogTypeTask.messages"); };
-  const auto is_good = [] { return archive_of("messages") == "one\ntwo\nthree\n"; };
-  try_all({false, run, [is_good] { return is_good() && is_idle(); }, is_good, run});
-}
+TEST_F(DaemonsFaults, InARotation) { try_all(a_rotation()); }
 
 /* Of three files the archive has room for two. */
 TEST_F(DaemonsFaults, WhereSpaceIsMade) {
@@ -341,6 +343,17 @@ TEST_F(DaemonsFaults, OfTheLastMemoryAreAReasonToEnd) {
   constexpr long enough = 9;
   for (long call_number = 1; call_number <= enough; ++call_number) {
     EXPECT_THAT(outcome_of_one(shutdown, "operator new", call_number), testing::AnyOf("", testing::StartsWith("ended")))
+        << "allocation " << call_number;
+  }
+}
+
+/* The moments at which a directory is read are among these. */
+TEST_F(DaemonsFaults, OfMemoryForADirectoryAreNoCrash) {
+  const DaemonsScenario rotation = a_rotation();
+  keep_what_is_prepared();
+  for (long call_number = 32; call_number <= 60; call_number += 4) {
+    EXPECT_THAT(outcome_of_one(rotation, "operator new", call_number),
+                testing::AnyOf("", "goes on", testing::StartsWith("ended")))
         << "allocation " << call_number;
   }
 }
