@@ -1,6 +1,7 @@
 #include "store/database.h"
 
 #include <sqlite3.h>
+#include <stdint.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -19,7 +20,7 @@ constexpr char on_disk_later[] = "PRAGMA synchronous = NORMAL";
  * after a thousand otherwise, for which a small file system has no room.
  */
 constexpr char short_log[] = "PRAGMA wal_autocheckpoint = 32";
-constexpr uintmax_t room_for_a_long_log = 64 * 1024 * 1024;
+constexpr uintmax_t room_for_a_long_log = uintmax_t{64} * 1024 * 1024;
 
 bool has_room_for_a_long_log(const std::string& file) {
   std::error_code error;
