@@ -11,8 +11,8 @@ namespace {
 /* Small closed files, the first of which is held on its way until the test lets it go. */
 class FilesTogether : public Procedure {
  protected:
-  void hold(const std::string& more_lines = "", int limit = -1) {
-    for (const char* number : {"1", "2", "3"}) append(std::string("closed.") + number, std::string(number) + "\n");
+  void hold(const std::string& more_lines = "", int limit = -1, const std::string& more_text = "") {
+    for (int i = 1; i <= 3; ++i) append("closed." + std::to_string(i), std::to_string(i) + "\n" + more_text);
     lab::run(
         "touch $LAB_ARCHIVE/../hold && cat >$LAB_ARCHIVE/../held-scp <<'END' && chmod 755 $LAB_ARCHIVE/../held-scp\n"
         "#!/bin/sh\n"
@@ -54,6 +54,12 @@ TEST_F(FilesTogether, AreOnTheirWayOneByOneWhereSpaceIsLimited) {
 
 TEST_F(FilesTogether, AreOnTheirWayOneByOneWhereTheyAreCompressed) {
   hold("compress = zstd\n");
+  stop(SIGKILL);
+  EXPECT_EQ(intents(), 1);
+}
+
+TEST_F(FilesTogether, AreOnTheirWayOneByOneWhereTheyAreLarge) {
+  hold("", -1, std::string(100000, 'x'));
   stop(SIGKILL);
   EXPECT_EQ(intents(), 1);
 }
