@@ -85,9 +85,10 @@ class Desk {
   void set_sections(const std::vector<Section>& sections);
   void stop();
 
-  /* For the archiving thread, which asks before it begins. */
+  /* Which never changes. */
   const std::string& chassis_name() const { return chassis; }
-  /* Waits until there is something to do; nothing: it is to end. */
+
+  /* For the archiving thread. Waits until there is something to do; nothing: it is to end. */
   std::optional<Work> wait_for_work();
   void work_is_done(const Work& work);
   /* The directory is claimed with the configuration of the present work, unless that has ended meanwhile. */
