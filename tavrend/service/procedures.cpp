@@ -102,7 +102,7 @@ void get_state(Desk& desk, SVCXPRT* transport) {
 }
 
 void set_state(Desk& desk, SVCXPRT* transport) {
-  const Argument<tavren_state_t> state(transport, xdr_tavren_state_t);
+  const Argument<int> state(transport, xdr_int); /* as it travels: any number may come */
   if (!state.good) return;
   desk.set_config(std::nullopt, state.object == TAVREN_STATE_ENABLED);
   reply_nothing(transport);
