@@ -126,17 +126,50 @@ Database::Query::~Query() {
 }
 
 Database::Query::Query(Query&& other) noexcept
-    : database(other.database), statement(std::exchange(other.statement, nullptr)), bound(other.bound) {}
+    : database(other.database),
+      statement(std::exchange(other.statement, nullptr)),
+      bound(other.bound),
+      sum(other.sum) {}
 
 Database::Query& Database::Query::bind(int64_t value) {
+  sum.add(value);
   if (sqlite3_bind_int64(statement, ++bound, value) != SQLITE_OK) database.fail();
   return *this;
 }
 
 Database::Query& Database::Query::bind(std::string_view value) {
+  sum.add(value);
   const void* const bytes = value.empty() ? "" : value.data(); /* NULL would be no blob, but no value */
   if (sqlite3_bind_blob64(statement, ++bound, bytes, value.size(), SQLITE_TRANSIENT) != SQLITE_OK) database.fail();
   return *this;
+}
+
+Database::Query& Database::Query::bind_row(const Query& row, int columns) {
+  for (int column = 0; column < columns; ++column) {
+    if (sqlite3_column_type(row.statement, column) == SQLITE_INTEGER) {
+      bind(row.number(column));
+    } else {
+      bind(row.text(column));
+    }
+  }
+  return *this;
+}
+
+Database::Query& Database::Query::bind_sum() { return bind(sum.value()); }
+
+bool Database::Query::is_sound(int columns) const {
+  RowSum expected;
+  for (int column = 0; column < columns - 1; ++column) {
+    const int type = sqlite3_column_type(statement, column);
+    if (type == SQLITE_INTEGER) {
+      expected.add(number(column));
+    } else if (type == SQLITE_BLOB) {
+      expected.add(text(column));
+    } else {
+      return false; /* nothing else is ever written */
+    }
+  }
+  return number(columns - 1) == expected.value();
 }
 
 bool Database::Query::next() {

@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "store/row_sum.h"
+
 struct sqlite3;
 struct sqlite3_stmt;
 
@@ -33,7 +35,9 @@ class Database {
     Query(const Query&) = delete;
 
     Query& bind(int64_t value);
-    Query& bind(std::string_view value); /* any bytes */
+    Query& bind(std::string_view value);            /* any bytes */
+    Query& bind_row(const Query& row, int columns); /* the first ones of another's present row */
+    Query& bind_sum();                              /* of what was bound so far */
 
     /* Goes on to the next row. Returns whether there is one. */
     bool next();
@@ -42,11 +46,14 @@ class Database {
 
     int64_t number(int column) const;
     std::string text(int column) const;
+    /* Whether the last of so many columns is the sum of those before it. */
+    bool is_sound(int columns) const;
 
    private:
     Database& database;
     sqlite3_stmt* statement;
     int bound = 0;
+    RowSum sum;
   };
 
   Query query(const char* sql);

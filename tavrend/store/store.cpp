@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "store/database.h"
+#include "store/row_sum.h"
 
 namespace {
 
@@ -16,28 +17,37 @@ constexpr int64_t week_ms = int64_t{7} * 24 * 3600 * 1000;
 
 /* Texts are blobs, because paths may hold any bytes. Device, inode and checksum are unsigned: cast there and back. */
 constexpr char schema[] =
-    "CREATE TABLE number (name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;"
-    "CREATE TABLE text (name BLOB PRIMARY KEY, value BLOB NOT NULL) WITHOUT ROWID;"
-    "CREATE TABLE error (id INTEGER PRIMARY KEY, serialised BLOB NOT NULL);"
-    "CREATE TABLE section (name BLOB PRIMARY KEY, compartment INTEGER NOT NULL, last_item_ms INTEGER NOT NULL)"
-    " WITHOUT ROWID;"
+    "CREATE TABLE number (name TEXT PRIMARY KEY, value INTEGER NOT NULL, sum INTEGER NOT NULL) WITHOUT ROWID;"
+    "CREATE TABLE text (name BLOB PRIMARY KEY, value BLOB NOT NULL, sum INTEGER NOT NULL) WITHOUT ROWID;"
+    "CREATE TABLE IF NOT EXISTS error (id INTEGER PRIMARY KEY, serialised BLOB NOT NULL);"
+    "CREATE TABLE section (name BLOB PRIMARY KEY, compartment INTEGER NOT NULL, last_item_ms INTEGER NOT NULL,"
+    " sum INTEGER NOT NULL) WITHOUT ROWID;"
     "CREATE TABLE archived (id INTEGER PRIMARY KEY, section BLOB NOT NULL, device INTEGER NOT NULL,"
     " inode INTEGER NOT NULL, head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, size INTEGER NOT NULL,"
-    " mtime_ns INTEGER NOT NULL, missing_since_ms INTEGER NOT NULL DEFAULT 0);"
+    " mtime_ns INTEGER NOT NULL, missing_since_ms INTEGER NOT NULL DEFAULT 0, sum INTEGER NOT NULL);"
     "CREATE INDEX archived_section ON archived (section);"
     "CREATE TABLE progress (section BLOB PRIMARY KEY, device INTEGER NOT NULL, inode INTEGER NOT NULL,"
     " head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, offset INTEGER NOT NULL, seen INTEGER NOT NULL,"
-    " mtime_ns INTEGER NOT NULL, finished INTEGER NOT NULL) WITHOUT ROWID;";
-
-constexpr char intent_schema[] =
+    " mtime_ns INTEGER NOT NULL, finished INTEGER NOT NULL, sum INTEGER NOT NULL) WITHOUT ROWID;"
     "CREATE TABLE intent (section BLOB NOT NULL, remote_path BLOB NOT NULL, path BLOB NOT NULL,"
     " device INTEGER NOT NULL, inode INTEGER NOT NULL, size INTEGER NOT NULL, mtime_ns INTEGER NOT NULL,"
     " head BLOB NOT NULL, follows INTEGER NOT NULL, grows INTEGER NOT NULL, first INTEGER NOT NULL,"
-    " length INTEGER NOT NULL, PRIMARY KEY (section, remote_path)) WITHOUT ROWID;";
+    " length INTEGER NOT NULL, sum INTEGER NOT NULL, PRIMARY KEY (section, remote_path)) WITHOUT ROWID;";
 
-/* The first version knew one intent of a section. */
-constexpr char leave_first_version[] = "ALTER TABLE intent RENAME TO old_intent";
-constexpr char take_intents[] = "INSERT INTO intent SELECT * FROM old_intent; DROP TABLE old_intent";
+/* Each row has the sum of these columns. For how long a file was missing may be wrong. */
+struct SummedTable {
+  const char* name;
+  const char* columns;
+  int count;
+};
+constexpr SummedTable summed_tables[] = {
+    {"number", "name, value", 2},
+    {"text", "name, value", 2},
+    {"section", "name, compartment, last_item_ms", 3},
+    {"archived", "section, device, inode, head_length, head_checksum, size, mtime_ns", 7},
+    {"progress", "section, device, inode, head_length, head_checksum, offset, seen, mtime_ns, finished", 9},
+    {"intent", "section, remote_path, path, device, inode, size, mtime_ns, head, follows, grows, first, length", 12},
+};
 
 /* The directory is made when it is not there; one that is there is the administrator's. */
 void make_directory(const std::string& directory) {
@@ -57,16 +67,52 @@ std::string damage_of(Database& database) {
   return damage.next() ? damage.text(0) : "";
 }
 
+bool is_sound(Database& database, const SummedTable& table) {
+  const std::string all = std::string("SELECT ") + table.columns + ", sum FROM " + table.name;
+  for (auto row = database.query(all.c_str()); row.next();) {
+    if (!row.is_sound(table.count + 1)) return false;
+  }
+  return true;
+}
+
+/* The first version had no sums, and knew one intent of a section. */
+void take_first_version(Database& database) {
+  for (const SummedTable& table : summed_tables) {
+    database.run((std::string("ALTER TABLE ") + table.name + " RENAME TO old_" + table.name).c_str());
+  }
+  database.run("DROP INDEX archived_section");
+  database.run(schema);
+  for (const SummedTable& table : summed_tables) {
+    const std::string name = table.name;
+    const std::string columns = table.columns;
+    std::string insert = "INSERT INTO " + name + " (" + columns + ", sum) VALUES (?";
+    for (int i = 0; i < table.count; ++i) insert += ", ?";
+    insert += ")";
+    for (auto row = database.query(("SELECT " + columns + " FROM old_" + name).c_str()); row.next();) {
+      database.query(insert.c_str()).bind_row(row, table.count).bind_sum().run();
+    }
+    database.run(("DROP TABLE old_" + name).c_str());
+  }
+}
+
 void check(Database& database, const std::string& directory) {
+  const std::string file = directory + "/tavrend.db";
   const int64_t found = version_of(database);
-  if (found > schema_version) throw StoreError(directory + "/tavrend.db: written by a newer version of this program");
+  if (found > schema_version) throw StoreError(file + ": written by a newer version of this program");
   const std::string damage = damage_of(database);
-  if (damage != "ok") throw StoreError(directory + "/tavrend.db: damaged: " + damage);
-  if (found == schema_version) return;
+  if (damage != "ok") throw StoreError(file + ": damaged: " + damage);
+  if (found == schema_version) {
+    const bool is_all_sound = std::all_of(std::begin(summed_tables), std::end(summed_tables),
+                                          [&](const SummedTable& table) { return is_sound(database, table); });
+    if (!is_all_sound) throw StoreError(file + ": damaged: a value has changed");
+    return;
+  }
   database.transaction([&database, found] {
-    database.run(found == 0 ? schema : leave_first_version);
-    database.run(intent_schema);
-    if (found == 1) database.run(take_intents);
+    if (found == 0) {
+      database.run(schema);
+    } else {
+      take_first_version(database);
+    }
     database.run("PRAGMA user_version = 2");
   });
 }
@@ -108,7 +154,11 @@ int64_t Store::number(const char* name) {
 }
 
 void Store::set_number(const char* name, int64_t value) {
-  database->query("INSERT OR REPLACE INTO number VALUES (?, ?)").bind(std::string_view(name)).bind(value).run();
+  database->query("INSERT OR REPLACE INTO number VALUES (?, ?, ?)")
+      .bind(std::string_view(name))
+      .bind(value)
+      .bind_sum()
+      .run();
 }
 
 std::optional<ArchiveConfig> Store::config() {
@@ -125,9 +175,10 @@ bool Store::is_enabled() { return number("enabled") != 0; }
 void Store::set_config_now(const ArchiveConfig& config) {
   ArchiveConfig copy = config;
   for (int i = 0; i < 6; ++i) {
-    database->query("INSERT OR REPLACE INTO text VALUES (?, ?)")
+    database->query("INSERT OR REPLACE INTO text VALUES (?, ?, ?)")
         .bind(std::string("config.") + setting_names[i])
         .bind(setting(copy.settings, i))
+        .bind_sum()
         .run();
   }
   set_number("space_limit.0", config.space_limit[0]);
@@ -157,7 +208,7 @@ std::string Store::text(const std::string& kind) {
 
 void Store::set_text(const std::string& kind, const std::string& text) {
   database->transaction(
-      [&] { database->query("INSERT OR REPLACE INTO text VALUES (?, ?)").bind(kind).bind(text).run(); });
+      [&] { database->query("INSERT OR REPLACE INTO text VALUES (?, ?, ?)").bind(kind).bind(text).bind_sum().run(); });
 }
 
 std::vector<std::string> Store::errors() {
@@ -242,12 +293,13 @@ std::optional<Progress> Store::progress(const std::string& section) {
 }
 
 void Store::write_progress(const std::string& section, const Progress& progress) {
-  auto query = database->query("INSERT OR REPLACE INTO progress VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
+  auto query = database->query("INSERT OR REPLACE INTO progress VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
   bind(query.bind(section), progress.identity)
       .bind(progress.offset)
       .bind(progress.seen)
       .bind(progress.mtime_ns)
       .bind(int64_t{progress.finished})
+      .bind_sum()
       .run();
 }
 
@@ -288,9 +340,12 @@ void Store::add_section(const ArchivedSection& section) {
   database->transaction([&] {
     database
         ->query(
-            "INSERT INTO section VALUES (?, ?, 0) ON CONFLICT (name) DO UPDATE SET compartment = excluded.compartment")
+            "INSERT INTO section VALUES (?, ?, ?, ?)"
+            " ON CONFLICT (name) DO UPDATE SET compartment = excluded.compartment, sum = excluded.sum")
         .bind(section.name)
         .bind(static_cast<int64_t>(section.compartment))
+        .bind(last_item_time(section.name))
+        .bind_sum()
         .run();
   });
 }
@@ -325,15 +380,12 @@ void Store::begin_item(const Intent& intent, int64_t item_time_ms) { begin_items
 void Store::begin_items(const std::vector<Intent>& intents, int64_t item_time_ms) {
   database->transaction([&] {
     for (const Intent& intent : intents) write_intent(intent);
-    database->query("UPDATE section SET last_item_ms = ? WHERE name = ?")
-        .bind(item_time_ms)
-        .bind(intents.front().section)
-        .run();
+    write_last_item_time(intents.front().section, item_time_ms);
   });
 }
 
 void Store::write_intent(const Intent& intent) {
-  database->query("INSERT OR REPLACE INTO intent VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
+  database->query("INSERT OR REPLACE INTO intent VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
       .bind(intent.section)
       .bind(intent.remote_path)
       .bind(intent.file.path)
@@ -346,14 +398,30 @@ void Store::write_intent(const Intent& intent) {
       .bind(int64_t{intent.grows})
       .bind(intent.first)
       .bind(intent.length)
+      .bind_sum()
       .run();
+}
+
+void Store::write_last_item_time(const std::string& section, int64_t item_time_ms) {
+  for (const ArchivedSection& known : sections()) {
+    if (known.name != section) continue;
+    RowSum sum;
+    sum.add(section);
+    sum.add(int64_t{known.compartment});
+    sum.add(item_time_ms);
+    database->query("UPDATE section SET last_item_ms = ?, sum = ? WHERE name = ?")
+        .bind(item_time_ms)
+        .bind(sum.value())
+        .bind(section)
+        .run();
+  }
 }
 
 void Store::remember_file(const std::string& section, const LogFile& file) {
   auto query = database->query(
-      "INSERT INTO archived (section, device, inode, head_length, head_checksum, size, mtime_ns)"
-      " VALUES (?, ?, ?, ?, ?, ?, ?)");
-  bind(query.bind(section), identity_of(file)).bind(file.size).bind(file.mtime_ns).run();
+      "INSERT INTO archived (section, device, inode, head_length, head_checksum, size, mtime_ns, sum)"
+      " VALUES (?, ?, ?, ?, ?, ?, ?, ?)");
+  bind(query.bind(section), identity_of(file)).bind(file.size).bind(file.mtime_ns).bind_sum().run();
 }
 
 void Store::end_intent(const Intent& intent) {

@@ -122,6 +122,7 @@ class Store {
   void set_number(const char* name, int64_t value);
   int64_t number(const char* name);
   void write_intent(const Intent& intent);
+  void write_last_item_time(const std::string& section, int64_t item_time_ms);
   void write_progress(const std::string& section, const Progress& progress);
   void remember_file(const std::string& section, const LogFile& file);
   void end_intent(const Intent& intent);

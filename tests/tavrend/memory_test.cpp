@@ -30,12 +30,12 @@ class DaemonsMemory : public Procedure {
     constexpr size_t head_size = 1024;
     const auto sum = static_cast<int64_t>(checksum(read_file(path).substr(0, head_size)));
     const int64_t mtime_ns = int64_t{now.st_mtim.tv_sec} * 1000000000 + now.st_mtim.tv_nsec;
-    std::string row = "INSERT INTO archived VALUES (NULL, CAST('closed' AS BLOB)";
+    std::string row = "CAST('closed' AS BLOB)";
     for (const int64_t number : {static_cast<int64_t>(now.st_dev), static_cast<int64_t>(now.st_ino),
-                                 static_cast<int64_t>(head_size), sum, int64_t{now.st_size}, mtime_ns, int64_t{0}}) {
+                                 static_cast<int64_t>(head_size), sum, int64_t{now.st_size}, mtime_ns}) {
       row += ", " + std::to_string(number);
     }
-    return row + ");\n";
+    return "INSERT INTO archived VALUES (NULL, " + row + ", 0, row_sum(" + row + "));\n";
   }
 
   /* Has the daemon that comes next know all files that are there. */

@@ -389,7 +389,9 @@ TEST_F(Procedure, ArchivedFilesThatWereMissingForLongAreForgotten) {
   stop();
   for (const char* section : {"audit", "messages"}) {
     const std::string blob = "CAST('" + std::string(section) + "' AS BLOB)";
-    EXPECT_EQ(change_state("INSERT INTO archived VALUES (NULL, " + blob + ", 1, 1, 0, 0, 5, 5, 1)"), 1);
+    EXPECT_EQ(change_state("INSERT INTO archived VALUES (NULL, " + blob + ", 1, 1, 0, 0, 5, 5, 1, row_sum(" + blob +
+                           ", 1, 1, 0, 0, 5, 5))"),
+              1);
   }
   start_again();
   ASSERT_EQ(set_config(), 0);
@@ -410,9 +412,10 @@ TEST_F(Procedure, AnItemThatHadArrivedWhenTheDaemonDiedIsSentAgainInItsPlace) {
   wait_until("an item", [] { return archived_since_the_start(0) == 1; });
   stop(SIGKILL);
   const std::string item = "audit/" + items("audit").at(0);
-  change_state("INSERT INTO intent SELECT section, CAST('" + item + "' AS BLOB), CAST('" + log("audit.log.1") +
-               "' AS BLOB), device, inode, size, mtime_ns, CAST('" + std::string(1024, 'x') +
-               "' AS BLOB), 0, 0, 0, size FROM archived; DELETE FROM archived");
+  const std::string row = "section, CAST('" + item + "' AS BLOB), CAST('" + log("audit.log.1") +
+                          "' AS BLOB), device, inode, size, mtime_ns, CAST('" + std::string(1024, 'x') +
+                          "' AS BLOB), 0, 0, 0, size";
+  change_state("INSERT INTO intent SELECT " + row + ", row_sum(" + row + ") FROM archived; DELETE FROM archived");
   start_again();
   ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
   wait_until("the item again", [] { return archived_since_the_start(0) == 1; });
@@ -461,8 +464,9 @@ namespace {
 
 /* Of the one audit file that was archived, first bytes are to be so, and no others. */
 std::string began_to_archive(int first) {
-  return "INSERT OR REPLACE INTO progress SELECT section, device, inode, head_length, head_checksum, " +
-         std::to_string(first) + ", size, mtime_ns, 0 FROM archived; DELETE FROM archived";
+  const std::string row =
+      "section, device, inode, head_length, head_checksum, " + std::to_string(first) + ", size, mtime_ns, 0";
+  return "INSERT OR REPLACE INTO progress SELECT " + row + ", row_sum(" + row + ") FROM archived; DELETE FROM archived";
 }
 
 }  // namespace
@@ -510,7 +514,8 @@ TEST_F(Procedure, AnItemHasRoomHoweverManyDirectoriesTheOtherCompartmentHas) {
   start(sections());
   stop();
   EXPECT_EQ(change_state("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 300)"
-                         " INSERT INTO section SELECT CAST('once-' || i AS BLOB), 1, 0 FROM n"),
+                         " INSERT INTO section SELECT CAST('once-' || i AS BLOB), 1, 0,"
+                         " row_sum(CAST('once-' || i AS BLOB), 1, 0) FROM n"),
             300);
   start_again();
   ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 1, -1), 0);

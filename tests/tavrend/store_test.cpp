@@ -141,21 +141,68 @@ TEST_F(StoreTest, KeepsTheIntentsOfSeveralItemsThatWereBegunTogether) {
   EXPECT_TRUE(store->open_intents("audit").empty());
 }
 
-TEST_F(StoreTest, OfTheFirstVersionKeepsItsIntents) {
+TEST_F(StoreTest, OfTheFirstVersionIsTakenOver) {
+  store->set_config({}, true);
+  store->set_text("tunables", "kept");
+  store->add_section({"audit", 0});
   store->begin_item(intent(), 4711);
+  store->finish_item(intent());
+  store->begin_item(intent(), 4712);
   store.reset();
-  run("ALTER TABLE intent RENAME TO new_intent;"
-      "CREATE TABLE intent (section BLOB PRIMARY KEY, remote_path BLOB NOT NULL, path BLOB NOT NULL,"
-      " device INTEGER NOT NULL, inode INTEGER NOT NULL, size INTEGER NOT NULL, mtime_ns INTEGER NOT NULL,"
-      " head BLOB NOT NULL, follows INTEGER NOT NULL, grows INTEGER NOT NULL, first INTEGER NOT NULL,"
-      " length INTEGER NOT NULL) WITHOUT ROWID;"
-      "INSERT INTO intent SELECT * FROM new_intent; DROP TABLE new_intent; PRAGMA user_version = 1");
-  reopen();
-  Intent second = intent();
-  second.remote_path += ".2";
-  store->begin_item(second, 4712);
-  ASSERT_FALSE(store->open_intents("audit").empty());
-  EXPECT_EQ(store->open_intents("audit").at(0).remote_path, intent().remote_path);
+  run(R"(
+    DROP INDEX archived_section;
+    ALTER TABLE number RENAME TO new_number;
+    CREATE TABLE number (name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;
+    INSERT INTO number SELECT name, value FROM new_number;
+    DROP TABLE new_number;
+    ALTER TABLE text RENAME TO new_text;
+    CREATE TABLE text (name BLOB PRIMARY KEY, value BLOB NOT NULL) WITHOUT ROWID;
+    INSERT INTO text SELECT name, value FROM new_text;
+    DROP TABLE new_text;
+    ALTER TABLE section RENAME TO new_section;
+    CREATE TABLE section (name BLOB PRIMARY KEY, compartment INTEGER NOT NULL, last_item_ms INTEGER NOT NULL)
+      WITHOUT ROWID;
+    INSERT INTO section SELECT name, compartment, last_item_ms FROM new_section;
+    DROP TABLE new_section;
+    ALTER TABLE archived RENAME TO new_archived;
+    CREATE TABLE archived (id INTEGER PRIMARY KEY, section BLOB NOT NULL, device INTEGER NOT NULL,
+      inode INTEGER NOT NULL, head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, size INTEGER NOT NULL,
+      mtime_ns INTEGER NOT NULL, missing_since_ms INTEGER NOT NULL DEFAULT 0);
+    INSERT INTO archived SELECT id, section, device, inode, head_length, head_checksum, size, mtime_ns, 0
+      FROM new_archived;
+    DROP TABLE new_archived;
+    CREATE INDEX archived_section ON archived (section);
+    ALTER TABLE progress RENAME TO new_progress;
+    CREATE TABLE progress (section BLOB PRIMARY KEY, device INTEGER NOT NULL, inode INTEGER NOT NULL,
+      head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, offset INTEGER NOT NULL, seen INTEGER NOT NULL,
+      mtime_ns INTEGER NOT NULL, finished INTEGER NOT NULL) WITHOUT ROWID;
+    INSERT INTO progress SELECT section, device, inode, head_length, head_checksum, offset, seen, mtime_ns, finished
+      FROM new_progress;
+    DROP TABLE new_progress;
+    ALTER TABLE intent RENAME TO new_intent;
+    CREATE TABLE intent (section BLOB PRIMARY KEY, remote_path BLOB NOT NULL, path BLOB NOT NULL,
+      device INTEGER NOT NULL, inode INTEGER NOT NULL, size INTEGER NOT NULL, mtime_ns INTEGER NOT NULL,
+      head BLOB NOT NULL, follows INTEGER NOT NULL, grows INTEGER NOT NULL, first INTEGER NOT NULL,
+      length INTEGER NOT NULL) WITHOUT ROWID;
+    INSERT INTO intent SELECT section, remote_path, path, device, inode, size, mtime_ns, head, follows, grows, first,
+      length FROM new_intent;
+    DROP TABLE new_intent;
+    PRAGMA user_version = 1)");
+  for (const char* when : {"taken over", "opened again"}) {
+    SCOPED_TRACE(when);
+    reopen();
+    EXPECT_TRUE(store->is_enabled());
+    EXPECT_TRUE(store->config());
+    EXPECT_EQ(store->text("tunables"), "kept");
+    EXPECT_EQ(store->sections().size(), 1U);
+    EXPECT_EQ(store->last_item_time("audit"), 4712);
+    ASSERT_EQ(store->archived_files("audit").size(), 1U);
+    EXPECT_TRUE(is_archived(store->archived_files("audit")[0], file()));
+    ASSERT_TRUE(store->progress("audit"));
+    EXPECT_TRUE(store->progress("audit")->finished);
+    ASSERT_EQ(store->open_intents("audit").size(), 1U);
+    EXPECT_EQ(store->open_intents("audit")[0].remote_path, intent().remote_path);
+  }
 }
 
 TEST_F(StoreTest, OfAPartOfAFileKnowsHowFarItCame) {
