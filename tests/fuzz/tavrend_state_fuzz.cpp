@@ -61,10 +61,10 @@ std::string content_of(Store& store) {
       out << " " << progress->offset << " " << progress->seen << " " << progress->mtime_ns << progress->finished
           << "\n";
     }
-    if (const auto intent = store.open_intent(section)) {
-      say(out, identity_of(intent->file));
-      out << intent->remote_path << intent->file.path << intent->follows << intent->grows << intent->first << " "
-          << intent->length << "\n";
+    for (const Intent& intent : store.open_intents(section)) {
+      say(out, identity_of(intent.file));
+      out << intent.remote_path << intent.file.path << intent.follows << intent.grows << intent.first << " "
+          << intent.length << "\n";
     }
   }
   return out.str();

@@ -142,7 +142,7 @@ TEST_F(StoreTest, KeepsTheIntentsOfSeveralItemsThatWereBegunTogether) {
 }
 
 TEST_F(StoreTest, OfTheFirstVersionIsTakenOver) {
-  store->set_config({}, true);
+  store->set_config(ArchiveConfig(), true);
   store->set_text("tunables", "kept");
   store->add_section({"audit", 0});
   store->begin_item(intent(), 4711);
