@@ -153,7 +153,7 @@ Session& Archiver::session(const Work& work) {
 
 void Archiver::archive(const Work& work) {
   prefix = log_dir_prefix();
-  for (const Section& section : work.sections) keep_first_look(section);
+  for (const Section& section : work.all) keep_first_look(section);
   /* Otherwise a session is opened when there is something for it. */
   if (work.claim) session(work);
   if (work.measure_space) measure(work);
@@ -168,12 +168,15 @@ std::optional<Progress> Archiver::known_progress(Store& store, const Section& se
   return store.progress(section.name);
 }
 
-/* Before any session: nothing would be known of a log that is rotated before the first one succeeds. */
+/* Before it is due, and before any session: nothing would be known of a log that is rotated before the first one. */
 void Archiver::keep_first_look(const Section& section) {
   if (section.follow.empty()) return;
   if (desk.with_store([&](Store& store) { return known_progress(store, section); })) return;
   try {
-    if (const auto around = look_around(prefix, section.follow)) begin_look(section, *around);
+    const auto around = look_around(prefix, section.follow);
+    if (!around) return;
+    begin_look(section, *around);
+    if (around->present) desk.set_waiting(section, pieces_of({*around->present, 0, around->present->size}));
   } catch (const UnreadableFile&) {
     /* Which is reported where it is to be archived. */
   }

@@ -69,6 +69,7 @@ void Desk::plan_tasks(const std::vector<Section>& new_sections) {
   }
   all_sections.swap(sections);
   tasks.swap(planned);
+  looks_first = true;
 }
 
 Desk::Task Desk::planned_task(const std::string& name, int32_t usual_interval) {
@@ -178,6 +179,7 @@ void Desk::set_config(const std::optional<ArchiveConfig>& config, bool on) {
   Lock lock(mutex);
   store.set_config(config, on);
   enabled = on;
+  looks_first = true;
   if (config) {
     archive_config = config;
     for (CompartmentStatus& compartment : present.compartments) compartment.used_mb = -2;
@@ -217,11 +219,15 @@ void Desk::cancel(Lock& lock) {
 }
 
 std::optional<Work> Desk::due_work(int64_t now_ms) {
-  if (!archive_config || !enabled || now_ms < retry_ms) return std::nullopt;
+  if (!archive_config || !enabled) return std::nullopt;
   const auto is_due = [this, now_ms](const std::string& name) { return tasks[name].due_ms <= now_ms; };
   Work work;
   work.begun_ms = now_ms;
   work.config = *archive_config;
+  work.all = all_sections;
+  /* What is rotated away before the first run is not to be lost: something has to be known of it. */
+  if (std::exchange(looks_first, false)) return work;
+  if (now_ms < retry_ms) return std::nullopt;
   work.claim = !store.is_claimed();
   work.measure_space = is_due(space_task);
   std::copy_if(all_sections.begin(), all_sections.end(), std::back_inserter(work.sections),

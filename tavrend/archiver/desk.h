@@ -28,6 +28,7 @@ std::string log_dir_prefix();
 struct Work {
   ArchiveConfig config;
   std::vector<Section> sections; /* whose tasks are due */
+  std::vector<Section> all;      /* whether they are due or not */
   bool measure_space = false;
   bool claim = false;   /* the directory was not claimed with this configuration */
   int64_t begun_ms = 0; /* of the monotonic clock */
@@ -138,6 +139,7 @@ class Desk {
   Status present;                         /* but for the items that wait */
   std::map<std::string, int32_t> waiting; /* items, by section */
   int64_t retry_ms = 0;                   /* nothing is tried before */
+  bool looks_first = true;                /* nobody has looked at all sections as they are configured now */
   bool retry_now = false;                 /* somebody has asked for it since the last work was handed out */
   bool sleeping = true;
   bool stopping = false;

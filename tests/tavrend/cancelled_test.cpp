@@ -105,3 +105,13 @@ TEST_F(SessionInTheMiddleOfAnItem, LeavesItThereWhileTheRotatedLogCannotBeRead) 
   expect_archived("messages", lines);
   EXPECT_EQ(items("messages"), item);
 }
+
+TEST_F(SessionInTheMiddleOfAnItem, ReportsAnotherFileThatVanishesMeanwhile) {
+  append("messages.2", "other\n");
+  lab::run("touch -d 'next year' " + log("messages.2"));
+  begin_to_send(closed("messages*", "messages"));
+  lab::run("rm " + log("messages.2"));
+  hurry_the_network();
+  expect_archived("messages", lines);
+  wait_until("an error", [this] { return errors().find(log("messages.2") + ", ecode=2") != std::string::npos; });
+}

@@ -400,14 +400,17 @@ TEST_F(Daemon, RunsATaskForTheFirstTimeWhenItsChassisIsDue) {
   expect_archived("messages", "one\n");
 }
 
-TEST_F(Daemon, CompressesBesideItsState) {
+TEST_F(Daemon, CompressesBesideItsStateAndGoesOnWhereThatFails) {
   std::filesystem::create_directory(state);
   lab::change_machine("mount -t tmpfs -o size=1m tmpfs $LAB/state");
   lab::run("head -c 2000000 /dev/urandom >" + log("a.1"));
-  start(closed("a.*") + "compress = zstd\n");
+  append("messages", "one\n");
+  start(closed("a.*") + "compress = zstd\n" + following("messages"));
+  set_tunable("failure_retry_interval", "3600");
   ASSERT_EQ(set_config(), 0);
   const std::string reason = "compressing: No space left on device";
   wait_until("an error", [&reason] { return errors().find(reason) != std::string::npos; });
+  wait_until("a line", [] { return archive_of("messages") == "one\n"; });
   stop();
   lab::change_machine("umount $LAB/state");
 }

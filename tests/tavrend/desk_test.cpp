@@ -48,12 +48,19 @@ class DeskTest : public testing::Test {
     }
   }
 
+  /* Waits for work that is due: before that there is one to look at what is not. */
+  static std::optional<Work> due_work(Desk& where) {
+    auto work = where.wait_for_work();
+    while (work && !work->measure_space && work->sections.empty()) work = where.wait_for_work();
+    return work;
+  }
+
   /* Returns the next work of where, or nothing when there is none for ten seconds. */
   static std::optional<Work> next_work(Desk& where) {
     std::optional<Work> work;
     std::atomic<bool> is_back{false};
     std::thread archiving([&] {
-      work = where.wait_for_work();
+      work = due_work(where);
       is_back = true;
     });
     for (int i = 0; i < 1000 && !is_back; ++i) usleep(10000);
@@ -84,7 +91,7 @@ class DeskTest : public testing::Test {
   int64_t cost_of_waiting_ms() {
     clockid_t clock{};
     timespec cost{};
-    std::thread archiving([this] { EXPECT_FALSE(desk.wait_for_work()); });
+    std::thread archiving([this] { EXPECT_FALSE(due_work(desk)); });
     pthread_getcpuclockid(archiving.native_handle(), &clock);
     usleep(100000);
     clock_gettime(clock, &cost);
@@ -99,6 +106,26 @@ class DeskTest : public testing::Test {
 };
 
 }  // namespace
+
+/* Once after each change of what is to be looked at. */
+TEST_F(DeskTest, HandsOutAllSectionsBeforeTheyAreDue) {
+  Desk other(store, {section()}, chassis_with_first_run(1000000, 2000000));
+  other.set_config(config("host"), true);
+  const auto expect_look = [&other](size_t sections) {
+    const auto look = other.wait_for_work();
+    ASSERT_TRUE(look);
+    EXPECT_EQ(look->all.size(), sections);
+    EXPECT_TRUE(look->sections.empty());
+    EXPECT_FALSE(look->claim);
+  };
+  expect_look(1);
+  std::thread serving([&other] {
+    while (!other.is_sleeping()) usleep(1000);
+    other.set_sections({section(), section()});
+  });
+  expect_look(2);
+  serving.join();
+}
 
 TEST_F(DeskTest, KnowsWhatTheStoreHadWhenItWasMade) {
   desk.set_config(config("one"), true);
@@ -123,11 +150,11 @@ TEST_F(DeskTest, DoesNotEndTheWorkThatFollowsTheOneThatItEnds) {
   bool is_second_ended = true;
   std::string second_host;
   std::thread archiving([&] {
-    desk.wait_for_work();
+    due_work(desk);
     std::thread serving([this] { desk.set_config(config("two"), true); });
     while (!desk.is_cancelled()) usleep(1000);
     is_first_ended = true;
-    second_host = desk.wait_for_work()->config.settings.host;
+    second_host = due_work(desk)->config.settings.host;
     child = make_child();
     serving.join();
     is_second_ended = desk.is_cancelled() || waitpid(child, nullptr, WNOHANG) != 0;
@@ -143,12 +170,12 @@ TEST_F(DeskTest, EndsTheChildrenOfTheWorkThatItEnds) {
   desk.set_config(config("one"), true);
   int status = 0;
   std::thread archiving([&] {
-    desk.wait_for_work();
+    due_work(desk);
     const pid_t child = make_child();
     std::thread serving([this] { desk.stop(); });
     waitpid(child, &status, 0);
     EXPECT_TRUE(desk.is_cancelled());
-    EXPECT_FALSE(desk.wait_for_work());
+    EXPECT_FALSE(due_work(desk));
     serving.join();
   });
   archiving.join();
@@ -158,14 +185,14 @@ TEST_F(DeskTest, EndsTheChildrenOfTheWorkThatItEnds) {
 
 TEST_F(DeskTest, HandsOutWorkThatWasAskedForWhileTheLastOneWasFailing) {
   desk.set_config(config("one"), true);
-  ASSERT_TRUE(desk.wait_for_work());
+  ASSERT_TRUE(due_work(desk));
   EXPECT_TRUE(desk.run_task(space_task));
   desk.work_has_failed(0.5);
-  EXPECT_TRUE(desk.wait_for_work());
+  EXPECT_TRUE(due_work(desk));
   std::thread serving([this] { desk.set_config(config("two"), true); });
   while (!desk.is_cancelled()) usleep(1000);
   desk.work_has_failed(0.5);
-  EXPECT_TRUE(desk.wait_for_work());
+  EXPECT_TRUE(due_work(desk));
   serving.join();
 }
 
@@ -179,10 +206,10 @@ TEST_F(DeskTest, HandsOutWorkWhenItWasSwitchedOnWhileTheLastOneWasFailing) {
 
 TEST_F(DeskTest, WaitsAfterAFailureThatNobodyHasSeenComing) {
   desk.set_config(config("one"), true);
-  ASSERT_TRUE(desk.wait_for_work());
+  ASSERT_TRUE(due_work(desk));
   desk.work_has_failed(0.5);
   std::optional<Work> work;
-  std::thread archiving([&] { work = desk.wait_for_work(); });
+  std::thread archiving([&] { work = due_work(desk); });
   while (!desk.is_sleeping()) usleep(1000);
   desk.stop();
   archiving.join();
@@ -225,17 +252,17 @@ TEST_F(DeskTest, EndsTheWaitAfterAFailureWhenItIsSwitchedOn) {
 
 TEST_F(DeskTest, EndsTheWorkWhenTheSectionsAreOthers) {
   desk.set_config(config("one"), true);
-  ASSERT_TRUE(desk.wait_for_work());
+  ASSERT_TRUE(due_work(desk));
   std::thread serving([this] { desk.set_sections({section()}); });
   while (!desk.is_cancelled()) usleep(1000);
-  EXPECT_TRUE(desk.wait_for_work());
+  EXPECT_TRUE(due_work(desk));
   serving.join();
 }
 
 /* What was done was done with what was configured before. */
 TEST_F(DeskTest, KeepsTasksDueOfWorkThatWasDoneWhileItWasEnded) {
   desk.set_config(config("one"), true);
-  const auto first = desk.wait_for_work();
+  const auto first = due_work(desk);
   ASSERT_TRUE(first);
   std::thread serving([this] { desk.set_config(config("two"), true); });
   while (!desk.is_cancelled()) usleep(1000);
@@ -266,7 +293,7 @@ TEST_F(DeskTest, KnowsNothingOfTheSpaceInAnArchiveThatIsNew) {
 /* What it was asked for may have come just behind the look of the present run. */
 TEST_F(DeskTest, KeepsATaskDueThatWasAskedForWhileItRan) {
   desk.set_config(config("one"), true);
-  const auto first = desk.wait_for_work();
+  const auto first = due_work(desk);
   ASSERT_TRUE(first);
   EXPECT_TRUE(desk.run_task(space_task));
   desk.work_is_done(*first);
@@ -277,14 +304,14 @@ TEST_F(DeskTest, KeepsATaskDueThatWasAskedForWhileItRan) {
 
 TEST_F(DeskTest, NotesAClaimOfTheConfigurationThatItWasMadeWith) {
   desk.set_config(config("one"), true);
-  ASSERT_TRUE(desk.wait_for_work());
+  ASSERT_TRUE(due_work(desk));
   desk.note_claim();
   EXPECT_TRUE(store.is_claimed());
   std::thread serving([this] { desk.set_config(config("two"), true); });
   while (!desk.is_cancelled()) usleep(1000);
   desk.note_claim();
   EXPECT_FALSE(store.is_claimed());
-  EXPECT_TRUE(desk.wait_for_work()->claim);
+  EXPECT_TRUE(due_work(desk)->claim);
   serving.join();
 }
 
@@ -326,13 +353,13 @@ TEST_F(DeskTest, WaitsAfterAFailureAsLongAsWasDrawn) {
 
 TEST_F(DeskTest, AsksForNoSecondClaimOfAConfiguration) {
   desk.set_config(config("one"), true);
-  const auto first = desk.wait_for_work();
+  const auto first = due_work(desk);
   ASSERT_TRUE(first);
   EXPECT_TRUE(first->claim);
   desk.note_claim();
   desk.work_is_done(*first);
   EXPECT_TRUE(desk.run_task(space_task));
-  const auto second = desk.wait_for_work();
+  const auto second = due_work(desk);
   ASSERT_TRUE(second);
   EXPECT_FALSE(second->claim);
 }

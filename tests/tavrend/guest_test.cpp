@@ -100,6 +100,21 @@ TEST_F(DaemonAsAGuest, ArchivesTheLogsOfTheRootThatItWasToldLast) {
   }
 }
 
+TEST_F(DaemonAsAGuest, TakesTheLogOfAnotherRootForAnotherLog) {
+  start("[messages]\nfollow = /messages\ninterval = 1\n");
+  ASSERT_EQ(set_config(), 0);
+  std::string written;
+  for (const char* line : {"one\n", "another one\n"}) {
+    const std::string root = lab::value("LAB") + "/root " + std::to_string(written.size());
+    std::filesystem::create_directory(root);
+    write_file(root + "/messages", line);
+    set_tunable("log_dir_prefix", root.c_str());
+    written += line;
+    expect_archived("messages", written);
+  }
+  EXPECT_EQ(errors(), "");
+}
+
 TEST_F(DaemonAsAGuest, ExplainsItsOptions) {
   EXPECT_EQ(run("--help"), 0);
   EXPECT_EQ(said("out").substr(0, 15), "usage: tavrend ");

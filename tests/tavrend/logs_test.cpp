@@ -206,6 +206,21 @@ TEST_F(DaemonsLog, RotatedAndUnreadableForAWhileIsNotLost) {
   EXPECT_EQ(count(errors(), "ecode=61"), 0U) << errors();
 }
 
+TEST_F(DaemonsLog, OfAnotherRootThatIsRotatedAndUnreadableForAWhileIsNotLost) {
+  give_up_reading_everything();
+  append("messages", "one\n");
+  start("[messages]\nfollow = /messages\ninterval = 1\n");
+  set_tunable("log_dir_prefix", logs.c_str());
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  append("messages", "two");
+  behind_its_back("mv messages messages.1 && chown 4711 messages.1 && chmod 0 messages.1 && echo three >messages");
+  wait_until("an error", [] { return count(errors(), "messages.1, ecode=13") > 0; });
+  lab::run("chmod 644 " + log("messages.1"));
+  expect_archived("messages", "one\ntwothree\n");
+  EXPECT_EQ(count(errors(), "ecode=61"), 0U) << errors();
+}
+
 TEST_F(DaemonsLog, IsNoLinkDirectoryPipeOrDevice) {
   write_file(log("secret"), "secret\n");
   lab::run("cd " + logs + " && ln -s secret a.1 && mkdir a.2 && mkfifo a.3 && ln -s secret messages");

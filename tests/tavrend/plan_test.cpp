@@ -175,6 +175,16 @@ Paths paths_to_archive(const std::vector<LogFile>& found, const std::vector<Arch
 
 }  // namespace
 
+TEST(LogFile, IsCompressedIfItBeginsLikeThat) {
+  using namespace std::string_literals;
+  for (const std::string& beginning :
+       {"\x1F\x8B"s, "\x1F\x9D"s, "BZh"s, "\xFD\x37zXZ\0"s, "\x28\xB5\x2F\xFD"s, "\x04\x22\x4D\x18"s}) {
+    EXPECT_TRUE(is_compressed(file("m", 1, beginning + " and more", 1))) << beginning;
+    EXPECT_FALSE(is_compressed(file("m", 1, "x" + beginning, 1))) << beginning;
+    EXPECT_FALSE(is_compressed(file("m", 1, beginning.substr(1), 1))) << beginning;
+  }
+}
+
 TEST(ClosedFiles, ComeOldestFirst) {
   const std::vector<LogFile> found = {file("a.1", 11, "one", 300), file("a.3", 13, "three", 100),
                                       file("a.2", 12, "two", 200)};

@@ -2,11 +2,11 @@
 
 #include <string>
 
-#include "tavrend/daemon_fixture.h"
+#include "tavrend/procedures_fixture.h"
 
 namespace {
 
-class RotatedLogs : public TavrendTest {};
+class RotatedLogs : public Procedure {};
 
 }  // namespace
 
@@ -22,6 +22,20 @@ TEST_F(RotatedLogs, ArePassedOverWhenTheyWereThereBeforeTheDaemon) {
   append("messages", "four\n");
   ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
   wait_until("all", [] { return archive_of("messages") == "one\ntwo\nthree\nfour\n"; });
+  EXPECT_EQ(errors(), "");
+}
+
+/* It is not due for a long time yet. */
+TEST_F(RotatedLogs, BetweenTheSetUpAndTheFirstRunAreSentWhole) {
+  append("messages.1", "older\n");
+  append("messages", "one\n");
+  start("[messages]\nfollow = " + log("messages") + "\ninterval = 365d\n");
+  ASSERT_EQ(TavrendTest::set_config(), 0);
+  wait_until("a first look", [] { return waiting(1) == 1; });
+  lab::run("cd " + logs + " && mv messages.1 messages.2 && mv messages messages.1");
+  append("messages", "two\n");
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  expect_archived("messages", "one\ntwo\n");
   EXPECT_EQ(errors(), "");
 }
 
