@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <iterator>
+#include <sstream>
 
 #include "store/database.h"
 #include "store/row_sum.h"
@@ -68,11 +70,25 @@ std::string damage_of(Database& database) {
 }
 
 bool is_sound(Database& database, const SummedTable& table) {
-  const std::string all = std::string("SELECT ") + table.columns + ", sum FROM " + table.name;
-  for (auto row = database.query(all.c_str()); row.next();) {
+  std::ostringstream select;
+  select << "SELECT " << table.columns << ", sum FROM " << table.name;
+  for (auto row = database.query(select.str().c_str()); row.next();) {
     if (!row.is_sound(table.count + 1)) return false;
   }
   return true;
+}
+
+/* Copies the rows of an older form of the table, which have no sums. */
+void take_rows(Database& database, const SummedTable& table) {
+  std::ostringstream select;
+  select << "SELECT " << table.columns << " FROM old_" << table.name;
+  std::ostringstream insert;
+  insert << "INSERT INTO " << table.name << " (" << table.columns << ", sum) VALUES (?";
+  for (int i = 0; i < table.count; ++i) insert << ", ?";
+  insert << ")";
+  for (auto row = database.query(select.str().c_str()); row.next();) {
+    database.query(insert.str().c_str()).bind_row(row, table.count).bind_sum().run();
+  }
 }
 
 /* The first version had no sums, and knew one intent of a section. */
@@ -83,15 +99,8 @@ void take_first_version(Database& database) {
   database.run("DROP INDEX archived_section");
   database.run(schema);
   for (const SummedTable& table : summed_tables) {
-    const std::string name = table.name;
-    const std::string columns = table.columns;
-    std::string insert = "INSERT INTO " + name + " (" + columns + ", sum) VALUES (?";
-    for (int i = 0; i < table.count; ++i) insert += ", ?";
-    insert += ")";
-    for (auto row = database.query(("SELECT " + columns + " FROM old_" + name).c_str()); row.next();) {
-      database.query(insert.c_str()).bind_row(row, table.count).bind_sum().run();
-    }
-    database.run(("DROP TABLE old_" + name).c_str());
+    take_rows(database, table);
+    database.run((std::string("DROP TABLE old_") + table.name).c_str());
   }
 }
 
