@@ -55,9 +55,10 @@ class ExitedWithUnreadInput : public testing::Test {
 
 TEST(SendEof, StreamsOfRandomSizeArriveWhole) { send_streams(0, 300); }
 
-/* By ten processes at once: most of the time they wait. */
+/* By ten processes at once: most of the time they wait. They begin before this one has threads, of which they have
+ * none.
+ */
 TEST(SendEof, StreamsArriveWholeWhileTheCoresAreBusy) {
-  const BusyCores busy;
   std::vector<pid_t> senders;
   for (unsigned int i = 0; i < 10; ++i) {
     senders.push_back(fork());
@@ -65,6 +66,7 @@ TEST(SendEof, StreamsArriveWholeWhileTheCoresAreBusy) {
     send_streams(1000 + 30 * i, 30);
     _exit(testing::Test::HasFailure() ? 1 : 0);
   }
+  const BusyCores busy;
   for (const pid_t sender : senders) {
     int status = -1;
     EXPECT_EQ(waitpid(sender, &status, 0), sender);

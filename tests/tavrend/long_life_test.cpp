@@ -35,7 +35,7 @@ class DaemonsLongLife : public Procedure {
     return {fewest, children, pages * (sysconf(_SC_PAGESIZE) / 1024)};
   }
 
-  size_t database_size() const { return std::filesystem::file_size(state + "/tavrend.db"); }
+  size_t database_size() const { return static_cast<size_t>(std::filesystem::file_size(state + "/tavrend.db")); }
 
   void archive(const std::string& section, const std::string& written) {
     ASSERT_EQ(run_task("LogTypeTask." + section), 0);
