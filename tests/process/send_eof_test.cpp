@@ -55,9 +55,7 @@ class ExitedWithUnreadInput : public testing::Test {
 
 TEST(SendEof, StreamsOfRandomSizeArriveWhole) { send_streams(0, 300); }
 
-/* By ten processes at once: most of the time they wait. They begin before this one has threads, of which they have
- * none.
- */
+/* By ten processes at once, since most of the time they wait; made before this one has threads. */
 TEST(SendEof, StreamsArriveWholeWhileTheCoresAreBusy) {
   std::vector<pid_t> senders;
   for (unsigned int i = 0; i < 10; ++i) {
