@@ -25,7 +25,7 @@
 
 namespace {
 
-constexpr int patience = 10;                /* seconds */
+constexpr int patience = 60;                /* seconds that only a service that hangs is waited for */
 constexpr uint32_t own_program = 555555555; /* the machine's own daemon stays registered */
 
 std::string home_of_own_program(const TemporaryDirectory& directory) {
