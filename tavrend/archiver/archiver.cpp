@@ -234,12 +234,7 @@ bool Archiver::resume_item(const Work& work, const Section& section, const Inten
     return try_item(work, section, file->open, intent, false);
   }
   /* What is only not readable waits, and what has arrived of it, too. A log's pieces keep their order. */
-  if (const auto file = unreadable_now(section, identity)) {
-    desk.report(error_of(*file));
-    return !intent.follows;
-  }
-  /* What is planned anew says what was lost of a log. */
-  if (!intent.follows) report_if_gone(section, intent.file.path, identity);
+  if (only_waits(section, intent.file.path, identity)) return !intent.follows;
   take_back_item(work, section, intent);
   return true;
 }
@@ -282,19 +277,20 @@ std::optional<Archiver::FoundAgain> Archiver::find_again(const Section& section,
   return std::nullopt;
 }
 
-/* Returns what may be the file and cannot be read. */
-std::optional<UnreadableFile> Archiver::unreadable_now(const Section& section, const Identity& identity) {
+/*
+ * Reports why a file is not found. Returns whether it only cannot be read, and waits. One that is there and has changed
+ * since is a new item; what was lost of a followed log says the plan.
+ */
+bool Archiver::only_waits(const Section& section, const std::string& path, const Identity& identity) {
   const auto is_same = [&identity](const LogFile& file) { return is_same_file(identity, file); };
-  for (const UnreadableFile& file : places_of(section, is_same).unreadable) {
-    if (may_be_among({file}, prefix, inode_of(identity))) return file;
+  const Places now = places_of(section, is_same);
+  for (const UnreadableFile& file : now.unreadable) {
+    if (!may_be_among({file}, prefix, inode_of(identity))) continue;
+    desk.report(error_of(file));
+    return true;
   }
-  return std::nullopt;
-}
-
-/* One that is there and has changed since is a new item. */
-void Archiver::report_if_gone(const Section& section, const std::string& path, const Identity& identity) {
-  const auto is_same = [&identity](const LogFile& file) { return is_same_file(identity, file); };
-  if (places_of(section, is_same).paths.empty()) desk.report(error_of(UnreadableFile(path, ENOENT, false)));
+  if (section.follow.empty() && now.paths.empty()) desk.report(error_of(UnreadableFile(path, ENOENT, false)));
+  return false;
 }
 
 /* Looks for a section's closed files. Returns those that are to be archived, oldest first. */
@@ -335,10 +331,7 @@ void Archiver::archive_closed_files(const Work& work, const Section& section) {
         } else if (begun_at(progress(), file) != 0) {
           break;
         }
-      } else if (const auto unreadable = unreadable_now(section, file.as.identity)) {
-        desk.report(error_of(*unreadable));
-      } else {
-        report_if_gone(section, file.path, file.as.identity);
+      } else if (!only_waits(section, file.path, file.as.identity)) {
         --waiting;
       }
     } catch (const UnreadableFile& error) {
@@ -379,11 +372,7 @@ bool Archiver::archive_begun(const Work& work, const Section& section, const Clo
   if (const auto found = find_again(section, file.path, is_it)) {
     return try_item(work, section, found->open, intent, false);
   }
-  if (const auto unreadable = unreadable_now(section, file.as.identity)) {
-    desk.report(error_of(*unreadable));
-    return false; /* and is taken up by the next run */
-  }
-  report_if_gone(section, file.path, file.as.identity);
+  if (only_waits(section, file.path, file.as.identity)) return false; /* and is taken up by the next run */
   desk.with_store([&](Store& store) { store.give_up_item(intent); });
   return true;
 }

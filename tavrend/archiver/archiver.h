@@ -57,8 +57,7 @@ class Archiver {
   std::vector<ClosedFile> waiting_files(const Section& section);
   Places places_of(const Section& section, const Wanted& is_wanted);
   std::optional<FoundAgain> find_again(const Section& section, const std::string& path, const Wanted& is_it);
-  std::optional<UnreadableFile> unreadable_now(const Section& section, const Identity& identity);
-  void report_if_gone(const Section& section, const std::string& path, const Identity& identity);
+  bool only_waits(const Section& section, const std::string& path, const Identity& identity);
   bool archive_range(const Work& work, const Section& section, const OpenFile& file, Intent intent);
   bool try_item(const Work& work, const Section& section, const OpenFile& file, Intent intent, bool is_new);
   std::optional<Progress> known_progress(Store& store, const Section& section) const;

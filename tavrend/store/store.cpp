@@ -440,33 +440,30 @@ void Store::end_intent(const Intent& intent) {
       .run();
 }
 
-/* Returns whether intent is about what was written to a rotated file behind that as which it was known. */
-bool Store::is_late_end(const Intent& intent) {
+/*
+ * Returns whether intent is about what was written to a rotated file behind that as which it was known, and notes it
+ * then: how far the log is archived is no matter of that.
+ */
+bool Store::note_late_end(const Intent& intent) {
   if (!intent.follows || intent.grows) return false;
-  const auto known = known_files(intent.section);
-  return std::any_of(known.begin(), known.end(), [&](const Identity& k) { return is_same_file(k, intent.file); });
-}
-
-/* How far the log is archived is no matter of that. */
-void Store::note_late_end(const Intent& intent) {
+  bool is_known = false;
   for (const Identity& known : known_files(intent.section)) {
     if (!is_same_file(known, intent.file)) continue;
+    is_known = true;
     auto query = database->query(
         "DELETE FROM archived WHERE section = ? AND device = ? AND inode = ? AND head_length = ? AND head_checksum = "
         "?");
     bind(query.bind(intent.section), known).run();
   }
+  if (!is_known) return false;
   LogFile archived = intent.file;
   archived.size = intent.first + intent.length;
   remember_file(intent.section, archived);
+  return true;
 }
 
 void Store::note_finished(const Intent& intent) {
-  if (is_late_end(intent)) {
-    note_late_end(intent);
-    end_intent(intent);
-    return;
-  }
+  if (note_late_end(intent)) return end_intent(intent);
   const int64_t end = intent.first + intent.length;
   const bool is_whole = !intent.grows && end == intent.file.size;
   write_progress(intent.section, {identity_of(intent.file), end, intent.file.size, intent.file.mtime_ns, is_whole});

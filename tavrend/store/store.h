@@ -126,8 +126,7 @@ class Store {
   void write_progress(const std::string& section, const Progress& progress);
   void remember_file(const std::string& section, const LogFile& file);
   void end_intent(const Intent& intent);
-  bool is_late_end(const Intent& intent);
-  void note_late_end(const Intent& intent);
+  bool note_late_end(const Intent& intent);
   void note_finished(const Intent& intent);
 
   std::unique_ptr<Database> database;

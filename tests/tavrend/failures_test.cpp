@@ -18,6 +18,17 @@ class Failure : public Procedure {
   std::string followed_as_messages(const std::string& name) const {
     return "[messages]\nfollow = " + log(name) + "\ninterval = 1\n";
   }
+
+  /* Archives a line of log a, and has the section follow log b, with another line, from then on. */
+  void follow_another_log() {
+    append("a", "one\n");
+    append("b", "two\n");
+    start(followed_as_messages("a"));
+    ASSERT_EQ(set_config(), 0);
+    expect_archived("messages", "one\n");
+    write_file(config_file, followed_as_messages("b"));
+    kill(daemon, SIGHUP);
+  }
 };
 
 TEST_F(Failure, BehindTheLoginIsInTheStatus) {
@@ -71,14 +82,8 @@ TEST_F(Failure, OfTakingAnItemBackStopsItsSectionAlone) {
 
 /* Neither is what is beside it a part of the new log, nor is anything lost. */
 TEST_F(Failure, IsNotThatAnotherLogIsFollowed) {
-  append("a", "one\n");
   append("b.1", "older\n");
-  append("b", "two\n");
-  start(followed_as_messages("a"));
-  ASSERT_EQ(set_config(), 0);
-  expect_archived("messages", "one\n");
-  write_file(config_file, followed_as_messages("b"));
-  kill(daemon, SIGHUP);
+  follow_another_log();
   expect_archived("messages", "one\ntwo\n");
   restart();
   append("b", "three\n");
@@ -88,13 +93,7 @@ TEST_F(Failure, IsNotThatAnotherLogIsFollowed) {
 
 /* It is looked at before any session, as each log is. */
 TEST_F(Failure, OfTheLoginLosesNothingOfAnotherLogThatIsFollowedFromNowOn) {
-  append("a", "one\n");
-  append("b", "two\n");
-  start(followed_as_messages("a"));
-  ASSERT_EQ(set_config(), 0);
-  expect_archived("messages", "one\n");
-  write_file(config_file, followed_as_messages("b"));
-  kill(daemon, SIGHUP);
+  follow_another_log();
   ASSERT_EQ(set_config("wrong"), 0);
   wait_until("a failed login", [] { return errors().find("login failed") != std::string::npos; });
   lab::run("mv " + log("b") + " " + log("b.1"));

@@ -104,13 +104,18 @@ class DaemonsFaults : public ArchivingRun {
     return "[" + section + "]\n" + what + "\ninterval = 365d\n";
   }
 
-  /* A start that finds another line of a log. */
-  DaemonsScenario a_start() {
+  /* A log of which the first line is archived, and another one is not. */
+  void prepare_a_second_line() {
     prepare_for_tries(in_a_year("messages", "follow = " + log("messages")));
     EXPECT_EQ(set_config(), 0);
     run_task("LogTypeTask.messages");
     expect_archived("messages", "one\n");
     append("messages", "two\n");
+  }
+
+  /* A start that finds another line of a log. */
+  DaemonsScenario a_start() {
+    prepare_a_second_line();
     return {true, [] {}, [] { return is_idle(); }, [] { return archive_of("messages") == "one\ntwo\n"; },
             [] { run_task("LogTypeTask.messages"); }};
   }
@@ -126,11 +131,7 @@ class DaemonsFaults : public ArchivingRun {
   }
 
   DaemonsScenario a_rotation() {
-    prepare_for_tries(in_a_year("messages", "follow = " + log("messages")));
-    EXPECT_EQ(set_config(), 0);
-    run_task("LogTypeTask.messages");
-    expect_archived("messages", "one\n");
-    append("messages", "two\n");
+    prepare_a_second_line();
     lab::run("mv " + log("messages") + " " + log("messages.1"));
     append("messages", "three\n");
     const auto run = [] { run_task("LogTypeTask.messages"); };

@@ -7,6 +7,13 @@
  */
 namespace {
 
+/* Returns how often part is in text. */
+size_t count(const std::string& text, const std::string& part) {
+  size_t times = 0;
+  for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) ++times;
+  return times;
+}
+
 class DaemonsLog : public TavrendTest {
  protected:
   /* Runs commands in the directory of the logs while the daemon does not look. */
@@ -16,16 +23,19 @@ class DaemonsLog : public TavrendTest {
     ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
   }
 
+  /* Lets the log, of which one line is archived, be rotated and be unreadable for a while. */
+  void expect_nothing_lost_by_an_unreadable_rotated_log() {
+    append("messages", "two");
+    behind_its_back("mv messages messages.1 && chown 4711 messages.1 && chmod 0 messages.1 && echo three >messages");
+    wait_until("an error", [] { return count(errors(), "messages.1, ecode=13") > 0; });
+    lab::run("chmod 644 " + log("messages.1"));
+    expect_archived("messages", "one\ntwothree\n");
+    EXPECT_EQ(count(errors(), "ecode=61"), 0U) << errors();
+  }
+
   /* Two kilobytes that logs of one service may begin with. */
   const std::string header = many_lines(2000);
 };
-
-/* Returns how often part is in text. */
-size_t count(const std::string& text, const std::string& part) {
-  size_t times = 0;
-  for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) ++times;
-  return times;
-}
 
 }  // namespace
 
@@ -198,12 +208,7 @@ TEST_F(DaemonsLog, ThatCannotBeReadIsReportedAndArchivedOnceItCan) {
 TEST_F(DaemonsLog, RotatedAndUnreadableForAWhileIsNotLost) {
   give_up_reading_everything();
   archive_a_first_line();
-  append("messages", "two");
-  behind_its_back("mv messages messages.1 && chown 4711 messages.1 && chmod 0 messages.1 && echo three >messages");
-  wait_until("an error", [] { return count(errors(), "messages.1, ecode=13") > 0; });
-  lab::run("chmod 644 " + log("messages.1"));
-  expect_archived("messages", "one\ntwothree\n");
-  EXPECT_EQ(count(errors(), "ecode=61"), 0U) << errors();
+  expect_nothing_lost_by_an_unreadable_rotated_log();
 }
 
 TEST_F(DaemonsLog, OfAnotherRootThatIsRotatedAndUnreadableForAWhileIsNotLost) {
@@ -213,12 +218,7 @@ TEST_F(DaemonsLog, OfAnotherRootThatIsRotatedAndUnreadableForAWhileIsNotLost) {
   set_tunable("log_dir_prefix", logs.c_str());
   ASSERT_EQ(set_config(), 0);
   expect_archived("messages", "one\n");
-  append("messages", "two");
-  behind_its_back("mv messages messages.1 && chown 4711 messages.1 && chmod 0 messages.1 && echo three >messages");
-  wait_until("an error", [] { return count(errors(), "messages.1, ecode=13") > 0; });
-  lab::run("chmod 644 " + log("messages.1"));
-  expect_archived("messages", "one\ntwothree\n");
-  EXPECT_EQ(count(errors(), "ecode=61"), 0U) << errors();
+  expect_nothing_lost_by_an_unreadable_rotated_log();
 }
 
 TEST_F(DaemonsLog, IsNoLinkDirectoryPipeOrDevice) {

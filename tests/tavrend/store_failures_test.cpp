@@ -56,6 +56,14 @@ class StoreFailure : public StoreTest {
     }
   }
 
+  /* Where a small file system of its own can be. */
+  std::string small_place() const {
+    need_mounts();
+    const std::string at = directory.path("small");
+    mkdir(at.c_str(), 0700);
+    return at;
+  }
+
   static void need_mounts() {
     const Outcome outcome = run_in_child([] {
       const TemporaryDirectory place;
@@ -106,9 +114,7 @@ class StoreFailure : public StoreTest {
 }  // namespace
 
 TEST_F(StoreFailure, WithoutRoomForADatabaseIsNotStarted) {
-  need_mounts();
-  const std::string at = directory.path("small");
-  mkdir(at.c_str(), 0700);
+  const std::string at = small_place();
   EXPECT_EQ(reason_in_child([&at] {
               mount_small(at, 4);
               const Store full(at);
@@ -117,9 +123,7 @@ TEST_F(StoreFailure, WithoutRoomForADatabaseIsNotStarted) {
 }
 
 TEST_F(StoreFailure, OnADiskThatFillsUpTakesNoChangeAndKeepsTheOthers) {
-  need_mounts();
-  const std::string at = directory.path("small");
-  mkdir(at.c_str(), 0700);
+  const std::string at = small_place();
   EXPECT_EQ(reason_in_child([&at] {
               mount_small(at, 400);
               auto full = std::make_unique<Store>(at);
@@ -146,9 +150,7 @@ TEST_F(StoreFailure, OnADiskThatFillsUpTakesNoChangeAndKeepsTheOthers) {
 
 /* The log beside the database counts, too. */
 TEST_F(StoreFailure, IsNoMatterOfManyItemsInASmallFileSystem) {
-  need_mounts();
-  const std::string at = directory.path("small");
-  mkdir(at.c_str(), 0700);
+  const std::string at = small_place();
   EXPECT_EQ(reason_in_child([&at] {
               mount_small(at, 300);
               Store small(at);
@@ -208,6 +210,29 @@ TEST_F(StoreFailure, InTheMiddleOfWhatALookHasShownKnowsNothingOfIt) {
   EXPECT_THROW(store->note_look("audit", Progress{{}, 0, 7, 8, false}, {file()}), StoreError);
   reopen();
   EXPECT_FALSE(store->progress("audit"));
+}
+
+/* In what SQLite takes for sound. */
+TEST_F(StoreFailure, WithAChangedValueIsNotStartedAndKept) {
+  store->set_config(ArchiveConfig(), true);
+  store->add_section({"audit", 0});
+  store->begin_item(intent(), 1);
+  store->finish_item(intent());
+  store->begin_item(intent(), 2);
+  store.reset();
+  const std::string content = read_file(database);
+  for (const char* change :
+       {"number SET value = value + 1", "text SET value = CAST('other' AS BLOB)", "section SET compartment = 1",
+        "section SET last_item_ms = last_item_ms + 1", "archived SET size = size + 1", "archived SET inode = inode + 1",
+        "progress SET offset = offset + 1", "intent SET first = first + 1",
+        "intent SET path = CAST('other' AS BLOB)"}) {
+    run(std::string("UPDATE ") + change);
+    const std::string changed = read_file(database);
+    EXPECT_EQ(error_of_opening(), database + ": damaged: a value has changed") << change;
+    EXPECT_EQ(read_file(database), changed) << change;
+    write_file(database, content);
+  }
+  EXPECT_EQ(error_of_opening(), "none");
 }
 
 TEST_F(StoreFailure, InAReadOnlyFileSystemIsNotStarted) {
