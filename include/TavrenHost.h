@@ -87,8 +87,7 @@ class TAVREN_EXPORT TavrenHost {
 
   /*
    * Warns on the system console, at most once in 900 seconds, the first ones of the epoch included. host may be NULL.
-   * Failures are ignored. Logins, checked commands and copy programs that fail do so by
-   * themselves.
+   * Failures are ignored. Logins, checked commands and copy programs that fail call it by themselves.
    */
   void console_error_connection(const char* host);
 
@@ -101,11 +100,10 @@ class TAVREN_EXPORT TavrenHost {
   void run_line(const std::string& command, std::string* output);
 
   /*
-   * Runs command within timeout seconds; status receives its exit status, lines its output at their end. Throws
-   * TAVREN_E_SHELL_STATUS (output that does not end in a newline is that, too, unless
-   * it is one byte, which is lost), TAVREN_E_COMMAND_TIMEOUT,
-   * TAVREN_E_COMMAND_EXCESSIVE_OUTPUT, and TAVREN_E_PROGRAM_EXITED and TAVREN_E_EXCESSIVE_OUTPUT from before the
-   * command's output.
+   * Runs command within timeout seconds; status receives its exit status, and its output is appended to lines. Output
+   * that does not end in a newline is TAVREN_E_SHELL_STATUS, but for a single byte, which is lost. Throws that,
+   * TAVREN_E_COMMAND_TIMEOUT, TAVREN_E_COMMAND_EXCESSIVE_OUTPUT, and, from before the command's output,
+   * TAVREN_E_PROGRAM_EXITED and TAVREN_E_EXCESSIVE_OUTPUT.
    */
   void run_command(const std::string& command, int& status, std::list<std::string>& lines, int timeout);
 

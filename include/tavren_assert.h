@@ -29,9 +29,8 @@ TAVREN_EXPORT void _tavren_set_abort_info(const char* kind, const char* file, in
 
 /*
  * Flushes the standard output and error streams as far as their readers take it at once, writes an empty line, the
- * stored information (at most 79 bytes) and the formatted message (at most 159) to descriptor
- * 2, which it gives up when that has not taken all of it after two seconds, and ends the process. Allocates nothing.
- * Never returns.
+ * stored information (at most 79 bytes) and the formatted message (at most 159) to descriptor 2, which gets two seconds
+ * to take all of it, and ends the process. Allocates nothing. Never returns.
  */
 TAVREN_EXPORT void _tavren_abort(const char* format, ...) __attribute__((noreturn, format(printf, 1, 2)));
 

@@ -9,9 +9,9 @@
  * is refused, for a newline behind its last slash, is no failed transfer; streams take such names.
  *
  * A function with a message returns 0 with *message NULL, or -1 with the reason in *message: the caller's, released
- * with free; NULL when there was no memory for its text. TavrenTimeout and TavrenOperationCancelled pass to the caller
- * as C++ exceptions, and so does any other but a TavrenError, unless it is said that nothing is thrown or what memory
- * that ran out does; *message says nothing then.
+ * with free; NULL when there was no memory for its text. Exceptions of other classes than TavrenError, such as
+ * TavrenTimeout and TavrenOperationCancelled, pass to the caller, and *message says nothing then; but not where a
+ * function is said to throw nothing, and not for want of memory where it says what it does then.
  */
 #ifndef TAVREN_HOST_UTIL_H
 #define TAVREN_HOST_UTIL_H

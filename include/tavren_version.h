@@ -10,7 +10,7 @@
 
 /* The parts of the version. */
 #define TAVREN_VERSION_MAJOR 1
-#define TAVREN_VERSION_MINOR 0
+#define TAVREN_VERSION_MINOR 1
 #define TAVREN_VERSION_PATCH 0
 
 /* The version as a number that grows with it: 10203 is 1.2.3. */

@@ -11,8 +11,7 @@
 #include <vector>
 
 #include "core/assertion.h"
-#include "core/messages.h"
-#include "tavren_util.h"
+#include "core/catalogue.h"
 
 namespace {
 
@@ -259,5 +258,5 @@ void TavrenError::tavren_bytes_to_errors(tavren_bytes_t& bytes, std::list<Tavren
 // NOLINTNEXTLINE(performance-unnecessary-value-param): part of the interface as it has always been
 void tavren_throw_syscall_error(std::string call, int error) {
   if (error == -1) error = errno;
-  throw TavrenError(TAVREN_E_SYSCALL, call, tavren_int_to_string(error));
+  throw TavrenError(TAVREN_E_SYSCALL, call, std::to_string(error));
 }

@@ -1,7 +1,7 @@
 #include "TavrenTunables.h"
 
-#include "core/messages.h"
-#include "core/settings_text.h"
+#include "core/catalogue.h"
+#include "core/name_value_lines.h"
 #include "tavren_basic.h"
 #include "tavren_util.h"
 
@@ -88,7 +88,7 @@ void TavrenTunables::set_tunable(const std::string& name, const std::string& val
 }
 
 void TavrenTunables::set_tunables(const std::string& text) {
-  for_each_setting(text, [this](const std::string& name, const std::string& value) {
+  for_each_name_and_value(text, [this](const std::string& name, const std::string& value) {
     /* One bad line must not keep the others from being applied, so its error is dropped. */
     std::string ignored;
     set_tunable(name, value, ignored);

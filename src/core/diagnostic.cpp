@@ -56,8 +56,7 @@ int64_t now_ms() {
   return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
-/* A reader that is slow gets some time for what is said here; one that takes nothing at all keeps the process no
- * longer. */
+/* Writes text. A slow reader gets two seconds for it, and one that takes nothing cannot keep the process for longer. */
 void write_patiently(int fd, const char* text) {
   constexpr int64_t patience_ms = 2000;
   const NonBlocking descriptor(fd);

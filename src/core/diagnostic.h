@@ -4,8 +4,9 @@
 #include <stdio.h>
 
 /*
- * What a process says before it ends. Nothing here allocates, and the standard streams keep nobody: neither those whose
- * reader takes nothing or is gone, nor one that another thread holds. What their readers do not take at once is lost.
+ * What a process says before it ends. Nothing here allocates, and nothing waits for the standard streams: not for a
+ * reader that takes nothing or is gone, and not for another thread that holds one. What readers do not take at once is
+ * lost.
  */
 
 /* Flushes the standard output and error streams as far as they take it, and writes text, unbuffered, to descriptor 2.

@@ -7,8 +7,8 @@
 
 #include <new>
 
+#include "core/catalogue.h"
 #include "core/diagnostic.h"
-#include "core/messages.h"
 #include "tavren_assert.h"
 #include "tavren_cmem.h"
 

@@ -3,16 +3,35 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "core/standard_streams.h"
-#include "daemon/rpc.h"
+#include "tavren_basic.h"
+#include "tavren_rpc.h"
 
 namespace {
 
 constexpr char daemon_host[] = "localhost";
 constexpr char daemon_netid[] = "tcp";
+constexpr int number_size = 64; /* bytes of the line that names another program number */
+
+/* Returns the number under which the daemon is registered, looked up anew. */
+int program_number() {
+  /* The first call decides for the life of the process, as it does for the temporary root. */
+  static const bool may_be_overridden = getenv("TAVREN_HOME") != nullptr;
+  if (!may_be_overridden) return TAVREN_RPC_PROG_DEFAULT;
+
+  const char* root = tavren_get_tmp_root();
+  char path[4096 + sizeof "/tavrend_rpc_num"];
+  snprintf(path, sizeof path, "%s/tavrend_rpc_num", root);
+  char line[number_size];
+  int number = TAVREN_RPC_PROG_DEFAULT;
+  if (tavren_read_line_from_file(path, line, sizeof line) == 0) tavren_cstring_to_int(line, &number);
+  return number;
+}
 
 int descriptor_of(CLIENT* client) {
   int fd = -1;
@@ -21,7 +40,8 @@ int descriptor_of(CLIENT* client) {
 
 /*
  * Makes a client. In a host program that has closed its standard streams the RPC library's socket would land there, and
- * what the program then prints would go to the daemon. Such a client holds the place until another one is made beside.
+ * what the program then prints would go to the daemon. A client that landed there holds the place while another one is
+ * made.
  */
 CLIENT* create_client(rpcprog_t program) {
   CLIENT* client = clnt_create(daemon_host, program, TAVREN_RPC_VERS, daemon_netid);
@@ -77,7 +97,7 @@ bool services_answer() {
 }  // namespace
 
 CLIENT* connect_to_daemon(const WithoutSigpipe& guard) {
-  const int program = tavren_rpc_program_number();
+  const int program = program_number();
   if (!services_answer()) return nullptr;
   CLIENT* client = create_client(static_cast<rpcprog_t>(program));
   guard.discard();

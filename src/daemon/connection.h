@@ -5,7 +5,7 @@
 
 #include "core/without_sigpipe.h"
 
-/* Returns a client of the daemon, NULL when there is no connection. */
+/* Returns a client of the daemon, NULL when there is no connection. guard keeps SIGPIPE away. */
 CLIENT* connect_to_daemon(const WithoutSigpipe& guard);
 
 /*

@@ -8,9 +8,9 @@
 #include "TavrenHost.h"
 #include "TavrenMutex.h"
 #include "TavrenTunables.h"
-#include "core/messages.h"
+#include "core/catalogue.h"
 #include "daemon/connection.h"
-#include "daemon/rpc.h"
+#include "daemon/tavren_api_xdr.h"
 #include "tavren_cmem.h"
 
 /*
@@ -34,7 +34,7 @@ struct Reply {
   Record record{};
 };
 
-/* Errors as they are parsed; those that nobody has dropped go at the end, also when the text turns out malformed. */
+/* Errors as they are parsed. Those that are left are deleted at the end, also when the text turns out malformed. */
 struct StoredErrors {
   StoredErrors() = default;
   ~StoredErrors() {

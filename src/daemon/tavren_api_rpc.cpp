@@ -1,17 +1,13 @@
-#include <stdio.h>
-#include <stdlib.h>
+#include "tavren_rpc.h"
 
-#include "daemon/rpc.h"
-#include "tavren_basic.h"
+#include "daemon/tavren_api_xdr.h"
 
 /*
- * One call of the daemon for each of its procedures, and where the daemon is found.
+ * One call of the daemon for each of its procedures.
  */
 namespace {
 
 constexpr struct timeval call_timeout { 25, 0 };
-
-constexpr int number_size = 64; /* bytes of the line that names another program number */
 
 Nothing nothing;
 
@@ -32,20 +28,6 @@ clnt_stat set(CLIENT* client, rpcproc_t procedure, Argument* argument) {
 }
 
 }  // namespace
-
-int tavren_rpc_program_number() {
-  /* The first call decides for the life of the process, as it does for the temporary root. */
-  static const bool may_be_overridden = getenv("TAVREN_HOME") != nullptr;
-  if (!may_be_overridden) return TAVREN_RPC_PROG_DEFAULT;
-
-  const char* root = tavren_get_tmp_root();
-  char path[4096 + sizeof "/tavrend_rpc_num"];
-  snprintf(path, sizeof path, "%s/tavrend_rpc_num", root);
-  char line[number_size];
-  int number = TAVREN_RPC_PROG_DEFAULT;
-  if (tavren_read_line_from_file(path, line, sizeof line) == 0) tavren_cstring_to_int(line, &number);
-  return number;
-}
 
 clnt_stat tavren_rpc_null_1(void*, CLIENT* client) { return set(client, TAVREN_RPC_NULL, &nothing); }
 

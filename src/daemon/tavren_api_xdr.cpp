@@ -1,10 +1,10 @@
+#include "daemon/tavren_api_xdr.h"
+
 #include <arpa/inet.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include <initializer_list>
-
-#include "daemon/rpc.h"
 
 /*
  * How each record of the daemon's protocol travels. What is encoded may lie in memory that must not be written.

@@ -10,10 +10,8 @@
 
 #include <new>
 
-#include "TavrenExceptions.h"
-#include "TavrenTunables.h"
 #include "core/assertion.h"
-#include "core/messages.h"
+#include "core/catalogue.h"
 #include "core/standard_streams.h"
 #include "process/deadline.h"
 
@@ -73,31 +71,6 @@ void TavrenHost::disable() {
   TAVREN_ASSERT("TavrenHost", enabled);
   enabled = false;
   if (process != nullptr) child().disable();
-}
-
-void TavrenHost::open_connection() {
-  const TavrenAutoLock lock(connection_mutex);
-  if (!enabled) throw TavrenOperationCancelled();
-  if (process != nullptr) return;
-
-  try {
-    if (TavrenTunables::instance().get_loopback_login() != 0) {
-      open_sh_connection();
-    } else {
-      open_ssh_connection();
-    }
-    set_connection_status(TAVREN_CONNECTION_OK);
-    log_connection_outcome(nullptr);
-  } catch (TavrenError& error) {
-    set_connection_status(TAVREN_CONNECTION_FAILED);
-    log_connection_outcome(&error);
-    error.add_first_line(TAVREN_E_SSH_START, settings.host, "");
-    console_error_connection(settings.host);
-    throw;
-  }
-
-  run_and_check_ecode(get_cmd("cd") + quote_for_shell(settings.dir));
-  if (configure_shell) run_line("umask 022; set +f", nullptr);
 }
 
 void TavrenHost::close_connection() {

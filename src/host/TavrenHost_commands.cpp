@@ -2,8 +2,8 @@
 
 #include "TavrenHost.h"
 #include "core/assertion.h"
-#include "core/messages.h"
-#include "core/settings_text.h"
+#include "core/catalogue.h"
+#include "core/name_value_lines.h"
 #include "tavren_util.h"
 
 namespace {
@@ -64,7 +64,7 @@ void TavrenHost::set_cmd(const std::string& name, const std::string& text, std::
 
 void TavrenHost::set_cmds(const std::string& text) {
   const TavrenAutoLock lock(cmd_map_mutex);
-  for_each_setting(text, [](const std::string& name, const std::string& command) { cmd_map[name] = command; });
+  for_each_name_and_value(text, [](const std::string& name, const std::string& command) { cmd_map[name] = command; });
 }
 
 void TavrenHost::print_cmds(std::ostream& out) {

@@ -18,7 +18,8 @@
 #include "util/own_files.h"
 
 /*
- * The login dialogue with the secure shell client. Its texts are matched as they have stood from 7.2 to 10.5.
+ * Opening a connection: the login dialogue with the secure shell client, whose texts are matched as they have stood
+ * from 7.2 to 10.5, and the way to the archive directory.
  */
 namespace {
 
@@ -54,8 +55,8 @@ std::string canonical_address(const char* host) {
 }
 
 /*
- * Returns how the client may write target in its password prompt. It prints the host in lower case, and an address
- * in its canonical form, whatever was asked for; older ones print it as given. Up to 7.9 it cuts user and host.
+ * Returns how the client may write user and host in its password prompt. It prints the host in lower case, and an
+ * address in its canonical form; older ones print it as given. Up to 7.9 it cuts both.
  */
 std::vector<std::string> prompt_spellings(const tavren_settings_t& settings) {
   constexpr size_t longest_user = 30;
@@ -118,6 +119,31 @@ struct SecretLine {
 }
 
 }  // namespace
+
+void TavrenHost::open_connection() {
+  const TavrenAutoLock lock(connection_mutex);
+  if (!enabled) throw TavrenOperationCancelled();
+  if (process != nullptr) return;
+
+  try {
+    if (TavrenTunables::instance().get_loopback_login() != 0) {
+      open_sh_connection();
+    } else {
+      open_ssh_connection();
+    }
+    set_connection_status(TAVREN_CONNECTION_OK);
+    log_connection_outcome(nullptr);
+  } catch (TavrenError& error) {
+    set_connection_status(TAVREN_CONNECTION_FAILED);
+    log_connection_outcome(&error);
+    error.add_first_line(TAVREN_E_SSH_START, settings.host, "");
+    console_error_connection(settings.host);
+    throw;
+  }
+
+  run_and_check_ecode(get_cmd("cd") + quote_for_shell(settings.dir));
+  if (configure_shell) run_line("umask 022; set +f", nullptr);
+}
 
 void TavrenHost::open_ssh_connection() {
   start_ssh_and_login();

@@ -14,8 +14,8 @@
 #include "tavren_util.h"
 
 /*
- * Files go to the remote copy program as the secure copy protocol's sending end has it, streams to a remote cat; both
- * run in the session's one shell.
+ * Files go to the remote copy program, which is the receiving end of the secure copy protocol; streams go to a remote
+ * cat. Both run in the session's one shell.
  */
 namespace {
 

@@ -8,7 +8,8 @@
 #include "TavrenError.h"
 #include "TavrenExceptions.h"
 #include "TavrenHost.h"
-#include "core/messages.h"
+#include "core/TavrenError_message.h"
+#include "core/catalogue.h"
 #include "tavren_cmem.h"
 
 struct tavren_hp_t {

@@ -8,11 +8,13 @@
 
 #include "TavrenError.h"
 #include "TavrenKeyDownloader.h"
+#include "core/TavrenError_message.h"
 #include "core/assertion.h"
-#include "core/messages.h"
+#include "core/catalogue.h"
 #include "tavren_host_util.h"
 #include "tavren_share.h"
 #include "util/own_files.h"
+#include "util/refusal.h"
 
 /*
  * The C functions for host keys.
@@ -23,8 +25,8 @@ constexpr size_t path_size = 4096;
 constexpr size_t command_size = 12500; /* three such paths, those of two tools, and the words between them */
 
 /*
- * Before the command: everybody may write where its files are, and its results must not go to where a link leads that
- * somebody plants there meanwhile. The shell then makes files only where there are none, also in the place of touch.
+ * Stands before the command. Everybody may write where its files are, and its results must not go where a link leads
+ * that somebody plants there meanwhile. With -C the shell makes only files that are not there, and so does this touch.
  */
 constexpr char through_no_link[] = "set -C; touch() { : >\"$1\"; }; ";
 

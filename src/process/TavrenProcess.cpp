@@ -6,7 +6,6 @@
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/uio.h>
@@ -25,12 +24,9 @@
 #include "core/standard_streams.h"
 #include "process/deadline.h"
 #include "process/descriptors.h"
+#include "tavren_basic.h"
 
 namespace {
-
-constexpr int check_interval_ms = 100;
-constexpr int checks_per_second = 1000 / check_interval_ms;
-constexpr char end_of_file_character = 0x04;
 
 /*
  * Held from the making of a terminal until its master is close-on-exec. forkpty has no flag for that, and a child
@@ -44,7 +40,7 @@ std::string without_trailing_space(std::string program) {
   return program;
 }
 
-/* Naps on, whatever signals arrive. */
+/* Sleeps for that long, whatever signals arrive. */
 void nap(int milliseconds) {
   timespec rest{milliseconds / 1000, (milliseconds % 1000) * 1000000L};
   while (nanosleep(&rest, &rest) == -1 && errno == EINTR) {
@@ -52,8 +48,8 @@ void nap(int milliseconds) {
 }
 
 /*
- * Learns how the child pid has ended, and leaves it to be reaped; end stays as it is while the child lives. Returns
- * false when this process cannot know.
+ * Asks how the child pid has ended, without reaping it; end stays as it is while the child lives. Returns false when
+ * this process cannot know.
  */
 bool look_at_end(pid_t pid, siginfo_t& end) {
   return waitid(P_PID, static_cast<id_t>(pid), &end, WEXITED | WNOHANG | WNOWAIT) == 0;
@@ -62,8 +58,8 @@ bool look_at_end(pid_t pid, siginfo_t& end) {
 bool process_exists(pid_t pid) { return kill(pid, 0) == 0 || errno != ESRCH; }
 
 /*
- * Makes a terminal raw from the child's side, unless the parent was first (output then goes through untranslated): it
- * may have delivered an end of file since, which lasts only as long as the canonical mode that it left.
+ * Makes a terminal raw from the child's side, unless the parent was first, which shows in output that is no longer
+ * translated. The parent may have typed an end of file since, and that lasts only while the terminal stays canonical.
  */
 void make_raw_unless_done(int fd) {
   termios settings{};
@@ -117,31 +113,6 @@ void reset_signals() {
     /* The end of the output tells the parent that something went wrong. */
   }
   _exit(1);
-}
-
-/* Opens the child's side of the terminal. Kernels before 4.13 know it by its name only. */
-int open_slave(int master_fd) {
-  constexpr int flags = O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK;
-  const int slave = ioctl(master_fd, TIOCGPTPEER, flags);
-  char name[64];
-  if (slave != -1 || ptsname_r(master_fd, name, sizeof name) != 0) return keep_off_standard_streams(slave);
-  return keep_off_standard_streams(open(name, flags));
-}
-
-/* Returns how many bytes the terminal still holds for the child, looking from the child's side; -1: cannot tell. */
-int unread_input(int master_fd) {
-  const int slave = open_slave(master_fd);
-  if (slave == -1) return -1;
-  /*
-   * poll makes the kernel carry over what still sits between the two halves of the terminal before it answers: one
-   * guard more, beside the repeated looks.
-   */
-  pollfd input{slave, POLLIN, 0};
-  int unread = 0;
-  if (poll(&input, 1, 0) == -1 || ioctl(slave, FIONREAD, &unread) == -1) unread = -1;
-  /* Closed at once: while a slave is open the master answers EAGAIN, and the end of the child would go unnoticed. */
-  close(slave);
-  return unread == 0 && (input.revents & POLLIN) != 0 ? 1 : unread;
 }
 
 }  // namespace
@@ -223,74 +194,6 @@ void TavrenProcess::configure_master_fd() {
   if (tcsetattr(master_fd, TCSANOW, &settings) == -1) tavren_throw_syscall_error("tcsetattr(master_fd)", -1);
 }
 
-void TavrenProcess::send(const std::string& data, int timeout) { send_all(data.data(), data.size(), timeout); }
-
-void TavrenProcess::send_bytes(const char* data, unsigned int length, int timeout) { send_all(data, length, timeout); }
-
-void TavrenProcess::send_all(const char* data, size_t length, int timeout) {
-  const long deadline = deadline_after(timeout);
-  const int to_child = stdin_pipe[1] != -1 ? stdin_pipe[1] : master_fd;
-  TAVREN_ASSERT("TavrenProcess", to_child != -1 && child_pid != -1);
-  for (size_t written = 0; written < length;) {
-    const ssize_t n = write(to_child, data + written, length - written);
-    if (n > 0) {
-      written += static_cast<size_t>(n);
-    } else if (n == 0 || errno == EAGAIN) {
-      wait_for_fd(to_child, POLLOUT, deadline);
-    } else if (errno != EINTR) {
-      tavren_throw_syscall_error("write(to_child)", -1);
-    }
-  }
-}
-
-void TavrenProcess::send_eof(int timeout) {
-  const long deadline = deadline_after(timeout);
-  TAVREN_ASSERT("TavrenProcess", child_pid != -1 && master_fd != -1);
-  for (int64_t checks = static_cast<int64_t>(timeout) * checks_per_second;; --checks) {
-    const bool consumed = input_is_consumed();
-    /*
-     * Asked after the look: when a child ends, the kernel throws its unread input away, so an empty terminal says
-     * something only if the child is still there. A child that is gone has not been given its end of file.
-     */
-    if (child_has_ended()) {
-      reap_child(WNOHANG);
-      fail_with_last_output(deadline);
-    }
-    if (consumed) {
-      type_end_of_file(timeout);
-      return;
-    }
-    if (checks <= 0) throw TavrenTimeout();
-    wait_unless_cancelled(check_interval_ms);
-  }
-}
-
-/*
- * On Linux TIOCOUTQ answers 0 for the master whatever the child has left unread, so the slave side is asked too. A
- * reader may have emptied the line discipline while more bytes wait to be moved into it, so one look is not enough:
- * the terminal must stay empty through several, further and further apart.
- */
-bool TavrenProcess::input_is_consumed() const {
-  int queued = 0;
-  const int ecode = ioctl(master_fd, TIOCOUTQ, &queued);
-  TAVREN_ASSERT("TavrenProcess", ecode == 0);
-  if (queued != 0) return false;
-  for (const int pause_ms : {1, 2, 4, 8, 0}) {
-    if (unread_input(master_fd) != 0) return false;
-    if (pause_ms != 0) wait_unless_cancelled(pause_ms);
-  }
-  return true;
-}
-
-/* In canonical mode the terminal turns the end-of-file character into an end of file for the child's next read. */
-void TavrenProcess::type_end_of_file(int timeout) {
-  termios settings{};
-  if (tcgetattr(master_fd, &settings) == -1) tavren_throw_syscall_error("tcgetattr(master_fd)", -1);
-  settings.c_lflag |= ICANON;
-  if (tcsetattr(master_fd, TCSANOW, &settings) == -1) tavren_throw_syscall_error("tcsetattr(master_fd)", -1);
-  send_bytes(&end_of_file_character, 1, timeout);
-}
-
 int TavrenProcess::send_signal(int signal_number) {
   /* kill(-1, ...) would signal every process of the machine. */
   const pid_t pid = child_pid;
@@ -314,6 +217,17 @@ void TavrenProcess::stop(int grace_time) {
 void TavrenProcess::disable() {
   const ssize_t rc = write(cancel_pipe[1], "\n", 1);
   TAVREN_ASSERT("TavrenProcess", rc == 1);
+}
+
+/* Naps, and throws TavrenOperationCancelled as soon as the object is disabled. */
+void TavrenProcess::wait_unless_cancelled(int milliseconds) const {
+  const int64_t end = tavren_get_uptime_ms() + milliseconds;
+  for (int64_t rest = milliseconds; rest > 0; rest = end - tavren_get_uptime_ms()) {
+    pollfd cancelled{cancel_pipe[0], POLLIN, 0};
+    const int ready = poll(&cancelled, 1, static_cast<int>(rest));
+    if (ready > 0) throw TavrenOperationCancelled();
+    if (ready == -1 && errno != EINTR) tavren_throw_syscall_error("poll", -1);
+  }
 }
 
 /*

@@ -10,7 +10,6 @@
 #include "TavrenProcess.h"
 #include "core/assertion.h"
 #include "process/deadline.h"
-#include "tavren_basic.h"
 #include "tavren_util.h"
 
 namespace {
@@ -202,16 +201,5 @@ int TavrenProcess::wait_for_fd(int fd, short events, long deadline) {
     /* A terminal without its other side takes nothing any more and answers at once: waiting again would spin. */
     if (writing && (entries[1].revents & POLLOUT) == 0) fail_with_last_output(deadline);
     return ready;
-  }
-}
-
-/* Naps, and throws TavrenOperationCancelled as soon as the object is disabled. */
-void TavrenProcess::wait_unless_cancelled(int milliseconds) const {
-  const int64_t end = tavren_get_uptime_ms() + milliseconds;
-  for (int64_t rest = milliseconds; rest > 0; rest = end - tavren_get_uptime_ms()) {
-    pollfd cancelled{cancel_pipe[0], POLLIN, 0};
-    const int ready = poll(&cancelled, 1, static_cast<int>(rest));
-    if (ready > 0) throw TavrenOperationCancelled();
-    if (ready == -1 && errno != EINTR) tavren_throw_syscall_error("poll", -1);
   }
 }

@@ -13,6 +13,10 @@ constexpr long no_deadline = 2147483647;
 /* The seconds between SIGTERM and SIGKILL for a child that nobody needs any more. */
 constexpr int stop_grace_time = 2;
 
+/* How often to look for what cannot be waited for, such as the end of a child. */
+constexpr int check_interval_ms = 100;
+constexpr int checks_per_second = 1000 / check_interval_ms;
+
 /*
  * Returns the deadline, in seconds of uptime, that lies timeout seconds ahead. Tunables have no bounds, so the sum is
  * made in 64 bits and held within the range of a deadline.

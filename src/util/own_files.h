@@ -4,11 +4,15 @@
 #include <stdio.h>
 
 /*
- * Files of ours in the private temporary directory, where everybody may write: a link that somebody has planted in
- * their place must lead neither our writing nor our reading to another file. Errors are in errno; close-on-exec.
+ * The library's files in the private temporary directory. Everybody may write there, so a link that somebody has
+ * planted in the place of such a file is not followed, neither to write nor to read. Errors are in errno; all is
+ * close-on-exec.
  */
 
-/* Opens path as open does with flags, off the standard streams of a host without them. Returns NULL on failure. */
+/*
+ * Opens path as open(2) does with flags. The descriptor is never 0 to 2, also in a program that has closed its standard
+ * streams. Returns NULL on failure.
+ */
 FILE* open_stream(const char* path, int flags);
 
 /* Makes path anew, in the place of whatever is there, for writing. Returns NULL when that is not possible. */

@@ -14,7 +14,7 @@
 #include <string_view>
 
 #include "core/assertion.h"
-#include "core/messages.h"
+#include "core/catalogue.h"
 #include "tavren_cmem.h"
 #include "util/own_files.h"
 
@@ -33,7 +33,7 @@ int format_megabytes(int mb, char* buffer) { return snprintf(buffer, TAVREN_FORM
 
 int format_text(const char* text, char* buffer) { return snprintf(buffer, TAVREN_FORMAT_SIZE, "%s", text); }
 
-/* broken_down is what the C library made of a time, NULL when it could not: then there is no time, as none says. */
+/* Writes a time that the C library has broken down, or the text none where it could not: broken_down is NULL then. */
 int format_broken_down_time(const struct tm* broken_down, const char* format, const char* none, char* buffer) {
   if (broken_down == nullptr) return std::min(format_text(none, buffer), TAVREN_FORMAT_SIZE - 1);
   return static_cast<int>(strftime(buffer, TAVREN_FORMAT_SIZE, format, broken_down));

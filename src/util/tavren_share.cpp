@@ -14,10 +14,11 @@
 #include <optional>
 
 #include "core/assertion.h"
-#include "core/messages.h"
+#include "core/catalogue.h"
 #include "core/standard_streams.h"
 #include "tavren_assert.h"
 #include "tavren_basic.h"
+#include "util/refusal.h"
 
 namespace {
 

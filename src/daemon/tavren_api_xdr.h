@@ -1,5 +1,5 @@
-#ifndef SRC_DAEMON_RPC_H
-#define SRC_DAEMON_RPC_H
+#ifndef SRC_DAEMON_TAVREN_API_XDR_H
+#define SRC_DAEMON_TAVREN_API_XDR_H
 
 #include "tavren_rpc.h"
 
@@ -33,8 +33,5 @@ xdrproc_t filter_of() {
   bool_t (*const filter)(XDR*, Object*) = xdr_object;
   return reinterpret_cast<xdrproc_t>(reinterpret_cast<void (*)()>(filter));
 }
-
-/* Returns the number under which the daemon is registered, looked up anew. */
-int tavren_rpc_program_number();
 
 #endif

@@ -1,5 +1,5 @@
-#ifndef SRC_CORE_SETTINGS_TEXT_H
-#define SRC_CORE_SETTINGS_TEXT_H
+#ifndef SRC_CORE_NAME_VALUE_LINES_H
+#define SRC_CORE_NAME_VALUE_LINES_H
 
 #include <string>
 
@@ -9,7 +9,7 @@
  * because what follows it cannot be trusted to be whole.
  */
 template <class Apply>
-void for_each_setting(const std::string& text, Apply apply) {
+void for_each_name_and_value(const std::string& text, Apply apply) {
   for (size_t position = 0; position < text.size();) {
     const size_t equals = text.find('=', position);
     const size_t newline = text.find('\n', position);
