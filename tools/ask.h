@@ -12,16 +12,16 @@ enum {
   KNOWN_KEY_SIZE = 4096 /* a file may hold a longer key than can be fetched */
 };
 
-/* Prints and frees what the library says of a failure of what, and what to do about it unless that is NULL. */
+/* Says that what has failed, why (message, which is freed), and what to do about it unless advice is NULL. */
 void report(const char* what, char* message, const char* advice);
 
 /* Returns whether text is the number of a descriptor, which it then stores in fd; says so otherwise. */
 bool parse_descriptor(const char* text, int* fd);
 
 /*
- * Fills key (KNOWN_KEY_SIZE bytes), which pins the host from here on, and its fingerprint (TAVREN_FINGERPRINT_SIZE
- * bytes): from known_key_file, or, when that is NULL, with the key that the host shows and that is confirmed, without
- * a question with confirm. A host that shows another key than expected (empty: none is) is never confirmed without one.
+ * Fills key (KNOWN_KEY_SIZE bytes), the only one that is accepted of the host from here on, and its fingerprint
+ * (TAVREN_FINGERPRINT_SIZE bytes). The key comes from known_key_file; when that is NULL it is fetched and shown, and a
+ * person, or confirm, says that it is right. Only a person can say so of another key than expected (empty: none is).
  * Returns false after a message.
  */
 bool choose_host_key(const char* known_key_file, bool confirm, const char* host, const char* expected, char* key,

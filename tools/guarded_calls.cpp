@@ -17,7 +17,9 @@ constexpr char name_the_chassis[] = TOOLS_TEXT(
     "This machine does not know which chassis it is. Name it, as root: hodra-put 1 setup_system_id_info 1024 40=NAME "
     "(in libexec/tavren).");
 
-/* What a command that failed on the host, or what it printed, says of the host. Both are lines, in no language of ours.
+/*
+ * What a command that failed, or what it printed, says of the host. Each is a line of the text that is searched, and
+ * none is translated: they are the host's words.
  */
 struct Symptom {
   const char* text;

@@ -1,5 +1,5 @@
 /*
- * How the daemon does: what it says of itself, at one moment.
+ * The daemon's status at one moment.
  */
 #ifndef TOOLS_STATUS_H
 #define TOOLS_STATUS_H

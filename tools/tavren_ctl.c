@@ -69,7 +69,7 @@ static int clear(tavren_api_handle_t* daemon, char** arguments) {
   return end_request(daemon, result, refusal);
 }
 
-/* The request itself cannot be refused: what the daemon has no interval for, it does not know. */
+/* The request itself cannot be refused, so the task is looked for first: each has an interval. */
 static int run(tavren_api_handle_t* daemon, char** arguments) {
   char* table = NULL;
   char* task = task_name(arguments[0]);
@@ -192,7 +192,7 @@ static int set_interval(tavren_api_handle_t* daemon, char** arguments) {
   return status;
 }
 
-/* Carries a command out, of which arguments are what stands behind it. Returns the exit status. */
+/* Carries out a command with the words behind it, which NULL ends. Returns the exit status. */
 typedef int (*action)(tavren_api_handle_t* daemon, char** arguments);
 
 static const struct command {

@@ -1,8 +1,8 @@
 /*
  * tavren_send: sends files to a directory on an archive host.
  *
- * It checks the target, has the host's key confirmed, asks for the password
- * without showing it, tests the host if wanted, logs in once, and sends each file through that one session.
+ * It checks the target, has the host's key confirmed, asks for the password without showing it, tests the host if
+ * wanted, logs in once, and sends each file through that one session.
  */
 #include <getopt.h>
 #include <locale.h>

@@ -141,7 +141,7 @@ static bool wait_for_the_end(bool keys) {
   }
 }
 
-/* That the screen has another size shows when it is drawn. */
+/* Nothing else is to be done: the next drawing asks for the screen's size. */
 static void interrupt_the_wait(int signal_number) { (void)signal_number; }
 
 static int watch_on_a_screen(tavren_api_handle_t* daemon) {
