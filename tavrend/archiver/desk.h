@@ -29,6 +29,7 @@ struct Work {
   ArchiveConfig config;
   std::vector<Section> sections; /* whose tasks are due */
   std::vector<Section> all;      /* whether they are due or not */
+  bool looks_at_all = false;     /* nobody has looked at all sections as they are configured now, and none is due */
   bool measure_space = false;
   bool claim = false;   /* the directory was not claimed with this configuration */
   int64_t begun_ms = 0; /* of the monotonic clock */
@@ -124,6 +125,7 @@ class Desk {
 
   void plan_tasks(const std::vector<Section>& new_sections);
   Task planned_task(const std::string& name, int32_t usual_interval);
+  void end_the_wait_after_a_failure();
   void cancel(std::unique_lock<std::mutex>& lock);
   std::optional<Work> due_work(int64_t now_ms);
   int64_t next_look_ms() const;
@@ -140,6 +142,7 @@ class Desk {
   std::map<std::string, int32_t> waiting; /* items, by section */
   int64_t retry_ms = 0;                   /* nothing is tried before */
   bool looks_first = true;                /* nobody has looked at all sections as they are configured now */
+  bool is_first_look = false;             /* the last work was such a look */
   bool retry_now = false;                 /* somebody has asked for it since the last work was handed out */
   bool sleeping = true;
   bool stopping = false;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <list>
+#include <sstream>
 #include <vector>
 
 #include "TavrenExceptions.h"
@@ -71,7 +72,13 @@ auto Session::step(Step action) {
 }
 
 void Session::open() {
-  step([this] { host.open_connection(); });
+  try {
+    step([this] { host.open_connection(); });
+  } catch (const Cancelled&) {
+    /* A login that is ended on purpose has no outcome: that of the one before it stays in the status. */
+    host.clear_connection_status();
+    throw;
+  }
   desk.set_connection(TAVREN_CONNECTION_OK, time(nullptr));
 }
 
@@ -166,6 +173,18 @@ void Session::make_room(int compartment, int64_t bytes, const std::string& remot
   }
 }
 
+std::optional<int64_t> Session::size_of(const std::string& remote_path) {
+  std::list<std::string> lines;
+  const std::string count = "{ wc -c <" + TavrenHost::quote_for_shell("./" + remote_path) + "; } 2>/dev/null | " +
+                            TavrenHost::get_cmd("head");
+  step([&] { host.run_and_check_ecode(count, lines); });
+  if (lines.empty()) return std::nullopt;
+  std::istringstream number(lines.front());
+  int64_t size = -1;
+  number >> size;
+  return number && size >= 0 ? std::optional<int64_t>(size) : std::nullopt;
+}
+
 void Session::remove(const std::string& remote_path) {
   step([&] { host.remove_file(remote_path); });
   measured.clear();
@@ -179,10 +198,11 @@ void Session::send(const OpenFile& file, const std::string& path, int64_t first,
   std::vector<char> piece(piece_size);
   for (int64_t sent = 0; sent < bytes;) {
     const size_t length = read_piece(file, path, first + sent, bytes - sent, piece.data());
+    if (sent + static_cast<int64_t>(length) == bytes) check();
     step([&] { host.continue_send_file(piece.data(), static_cast<unsigned int>(length)); });
     sent += static_cast<int64_t>(length);
   }
-  check();
+  if (bytes == 0) check();
   step([&] { host.end_send_file(); });
   const auto known = measured.find(compartment);
   if (known == measured.end()) return;

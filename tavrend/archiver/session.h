@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -45,10 +46,14 @@ class Session {
 
   /*
    * Sends bytes of file from first on to remote_path, in a directory that is made when it is not there. check is called
-   * when all bytes are on their way; what it throws leaves the item unfinished, and the session of no more use.
+   * when all bytes have been read, and the last ones are not on their way: what it throws leaves the item shorter than
+   * it is to be, and the session of no more use.
    */
   void send(const OpenFile& file, const std::string& path, int64_t first, int64_t bytes, const std::string& remote_path,
             int compartment, const std::function<void()>& check);
+
+  /* Returns the bytes of an item, nothing where that is not there. */
+  std::optional<int64_t> size_of(const std::string& remote_path);
 
   /* Removes an item; one that is not there is no failure. */
   void remove(const std::string& remote_path);

@@ -4,6 +4,8 @@
 #include <tuple>
 #include <utility>
 
+#include "plan/by_inode.h"
+
 bool operator==(const ArchivedFile& a, const ArchivedFile& b) {
   return a.identity == b.identity && std::tie(a.size, a.mtime_ns) == std::tie(b.size, b.mtime_ns);
 }
@@ -18,30 +20,14 @@ int64_t length_of_part(int64_t left, bool compressed) {
   return std::min(left, compressed ? longest_compressed : longest_item);
 }
 
-namespace {
-
-struct ByInode {
-  template <class Known>
-  bool operator()(const Known& a, const Inode& b) const {
-    return inode_of(a.file.identity) < b;
-  }
-  template <class Known>
-  bool operator()(const Inode& a, const Known& b) const {
-    return a < inode_of(b.file.identity);
-  }
-};
-
-}  // namespace
-
 ClosedFiles::ClosedFiles(const std::vector<ArchivedFile>& archived) {
   known.reserve(archived.size());
   for (const ArchivedFile& file : archived) known.push_back({file});
-  std::sort(known.begin(), known.end(),
-            [](const Known& a, const Known& b) { return inode_of(a.file.identity) < inode_of(b.file.identity); });
+  std::sort(known.begin(), known.end(), ByInode());
 }
 
 void ClosedFiles::see(const LogFile& file) {
-  has_seen_any = true;
+  devices.insert(file.device);
   bool is_done = false;
   const auto [first, last] = std::equal_range(known.begin(), known.end(), inode_of(file), ByInode());
   for (auto entry = first; entry != last; ++entry) {
@@ -56,7 +42,7 @@ void ClosedFiles::see(const LogFile& file) {
 
 bool ClosedFiles::is_missing(const Identity& archived) const {
   const auto [first, last] = std::equal_range(known.begin(), known.end(), inode_of(archived), ByInode());
-  return has_seen_any && std::any_of(first, last, [&archived](const Known& entry) {
+  return devices.count(archived.device) != 0 && std::any_of(first, last, [&archived](const Known& entry) {
            return entry.file.identity == archived && !entry.is_there;
          });
 }

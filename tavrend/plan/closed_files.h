@@ -1,7 +1,10 @@
 #ifndef TAVREND_PLAN_CLOSED_FILES_H
 #define TAVREND_PLAN_CLOSED_FILES_H
 
+#include <stdint.h>
+
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -42,7 +45,10 @@ class ClosedFiles {
   /* Takes a file that is there. Two names of one file are one file, and so is one that is seen again. */
   void see(const LogFile& file);
 
-  /* Whether an archived file is none of those that were seen. A look that shows no file at all says nothing of any. */
+  /*
+   * Whether an archived file is none of those that were seen. A look that shows no file at all of its device says
+   * nothing of it.
+   */
   bool is_missing(const Identity& archived) const;
 
   /* Hands out the files that are to be archived, oldest first by time of modification. */
@@ -55,7 +61,7 @@ class ClosedFiles {
   };
   std::vector<Known> known; /* by inode */
   std::map<Inode, ClosedFile> waiting;
-  bool has_seen_any = false;
+  std::set<uint64_t> devices; /* of the files that were seen */
 };
 
 #endif

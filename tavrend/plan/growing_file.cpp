@@ -31,26 +31,32 @@ void sort_by_age(const std::string& path, Files& files) {
                    [&path](const LogFile& a, const LogFile& b) { return number_of(path, a) > number_of(path, b); });
 }
 
-bool is_one_of(const std::vector<Identity>& known, const LogFile& file) {
-  return std::any_of(known.begin(), known.end(), [&file](const Identity& k) { return is_same_file(k, file); });
-}
+/* A log does not get shorter: one with less in it than a look has seen is another one, however it begins. */
+bool is_long_enough(const Progress& progress, const LogFile& file) { return file.size >= progress.seen; }
 
 /* Takes the rest of the file that progress speaks of out of beside. A file that is empty so far begins like any other.
  */
 std::optional<LogFile> take_old_file(const Progress& progress, Files& beside, const std::vector<Identity>& known) {
-  const auto is_long_enough = [&progress](const LogFile& file) { return file.size >= progress.offset; };
   auto old = std::find_if(beside.begin(), beside.end(), [&](const LogFile& file) {
-    return is_same_file(progress.identity, file) && is_long_enough(file);
+    return is_same_file(progress.identity, file) && is_long_enough(progress, file);
   });
   if (old == beside.end() && progress.identity.head_length > 0) {
     old = std::find_if(beside.begin(), beside.end(), [&](const LogFile& file) {
-      return begins_like(progress.identity, file) && is_long_enough(file) && !is_one_of(known, file);
+      return begins_like(progress.identity, file) && is_long_enough(progress, file) && !is_one_of(known, file);
     });
   }
   if (old == beside.end()) return std::nullopt;
   LogFile found = *old;
   beside.erase(old);
   return found;
+}
+
+/*
+ * Whether a file that was earlier is what was seen of it later. Of one whose first bytes were fewer then, only their
+ * checksum is left, with which nothing can be compared.
+ */
+bool may_have_become(const Identity& earlier, const Identity& later) {
+  return inode_of(earlier) == inode_of(later) && (earlier.head_length < later.head_length || earlier == later);
 }
 
 Stretch rest_of(const LogFile& file, int64_t first, bool grows) { return {file, first, file.size, grows, false}; }
@@ -79,12 +85,21 @@ bool may_be_copy_of(const LogFile& present, const LogFile& file) {
   return file.mtime_ns >= present.mtime_ns || file.size == present.size;
 }
 
+constexpr int64_t second_ns = 1000000000;
+
 /* Compressing a file leaves it its time of modification, sometimes without the part of a second. */
 bool is_compressed_form_of(const std::vector<ArchivedFile>& known, const LogFile& file) {
-  constexpr int64_t second_ns = 1000000000;
   return is_compressed(file) && std::any_of(known.begin(), known.end(), [&file](const ArchivedFile& k) {
            return k.mtime_ns / second_ns == file.mtime_ns / second_ns;
          });
+}
+
+/* Whether file is one of known, which was compressed and is unpacked again, or copied with its time. */
+bool is_copy_of(const std::vector<ArchivedFile>& known, const LogFile& file) {
+  return std::any_of(known.begin(), known.end(), [&file](const ArchivedFile& k) {
+    const bool has_its_time = file.mtime_ns == k.mtime_ns || file.mtime_ns == k.mtime_ns / second_ns * second_ns;
+    return has_its_time && file.size == k.size && begins_like(k.identity, file);
+  });
 }
 
 /*
@@ -100,8 +115,8 @@ void plan_files_between(const Progress& progress, const std::optional<LogFile>& 
                         const std::vector<Identity>& known, std::vector<Stretch>& plan) {
   for (const LogFile& file : beside) {
     if (file.size == 0 || (present && may_be_copy_of(*present, file))) continue;
-    /* One that got shorter is another one, however it begins. */
-    const bool is_done = !was_empty(progress) && file.size >= progress.offset && is_same_file(progress.identity, file);
+    const bool is_done =
+        !was_empty(progress) && is_long_enough(progress, file) && is_same_file(progress.identity, file);
     if (is_one_of(known, file) || is_done) continue;
     plan.push_back(is_compressed(file) ? lost(file, 0, file.size) : rest_of(file, 0, false));
   }
@@ -110,13 +125,35 @@ void plan_files_between(const Progress& progress, const std::optional<LogFile>& 
 }  // namespace
 
 bool operator==(const Progress& a, const Progress& b) {
-  return a.identity == b.identity &&
-         std::tie(a.offset, a.seen, a.mtime_ns, a.finished) == std::tie(b.offset, b.seen, b.mtime_ns, b.finished);
+  return a.identity == b.identity && std::tie(a.offset, a.seen, a.mtime_ns, a.finished, a.log) ==
+                                         std::tie(b.offset, b.seen, b.mtime_ns, b.finished, b.log);
 }
 
 Progress progress_at_first(const std::optional<LogFile>& present) {
   if (!present) return {};
   return {identity_of(*present), 0, present->size, present->mtime_ns, false};
+}
+
+bool is_in_progress(const Progress& progress, const LogFile& file) {
+  return !progress.finished && !was_empty(progress) && is_same_file(progress.identity, file) &&
+         is_long_enough(progress, file);
+}
+
+Progress progress_as_seen(const Progress& progress, const std::optional<LogFile>& present,
+                          const std::vector<LogFile>& beside, const std::vector<Identity>& known) {
+  if (progress.finished || was_empty(progress)) return progress;
+  Files others = beside;
+  const bool is_there = present && is_in_progress(progress, *present);
+  const auto file = is_there ? present : take_old_file(progress, others, known);
+  const bool is_emptied = present && !is_there && inode_of(*present) == inode_of(progress.identity);
+  if (!file && !is_emptied) return progress;
+  Progress now = progress;
+  now.identity.device = file ? file->device : 0;
+  now.identity.inode = file ? file->inode : 0;
+  if (!file) return now;
+  now.seen = file->size;
+  now.mtime_ns = file->mtime_ns;
+  return now;
 }
 
 std::vector<LogFile> files_to_pass_over(const std::optional<Progress>& progress, const std::optional<LogFile>& present,
@@ -127,7 +164,9 @@ std::vector<LogFile> files_to_pass_over(const std::optional<Progress>& progress,
     if (file.size == 0 || std::any_of(known.begin(), known.end(), is_it)) continue;
     const bool is_earlier = !progress && !(present && may_be_copy_of(*present, file));
     const bool is_archived = progress && is_archived_form_of(*progress, file);
-    if (is_earlier || is_archived || is_compressed_form_of(known, file)) passed.push_back(file);
+    if (is_earlier || is_archived || is_compressed_form_of(known, file) || is_copy_of(known, file)) {
+      passed.push_back(file);
+    }
   }
   return passed;
 }
@@ -137,7 +176,7 @@ std::vector<Stretch> plan_growing_file(const std::string& path, const std::optio
                                        const std::vector<Identity>& known) {
   std::vector<Stretch> plan;
   const bool is_known = progress && !progress->finished && !was_empty(*progress);
-  if (is_known && present && is_same_file(progress->identity, *present) && present->size >= progress->offset) {
+  if (progress && present && is_in_progress(*progress, *present)) {
     plan.push_back(rest_of(*present, progress->offset, true));
     return plan;
   }
@@ -164,15 +203,23 @@ std::vector<Stretch> plan_growing_file(const std::string& path, const std::optio
   return plan;
 }
 
-std::vector<Stretch> plan_late_ends(const std::vector<LogFile>& beside, const std::vector<ArchivedFile>& known) {
+std::vector<Stretch> plan_late_ends(const std::vector<LogFile>& beside, const std::vector<ArchivedFile>& archived) {
   std::vector<Stretch> plan;
   for (const LogFile& file : beside) {
-    const auto is_it = [&file](const ArchivedFile& k) { return is_same_file(k.identity, file); };
-    const auto it = std::find_if(known.begin(), known.end(), is_it);
-    if (it == known.end() || is_compressed(file)) continue;
+    const auto is_it = [&file](const ArchivedFile& a) { return is_same_file(a.identity, file); };
+    const auto it = std::find_if(archived.begin(), archived.end(), is_it);
+    if (it == archived.end() || is_compressed(file)) continue;
     if (it->size < file.size) plan.push_back(rest_of(file, it->size, false));
   }
   return plan;
+}
+
+int64_t archived_bytes(const std::vector<ArchivedFile>& archived, const ArchivedFile& seen) {
+  int64_t bytes = 0;
+  for (const ArchivedFile& file : archived) {
+    if (may_have_become(file.identity, seen.identity) && file.size <= seen.size) bytes = file.size;
+  }
+  return bytes;
 }
 
 int64_t end_of_piece(const Stretch& stretch, int64_t first,

@@ -16,6 +16,7 @@ struct Progress {
   int64_t seen = 0;      /* bytes that there were when it was looked at last, offset or more */
   int64_t mtime_ns = 0;  /* when it was looked at last */
   bool finished = false; /* it was rotated away, and what there was of it is archived or known to be lost */
+  std::string log{};     /* whose progress it is: its path, log_dir_prefix before it; empty: of a closed file */
 };
 
 bool operator==(const Progress& a, const Progress& b);
@@ -45,17 +46,32 @@ std::vector<Stretch> plan_growing_file(const std::string& path, const std::optio
                                        const std::vector<Identity>& known);
 
 /*
- * Returns what was written to rotated files, which are beside, after they were archived whole or passed over: of a
- * service with several processes one may still write there while another has the new log.
+ * Returns what was written to rotated files, which are beside, after they were archived whole: of a service with
+ * several processes one may still write there while another has the new log. One that was passed over may be no file of
+ * the log.
  */
-std::vector<Stretch> plan_late_ends(const std::vector<LogFile>& beside, const std::vector<ArchivedFile>& known);
+std::vector<Stretch> plan_late_ends(const std::vector<LogFile>& beside, const std::vector<ArchivedFile>& archived);
+
+/* Returns how much is archived of a file that was seen, and is gone, when something was written behind its end. */
+int64_t archived_bytes(const std::vector<ArchivedFile>& archived, const ArchivedFile& seen);
 
 /* How far a log is archived when it is looked at for the first time. */
 Progress progress_at_first(const std::optional<LogFile>& present);
 
+/* Whether file is the one that progress speaks of, with more to come. */
+bool is_in_progress(const Progress& progress, const LogFile& file);
+
+/*
+ * Returns progress with what there is now of its file, wherever that is: so much is lost when it is rotated away before
+ * the next look. One that was emptied in its place is in its copy from then on, or nowhere: by the next look it may be
+ * as long as before, and begin alike.
+ */
+Progress progress_as_seen(const Progress& progress, const std::optional<LogFile>& present,
+                          const std::vector<LogFile>& beside, const std::vector<Identity>& known);
+
 /*
  * Returns those of beside of which nothing is to be archived, and which are known from then on: at the first look what
- * was rotated before, and later the compressed forms of files that are known.
+ * was rotated before, and later the compressed forms of files that are known, and those unpacked again.
  */
 std::vector<LogFile> files_to_pass_over(const std::optional<Progress>& progress, const std::optional<LogFile>& present,
                                         const std::vector<LogFile>& beside, const std::vector<ArchivedFile>& known);

@@ -33,3 +33,7 @@ bool is_compressed(const LogFile& file) {
   return std::any_of(std::begin(beginnings), std::end(beginnings),
                      [&file](std::string_view beginning) { return file.head.rfind(beginning, 0) == 0; });
 }
+
+bool is_one_of(const std::vector<Identity>& known, const LogFile& file) {
+  return std::any_of(known.begin(), known.end(), [&file](const Identity& k) { return is_same_file(k, file); });
+}

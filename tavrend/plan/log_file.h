@@ -6,6 +6,7 @@
 
 #include <string>
 #include <utility>
+#include <vector>
 
 /* How many bytes at a file's beginning tell it from others. */
 constexpr size_t head_size = 1024;
@@ -15,9 +16,10 @@ struct LogFile {
   std::string path; /* as the configuration has it, without log_dir_prefix */
   uint64_t device = 0;
   uint64_t inode = 0;
-  int64_t size = 0;     /* bytes */
-  int64_t mtime_ns = 0; /* nanoseconds since the epoch */
-  std::string head;     /* its first bytes, head_size of them or all */
+  int64_t size = 0;        /* bytes */
+  int64_t mtime_ns = 0;    /* nanoseconds since the epoch */
+  std::string head;        /* its first bytes, head_size of them or all */
+  int64_t plain_size = -1; /* bytes before it was compressed; -1: it is not, or does not say it */
 };
 
 /*
@@ -45,6 +47,7 @@ bool begins_like(const Identity& known, const LogFile& file);
 
 /* Whether file is the known one. It may have grown since. */
 bool is_same_file(const Identity& known, const LogFile& file);
+bool is_one_of(const std::vector<Identity>& known, const LogFile& file);
 
 /* Whether file's first bytes are those of a compressed one. */
 bool is_compressed(const LogFile& file);

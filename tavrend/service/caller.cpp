@@ -65,6 +65,12 @@ Request request_for(const sockaddr_in& ours, const sockaddr_in& theirs) {
   return request;
 }
 
+/* A question that finds no such socket may be answered by another one's, or by one that listens. */
+bool is_about(const inet_diag_sockid& asked, const inet_diag_sockid& answered) {
+  return asked.idiag_sport == answered.idiag_sport && asked.idiag_dport == answered.idiag_dport &&
+         asked.idiag_src[0] == answered.idiag_src[0] && asked.idiag_dst[0] == answered.idiag_dst[0];
+}
+
 }  // namespace
 
 std::optional<uid_t> caller_of(int fd) {
@@ -72,12 +78,14 @@ std::optional<uid_t> caller_of(int fd) {
   sockaddr_in theirs{};
   if (!addresses_of(fd, ours, theirs)) return std::nullopt;
   alignas(nlmsghdr) char answer[4096];
-  const ssize_t length = Question().ask(request_for(ours, theirs), answer, sizeof answer);
+  const Request request = request_for(ours, theirs);
+  const ssize_t length = Question().ask(request, answer, sizeof answer);
   nlmsghdr header{};
   inet_diag_msg message{};
   if (length < static_cast<ssize_t>(NLMSG_LENGTH(sizeof message))) return std::nullopt;
   memcpy(&header, answer, sizeof header);
   memcpy(&message, answer + NLMSG_HDRLEN, sizeof message);
   if (header.nlmsg_type != SOCK_DIAG_BY_FAMILY || message.idiag_inode == 0) return std::nullopt;
+  if (!is_about(request.body.id, message.id)) return std::nullopt;
   return message.idiag_uid;
 }

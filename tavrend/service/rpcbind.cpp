@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "service/filter.h"
+#include "service/as_filter.h"
 
 namespace {
 

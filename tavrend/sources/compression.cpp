@@ -27,6 +27,17 @@ constexpr int piece_of_work = 512 * 1024; /* bytes */
 
 [[noreturn]] void fail(int error) { throw std::system_error(error, std::generic_category(), "compressing"); }
 
+/* A file without a name, where the file system knows none one that has its name for a moment; -1: errno says why. */
+int open_temporary(const std::string& directory) {
+  const int nameless = open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+  if (nameless != -1 || errno != EOPNOTSUPP) return nameless;
+  const std::string name = directory + "/item.tmp";
+  unlink(name.c_str()); /* which may be there when the power was cut in this moment */
+  const int fd = open(name.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0600);
+  if (fd != -1) unlink(name.c_str());
+  return fd;
+}
+
 using Context = std::unique_ptr<ZSTD_CCtx, Free>;
 
 /* The size says whether threads are worth their beginning. */
@@ -62,7 +73,7 @@ size_t read_piece(const OpenFile& file, const std::string& path, int64_t offset,
 
 OpenFile compress(const OpenFile& file, const std::string& path, int64_t first, int64_t length,
                   const std::string& directory, const std::function<void()>& check) {
-  OpenFile result(open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+  OpenFile result(open_temporary(directory));
   if (!result.is_open()) fail(errno);
   const Context context = context_for(length);
 

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <fnmatch.h>
 #include <glob.h>
+#include <malloc.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,6 +16,7 @@
 
 #include "plan/checksum.h"
 #include "plan/growing_file.h"
+#include "sources/plain_size.h"
 
 namespace {
 
@@ -120,6 +122,10 @@ LogFile describe(const OpenFile& file, const std::string& path) {
   log.size = status.st_size;
   log.mtime_ns = static_cast<int64_t>(status.st_mtim.tv_sec) * 1000000000 + status.st_mtim.tv_nsec;
   log.head = read_at(file, path, 0, std::min<size_t>(head_size, static_cast<size_t>(log.size)));
+  if (is_compressed(log)) {
+    const int64_t tail = log.size - static_cast<int64_t>(tail_size);
+    log.plain_size = plain_size_of(log.head, read_at(file, path, std::max<int64_t>(tail, 0), tail_size));
+  }
   return log;
 }
 
@@ -187,15 +193,22 @@ void look_at_match(const std::string& prefix, const std::string& path, const See
   }
 }
 
+/* Calls take with each path that matches. Returns what glob returns. */
+template <class Take>
+int for_each_match(const std::string& pattern, Take take) {
+  glob_t matches{};
+  const std::unique_ptr<glob_t, decltype(&globfree)> freed(&matches, globfree);
+  const int result = glob(pattern.c_str(), GLOB_NOSORT, note_directory, &matches);
+  for (size_t i = 0; result == 0 && i < matches.gl_pathc; ++i) take(matches.gl_pathv[i]);
+  return result;
+}
+
 Look look_once(const std::string& prefix, const std::string& pattern, const See& see) {
   Look look;
-  glob_t matches{};
   failed_directories.clear();
-  const int result = glob((without_wildcards(prefix) + pattern).c_str(), GLOB_NOSORT, note_directory, &matches);
-  for (size_t i = 0; result == 0 && i < matches.gl_pathc; ++i) {
-    look_at_match(prefix, matches.gl_pathv[i] + prefix.size(), see, look);
-  }
-  globfree(&matches);
+  const int result = for_each_match(without_wildcards(prefix) + pattern,
+                                    [&](const char* path) { look_at_match(prefix, path + prefix.size(), see, look); });
+  malloc_trim(0); /* of tens of thousands of names, which would stay beside what was seen */
   for (const auto& [directory, error] : failed_directories) {
     look.unreadable.emplace_back(directory.substr(std::min(prefix.size(), directory.size())), error, false);
   }
@@ -253,6 +266,16 @@ bool may_be_among(const std::vector<UnreadableFile>& unreadable, const std::stri
     if (lstat((prefix + file.path).c_str(), &status) == -1) return false;
     return S_ISDIR(status.st_mode) || inode == Inode(status.st_dev, status.st_ino);
   });
+}
+
+bool is_on_device(const std::string& path, uint64_t device) {
+  struct stat status {};
+  for (size_t length = path.rfind('/'); length != std::string::npos; length = path.rfind('/', length - 1)) {
+    const std::string directory = path.substr(0, std::max<size_t>(length, 1));
+    if (stat(directory.c_str(), &status) == 0) return status.st_dev == device;
+    if (length == 0) break;
+  }
+  return false;
 }
 
 std::optional<Surroundings> look_around(const std::string& prefix, const std::string& path) {

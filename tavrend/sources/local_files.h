@@ -86,6 +86,12 @@ Found find_beside(const std::string& prefix, const std::string& path);
 /* Whether one of those that cannot be read is the file with that inode, or a directory in which that may be. */
 bool may_be_among(const std::vector<UnreadableFile>& unreadable, const std::string& prefix, const Inode& inode);
 
+/*
+ * Whether what is at path would be on that device. Where path is not there, the directory above it says so: one in
+ * which a file system is missing is on another device.
+ */
+bool is_on_device(const std::string& path, uint64_t device);
+
 /* A log with its rotated files, as they were at one moment. */
 struct Surroundings {
   std::optional<LogFile> present;

@@ -8,7 +8,7 @@
 #include <system_error>
 #include <utility>
 
-#include "store/store.h"
+#include "store/store_error.h"
 
 namespace {
 
@@ -22,6 +22,9 @@ constexpr char on_disk_later[] = "PRAGMA synchronous = NORMAL";
 constexpr char short_log[] = "PRAGMA wal_autocheckpoint = 32";
 constexpr uintmax_t room_for_a_long_log = uintmax_t{64} * 1024 * 1024;
 
+/* In KiB: most statements need a few pages, and a change of many of them shall not need memory by their number. */
+constexpr char small_cache[] = "PRAGMA cache_size = -256";
+
 bool has_room_for_a_long_log(const std::string& file) {
   std::error_code error;
   const auto room = std::filesystem::space(file, error);
@@ -30,9 +33,10 @@ bool has_room_for_a_long_log(const std::string& file) {
 
 }  // namespace
 
-Database::Database(const std::string& file) : path(file) {
+Database::Database(const std::string& file, Kind kind) : path(file) {
+  const int flags = SQLITE_OPEN_READWRITE | (kind == Kind::may_be_new ? SQLITE_OPEN_CREATE : 0);
   const mode_t old_umask = umask(077);
-  const int result = sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+  const int result = sqlite3_open_v2(path.c_str(), &handle, flags, nullptr);
   umask(old_umask);
   try {
     if (result != SQLITE_OK) fail();
@@ -63,6 +67,7 @@ void Database::use_log() {
   if (mode.text(0) != "wal") throw StoreError(path + ": cannot have a write-ahead log");
   if (!has_room_for_a_long_log(path)) run(short_log);
   run(on_disk_now);
+  run(small_cache);
 }
 
 void Database::fail() const { throw StoreError(path + ": " + sqlite3_errmsg(handle)); }
@@ -115,6 +120,13 @@ void Database::sync() {
   }
   run(("PRAGMA user_version = " + std::to_string(version)).c_str());
   is_synced = true;
+}
+
+/* The last close does the same, and says nothing where it cannot. */
+void Database::put_into_one_file() {
+  auto mode = query("PRAGMA journal_mode = DELETE");
+  mode.next();
+  if (mode.text(0) != "delete") throw StoreError(path + ": cannot be without a write-ahead log");
 }
 
 Database::Query::Query(Database& owner, sqlite3_stmt* prepared) : database(owner), statement(prepared) {}

@@ -19,8 +19,9 @@ struct sqlite3_stmt;
  */
 class Database {
  public:
-  /* Opens the database at path for this process alone, made when it is not there, mode 0600. */
-  explicit Database(const std::string& path);
+  /* Opens the database at path for this process alone. One that may be new is made when it is not there, mode 0600. */
+  enum class Kind { old, may_be_new };
+  explicit Database(const std::string& path, Kind kind = Kind::old);
   ~Database();
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
@@ -70,6 +71,9 @@ class Database {
    */
   void transaction_on_disk_later(const std::function<void()>& change);
   void sync();
+
+  /* Puts all that there is into the database itself, which is on the disk when this returns. */
+  void put_into_one_file();
 
  private:
   void use_log();

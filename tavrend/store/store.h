@@ -5,19 +5,15 @@
 
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "plan/closed_files.h"
 #include "plan/growing_file.h"
+#include "plan/seen_files.h"
+#include "store/store_error.h"
 
 class Database;
-
-/* Why the state cannot be used; nothing was thrown away. */
-struct StoreError : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
 
 /* What the administrator has configured. */
 struct Settings {
@@ -37,6 +33,9 @@ struct Intent {
   bool grows = false;      /* and more of that file may follow */
   int64_t first = 0;       /* bytes from the file's beginning */
   int64_t length = 0;
+  std::string log{};       /* of a piece: the log's path, log_dir_prefix before it */
+  bool compressed = false; /* the form that the item has under its name */
+  int64_t announced = -1;  /* bytes that only all of it has on the far side; -1: also less of it may have them */
 };
 
 /* A directory of the archive and the compartment whose space it takes. */
@@ -70,7 +69,7 @@ class Store {
   bool is_claimed();
   void set_claimed();
 
-  /* Texts that are kept by name: kind is "tunables", "commands", "interval." and a task, or "follow." and a section. */
+  /* Texts that are kept by name: kind is "tunables", "commands", or "interval." and a task. */
   std::string text(const std::string& kind);
   void set_text(const std::string& kind, const std::string& text);
 
@@ -79,19 +78,39 @@ class Store {
   void add_error(const std::string& serialised);
   void clear_errors();
 
-  /* What was archived. */
+  /* What was archived; with the files that were only passed over; and all of these by their identity alone. */
   std::vector<ArchivedFile> archived_files(const std::string& section);
+  std::vector<ArchivedFile> noted_files(const std::string& section);
   std::vector<Identity> known_files(const std::string& section);
   /*
    * Forgets those archived files of a section that are there no more, under whatever name. A file that is renamed while
    * a directory is read may be missing in one look, so that only what was missing for a week, and whenever it was
-   * looked for, is forgotten. A look that has found nothing counts for nothing: it may be the file system that is
-   * missing.
+   * looked for, is forgotten. A look that has found nothing on its device counts for nothing: it may be the file system
+   * that is missing.
    */
   void forget_missing_files(const std::string& section, const ClosedFiles& look, int64_t now_ms);
-  std::optional<Progress> progress(const std::string& section);
-  /* Notes what a look at a followed log has shown: how far it is archived, and files that are known from now on. */
-  void note_look(const std::string& section, const std::optional<Progress>& now, const std::vector<LogFile>& known);
+  /* Of a section that follows a log each log has its own; that of closed files has none for its name. */
+  std::optional<Progress> progress(const std::string& section, const std::string& log = "");
+  bool has_followed(const std::string& section);
+  /*
+   * Notes what a look at a followed log has shown: how far it is archived, and files that are known from now on, as
+   * archived ones or as others.
+   */
+  enum class Known { archived, passed_over };
+  void note_look(const std::string& section, const std::optional<Progress>& now, const std::vector<LogFile>& known,
+                 Known as);
+
+  /*
+   * What looks have found, and is not archived yet: it has been seen, so that it cannot be lost in silence. What is
+   * archived is none of these any more, and neither is the file that a log's progress speaks of. log is the path that
+   * is followed, or the pattern; of another one of the section nothing is kept.
+   */
+  std::vector<ArchivedFile> seen_files(const std::string& section, const std::string& log);
+  std::string path_of_seen(const std::string& section, const Identity& identity);
+  /* On the disk with the next change: a power cut may take back what was seen a moment before. */
+  void note_seen(const std::string& section, const std::string& log, const std::optional<Progress>& now,
+                 const SeenChanges& changes);
+  void forget_seen(const std::string& section, const Identity& identity);
 
   /* Sections that were configured at any time, with their directories in the archive. */
   std::vector<ArchivedSection> sections();
@@ -124,7 +143,12 @@ class Store {
   void write_intent(const Intent& intent);
   void write_last_item_time(const std::string& section, int64_t item_time_ms);
   void write_progress(const std::string& section, const Progress& progress);
-  void remember_file(const std::string& section, const LogFile& file);
+  void remember_file(const std::string& section, const LogFile& file, Known as);
+  void write_seen(const std::string& section, const std::string& log, const ClosedFile& file);
+  std::vector<ArchivedFile> files_of(const char* sql, const std::string& section);
+  void forget_seen_now(const std::string& section, const Identity& identity);
+  void forget_seen_at(const std::string& section, const LogFile& file);
+  void forget_file(const std::string& section, const Identity& identity);
   void end_intent(const Intent& intent);
   bool note_late_end(const Intent& intent);
   void note_finished(const Intent& intent);

@@ -176,24 +176,19 @@ extern "C" int faulty_sqlite3_step(void* statement) {
   return real<int(void*)>("sqlite3_step")(statement);
 }
 
-/* A descriptor is closed also when close reports an error, and so is a stream. */
-extern "C" int faulty_close(int fd) SYMBOL("close");
-extern "C" int faulty_close(int fd) {
-  const faults::Fault* fault = meet("close");
-  const int result = real<int(int)>("close")(fd);
-  if (fault == nullptr) return result;
-  errno = fault->error;
-  return -1;
-}
+/* RESULT NAME(PARAMETER) in the place of SYMBOL: it does its work also when it reports an error. */
+#define FAILS_BEHIND_ITS_WORK(result, symbol, name, failure, type) \
+  extern "C" result name(type object) SYMBOL(symbol);              \
+  extern "C" result name(type object) {                            \
+    const faults::Fault* fault = meet(symbol);                     \
+    const result done = real<result(type)>(symbol)(object);        \
+    if (fault == nullptr) return done;                             \
+    errno = fault->error;                                          \
+    return failure;                                                \
+  }
 
-extern "C" int faulty_fclose(FILE* file) SYMBOL("fclose");
-extern "C" int faulty_fclose(FILE* file) {
-  const faults::Fault* fault = meet("fclose");
-  const int result = real<int(FILE*)>("fclose")(file);
-  if (fault == nullptr) return result;
-  errno = fault->error;
-  return EOF;
-}
+FAILS_BEHIND_ITS_WORK(int, "close", faulty_close, -1, int)
+FAILS_BEHIND_ITS_WORK(int, "fclose", faulty_fclose, EOF, FILE*)
 
 /* The stream remembers it. */
 extern "C" char* faulty_fgets(char* line, int size, FILE* file) SYMBOL("fgets");
@@ -225,55 +220,37 @@ extern "C" int faulty_open(const char* path, int flags, ...) {
   return real<int(const char*, int, ...)>("open64")(path, flags, mode);
 }
 
-extern "C" int faulty_fcntl(int fd, int command, ...) SYMBOL("fcntl64");
-extern "C" int faulty_fcntl(int fd, int command, ...) {
-  if (meet("fcntl64") != nullptr) return -1;
-  va_list arguments;
-  va_start(arguments, command);
-  void* const argument = va_arg(arguments, void*);
-  va_end(arguments);
-  return real<int(int, int, ...)>("fcntl64")(fd, command, argument);
-}
+/* The same for what takes any third argument. */
+#define FAILS_WITH_ANY_ARGUMENT(symbol, name, type)                  \
+  extern "C" int name(int fd, type request, ...) SYMBOL(symbol);     \
+  extern "C" int name(int fd, type request, ...) {                   \
+    if (meet(symbol) != nullptr) return -1;                          \
+    va_list arguments;                                               \
+    va_start(arguments, request);                                    \
+    void* const argument = va_arg(arguments, void*);                 \
+    va_end(arguments);                                               \
+    return real<int(int, type, ...)>(symbol)(fd, request, argument); \
+  }
 
-extern "C" int faulty_ioctl(int fd, unsigned long request, ...) SYMBOL("ioctl");
-extern "C" int faulty_ioctl(int fd, unsigned long request, ...) {
-  if (meet("ioctl") != nullptr) return -1;
-  va_list arguments;
-  va_start(arguments, request);
-  void* const argument = va_arg(arguments, void*);
-  va_end(arguments);
-  return real<int(int, unsigned long, ...)>("ioctl")(fd, request, argument);
-}
+FAILS_WITH_ANY_ARGUMENT("fcntl64", faulty_fcntl, int)
+FAILS_WITH_ANY_ARGUMENT("ioctl", faulty_ioctl, unsigned long)
 
-extern "C" ssize_t faulty_read(int fd, void* bytes, size_t size) SYMBOL("read");
-extern "C" ssize_t faulty_read(int fd, void* bytes, size_t size) {
-  const faults::Fault* fault = meet("read");
-  if (fault != nullptr && !is_short(fault)) return -1;
-  return real<ssize_t(int, void*, size_t)>("read")(fd, bytes, fault != nullptr && size > 1 ? 1 : size);
-}
+/* The same for what moves bytes: it may also move only one of them. */
+#define FAILS_OR_IS_SHORT(symbol, name, parameters, arguments) \
+  extern "C" ssize_t name parameters SYMBOL(symbol);           \
+  extern "C" ssize_t name parameters {                         \
+    const faults::Fault* fault = meet(symbol);                 \
+    if (fault != nullptr && !is_short(fault)) return -1;       \
+    if (fault != nullptr && size > 1) size = 1;                \
+    return real<ssize_t parameters>(symbol) arguments;         \
+  }
 
-extern "C" ssize_t faulty_write(int fd, const void* bytes, size_t size) SYMBOL("write");
-extern "C" ssize_t faulty_write(int fd, const void* bytes, size_t size) {
-  const faults::Fault* fault = meet("write");
-  if (fault != nullptr && !is_short(fault)) return -1;
-  return real<ssize_t(int, const void*, size_t)>("write")(fd, bytes, fault != nullptr && size > 1 ? 1 : size);
-}
-
-extern "C" ssize_t faulty_pread(int fd, void* bytes, size_t size, off64_t offset) SYMBOL("pread64");
-extern "C" ssize_t faulty_pread(int fd, void* bytes, size_t size, off64_t offset) {
-  const faults::Fault* fault = meet("pread64");
-  if (fault != nullptr && !is_short(fault)) return -1;
-  return real<ssize_t(int, void*, size_t, off64_t)>("pread64")(fd, bytes, fault != nullptr && size > 1 ? 1 : size,
-                                                               offset);
-}
-
-extern "C" ssize_t faulty_pwrite(int fd, const void* bytes, size_t size, off64_t offset) SYMBOL("pwrite64");
-extern "C" ssize_t faulty_pwrite(int fd, const void* bytes, size_t size, off64_t offset) {
-  const faults::Fault* fault = meet("pwrite64");
-  if (fault != nullptr && !is_short(fault)) return -1;
-  return real<ssize_t(int, const void*, size_t, off64_t)>("pwrite64")(fd, bytes,
-                                                                      fault != nullptr && size > 1 ? 1 : size, offset);
-}
+FAILS_OR_IS_SHORT("read", faulty_read, (int fd, void* bytes, size_t size), (fd, bytes, size))
+FAILS_OR_IS_SHORT("write", faulty_write, (int fd, const void* bytes, size_t size), (fd, bytes, size))
+FAILS_OR_IS_SHORT("pread64", faulty_pread, (int fd, void* bytes, size_t size, off64_t offset),
+                  (fd, bytes, size, offset))
+FAILS_OR_IS_SHORT("pwrite64", faulty_pwrite, (int fd, const void* bytes, size_t size, off64_t offset),
+                  (fd, bytes, size, offset))
 
 extern "C" void* faulty_malloc(size_t size) SYMBOL("malloc");
 extern "C" void* faulty_malloc(size_t size) { return is_out_of_memory(CALLER) ? nullptr : __libc_malloc(size); }

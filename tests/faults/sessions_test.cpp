@@ -35,9 +35,8 @@ class Faults : public LabTest {
     own->enable();
   }
 
-  void connect() {
-    make_host();
-    own->open_connection();
+  std::string log_in() {
+    return outcome_of([this] { own->open_connection(); });
   }
 
   void close() {
@@ -47,7 +46,12 @@ class Faults : public LabTest {
 
   /* Tries what is done with an open connection. */
   void try_with_a_connection(const std::function<void(TavrenHost&)>& action) {
-    try_all_faults({[this] { connect(); }, [&] { return outcome_of([&] { action(*own); }); }, [this] { close(); }});
+    try_all_faults({[this] { make_host(), own->open_connection(); }, [&] { return outcome_of([&] { action(*own); }); },
+                    [this] { close(); }});
+  }
+
+  void try_a_login() {
+    try_all_faults({[this] { make_host(); }, [this] { return log_in(); }, [this] { close(); }});
   }
 
   Settings settings;
@@ -75,15 +79,11 @@ void send_stream(TavrenHost& host) {
   host.end_send_stream();
 }
 
-TEST_F(Faults, InALoginWithAKey) {
-  try_all_faults({[this] { make_host(); }, [this] { return outcome_of([this] { own->open_connection(); }); },
-                  [this] { close(); }});
-}
+TEST_F(Faults, InALoginWithAKey) { try_a_login(); }
 
 TEST_F(Faults, InALoginWithoutAKey) {
   settings.host_key.clear();
-  try_all_faults({[this] { make_host(); }, [this] { return outcome_of([this] { own->open_connection(); }); },
-                  [this] { close(); }});
+  try_a_login();
 }
 
 TEST_F(Faults, InACommand) {
@@ -156,44 +156,34 @@ TEST_F(Faults, InAHandlesLife) {
 }
 
 /* What the C library does for forkpty, on both of its sides. */
-class FaultsInsideForkpty : public Faults, public testing::WithParamInterface<Named<Refusal>> {};
-
-TEST_P(FaultsInsideForkpty, AreAnErrorOfTheLogin) {
-  const std::string outcome =
-      outcome_of_run({[this] { make_host(), refuse_for_good(GetParam().value); },
-                      [this] { return outcome_of([this] { own->open_connection(); }); }, [this] { close(); }});
-  EXPECT_TRUE(std::regex_match(outcome, std::regex("error [0-9]+"))) << outcome;
+TEST_F(Faults, InsideForkptyAreAnErrorOfTheLogin) {
+  const Named<Refusal> refusals[] = {{"terminal", {SYS_openat, 2, O_RDWR, EMFILE}},
+                                     {"unlocking", {SYS_ioctl, 1, TIOCSPTLCK, EIO}},
+                                     {"fork", {SYS_clone, 0, any_value, EAGAIN}},
+                                     {"session", {SYS_setsid, 0, any_value, EPERM}},
+                                     {"controlling terminal", {SYS_ioctl, 1, TIOCSCTTY, EPERM}}};
+  for (const Named<Refusal>& refusal : refusals) {
+    const std::string outcome = outcome_of_run(
+        {[&] { make_host(), refuse_for_good(refusal.value); }, [this] { return log_in(); }, [this] { close(); }});
+    EXPECT_TRUE(std::regex_match(outcome, std::regex("error [0-9]+"))) << refusal.name << ": " << outcome;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(, FaultsInsideForkpty,
-                         testing::Values(Named<Refusal>{"Terminal", {SYS_openat, 2, O_RDWR, EMFILE}},
-                                         Named<Refusal>{"Unlocking", {SYS_ioctl, 1, TIOCSPTLCK, EIO}},
-                                         Named<Refusal>{"Fork", {SYS_clone, 0, any_value, EAGAIN}},
-                                         Named<Refusal>{"Session", {SYS_setsid, 0, any_value, EPERM}},
-                                         Named<Refusal>{"ControllingTerminal", {SYS_ioctl, 1, TIOCSCTTY, EPERM}}),
-                         by_name);
 
 /* Who cannot write the system log still learns what was to be written there. */
-class FaultsInsideSyslog : public Faults, public testing::WithParamInterface<Named<Refusal>> {};
-
-TEST_P(FaultsInsideSyslog, LeaveTheErrorOfTheLoginAsItIs) {
-  const auto prepare = [this] {
-    make_host(true);
-    std::string refusal;
-    TavrenHost::set_cmd("ssh", "/bin/false", refusal);
-    refuse_for_good(GetParam().value);
-  };
-  const std::string outcome =
-      outcome_of_run({prepare, [this] { return outcome_of([this] { own->open_connection(); }); }, [this] { close(); }});
-  EXPECT_EQ(outcome, "error 4");
+TEST_F(Faults, InsideSyslogLeaveTheErrorOfTheLoginAsItIs) {
+  const Named<Refusal> refusals[] = {{"socket", refused_socket_call(SYS_socket, SYS_SOCKET, EMFILE)},
+                                     {"connection", refused_socket_call(SYS_connect, SYS_CONNECT, ENOENT)},
+                                     {"sending", refused_socket_call(SYS_sendto, SYS_SEND, ENOBUFS)}};
+  for (const Named<Refusal>& refusal : refusals) {
+    const auto prepare = [&] {
+      make_host(true);
+      std::string ignored;
+      TavrenHost::set_cmd("ssh", "/bin/false", ignored);
+      refuse_for_good(refusal.value);
+    };
+    EXPECT_EQ(outcome_of_run({prepare, [this] { return log_in(); }, [this] { close(); }}), "error 4") << refusal.name;
+  }
   EXPECT_THAT(lab::system_log(), testing::Not(testing::HasSubstr("failed to connect")));
 }
-
-INSTANTIATE_TEST_SUITE_P(, FaultsInsideSyslog,
-                         testing::Values(Named<Refusal>{"Socket", refused_socket_call(SYS_socket, SYS_SOCKET, EMFILE)},
-                                         Named<Refusal>{"Connection",
-                                                        refused_socket_call(SYS_connect, SYS_CONNECT, ENOENT)},
-                                         Named<Refusal>{"Sending", refused_socket_call(SYS_sendto, SYS_SEND, ENOBUFS)}),
-                         by_name);
 
 }  // namespace

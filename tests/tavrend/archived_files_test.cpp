@@ -160,22 +160,23 @@ Progress progress_of(const LogFile& file, int64_t offset) {
 }  // namespace
 
 TEST_F(StoreOfArchivedFiles, KeepsWhatALookHasShown) {
-  store->note_look("messages", progress_of(numbered(1), 3), {numbered(2), numbered(3)});
+  store->note_look("messages", progress_of(numbered(1), 3), {numbered(2), numbered(3)}, Store::Known::passed_over);
   reopen();
   ASSERT_TRUE(store->progress("messages"));
   EXPECT_TRUE(*store->progress("messages") == progress_of(numbered(1), 3));
   EXPECT_THAT(known("messages"), ElementsAre(2, 3));
-  store->note_look("messages", std::nullopt, {numbered(3), numbered(4)});
+  store->note_look("messages", std::nullopt, {numbered(3), numbered(4)}, Store::Known::passed_over);
   EXPECT_TRUE(*store->progress("messages") == progress_of(numbered(1), 3));
   EXPECT_THAT(known("messages"), ElementsAre(2, 3, 4));
 }
 
 TEST_F(StoreOfArchivedFiles, IsNotWrittenWhenALookHasShownNothingNew) {
-  store->note_look("messages", progress_of(numbered(1), 3), {numbered(2)});
+  store->note_look("messages", progress_of(numbered(1), 3), {numbered(2)}, Store::Known::passed_over);
   EXPECT_FALSE(is_written_by([this] {
-    store->note_look("messages", progress_of(numbered(1), 3), {numbered(2)});
-    store->note_look("messages", std::nullopt, {});
+    store->note_look("messages", progress_of(numbered(1), 3), {numbered(2)}, Store::Known::passed_over);
+    store->note_look("messages", std::nullopt, {}, Store::Known::passed_over);
   }));
-  EXPECT_TRUE(is_written_by([this] { store->note_look("messages", progress_of(numbered(1), 4), {}); }));
+  EXPECT_TRUE(is_written_by(
+      [this] { store->note_look("messages", progress_of(numbered(1), 4), {}, Store::Known::passed_over); }));
   EXPECT_EQ(store->progress("messages")->offset, 4);
 }

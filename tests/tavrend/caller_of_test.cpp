@@ -1,15 +1,34 @@
 #include <gtest/gtest.h>
+#include <linux/inet_diag.h>
+#include <linux/netlink.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <functional>
 #include <optional>
 
 #include "service/caller.h"
+#include "support/real_function.h"
 #include "support/run_in_child.h"
 #include "tavren_basic.h"
+
+namespace {
+
+/* What becomes of the kernel's answer about a socket before it is read. */
+std::function<void(inet_diag_msg& answer)> change_answer;
+
+}  // namespace
+
+STANDS_BEFORE_THE_REAL_ONE ssize_t recv(int fd, void* bytes, size_t size, int flags) {
+  const ssize_t length = real<ssize_t(int, void*, size_t, int)>("recv")(fd, bytes, size, flags);
+  if (change_answer && length >= static_cast<ssize_t>(NLMSG_LENGTH(sizeof(inet_diag_msg)))) {
+    change_answer(*static_cast<inet_diag_msg*>(NLMSG_DATA(bytes)));
+  }
+  return length;
+}
 
 namespace {
 
@@ -31,6 +50,7 @@ class CallerOf : public testing::Test {
     close(listening);
   }
   ~CallerOf() override {
+    change_answer = nullptr;
     hang_up();
     close(ours);
   }
@@ -65,6 +85,21 @@ TEST_F(CallerOf, AConnectionWhoseOtherEndTheKernelHasForgottenIsNobody) {
     ASSERT_EQ(caller_of(ours), std::nullopt);
     usleep(20000);
   }
+}
+
+TEST_F(CallerOf, AConnectionIsNobodyWhereTheAnswerIsAboutAnother) {
+  const std::function<void(inet_diag_sockid&)> changes[] = {
+      [](inet_diag_sockid& id) { id.idiag_sport ^= 1; },
+      [](inet_diag_sockid& id) { id.idiag_dport = 0; },
+      [](inet_diag_sockid& id) { id.idiag_src[0] ^= 1; },
+      [](inet_diag_sockid& id) { id.idiag_dst[0] = 0; },
+  };
+  for (const auto& change : changes) {
+    change_answer = [&change](inet_diag_msg& answer) { change(answer.id); };
+    EXPECT_EQ(caller_of(ours), std::nullopt);
+  }
+  change_answer = [](inet_diag_msg&) {};
+  EXPECT_EQ(caller_of(ours), getuid());
 }
 
 /* The number alone goes into the child: to look at an object of ours a sanitizer needs descriptors. */

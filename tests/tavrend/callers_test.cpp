@@ -8,14 +8,16 @@ class Caller : public TavrendTest {
   static constexpr uint32_t get_remote_command_table = 45;
   static constexpr uint32_t is_tavrend_sleeping = 48;
 
-  /* Returns so many calls of a procedure without an argument, as they travel. */
+  /* Returns a record of those words, as they travel. */
+  static std::string record(std::vector<uint32_t> words) {
+    words.insert(words.begin(), static_cast<uint32_t>(0x80000000 | words.size() * sizeof(uint32_t)));
+    for (uint32_t& word : words) word = htonl(word);
+    return {reinterpret_cast<const char*>(words.data()), words.size() * sizeof(uint32_t)};
+  }
+
+  /* Returns so many calls of a procedure without an argument. */
   static std::string calls(uint32_t procedure, size_t count) {
-    const uint32_t words[] = {0x80000000 | 40, 1, 0, 2, 100171, 1, procedure, 0, 0, 0, 0};
-    std::string call;
-    for (const uint32_t word : words) {
-      const uint32_t wire = htonl(word);
-      call.append(reinterpret_cast<const char*>(&wire), sizeof wire);
-    }
+    const std::string call = record({1, 0, 2, 100171, 1, procedure, 0, 0, 0, 0});
     std::string all;
     for (size_t i = 0; i < count; ++i) all += call;
     return all;
@@ -73,4 +75,27 @@ TEST_F(Caller, ThatIsAStrangerAndTakesNothingDoesNotEndTheDaemon) {
   tavren_state_t now{};
   EXPECT_EQ(tavren_get_state(&now), 0);
   EXPECT_EQ(waitpid(daemon, nullptr, WNOHANG), 0);
+}
+
+/* The credentials of the RPC protocol are the caller's own words. */
+TEST_F(Caller, WhoSaysToBeRootIsAStrangerAllTheSame) {
+  constexpr uint32_t auth_sys = 1;
+  constexpr uint32_t root_without_a_name[] = {0, 0, 0, 0, 0}; /* stamp, name, user, group, groups */
+  std::vector<uint32_t> call = {1, 0, 2, 100171, 1, get_remote_command_table, auth_sys, sizeof root_without_a_name};
+  call.insert(call.end(), std::begin(root_without_a_name), std::end(root_without_a_name));
+  call.insert(call.end(), {0, 0});
+  start(following("messages"));
+  const std::string request = record(call);
+  const std::string refusal = record({1, 1, 1, 1, 5}); /* a reply: denied, for its credentials, which are too weak */
+  const uint16_t where = port();
+  const Outcome outcome = run_in_child([&] {
+    if (setuid(4711) != 0) _exit(1);
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    connect_to_daemon(fd, where);
+    std::string answer(refusal.size(), '\0');
+    if (send(fd, request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size())) _exit(2);
+    if (recv(fd, answer.data(), answer.size(), MSG_WAITALL) != static_cast<ssize_t>(answer.size())) _exit(3);
+    if (answer != refusal) _exit(4);
+  });
+  EXPECT_TRUE(outcome.exited_with(0)) << outcome.wait_status;
 }

@@ -1,3 +1,4 @@
+#include <fstream>
 #include <functional>
 
 #include "tavrend/procedures_fixture.h"
@@ -43,6 +44,15 @@ class SessionInTheMiddleOfAnItem : public Procedure {
     lab::run("mv -n " + log("messages") + " " + path + "; chown 4711 " + path + " && chmod 0 " + path);
     ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
     wait_until("an error", [&path] { return errors().find(path + ", ecode=13") != std::string::npos; });
+  }
+
+  /* Whether the daemon has an open file beside its state that has no name. */
+  bool has_temporary_file() const {
+    for (const auto& fd : std::filesystem::directory_iterator("/proc/" + std::to_string(daemon) + "/fd")) {
+      std::error_code none;
+      if (std::filesystem::read_symlink(fd, none).string().rfind(state + "/#", 0) == 0) return true;
+    }
+    return false;
   }
 
   static void hurry_the_network() { lab::change_machine("tc qdisc del dev lo root"); }
@@ -93,7 +103,7 @@ TEST_F(SessionInTheMiddleOfAnItem, LeavesItThereWhileTheFileCannotBeReadAndGoesO
   lab::run("chmod 644 " + log("messages"));
   expect_archived("messages", lines + "other\n");
   EXPECT_EQ(items("messages")[0], item[0]);
-  EXPECT_EQ(errors().find("ecode=2"), std::string::npos) << errors();
+  EXPECT_EQ(errors().find("ecode=61"), std::string::npos) << errors();
 }
 
 TEST_F(SessionInTheMiddleOfAnItem, LeavesItThereWhileTheRotatedLogCannotBeRead) {
@@ -113,5 +123,77 @@ TEST_F(SessionInTheMiddleOfAnItem, ReportsAnotherFileThatVanishesMeanwhile) {
   lab::run("rm " + log("messages.2"));
   hurry_the_network();
   expect_archived("messages", lines);
-  wait_until("an error", [this] { return errors().find(log("messages.2") + ", ecode=2") != std::string::npos; });
+  wait_until("an error",
+             [this] { return errors().find(log("messages.2") + " (bytes 0 to 6), ecode=61") != std::string::npos; });
+}
+
+/* The compression of what is there takes many times as long. */
+TEST_F(SessionInTheMiddleOfAnItem, EndsWithTheDaemonWithinFiveSecondsAlsoWhileItIsCompressed) {
+  lab::run("truncate -s 20G " + log("a.1"));
+  start(closed("a.*") + "compress = zstd\n");
+  ASSERT_EQ(set_config(), 0);
+  wait_until("a temporary file", [this] { return has_temporary_file(); });
+  const int before = tavren_get_uptime();
+  EXPECT_EQ(stop(), 0);
+  EXPECT_LT(tavren_get_uptime(), before + 5);
+  EXPECT_EQ(items("closed").size(), 0U);
+  EXPECT_EQ(change_state("UPDATE intent SET first = first"), 0);
+  for (const auto& entry : std::filesystem::directory_iterator(state)) EXPECT_EQ(entry.path().filename(), "tavrend.db");
+}
+
+namespace {
+
+/* In a login that hangs. */
+class LoginThatIsEnded : public Procedure {
+ protected:
+  static void wait_for_the_login() {
+    wait_until("a login", [] { return std::filesystem::exists(lab::value("LAB") + "/accepted"); });
+  }
+
+  static void expect_status(int connection, int32_t since) {
+    EXPECT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+    EXPECT_EQ(sleeping(), 1);
+    EXPECT_EQ(status().connection_status, connection);
+    EXPECT_EQ(status().connection_time, since);
+    EXPECT_EQ(errors(), "");
+  }
+};
+
+}  // namespace
+
+TEST_F(LoginThatIsEnded, IsNoFailure) {
+  lab::serve_silence();
+  append("messages", "one\n");
+  start(following("messages"));
+  EXPECT_EQ(sleeping(), 1);
+  ASSERT_EQ(set_config(), 0);
+  wait_for_the_login();
+  EXPECT_EQ(sleeping(), 0);
+  expect_status(TAVREN_CONNECTION_NONE, 0);
+}
+
+TEST_F(LoginThatIsEnded, LeavesTheOutcomeOfTheOneBeforeInTheStatus) {
+  append("messages", "one\n");
+  start("[messages]\nfollow = " + log("messages") + "\ninterval = 1d\n");
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  expect_archived("messages", "one\n");
+  const int32_t since = status().connection_time;
+  lab::serve_silence();
+  append("messages", "two\n");
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  wait_for_the_login();
+  expect_status(TAVREN_CONNECTION_OK, since);
+}
+
+/* Compressing it takes many times as long as noticing that it has begun. */
+TEST_F(SessionInTheMiddleOfAnItem, MakesNoItemOfAFileThatChangesWhileItIsCompressed) {
+  lab::run("truncate -s 300M " + log("a.1"));
+  start(closed("a.*") + "compress = zstd\n");
+  ASSERT_EQ(set_config(), 0);
+  wait_until("a temporary file", [this] { return has_temporary_file(); });
+  std::fstream(log("a.1"), std::ios::in | std::ios::out | std::ios::binary) << "other"; /* without truncating it */
+  wait_until("the changed file", [] { return archived_since_the_start(1) > 0 && sleeping() == 1; });
+  EXPECT_EQ(items("closed").size(), 1U);
+  EXPECT_EQ(count(errors(), log("a.1") + ", ecode=116"), 1U) << errors();
 }

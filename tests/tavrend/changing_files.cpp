@@ -15,12 +15,14 @@ std::function<void(const std::string& path)> after_lstat;
 std::function<void(const std::string& path)> after_open;
 std::function<void()> after_pread;
 int entries_until_an_error = -1;
+bool has_nameless_files = true;
 
 void stop() {
   after_lstat = nullptr;
   after_open = nullptr;
   after_pread = nullptr;
   entries_until_an_error = -1;
+  has_nameless_files = true;
 }
 
 }  // namespace changing_files
@@ -36,6 +38,10 @@ STANDS_BEFORE_THE_REAL_ONE int lstat(const char* path, struct stat* status) noex
 }
 
 STANDS_BEFORE_THE_REAL_ONE int open(const char* path, int flags, ...) {
+  if (!has_nameless_files && (flags & O_TMPFILE) == O_TMPFILE) {
+    errno = EOPNOTSUPP;
+    return -1;
+  }
   va_list arguments;
   va_start(arguments, flags);
   const auto mode = va_arg(arguments, mode_t);

@@ -15,6 +15,8 @@ extern std::function<void(const std::string& path)> after_open;
 extern std::function<void()> after_pread;
 extern int entries_until_an_error; /* of a directory; -1: there is none */
 
+extern bool has_nameless_files; /* of the file system */
+
 /* Nothing more happens. */
 void stop();
 

@@ -45,6 +45,13 @@ class Compression : public testing::Test {
     return system(command.c_str()) == 0 ? read_file(path("plain")) : "zstd has failed";
   }
 
+  std::vector<std::string> names() const {
+    std::vector<std::string> all;
+    for (const auto& entry : std::filesystem::directory_iterator(directory.path()))
+      all.push_back(entry.path().filename());
+    return all;
+  }
+
   static std::string noise(size_t size) {
     std::minstd_rand random(4711);
     std::string text(size, '\0');
@@ -129,10 +136,16 @@ TEST_F(Compression, LeavesNoThreadBehindWhenItsCheckThrows) {
 TEST_F(Compression, LeavesNoNameBehind) {
   make("text\n");
   const OpenFile result = compressed(0, 5);
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(directory.path()))
-    names.push_back(entry.path().filename());
-  EXPECT_THAT(names, ElementsAre("log"));
+  EXPECT_THAT(names(), ElementsAre("log"));
+}
+
+TEST_F(Compression, NeedsNoFileSystemThatHasFilesWithoutAName) {
+  make("text\n");
+  write_file(path("item.tmp"), "what a power cut has left");
+  changing_files::has_nameless_files = false;
+  const OpenFile result = compressed(0, 5);
+  EXPECT_THAT(names(), ElementsAre("log"));
+  EXPECT_EQ(plain(result), "text\n");
 }
 
 TEST_F(Compression, OfAFileThatShrinksMeanwhileFails) {

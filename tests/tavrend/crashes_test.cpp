@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "store/database.h"
 #include "tavrend/archiving_run.h"
 #include "tavrend/choice.h"
 #include "tavrend/traced_process.h"
@@ -105,4 +106,23 @@ TEST_F(CrashOfDaemon, ByACutOfThePowerLosesNothing) {
     ++starts;
   }
   std::cout << starts << " starts with what " << moments.size() << " cuts of the power leave\n";
+}
+
+/* The last small files of a section would be sent once more. */
+TEST_F(CrashOfDaemon, ByACutOfThePowerBehindTheEndOfASectionLeavesNothingOnItsWay) {
+  prepare();
+  begin_again();
+  WatchedDirectory kept(state);
+  Contents left;
+  trace([&](pid_t process, const SystemCall& call) {
+    kept.see(process, call);
+    if (left.empty() && call.result == -ETIMEDOUT && is_archived()) left = kept.synced();
+    return true;
+  });
+  set_contents(state, left);
+  Database database(state + "/tavrend.db");
+  auto archived = database.query("SELECT COUNT(*) FROM archived WHERE section = CAST('closed' AS BLOB)");
+  ASSERT_TRUE(archived.next());
+  EXPECT_EQ(archived.number(0), 2);
+  EXPECT_FALSE(database.query("SELECT 1 FROM intent").next());
 }

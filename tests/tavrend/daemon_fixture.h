@@ -17,6 +17,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -28,7 +29,8 @@
 
 /*
  * The daemon itself, beside a private archive host with a real rpcbind. Its logs are in $LAB/logs, its configuration is
- * written by the test. It is asked and told through the client API.
+ * written by the test. It is asked and told through the client API. Nothing of a test is left for the next one in its
+ * process: the files below $LAB, those of the account and the logs of the system and of sshd are as they were before.
  */
 class TavrendTest : public testing::Test {
  protected:
@@ -43,7 +45,13 @@ class TavrendTest : public testing::Test {
   }
   ~TavrendTest() override {
     if (daemon != -1) stop(SIGKILL);
-    lab::run("pkill -x rpcbind || true");
+    lab::run("pkill -KILL -u $LAB_USER; pkill -x rpcbind; while pgrep -x rpcbind >/dev/null; do sleep 0.01; done");
+    remove_all_but(found, lab::value("LAB"));
+    const std::filesystem::path archive = lab::value("LAB_ARCHIVE");
+    remove_all_but({archive}, archive.parent_path());
+    remove_all_but({}, archive);
+    std::error_code none; /* of a log that is in other hands */
+    for (const char* log : {"LAB_SYSLOG", "LAB_SSHD_LOG"}) std::filesystem::resize_file(lab::value(log), 0, none);
   }
 
   /* It knows nothing of what was registered before. */
@@ -91,6 +99,7 @@ class TavrendTest : public testing::Test {
   /* Ends the daemon. Returns its wait status. */
   int stop(int signal_number = SIGTERM) {
     int status = 0;
+    if (daemon == -1) throw std::runtime_error("there is no daemon"); /* but all processes */
     kill(daemon, signal_number);
     waitpid(daemon, &status, 0);
     daemon = -1;
@@ -133,6 +142,13 @@ class TavrendTest : public testing::Test {
 
   static void set_tunable(const char* name, const char* value) {
     EXPECT_EQ(refusal_of([=](auto* h, char** m) { return tavren_api_set_tunable(h, name, value, m); }), "");
+  }
+
+  /* Returns how often part is in text. */
+  static size_t count(const std::string& text, const std::string& part) {
+    size_t times = 0;
+    for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) ++times;
+    return times;
   }
 
   /* Returns the stored errors as they are printed. */
@@ -188,11 +204,12 @@ class TavrendTest : public testing::Test {
     return system(command.c_str()) == 0 ? read_file(lab::value("LAB") + "/plain") : "";
   }
 
-  /* Waits until a section's items, one behind the other, are what was written, and the daemon knows it. */
+  /* Waits until a section's items, one behind the other, are what was written, and the daemon knows it. What there is
+   * of many megabytes is not read again and again while it is still sent. */
   static void expect_archived(const std::string& section, const std::string& written,
                               const std::function<std::string(const std::string&)>& content = archive_of) {
     try {
-      wait_until("every byte once", [&] { return content(section) == written && sleeping() == 1; });
+      wait_until("every byte once", [&] { return sleeping() == 1 && content(section) == written && sleeping() == 1; });
     } catch (const std::runtime_error&) {
       ADD_FAILURE() << section << ": " << first_difference(content(section), written)
                     << "\nstored errors: " << errors();
@@ -275,6 +292,19 @@ class TavrendTest : public testing::Test {
     });
   }
 
+  static std::set<std::filesystem::path> entries(const std::filesystem::path& directory) {
+    std::error_code none; /* where a test that has failed has moved it away */
+    return {std::filesystem::directory_iterator(directory, none), std::filesystem::directory_iterator()};
+  }
+
+  static void remove_all_but(const std::set<std::filesystem::path>& kept, const std::filesystem::path& directory) {
+    std::error_code none; /* of what the test has mounted */
+    for (const auto& entry : entries(directory)) {
+      if (kept.count(entry) == 0) std::filesystem::remove_all(entry, none);
+    }
+  }
+
+  const std::set<std::filesystem::path> found = entries(lab::value("LAB"));
   const std::string logs = lab::value("LAB") + "/logs";
   const std::string config_file = lab::value("LAB") + "/tavrend.conf";
   const std::string state = lab::value("LAB") + "/state";

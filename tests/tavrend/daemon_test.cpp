@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 
 #include "support/process_state.h"
 #include "tavrend/daemon_fixture.h"
@@ -19,16 +20,39 @@ class Daemon : public TavrendTest {
     return all;
   }
 
+  /* Returns the milliseconds until a wait in a call ends by itself, as the kernel was told; -1: it does not. */
+  int64_t wait_ms(std::istream& call) const {
+    int64_t number = -1;
+    uint64_t arguments[6] = {};
+    call >> number >> std::hex;
+    for (uint64_t& argument : arguments) call >> argument;
+    if (number == SYS_poll) return static_cast<int32_t>(arguments[2]);
+#ifdef SYS_futex_time64
+    const bool is_wait = number == SYS_futex_time64 || number == SYS_futex;
+#else
+    const bool is_wait = number == SYS_futex;
+#endif
+    if (!is_wait) throw std::runtime_error("it waits in call " + std::to_string(number));
+    if (arguments[3] == 0) return -1;
+    int64_t end_s = 0;
+    std::ifstream memory("/proc/" + std::to_string(daemon) + "/mem", std::ios::binary);
+    memory.seekg(static_cast<std::streamoff>(arguments[3])).read(reinterpret_cast<char*>(&end_s), sizeof end_s);
+    return end_s * 1000 - tavren_get_uptime_ms();
+  }
+
   /* The next look at the registration is five minutes away. */
-  void expect_no_wakeup() const {
+  void expect_no_wakeup(const std::string& when) const {
     std::string before = waits();
     wait_until("quiet", [&] {
       usleep(300000);
       const std::string now = waits();
       return std::exchange(before, now) == now;
     });
-    sleep(5);
-    EXPECT_EQ(waits(), before);
+    for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(daemon) + "/task")) {
+      std::ifstream call(task.path() / "syscall");
+      const int64_t wait = wait_ms(call);
+      EXPECT_TRUE(wait == -1 || wait > 120000) << when << ": " << wait << " ms";
+    }
   }
 };
 
@@ -98,46 +122,6 @@ TEST_F(Daemon, CompressesWhatItIsToldTo) {
   ASSERT_EQ(set_config(), 0);
   expect_archived("messages", "one\ntwo\n", plain_archive_of);
   EXPECT_EQ(items("messages")[0].substr(23), ".messages.zst");
-}
-
-TEST_F(Daemon, SaysWhichBytesWereLost) {
-  archive_a_first_line();
-  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
-  append("messages", "two\n");
-  lab::run("rm " + log("messages"));
-  append("messages", "three\n");
-  ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
-  wait_until("the new log", [] { return archive_of("messages") == "one\nthree\n"; });
-  EXPECT_NE(errors().find("Failed to read from file " + log("messages") + " (bytes 4 to 4), ecode=61"),
-            std::string::npos)
-      << errors();
-}
-
-TEST_F(Daemon, KeepsWhatItWasToldOverARestart) {
-  start(following("messages"));
-  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 1000, -1, false), 0);
-  EXPECT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_tunable(h, "ssh_command_timeout", "33", m); }),
-            "");
-  EXPECT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_remote_command(h, "ls", "/bin/ls -1A", m); }), "");
-  EXPECT_EQ(refusal_of([](auto* h, char** m) { return tavren_api_set_interval(h, "LogTypeTask.messages", "7min", m); }),
-            "");
-  stop(SIGKILL);
-  start_again();
-  EXPECT_NE(refusal_of(tavren_api_get_tunable_table).find("ssh_command_timeout      33 (default: 60)\n"),
-            std::string::npos);
-  EXPECT_NE(refusal_of(tavren_api_get_remote_command_table).find("ls          /bin/ls -1A \n"), std::string::npos);
-  EXPECT_NE(refusal_of(tavren_api_get_interval_table)
-                .find("LogTypeTask.messages" + std::string(26, ' ') + "420 (default: 1)\n"),
-            std::string::npos)
-      << refusal_of(tavren_api_get_interval_table);
-  tavren_config_t config{};
-  ASSERT_EQ(call([&](auto* handle) { return tavren_api_get_config(handle, &config); }), 0);
-  EXPECT_EQ(config.settings.password, lab::value("LAB_PASSWORD"));
-  EXPECT_EQ(config.space_limit[0], 1000);
-  tavren_config_free_contents(&config);
-  tavren_state_t now = TAVREN_STATE_ENABLED;
-  EXPECT_EQ(tavren_get_state(&now), 0);
-  EXPECT_EQ(now, TAVREN_STATE_DISABLED);
 }
 
 TEST_F(Daemon, RefusesWhatItCannotUse) {
@@ -299,51 +283,18 @@ TEST_F(Daemon, RemovesTheOldestItemForRoomAndNoMore) {
   EXPECT_EQ(errors(), "");
 }
 
-TEST_F(Daemon, ReportsAnItemThatIsLargerThanTheLimitAndGoesOn) {
-  append("a.1", std::string(2000000, 'x'));
-  lab::run("touch -d 2026-01-01 " + log("a.1"));
-  append("a.2", "small\n");
-  start("[audit]\nfiles = " + log("a.*") + "\ncompartment = audit\ninterval = 3600\n");
-  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), 1, -1), 0);
-  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
-  wait_until("the small one", [] { return archive_of("audit") == "small\n"; });
-  EXPECT_NE(errors().find("  - Unable to create file audit/"), std::string::npos) << errors();
-  EXPECT_NE(errors().find("  - System call \"limit\" failed with error code 27\n"), std::string::npos) << errors();
-}
-
-TEST_F(Daemon, StoresAFailedLoginAndTriesAgainWhenItIsTold) {
-  append("messages", "one\n");
-  start(following("messages"));
-  ASSERT_EQ(set_config("wrong"), 0);
-  wait_until("an error",
-             [] { return errors().find("Secure shell login failed: permission denied") != std::string::npos; });
-  EXPECT_EQ(items("messages").size(), 0U);
-  tavren_status_t status{};
-  call([&](auto* handle) { return tavren_api_get_status(handle, &status); });
-  EXPECT_EQ(status.connection_status, TAVREN_CONNECTION_FAILED);
-  ASSERT_EQ(set_config(), 0);
-  wait_until("the line", [] { return archive_of("messages") == "one\n"; });
-  call([&](auto* handle) { return tavren_api_get_status(handle, &status); });
-  EXPECT_EQ(status.connection_status, TAVREN_CONNECTION_OK);
-}
-
-TEST_F(Daemon, LeavesTheDirectoryOfAnotherChassisAlone) {
-  lab::run("touch $LAB_ARCHIVE/.chassis.OTHER");
-  append("messages", "one\n");
-  start(following("messages"));
-  ASSERT_EQ(set_config(), 0);
-  wait_until("an error", [] { return errors().find("Another QRV chassis is already using") != std::string::npos; });
-  EXPECT_EQ(items("messages").size(), 0U);
-}
-
 TEST_F(Daemon, ChecksItsClaimAgainWithEachConfigurationAndNotBefore) {
   archive_a_first_line();
   lab::run("cd $LAB_ARCHIVE && mv .chassis.CH-1 .chassis.OTHER");
   append("messages", "two\n");
   expect_archived("messages", "one\ntwo\n");
   EXPECT_EQ(errors(), "");
+  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+  append("messages", "three\n");
   ASSERT_EQ(set_config(), 0);
   wait_until("an error", [] { return errors().find("Another QRV chassis is already using") != std::string::npos; });
+  wait_until("the end", [] { return sleeping() == 1; });
+  EXPECT_EQ(archive_of("messages"), "one\ntwo\n");
 }
 
 TEST_F(Daemon, EndsWithinFiveSecondsAlsoInALoginThatHangs) {
@@ -357,16 +308,12 @@ TEST_F(Daemon, EndsWithinFiveSecondsAlsoInALoginThatHangs) {
   EXPECT_LT(tavren_get_uptime(), before + 5);
 }
 
-TEST_F(Daemon, EndsWithStatusZeroAndTakesItsNameFromRpcbind) {
-  start(following("messages"));
-  EXPECT_EQ(stop(SIGINT), 0);
-  lab::run("! rpcinfo -p 127.0.0.1 | grep -w 100171");
-}
-
-TEST_F(Daemon, OfASecondInstanceSaysSo) {
+TEST_F(Daemon, IsTheOnlyOneAndEndsWithStatusZeroAndTakesItsNameFromRpcbind) {
   start(following("messages"));
   lab::run(TAVREND " --config " + config_file + " --state " + state + "2 2>$LAB/second; [ $? = 1 ]");
   EXPECT_EQ(read_file(lab::value("LAB") + "/second"), "tavrend: An instance of tavrend is already running.\n");
+  EXPECT_EQ(stop(SIGINT), 0);
+  lab::run("! rpcinfo -p 127.0.0.1 | grep -w 100171");
 }
 
 TEST_F(Daemon, ReadsItsConfigurationAgain) {
@@ -480,25 +427,16 @@ TEST_F(Daemon, OutlivesAStateThatCannotBeWritten) {
   lab::change_machine("umount $LAB/state");
 }
 
-TEST_F(Daemon, DoesNothingWhileNothingIsDue) {
+TEST_F(Daemon, DoesNothingForMinutesWhileNothingIsDue) {
   append("messages", "one\n");
   start("[messages]\nfollow = " + log("messages") + "\ninterval = 1d\n");
-  ASSERT_EQ(set_config(), 0);
-  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
-  expect_archived("messages", "one\n");
-  expect_no_wakeup();
-}
-
-TEST_F(Daemon, DoesNothingWhileItIsSwitchedOff) {
-  append("messages", "one\n");
-  start(following("messages"));
-  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, -1, false), 0);
-  expect_no_wakeup();
-}
-
-TEST_F(Daemon, DoesNothingWithoutAConfiguration) {
-  append("messages", "one\n");
-  start(following("messages"));
   ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
-  expect_no_wakeup();
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  expect_no_wakeup("without a configuration");
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  expect_no_wakeup("between two runs");
+  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  expect_no_wakeup("switched off");
 }

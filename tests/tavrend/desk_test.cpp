@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include <string>
 #include <thread>
 
+#include "archiver/children.h"
 #include "plan/schedule.h"
 #include "support/temporary_directory.h"
 #include "tavren_basic.h"
@@ -22,12 +24,29 @@ namespace {
 class DeskTest : public testing::Test {
  protected:
   DeskTest() { EXPECT_TRUE(desk.run_task(space_task)); }
+  ~DeskTest() override { set_retry_interval("default"); }
+
+  static void set_retry_interval(const std::string& seconds) {
+    std::string refusal;
+    TavrenTunables::instance().set_tunable("failure_retry_interval", seconds, refusal);
+    EXPECT_EQ(refusal, "");
+  }
 
   static ArchiveConfig config(const std::string& host) { return {{host, "/archive", "logger", "", "", ""}, {-1, -1}}; }
 
-  static pid_t make_child() {
+  static pid_t make_child(const char* name = "child") {
+    int named[2] = {-1, -1};
+    EXPECT_EQ(pipe(named), 0);
     const pid_t child = fork();
-    while (child == 0) pause();
+    if (child == 0) {
+      prctl(PR_SET_NAME, name);
+      close(named[1]);
+      for (;;) pause();
+    }
+    close(named[1]);
+    char none = 0;
+    EXPECT_EQ(read(named[0], &none, 1), 0); /* it has its name */
+    close(named[0]);
     return child;
   }
 
@@ -55,12 +74,14 @@ class DeskTest : public testing::Test {
     return work;
   }
 
+  static std::optional<Work> any_work(Desk& where) { return where.wait_for_work(); }
+
   /* Returns the next work of where, or nothing when there is none for ten seconds. */
-  static std::optional<Work> next_work(Desk& where) {
+  static std::optional<Work> next_work(Desk& where, std::optional<Work> (*wait)(Desk&) = due_work) {
     std::optional<Work> work;
     std::atomic<bool> is_back{false};
     std::thread archiving([&] {
-      work = due_work(where);
+      work = wait(where);
       is_back = true;
     });
     for (int i = 0; i < 1000 && !is_back; ++i) usleep(10000);
@@ -76,12 +97,13 @@ class DeskTest : public testing::Test {
   }
 
   /* The same of the work that there is when something is done while the archiving thread waits. */
-  std::optional<Work> next_work_after(const std::function<void()>& action) {
+  std::optional<Work> next_work_after(const std::function<void()>& action) { return next_work_after(action, desk); }
+  static std::optional<Work> next_work_after(const std::function<void()>& action, Desk& where) {
     std::thread serving([&] {
-      while (!desk.is_sleeping()) usleep(1000);
+      while (!where.is_sleeping()) usleep(1000);
       action();
     });
-    auto work = next_work(desk);
+    auto work = next_work(where);
     serving.join();
     return work;
   }
@@ -125,6 +147,36 @@ TEST_F(DeskTest, HandsOutAllSectionsBeforeTheyAreDue) {
   });
   expect_look(2);
   serving.join();
+}
+
+/* The state may have had no room for what was seen. */
+TEST_F(DeskTest, HasAFirstLookThatFailedRepeatedBeforeAnythingIsDue) {
+  set_retry_interval("1");
+  desk.set_config(config("one"), true);
+  Desk other(store, {section()}, chassis_with_first_run(1000000, 2000000));
+  ASSERT_TRUE(next_work(other, any_work));
+  const int64_t before_ms = tavren_get_uptime_ms();
+  other.work_has_failed(0);
+  const auto again = next_work(other, any_work);
+  ASSERT_TRUE(again);
+  EXPECT_TRUE(again->looks_at_all);
+  EXPECT_GE(again->begun_ms, before_ms + retry_delay_ms(1, 0));
+}
+
+TEST_F(DeskTest, HandsOutWhatIsDueBetweenFirstLooksThatFail) {
+  desk.set_config(config("one"), true);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_TRUE(desk.run_task(space_task));
+    const auto look = next_work(desk, any_work);
+    ASSERT_TRUE(look);
+    EXPECT_TRUE(look->looks_at_all);
+    desk.work_has_failed(0.5);
+    EXPECT_TRUE(desk.run_task(space_task));
+    const auto due = next_work(desk, any_work);
+    ASSERT_TRUE(due);
+    EXPECT_TRUE(due->measure_space);
+    desk.work_is_done(*due);
+  }
 }
 
 TEST_F(DeskTest, KnowsWhatTheStoreHadWhenItWasMade) {
@@ -179,6 +231,16 @@ TEST_F(DeskTest, EndsTheChildrenOfTheWorkThatItEnds) {
     serving.join();
   });
   archiving.join();
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGTERM);
+}
+
+/* Of a thread that is none there is no list. */
+TEST_F(DeskTest, EndsChildrenAlsoWhereTheKernelHasNoListOfThem) {
+  const pid_t child = make_child("a) b (c");
+  end_children_of(0);
+  int status = 0;
+  waitpid(child, &status, 0);
   EXPECT_TRUE(WIFSIGNALED(status));
   EXPECT_EQ(WTERMSIG(status), SIGTERM);
 }
@@ -250,12 +312,19 @@ TEST_F(DeskTest, EndsTheWaitAfterAFailureWhenItIsSwitchedOn) {
   EXPECT_TRUE(next_work_after([this] { desk.set_config(std::nullopt, true); }));
 }
 
+TEST_F(DeskTest, EndsTheWaitAfterAFailureWithOtherSections) {
+  desk.set_config(config("one"), true);
+  fail();
+  EXPECT_TRUE(next_work_after([this] { desk.set_sections({section()}); }));
+}
+
 TEST_F(DeskTest, EndsTheWorkWhenTheSectionsAreOthers) {
   desk.set_config(config("one"), true);
   ASSERT_TRUE(due_work(desk));
   std::thread serving([this] { desk.set_sections({section()}); });
   while (!desk.is_cancelled()) usleep(1000);
-  EXPECT_TRUE(due_work(desk));
+  desk.work_has_failed(0.5);
+  EXPECT_TRUE(next_work(desk));
   serving.join();
 }
 
@@ -336,9 +405,15 @@ TEST_F(DeskTest, CountsANewIntervalFromNow) {
   EXPECT_GE(work->begun_ms, before_ms + 1000);
 }
 
+TEST_F(DeskTest, TakesANewIntervalWhileItWaits) {
+  desk.set_config(config("one"), true);
+  Desk other(store, {section()}, chassis_with_first_run(1000000, 2000000));
+  ASSERT_TRUE(other.wait_for_work()); /* to look, which is not to wait */
+  EXPECT_TRUE(next_work_after([&] { other.set_interval(task_of(section()), 1); }, other));
+}
+
 TEST_F(DeskTest, WaitsAfterAFailureAsLongAsWasDrawn) {
-  std::string refusal;
-  TavrenTunables::instance().set_tunable("failure_retry_interval", "1", refusal);
+  set_retry_interval("1");
   desk.set_config(config("one"), true);
   for (const double draw : {0.0, 1.0}) {
     EXPECT_TRUE(desk.run_task(space_task));
@@ -378,6 +453,18 @@ TEST_F(DeskTest, KeepsATaskDueWhenItsSectionIsReadAgain) {
   Desk other(store, {section()}, chassis_with_first_run(1000000, 2000000));
   EXPECT_TRUE(other.run_task(task_of(section())));
   other.set_sections({section()});
+  const auto work = next_work(other);
+  ASSERT_TRUE(work);
+  EXPECT_EQ(work->sections.size(), 1U);
+}
+
+TEST_F(DeskTest, KeepsATaskDueWhoseIntervalIsReadAsAnotherOne) {
+  desk.set_config(config("one"), true);
+  Desk other(store, {section()}, chassis_with_first_run(1000000, 2000000));
+  EXPECT_TRUE(other.run_task(task_of(section())));
+  Section seldom = section();
+  seldom.interval *= 2;
+  other.set_sections({seldom});
   const auto work = next_work(other);
   ASSERT_TRUE(work);
   EXPECT_EQ(work->sections.size(), 1U);

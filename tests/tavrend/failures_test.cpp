@@ -37,9 +37,11 @@ TEST_F(Failure, BehindTheLoginIsInTheStatus) {
   ASSERT_EQ(set_config(), 0);
   expect_archived("messages", "one\n");
   EXPECT_EQ(status().connection_status, TAVREN_CONNECTION_OK);
+  const int32_t connected = status().connection_time;
   lab::run("mv $LAB_ARCHIVE $LAB_ARCHIVE.away");
   append("messages", "two\n");
   wait_until("a failure", [] { return status().connection_status == TAVREN_CONNECTION_FAILED; });
+  EXPECT_GE(status().connection_time, connected);
   lab::run("mv $LAB_ARCHIVE.away $LAB_ARCHIVE");
   ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
   expect_archived("messages", "one\ntwo\n");
@@ -53,15 +55,12 @@ TEST_F(Failure, OfTheMeasurementLeavesAloneWhatHasNoLimit) {
   begin_with({"SpaceTask", "LogTypeTask.messages"}, 100);
   expect_archived("messages", "one\n");
   EXPECT_NE(errors().find("/no/such/program"), std::string::npos) << errors();
-}
-
-TEST_F(Failure, OfAMeasurementThatTakesTooLongLeavesAloneWhatHasNoLimit) {
-  append("messages", "one\n");
-  start(sections());
+  ASSERT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
   ASSERT_EQ(set_tunable("ssh_du_command_timeout", "1"), "");
   ASSERT_EQ(set_remote_command("du", "sleep 30;"), "");
+  append("messages", "two\n");
   begin_with({"SpaceTask", "LogTypeTask.messages"}, 100);
-  expect_archived("messages", "one\n");
+  expect_archived("messages", "one\ntwo\n");
 }
 
 /* What there is of it can be removed by a later run alone. */
@@ -86,7 +85,25 @@ TEST_F(Failure, IsNotThatAnotherLogIsFollowed) {
   follow_another_log();
   expect_archived("messages", "one\ntwo\n");
   restart();
+  append("b.1", "no rotated one\n");
   append("b", "three\n");
+  expect_archived("messages", "one\ntwo\nthree\n");
+  EXPECT_EQ(errors(), "");
+}
+
+/* Nothing is sent again, and to another log it says nothing. */
+TEST_F(Failure, IsNotThatAnOldStateDoesNotSayWhichLogItsProgressIsOf) {
+  archive_a_first_line();
+  stop();
+  EXPECT_EQ(change_state("UPDATE progress SET log = x'', sum = row_sum(section, x'', device, inode, head_length,"
+                         " head_checksum, offset, seen, mtime_ns, finished)"),
+            1);
+  append("messages", "two\n");
+  start_again();
+  expect_archived("messages", "one\ntwo\n");
+  append("b", "three\n");
+  write_file(config_file, followed_as_messages("b"));
+  kill(daemon, SIGHUP);
   expect_archived("messages", "one\ntwo\nthree\n");
   EXPECT_EQ(errors(), "");
 }
@@ -157,4 +174,66 @@ TEST_F(Failure, IsNotASignalThatComesBeforeTheStart) {
   waitpid(daemon, &wait_status, 0);
   daemon = -1;
   EXPECT_TRUE(WIFEXITED(wait_status) && WEXITSTATUS(wait_status) == 0) << wait_status;
+}
+
+namespace {
+
+/* One section in which each session breaks, and another one that stands behind it and is due with it. */
+class FailureOfEachSession : public Failure {
+ protected:
+  void begin(int audit_limit) {
+    append("a.1", "one\n");
+    append("b.1", "two\n");
+    ASSERT_EQ(set_tunable("failure_retry_interval", "1"), "");
+    for (const char* task : {"LogTypeTask.a", "LogTypeTask.b"}) ASSERT_EQ(run_task(task), 0);
+    ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), audit_limit, -1), 0);
+  }
+
+  std::string both_sections() const {
+    return "[a]\nfiles = " + log("a.*") + "\ncompartment = audit\ninterval = 1d\n[b]\nfiles = " + log("b.*") +
+           "\ninterval = 1d\n";
+  }
+};
+
+}  // namespace
+
+TEST_F(FailureOfEachSession, ByALastAnswerThatDoesNotComeLetsOtherSectionsHaveTheirTurn) {
+  lab::run(
+      "cat >$LAB_ARCHIVE/../mute-scp <<'END' && chmod 755 $LAB_ARCHIVE/../mute-scp\n"
+      "#!/bin/sh\n"
+      "case $* in *a/*) exec sleep 1000 ;; esac\n"
+      "exec scp -q -t \"$@\"\n"
+      "END\n");
+  start(both_sections());
+  ASSERT_EQ(set_remote_command("scp", "../mute-scp"), "");
+  ASSERT_EQ(set_tunable("ssh_command_timeout", "2"), "");
+  begin(-1);
+  expect_archived("b", "two\n");
+  EXPECT_NE(errors().find("Timeout occurred while running remote command"), std::string::npos) << errors();
+}
+
+TEST_F(FailureOfEachSession, ByAMeasurementThatTakesTooLongLetsOtherSectionsHaveTheirTurnAndKeepsItsOwnDue) {
+  start(both_sections());
+  ASSERT_EQ(set_remote_command("du", "sleep 1000;"), "");
+  ASSERT_EQ(set_tunable("ssh_du_command_timeout", "1"), "");
+  begin(100);
+  expect_archived("b", "two\n");
+  ASSERT_EQ(set_remote_command("du", "default"), "");
+  ASSERT_EQ(set_remote_command("all", "default"), "");
+  expect_archived("a", "one\n");
+}
+
+TEST_F(Failure, OfAnItemAndWhatIsLostAreInTheSystemLog) {
+  append("a.1", many_lines(2000000));
+  append("messages", "one\n");
+  start(closed("a.*") + following("messages"));
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 1), 0);
+  expect_archived("messages", "one\n");
+  lab::run("rm " + log("messages"));
+  wait_until("two errors", [] {
+    return count(errors(), ".a.1 on remote host") > 0 && count(errors(), "messages (bytes 4 to 4)") > 0;
+  });
+  const std::string system_log = lab::system_log();
+  EXPECT_NE(system_log.find(".a.1 on remote host"), std::string::npos) << system_log;
+  EXPECT_NE(system_log.find("messages (bytes 4 to 4)"), std::string::npos) << system_log;
 }

@@ -23,11 +23,12 @@ class DaemonInAnOutage : public TavrendTest {
     wait_until_half_is_sent("messages");
   }
 
-  /* Has the first session fail, with one line to be archived. */
+  /* Has the first session fail, with one line of each log to be archived. */
   void fail_from_the_beginning() {
     lab::stop_sshd();
     append("messages", "one\n");
-    start(following("messages"));
+    append("copied", "one\n");
+    start(following("messages") + following("copied"));
     set_tunable("failure_retry_interval", "1");
     ASSERT_EQ(set_config(), 0);
     wait_until("an error", [] { return !errors().empty(); });
@@ -61,21 +62,16 @@ TEST_F(DaemonInAnOutage, OfTheServerSendsTheItemAgainUnderItsName) {
 }
 
 /* Before the first item there is nothing archived by which a rotated log would be known. */
-TEST_F(DaemonInAnOutage, FromTheBeginningLosesNoRotatedLog) {
+TEST_F(DaemonInAnOutage, FromTheBeginningLosesNoRotatedLogAndNoCopiedOne) {
   fail_from_the_beginning();
   lab::run("cd " + logs + " && mv messages messages.2");
   append("messages.1", "two\n");
   append("messages", "three\n");
+  lab::run("cd " + logs + " && cp copied copied.1 && : >copied");
+  append("copied", "two\n");
   lab::run("\"$LAB_RESTART_SSHD\"");
   expect_archived("messages", "one\ntwo\nthree\n");
-}
-
-TEST_F(DaemonInAnOutage, FromTheBeginningLosesNoCopiedLog) {
-  fail_from_the_beginning();
-  lab::run("cd " + logs + " && cp messages messages.1 && : >messages");
-  append("messages", "two\n");
-  lab::run("\"$LAB_RESTART_SSHD\"");
-  expect_archived("messages", "one\ntwo\n");
+  expect_archived("copied", "one\ntwo\n");
 }
 
 namespace {

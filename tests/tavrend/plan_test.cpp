@@ -236,6 +236,10 @@ TEST(ClosedFiles, ThatWereArchivedAreMissingUnlessTheyWereSeen) {
   const LogFile other = file("a", 11, "two", 1);
   ClosedFiles look({archived(known), archived(other)});
   EXPECT_FALSE(look.is_missing(identity_of(known))) << "nothing was seen at all";
+  LogFile elsewhere = other;
+  elsewhere.device = 2;
+  look.see(elsewhere);
+  EXPECT_FALSE(look.is_missing(identity_of(known))) << "nothing was seen of its device";
   look.see(other);
   EXPECT_TRUE(look.is_missing(identity_of(known)));
   EXPECT_FALSE(look.is_missing(identity_of(other)));
@@ -281,6 +285,16 @@ TEST(GrowingFile, IsAlsoWhatWasWrittenToKnownFilesBesideIt) {
   EXPECT_EQ(words_of(plan_late_ends({file("m.3", 3, "\x1F\x8B one and more", 20)}, known)), "");
 }
 
+/* Inodes are used again, while a file that was archived is known for a week after it has gone. */
+TEST(GrowingFile, ThatIsGoneIsArchivedAsFarAsItWasItselfAndNoOtherWithItsInode) {
+  const auto with = [](const std::string& content) { return archived(file("m.1", 1, content, 10)); };
+  const std::string log(head_size, 'a');
+  const std::string other(head_size, 'b');
+  EXPECT_EQ(archived_bytes({with(log)}, with(log + "late")), log.size());
+  EXPECT_EQ(archived_bytes({with("one")}, with(log)), 3);
+  EXPECT_EQ(archived_bytes({with(other)}, with(log + "late")), 0);
+}
+
 TEST(GrowingFile, RotatedByCopyAndTruncationIsFinishedFirst) {
   const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
   EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "thr", 30), {file("m.1", 7, "one\ntwo\n", 20)}, {})),
@@ -297,6 +311,20 @@ TEST(GrowingFile, ThatGotShorterIsAnotherOneHoweverItBegins) {
   const Progress before = progress_in(file("m", 1, banner + "one\n", 10), 1028);
   EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, banner + "x\n", 30), {}, {})),
             "m:1028-1028! m:0-1026+");
+}
+
+TEST(GrowingFile, ThatALookHasSeenShorterIsAnotherOneHoweverLongItIsThen) {
+  const std::string banner(head_size, '-');
+  const Progress before = progress_in(file("m", 1, banner + "one\n", 10), 1028);
+  const LogFile then = file("m", 1, banner + "longer\n", 30);
+  const LogFile copy = file("m.1", 7, banner + "one\ntwo\n", 10);
+  for (const std::string& shorter : {std::string(), banner}) {
+    const LogFile now = file("m", 1, shorter, 20);
+    EXPECT_EQ(words_of(plan_growing_file("m", progress_as_seen(before, now, {}, {}), then, {}, {})),
+              "m:1028-1028! m:0-1031+");
+    EXPECT_EQ(words_of(plan_growing_file("m", progress_as_seen(before, now, {copy}, {}), then, {copy}, {})),
+              "m.1:1028-1032 m:0-1031+");
+  }
 }
 
 TEST(GrowingFile, OnAReusedInodeIsAnotherOne) {
@@ -325,6 +353,37 @@ TEST(GrowingFile, IsNotFinishedInAFileThatGotShorterBeforeItWasRotated) {
 
 TEST(GrowingFile, IsNotFinishedInAFileThatBeginsAlikeAndIsShorter) {
   EXPECT_EQ(plan_beside_a_shorter_file(7), "m:1028-1028! m.1:0-1026 m:0-4+");
+}
+
+namespace {
+
+/* Of a log with a banner, in which a look has seen much more than was archived. */
+class SeenLog : public testing::Test {
+ protected:
+  const std::string banner = std::string(39, '-') + "\n";
+  const LogFile seen = file("m", 1, banner + std::string(9000, 'x'), 10);
+  const Progress before{identity_of(file("m", 1, banner, 10)), 40, seen.size, 10, false};
+  const std::string fewer = banner + std::string(2000, 'y');
+};
+
+}  // namespace
+
+TEST_F(SeenLog, WithLessInItIsAnotherOneHoweverItBegins) {
+  const LogFile emptied = file("m", 1, fewer, 30);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, emptied, {}, {})), "m:40-9040! m:0-2040+");
+  EXPECT_EQ(progress_as_seen(before, emptied, {}, {}).seen, 9040);
+}
+
+TEST_F(SeenLog, IsNotFinishedInAFileWithLessInIt) {
+  const LogFile present = file("m", 2, "two\n", 30);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, present, {file("m.1", 1, fewer, 20)}, {})),
+            "m:40-9040! m.1:0-2040 m:0-4+");
+}
+
+TEST_F(SeenLog, IsNotFinishedInACopyWithLessInIt) {
+  const LogFile present = file("m", 2, "two\n", 30);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, present, {file("m.1", 7, fewer, 20)}, {})),
+            "m:40-9040! m.1:0-2040 m:0-4+");
 }
 
 TEST(GrowingFile, RotatedTwiceBetweenTwoLooksLosesNothing) {
@@ -399,6 +458,16 @@ TEST(GrowingFile, PassesOverTheCompressedFormOfAKnownFile) {
                                        file("m.3.gz", 4, "\x1F\x8B...", 21 * second),
                                        file("m.4", 5, "plain\n", 20 * second)};
   EXPECT_EQ(paths_of(files_to_pass_over(Progress{}, {}, beside, {archived(plain)})), Paths{"m.2.gz"});
+}
+
+TEST(GrowingFile, PassesOverAKnownFileThatIsUnpackedAgain) {
+  constexpr int64_t second = 1000000000;
+  const std::vector<ArchivedFile> known = {archived(file("m.1", 2, "older\n", 20 * second + 1))};
+  const std::vector<LogFile> beside = {
+      file("m.2", 3, "older\n", 20 * second), file("m.3", 4, "older\n", 20 * second + 1),
+      file("m.4", 5, "other\n", 20 * second), file("m.5", 6, "older\n", 20 * second + 2),
+      file("m.6", 7, "older\nlonger\n", 20 * second)};
+  EXPECT_EQ(paths_of(files_to_pass_over(Progress{}, {}, beside, known)), (Paths{"m.2", "m.3"}));
 }
 
 TEST(GrowingFile, IsFollowedFromItsBeginningAtTheFirstLook) {

@@ -139,3 +139,16 @@ TEST_F(PowerCut, IsNoMatterWhileNothingChanges) {
   store->sync();
   EXPECT_EQ(syncs_of([this] { store->sync(); }), 0);
 }
+
+/* A log without its database is refused at the next start. */
+TEST_F(PowerCut, AtTheFirstStartLeavesNoLogWithoutTheDatabase) {
+  const std::string other = directory.path("other");
+  const auto is_there = [&other](const char* name) { return std::filesystem::exists(other + "/" + name); };
+  bool is_kept = false;
+  after_sync = [&](const std::string& file) {
+    const bool has_no_log = !is_there("tavrend.db-journal") && !is_there("tavrend.db-wal");
+    is_kept = is_kept || (file == other && is_there("tavrend.db") && has_no_log);
+  };
+  const Store first(other);
+  EXPECT_TRUE(is_kept);
+}

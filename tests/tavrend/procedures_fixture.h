@@ -6,10 +6,9 @@
 #include <sqlite3.h>
 
 #include <string>
-#include <string_view>
 
-#include "store/row_sum.h"
 #include "tavrend/daemon_fixture.h"
+#include "tavrend/row_sum_sql.h"
 
 /* Short ways to the daemon's procedures, with a section of each kind. */
 class Procedure : public TavrendTest {
@@ -102,25 +101,11 @@ class Procedure : public TavrendTest {
   }
   static std::string intervals() { return refusal_of(tavren_api_get_interval_table); }
 
-  /* For SQL: the sum of a row's values, without which the daemon takes the row for damaged. */
-  static void row_sum(sqlite3_context* context, int count, sqlite3_value** values) {
-    RowSum sum;
-    for (int i = 0; i < count; ++i) {
-      if (sqlite3_value_type(values[i]) == SQLITE_INTEGER) {
-        sum.add(sqlite3_value_int64(values[i]));
-      } else {
-        const void* const bytes = sqlite3_value_blob(values[i]);
-        sum.add(std::string_view(static_cast<const char*>(bytes), static_cast<size_t>(sqlite3_value_bytes(values[i]))));
-      }
-    }
-    sqlite3_result_int64(context, sum.value());
-  }
-
   /* Changes the state of a daemon that has ended. Returns how many rows were changed. */
   int change_state(const std::string& sql) const {
     sqlite3* handle = nullptr;
     EXPECT_EQ(sqlite3_open((state + "/tavrend.db").c_str(), &handle), SQLITE_OK);
-    sqlite3_create_function(handle, "row_sum", -1, SQLITE_UTF8, nullptr, row_sum, nullptr, nullptr);
+    add_row_sum(handle);
     EXPECT_EQ(sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(handle);
     const int changed = sqlite3_changes(handle);
     sqlite3_close(handle);

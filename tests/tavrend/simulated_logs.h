@@ -40,24 +40,15 @@ class GrowingLog {
     }
   }
 
-  /* One look, as the archiver does it. */
+  /* One run, as the archiver does it. Without the host it only looks. */
   void archive() {
     Kept& kept = section.kept;
+    if (!machine.is_calm && machine.chance.one_in(4)) {
+      look();
+      return;
+    }
     resume();
-    std::optional<LogFile> present;
-    if (section.disk.files.count("m") != 0) present = section.disk.look("m");
-    std::vector<LogFile> beside;
-    for (const auto& [name, file] : section.disk.files) {
-      if (is_rotated_name("m", name)) beside.push_back(section.disk.look(name));
-    }
-    for (const LogFile& file : files_to_pass_over(kept.progress, present, beside, kept.archived)) {
-      machine.remember(section, file);
-    }
-    if (!kept.progress) kept.progress = progress_at_first(present);
-    const auto progress = kept.progress;
-    std::vector<Identity> known;
-    for (const ArchivedFile& file : kept.archived) known.push_back(file.identity);
-    for (const Stretch& stretch : plan_growing_file("m", progress, present, beside, known)) {
+    for (const Stretch& stretch : look()) {
       if (!stretch.lost) {
         archive_stretch(stretch);
         continue;
@@ -96,6 +87,25 @@ class GrowingLog {
   }
 
  private:
+  /* Returns what is to be done. */
+  std::vector<Stretch> look() {
+    Kept& kept = section.kept;
+    std::optional<LogFile> present;
+    if (section.disk.files.count("m") != 0) present = section.disk.look("m");
+    std::vector<LogFile> beside;
+    for (const auto& [name, file] : section.disk.files) {
+      if (is_rotated_name("m", name)) beside.push_back(section.disk.look(name));
+    }
+    for (const LogFile& file : files_to_pass_over(kept.progress, present, beside, kept.archived)) {
+      machine.remember(section, file);
+    }
+    if (!kept.progress) kept.progress = progress_at_first(present);
+    std::vector<Identity> known;
+    for (const ArchivedFile& file : kept.archived) known.push_back(file.identity);
+    kept.progress = progress_as_seen(*kept.progress, present, beside, known);
+    return plan_growing_file("m", kept.progress, present, beside, known);
+  }
+
   void begin_origin(const std::string& name) {
     File file;
     file.origin = static_cast<int>(written.size());
@@ -105,10 +115,8 @@ class GrowingLog {
     written.emplace_back();
   }
 
-  /* Words that begin like no other. */
   std::string text() {
-    std::string line;
-    for (int i = 0; i < 10; ++i) line += static_cast<char>('a' + machine.chance.below(26));
+    std::string line = machine.new_word();
     line += std::string(static_cast<size_t>(machine.chance.below(40)), '.');
     if (!machine.chance.one_in(3)) line += '\n';
     return line;
@@ -263,7 +271,7 @@ class ClosedLogs {
   void change(File& file) {
     if (file.content.size() > 600) return; /* an item of the whole limit's size would have no room */
     file.origin = static_cast<int>(written.size());
-    for (int i = 0; i < 10; ++i) file.content += static_cast<char>('a' + machine.chance.below(26));
+    file.content += machine.new_word();
     file.content += std::string(static_cast<size_t>(machine.chance.below(200)), '.');
     file.mtime_ns = machine.now_ns();
     written.push_back(file.content);

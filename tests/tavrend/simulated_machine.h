@@ -136,6 +136,13 @@ class Machine {
 
   int64_t now_ns() const { return clock_ms * 1000000; }
 
+  /* Like no other, whatever is drawn: logs that are alike in all that is looked at are the same log. */
+  std::string new_word() {
+    std::string word;
+    for (int64_t rest = ++words; word.size() < 10; rest /= 26) word += static_cast<char>('a' + rest % 26);
+    return word;
+  }
+
   void pass(int64_t ms) {
     uptime_ms += ms;
     clock_ms += ms;
@@ -223,6 +230,9 @@ class Machine {
   }
 
   static std::string stamp_of(const Item& item) { return item.path.substr(item.path.find('/') + 1); }
+
+ private:
+  int64_t words = 0;
 };
 
 }  // namespace simulated

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -12,6 +13,7 @@
 #include <filesystem>
 #include <functional>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -114,6 +116,22 @@ TEST_F(LocalFiles, AreDescribedByTheirStatusAndFirstBytes) {
   EXPECT_EQ(log->size, 4);
   EXPECT_EQ(log->mtime_ns, 1700000000123456789);
   EXPECT_EQ(log->head, "one\n");
+}
+
+TEST_F(LocalFiles, ThatAreCompressedMaySayHowLongTheyWere) {
+  const std::string text(70000, 'x');
+  const auto size_after = [&](const std::string& program, const std::string& ending) {
+    write_file(directory.path("log"), text);
+    const std::string command = program + " -f " + directory.path("log");
+    EXPECT_EQ(system(command.c_str()), 0);
+    return look_at(directory.path(), "/log" + ending)->plain_size;
+  };
+  EXPECT_EQ(size_after("gzip", ".gz"), 70000);
+  EXPECT_EQ(size_after("zstd -q", ".zst"), 70000);
+  EXPECT_EQ(size_after("xz", ".xz"), -1);
+  EXPECT_EQ(size_after("true", ""), -1);
+  write_file(directory.path("short"), "\x1F\x8B short");
+  EXPECT_EQ(look_at(directory.path(), "/short")->plain_size, -1);
 }
 
 TEST_F(LocalFiles, AreKnownByAsManyFirstBytesAsThereAre) {
@@ -289,6 +307,17 @@ TEST_F(LocalFiles, MatchAPatternByTheirPathsAlone) {
 }
 
 /* What a look has shown is told again when the next one shows something else. */
+/* Each look's list of paths would be a hundred kilobytes. Where a sanitizer counts memory itself, it finds what is
+ * lost. */
+TEST_F(LocalFiles, LeaveNoMemoryBehindWhereTheLookIsEndedByAnException) {
+  for (int i = 0; i < 1000; ++i) make(std::to_string(i));
+  const auto look = [this] { see_matching("", path("*"), [](const LogFile&) { throw std::runtime_error("enough"); }); };
+  EXPECT_THROW(look(), std::runtime_error);
+  const size_t before = mallinfo2().uordblks;
+  for (int i = 0; i < 50; ++i) EXPECT_THROW(look(), std::runtime_error);
+  EXPECT_LT(mallinfo2().uordblks, before + 1000000);
+}
+
 TEST_F(LocalFiles, ThatTakeAnothersPlaceWhileTheyAreLookedForAreFound) {
   make("log.1");
   make("other");
@@ -463,3 +492,9 @@ TEST_F(LocalFiles, LastNewlineIsLookedForFromTheEnd) {
 }
 
 TEST_F(LocalFiles, LastNewlineOfAFileThatShrinksIsInWhatIsLeft) { EXPECT_EQ(newline_in("one\ntwo", 0, 2 * block), 3); }
+
+/* Two that differ behind these bytes alone begin alike. */
+TEST_F(LocalFiles, AreKnownByTheirFirst1024Bytes) {
+  make("log", std::string(1024, 'a') + "b");
+  EXPECT_EQ(look_at("", path("log"))->head, std::string(1024, 'a'));
+}

@@ -12,6 +12,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "support/files.h"
 #include "support/own_machine.h"
@@ -119,7 +120,7 @@ TEST_F(StoreFailure, WithoutRoomForADatabaseIsNotStarted) {
               mount_small(at, 4);
               const Store full(at);
             }),
-            at + "/tavrend.db: database or disk is full");
+            at + "/tavrend.db.new: database or disk is full");
 }
 
 TEST_F(StoreFailure, OnADiskThatFillsUpTakesNoChangeAndKeepsTheOthers) {
@@ -207,7 +208,7 @@ TEST_F(StoreFailure, AtTheEndOfAnItemHasItStillOnItsWay) {
 
 TEST_F(StoreFailure, InTheMiddleOfWhatALookHasShownKnowsNothingOfIt) {
   fail_at("INSERT ON archived");
-  EXPECT_THROW(store->note_look("audit", Progress{{}, 0, 7, 8, false}, {file()}), StoreError);
+  EXPECT_THROW(store->note_look("audit", Progress{{}, 0, 7, 8, false}, {file()}, Store::Known::archived), StoreError);
   reopen();
   EXPECT_FALSE(store->progress("audit"));
 }
@@ -219,13 +220,16 @@ TEST_F(StoreFailure, WithAChangedValueIsNotStartedAndKept) {
   store->begin_item(intent(), 1);
   store->finish_item(intent());
   store->begin_item(intent(), 2);
+  const ClosedFile waiting{"/var/log/b", {identity_of(file()), 10, 20}};
+  store->note_seen("audit", "/var/log/*", std::nullopt, {{}, {&waiting}});
   store.reset();
   const std::string content = read_file(database);
   for (const char* change :
        {"number SET value = value + 1", "text SET value = CAST('other' AS BLOB)", "section SET compartment = 1",
         "section SET last_item_ms = last_item_ms + 1", "archived SET size = size + 1", "archived SET inode = inode + 1",
-        "progress SET offset = offset + 1", "intent SET first = first + 1",
-        "intent SET path = CAST('other' AS BLOB)"}) {
+        "progress SET offset = offset + 1", "intent SET first = first + 1", "intent SET path = CAST('other' AS BLOB)",
+        "intent SET announced = 7", "archived SET passed_over = 1", "progress SET log = CAST('other' AS BLOB)",
+        "seen SET size = size + 1", "seen SET path = CAST('other' AS BLOB)"}) {
     run(std::string("UPDATE ") + change);
     const std::string changed = read_file(database);
     EXPECT_EQ(error_of_opening(), database + ": damaged: a value has changed") << change;
@@ -233,6 +237,15 @@ TEST_F(StoreFailure, WithAChangedValueIsNotStartedAndKept) {
     write_file(database, content);
   }
   EXPECT_EQ(error_of_opening(), "none");
+}
+
+/* Not taken over, which would give changed values the sums that they lack. */
+TEST_F(StoreFailure, WithAChangedVersionIsNotStarted) {
+  store.reset();
+  for (const char* version : {"1", "2", "-2147483645"}) {
+    run(std::string("PRAGMA user_version = ") + version);
+    EXPECT_EQ(error_of_opening(), database + ": damaged: its version has changed") << version;
+  }
 }
 
 TEST_F(StoreFailure, InAReadOnlyFileSystemIsNotStarted) {
@@ -314,10 +327,52 @@ TEST_F(StoreFailure, ThatIsCutShortIsNotStartedAndKept) {
   fill();
   store.reset();
   const std::string whole = read_file(database);
-  for (size_t size = 500; size < whole.size() - page_size; size += 509) {
+  std::vector<size_t> sizes = {0, 1, 15, 16, 99, 100, 101, 499};
+  for (size_t size = 500; size < whole.size() - page_size; size += 509) sizes.push_back(size);
+  for (const size_t size : sizes) {
     write_file(database, whole.substr(0, size));
     EXPECT_THAT(error_of_opening(), HasSubstr(database + ": ")) << size;
     EXPECT_TRUE(read_file(database) == whole.substr(0, size)) << size;
+  }
+}
+
+TEST_F(StoreFailure, InWhichNoTableIsIsNotStarted) {
+  store.reset();
+  unlink(database.c_str());
+  run("PRAGMA user_version = 0; VACUUM");
+  EXPECT_EQ(error_of_opening(), database + ": damaged: nothing is in it");
+}
+
+TEST_F(StoreFailure, WithTheLogOfADatabaseThatIsMissingIsNotStartedAndKept) {
+  store.reset();
+  for (const char* rest : {"-wal", "-journal"}) {
+    unlink(database.c_str());
+    write_file(database + rest, "changes");
+    EXPECT_EQ(error_of_opening(), database + rest + ": what it belongs to is missing");
+    EXPECT_EQ(read_file(database + rest), "changes");
+    unlink((database + rest).c_str());
+  }
+}
+
+/* Nor is what it leads to made, which would be empty. */
+TEST_F(StoreFailure, BehindALinkThatLeadsNowhereIsNotStarted) {
+  store.reset();
+  unlink(database.c_str());
+  const std::string elsewhere = directory.path("elsewhere");
+  ASSERT_EQ(symlink(elsewhere.c_str(), database.c_str()), 0);
+  EXPECT_EQ(error_of_opening(), database + ": unable to open database file");
+  EXPECT_NE(access(elsewhere.c_str(), F_OK), 0);
+}
+
+/* All that a kill can leave: an empty file, and one that has not got its name yet. */
+TEST_F(StoreFailure, ThatWasKilledAtItsFirstStartIsMadeByTheNext) {
+  store.reset();
+  const std::string whole = read_file(database);
+  for (const std::string& left : {std::string(), whole}) {
+    unlink(database.c_str());
+    write_file(database + ".new", left);
+    EXPECT_EQ(error_of_opening(), "none");
+    EXPECT_TRUE(access(database.c_str(), F_OK) == 0 && access((database + ".new").c_str(), F_OK) != 0);
   }
 }
 
@@ -365,7 +420,13 @@ TEST_F(StoreFailure, IsTheSameOnEveryMachine) {
   store->add_section({"audit", 0});
   store->begin_item(intent(), 4711);
   store->finish_item(intent());
-  store->begin_item(intent(4, 6, true), 4712);
+  Intent piece = intent(4, 6, true);
+  piece.log = "/log";
+  piece.compressed = true;
+  piece.announced = 5;
+  store->begin_item(piece, 4712);
+  const ClosedFile waiting{"/var/log/b", {identity_of(file()), 10, 20}};
+  store->note_seen("audit", "/var/log/*", std::nullopt, {{}, {&waiting}});
   store->add_error("error");
   store.reset();
   EXPECT_EQ(rows("SELECT CAST(name AS TEXT), value FROM number"),
@@ -374,12 +435,17 @@ TEST_F(StoreFailure, IsTheSameOnEveryMachine) {
   EXPECT_EQ(rows("SELECT quote(serialised) FROM error"), "X'6572726F72'");
   EXPECT_EQ(rows("SELECT quote(name), compartment, last_item_ms FROM section"), "X'6175646974' 0 4712");
   const std::string identity = "-1 -9223372036854775807 4 760847531035462659";
-  EXPECT_EQ(rows("SELECT quote(section), device, inode, head_length, head_checksum, size, mtime_ns FROM archived"),
-            "X'6175646974' " + identity + " 10 123456789012345678");
-  EXPECT_EQ(rows("SELECT quote(section), device, inode, head_length, head_checksum, offset, seen, mtime_ns, finished"
-                 " FROM progress"),
-            "X'6175646974' " + identity + " 10 10 123456789012345678 1");
-  EXPECT_EQ(rows("SELECT quote(path), device, inode, size, mtime_ns, quote(head), follows, grows, first, length"
-                 " FROM intent"),
-            "X'2F7661722F6C6F672F610A62FF' -1 -9223372036854775807 10 123456789012345678 X'68656164' 1 1 4 6");
+  EXPECT_EQ(rows("SELECT quote(section), device, inode, head_length, head_checksum, size, mtime_ns, passed_over"
+                 " FROM archived"),
+            "X'6175646974' " + identity + " 10 123456789012345678 0");
+  EXPECT_EQ(rows("SELECT quote(section), quote(log), device, inode, head_length, head_checksum, offset, seen, mtime_ns,"
+                 " finished FROM progress"),
+            "X'6175646974' X'' " + identity + " 10 10 123456789012345678 1");
+  EXPECT_EQ(rows("SELECT quote(path), device, inode, size, mtime_ns, quote(head), follows, grows, first, length,"
+                 " quote(log), compressed, announced FROM intent"),
+            "X'2F7661722F6C6F672F610A62FF' -1 -9223372036854775807 10 123456789012345678 X'68656164' 1 1 4 6"
+            " X'2F6C6F67' 1 5");
+  EXPECT_EQ(rows("SELECT quote(section), device, inode, head_length, head_checksum, size, mtime_ns, quote(log),"
+                 " quote(path) FROM seen"),
+            "X'6175646974' " + identity + " 10 20 X'2F7661722F6C6F672F2A' X'2F7661722F6C6F672F62'");
 }

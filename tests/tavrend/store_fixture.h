@@ -11,6 +11,7 @@
 
 #include "store/store.h"
 #include "support/temporary_directory.h"
+#include "tavrend/row_sum_sql.h"
 
 /* A store in a directory of its own, whose file can be looked at and changed without it. */
 class StoreTest : public testing::Test {
@@ -34,6 +35,7 @@ class StoreTest : public testing::Test {
   void run(const std::string& sql) const {
     sqlite3* handle = nullptr;
     ASSERT_EQ(sqlite3_open(database.c_str(), &handle), SQLITE_OK);
+    add_row_sum(handle);
     EXPECT_EQ(sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(handle);
     sqlite3_close(handle);
   }

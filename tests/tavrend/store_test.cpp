@@ -141,68 +141,172 @@ TEST_F(StoreTest, KeepsTheIntentsOfSeveralItemsThatWereBegunTogether) {
   EXPECT_TRUE(store->open_intents("audit").empty());
 }
 
-TEST_F(StoreTest, OfTheFirstVersionIsTakenOver) {
-  store->set_config(ArchiveConfig(), true);
-  store->set_text("tunables", "kept");
-  store->add_section({"audit", 0});
-  store->begin_item(intent(), 4711);
-  store->finish_item(intent());
-  store->begin_item(intent(), 4712);
-  store.reset();
-  run(R"(
-    DROP INDEX archived_section;
-    ALTER TABLE number RENAME TO new_number;
-    CREATE TABLE number (name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;
-    INSERT INTO number SELECT name, value FROM new_number;
-    DROP TABLE new_number;
-    ALTER TABLE text RENAME TO new_text;
-    CREATE TABLE text (name BLOB PRIMARY KEY, value BLOB NOT NULL) WITHOUT ROWID;
-    INSERT INTO text SELECT name, value FROM new_text;
-    DROP TABLE new_text;
-    ALTER TABLE section RENAME TO new_section;
-    CREATE TABLE section (name BLOB PRIMARY KEY, compartment INTEGER NOT NULL, last_item_ms INTEGER NOT NULL)
-      WITHOUT ROWID;
-    INSERT INTO section SELECT name, compartment, last_item_ms FROM new_section;
-    DROP TABLE new_section;
-    ALTER TABLE archived RENAME TO new_archived;
-    CREATE TABLE archived (id INTEGER PRIMARY KEY, section BLOB NOT NULL, device INTEGER NOT NULL,
-      inode INTEGER NOT NULL, head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, size INTEGER NOT NULL,
-      mtime_ns INTEGER NOT NULL, missing_since_ms INTEGER NOT NULL DEFAULT 0);
-    INSERT INTO archived SELECT id, section, device, inode, head_length, head_checksum, size, mtime_ns, 0
-      FROM new_archived;
-    DROP TABLE new_archived;
-    CREATE INDEX archived_section ON archived (section);
-    ALTER TABLE progress RENAME TO new_progress;
-    CREATE TABLE progress (section BLOB PRIMARY KEY, device INTEGER NOT NULL, inode INTEGER NOT NULL,
-      head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, offset INTEGER NOT NULL, seen INTEGER NOT NULL,
-      mtime_ns INTEGER NOT NULL, finished INTEGER NOT NULL) WITHOUT ROWID;
-    INSERT INTO progress SELECT section, device, inode, head_length, head_checksum, offset, seen, mtime_ns, finished
-      FROM new_progress;
-    DROP TABLE new_progress;
-    ALTER TABLE intent RENAME TO new_intent;
-    CREATE TABLE intent (section BLOB PRIMARY KEY, remote_path BLOB NOT NULL, path BLOB NOT NULL,
-      device INTEGER NOT NULL, inode INTEGER NOT NULL, size INTEGER NOT NULL, mtime_ns INTEGER NOT NULL,
-      head BLOB NOT NULL, follows INTEGER NOT NULL, grows INTEGER NOT NULL, first INTEGER NOT NULL,
-      length INTEGER NOT NULL) WITHOUT ROWID;
-    INSERT INTO intent SELECT section, remote_path, path, device, inode, size, mtime_ns, head, follows, grows, first,
-      length FROM new_intent;
-    DROP TABLE new_intent;
-    PRAGMA user_version = 1)");
-  for (const char* when : {"taken over", "opened again"}) {
-    SCOPED_TRACE(when);
-    reopen();
-    EXPECT_TRUE(store->is_enabled());
-    EXPECT_TRUE(store->config());
-    EXPECT_EQ(store->text("tunables"), "kept");
-    EXPECT_EQ(store->sections().size(), 1U);
-    EXPECT_EQ(store->last_item_time("audit"), 4712);
-    ASSERT_EQ(store->archived_files("audit").size(), 1U);
-    EXPECT_TRUE(is_archived(store->archived_files("audit")[0], file()));
-    ASSERT_TRUE(store->progress("audit"));
-    EXPECT_TRUE(store->progress("audit")->finished);
-    ASSERT_EQ(store->open_intents("audit").size(), 1U);
-    EXPECT_EQ(store->open_intents("audit")[0].remote_path, intent().remote_path);
+namespace {
+
+/* States of older versions, made of a present one. */
+class OldStore : public StoreTest {
+ protected:
+  OldStore() {
+    store->set_config(ArchiveConfig(), true);
+    store->set_text("tunables", "kept");
+    store->add_section({"audit", 0});
+    store->begin_item(intent(), 4711);
+    store->finish_item(intent());
+    store->begin_item(intent(), 4712);
   }
+
+  void become_first_version() {
+    store.reset();
+    run(R"(
+      DROP INDEX archived_section;
+      DROP TABLE seen;
+      ALTER TABLE number RENAME TO new_number;
+      CREATE TABLE number (name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;
+      INSERT INTO number SELECT name, value FROM new_number;
+      DROP TABLE new_number;
+      ALTER TABLE text RENAME TO new_text;
+      CREATE TABLE text (name BLOB PRIMARY KEY, value BLOB NOT NULL) WITHOUT ROWID;
+      INSERT INTO text SELECT name, value FROM new_text;
+      DROP TABLE new_text;
+      ALTER TABLE section RENAME TO new_section;
+      CREATE TABLE section (name BLOB PRIMARY KEY, compartment INTEGER NOT NULL, last_item_ms INTEGER NOT NULL)
+        WITHOUT ROWID;
+      INSERT INTO section SELECT name, compartment, last_item_ms FROM new_section;
+      DROP TABLE new_section;
+      ALTER TABLE archived RENAME TO new_archived;
+      CREATE TABLE archived (id INTEGER PRIMARY KEY, section BLOB NOT NULL, device INTEGER NOT NULL,
+        inode INTEGER NOT NULL, head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, size INTEGER NOT NULL,
+        mtime_ns INTEGER NOT NULL, missing_since_ms INTEGER NOT NULL DEFAULT 0);
+      INSERT INTO archived SELECT id, section, device, inode, head_length, head_checksum, size, mtime_ns, 0
+        FROM new_archived;
+      DROP TABLE new_archived;
+      CREATE INDEX archived_section ON archived (section);
+      ALTER TABLE progress RENAME TO new_progress;
+      CREATE TABLE progress (section BLOB PRIMARY KEY, device INTEGER NOT NULL, inode INTEGER NOT NULL,
+        head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, offset INTEGER NOT NULL, seen INTEGER NOT NULL,
+        mtime_ns INTEGER NOT NULL, finished INTEGER NOT NULL) WITHOUT ROWID;
+      INSERT INTO progress SELECT section, device, inode, head_length, head_checksum, offset, seen, mtime_ns, finished
+        FROM new_progress;
+      DROP TABLE new_progress;
+      ALTER TABLE intent RENAME TO new_intent;
+      CREATE TABLE intent (section BLOB PRIMARY KEY, remote_path BLOB NOT NULL, path BLOB NOT NULL,
+        device INTEGER NOT NULL, inode INTEGER NOT NULL, size INTEGER NOT NULL, mtime_ns INTEGER NOT NULL,
+        head BLOB NOT NULL, follows INTEGER NOT NULL, grows INTEGER NOT NULL, first INTEGER NOT NULL,
+        length INTEGER NOT NULL) WITHOUT ROWID;
+      INSERT INTO intent SELECT section, remote_path, path, device, inode, size, mtime_ns, head, follows, grows, first,
+        length FROM new_intent;
+      DROP TABLE new_intent;
+      PRAGMA user_version = 1)");
+  }
+
+  /* What section follows which log stood in a text. */
+  void become_second_version() {
+    store.reset();
+    run(R"(
+      DROP INDEX archived_section;
+      DROP TABLE seen;
+      ALTER TABLE archived RENAME TO new_archived;
+      CREATE TABLE archived (id INTEGER PRIMARY KEY, section BLOB NOT NULL, device INTEGER NOT NULL,
+        inode INTEGER NOT NULL, head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, size INTEGER NOT NULL,
+        mtime_ns INTEGER NOT NULL, missing_since_ms INTEGER NOT NULL DEFAULT 0, sum INTEGER NOT NULL);
+      INSERT INTO archived SELECT id, section, device, inode, head_length, head_checksum, size, mtime_ns, 0,
+        row_sum(section, device, inode, head_length, head_checksum, size, mtime_ns) FROM new_archived;
+      DROP TABLE new_archived;
+      CREATE INDEX archived_section ON archived (section);
+      INSERT INTO text SELECT CAST('follow.' || CAST(section AS TEXT) AS BLOB), log,
+        row_sum(CAST('follow.' || CAST(section AS TEXT) AS BLOB), log) FROM progress WHERE log <> x'';
+      ALTER TABLE progress RENAME TO new_progress;
+      CREATE TABLE progress (section BLOB PRIMARY KEY, device INTEGER NOT NULL, inode INTEGER NOT NULL,
+        head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, offset INTEGER NOT NULL, seen INTEGER NOT NULL,
+        mtime_ns INTEGER NOT NULL, finished INTEGER NOT NULL, sum INTEGER NOT NULL) WITHOUT ROWID;
+      INSERT INTO progress SELECT section, device, inode, head_length, head_checksum, offset, seen, mtime_ns, finished,
+        row_sum(section, device, inode, head_length, head_checksum, offset, seen, mtime_ns, finished)
+        FROM new_progress;
+      DROP TABLE new_progress;
+      ALTER TABLE intent RENAME TO new_intent;
+      CREATE TABLE intent (section BLOB NOT NULL, remote_path BLOB NOT NULL, path BLOB NOT NULL,
+        device INTEGER NOT NULL, inode INTEGER NOT NULL, size INTEGER NOT NULL, mtime_ns INTEGER NOT NULL,
+        head BLOB NOT NULL, follows INTEGER NOT NULL, grows INTEGER NOT NULL, first INTEGER NOT NULL,
+        length INTEGER NOT NULL, sum INTEGER NOT NULL, PRIMARY KEY (section, remote_path)) WITHOUT ROWID;
+      INSERT INTO intent SELECT section, remote_path, path, device, inode, size, mtime_ns, head, follows, grows, first,
+        length, row_sum(section, remote_path, path, device, inode, size, mtime_ns, head, follows, grows, first, length)
+        FROM new_intent;
+      DROP TABLE new_intent;
+      PRAGMA user_version = 2)");
+  }
+
+  void expect_what_there_was() {
+    for (const char* when : {"taken over", "opened again"}) {
+      SCOPED_TRACE(when);
+      reopen();
+      EXPECT_TRUE(store->is_enabled());
+      EXPECT_TRUE(store->config());
+      EXPECT_EQ(store->text("tunables"), "kept");
+      EXPECT_EQ(store->sections().size(), 1U);
+      EXPECT_EQ(store->last_item_time("audit"), 4712);
+      ASSERT_EQ(store->archived_files("audit").size(), 1U);
+      EXPECT_TRUE(is_archived(store->archived_files("audit")[0], file()));
+      ASSERT_TRUE(store->progress("audit"));
+      EXPECT_TRUE(store->progress("audit")->finished);
+      ASSERT_EQ(store->open_intents("audit").size(), 1U);
+      EXPECT_EQ(store->open_intents("audit")[0].remote_path, intent().remote_path);
+    }
+  }
+
+  /* A piece of a log on its way, and the log's progress. */
+  void begin_piece(const std::string& remote_path, const std::string& local_path) {
+    Intent piece = intent(4, 6);
+    piece.section = "messages";
+    piece.remote_path = remote_path;
+    piece.file.path = local_path;
+    piece.follows = true;
+    piece.log = "/prefix/var/log/messages";
+    store->note_look("messages", Progress{identity_of(file()), 4, 10, 5, false, piece.log}, {}, Store::Known::archived);
+    store->begin_item(piece, 4713);
+  }
+};
+
+}  // namespace
+
+TEST_F(OldStore, OfTheFirstVersionIsTakenOver) {
+  become_first_version();
+  expect_what_there_was();
+}
+
+TEST_F(OldStore, OfTheSecondVersionIsTakenOver) {
+  become_second_version();
+  expect_what_there_was();
+}
+
+TEST_F(OldStore, OfTheSecondVersionKnowsWhichLogItsProgressIsOf) {
+  begin_piece("messages/x.messages", "/var/log/messages");
+  become_second_version();
+  reopen();
+  ASSERT_TRUE(store->progress("messages", "/prefix/var/log/messages"));
+  EXPECT_EQ(store->progress("messages", "/prefix/var/log/messages")->offset, 4);
+  EXPECT_EQ(store->open_intents("messages").at(0).log, "/prefix/var/log/messages");
+  EXPECT_EQ(store->open_intents("audit").at(0).log, "");
+}
+
+TEST_F(OldStore, OfTheSecondVersionKnowsTheFormOfAnItemByItsName) {
+  begin_piece("messages/1.messages", "/var/log/messages.1");
+  begin_piece("messages/2.messages.zst", "/var/log/messages.1");
+  begin_piece("messages/3.messages.zst", "/var/log/messages.zst");
+  begin_piece("messages/4.messages.zst.zst", "/var/log/messages.zst");
+  become_second_version();
+  reopen();
+  std::string forms;
+  for (const Intent& piece : store->open_intents("messages")) {
+    forms += piece.compressed ? "c" : "-";
+    EXPECT_EQ(piece.announced, -1);
+  }
+  EXPECT_EQ(forms, "-c-c");
+}
+
+TEST_F(OldStore, OfTheSecondVersionWithAChangedValueIsNotStarted) {
+  become_second_version();
+  run("UPDATE archived SET size = size + 1");
+  EXPECT_EQ(error_of_opening(), database + ": damaged: a value has changed");
 }
 
 TEST_F(StoreTest, OfAPartOfAFileKnowsHowFarItCame) {
@@ -253,7 +357,7 @@ TEST_F(StoreTest, OfAFileThatGrowsKnowsHowFarItCame) {
 }
 
 TEST_F(StoreTest, KnowsWhatThereWasBeforeALogIsFollowed) {
-  store->note_look("audit", Progress{{}, 0, 7, 8, false}, {file()});
+  store->note_look("audit", Progress{{}, 0, 7, 8, false}, {file()}, Store::Known::passed_over);
   reopen();
   ASSERT_TRUE(store->progress("audit"));
   EXPECT_EQ(store->progress("audit")->seen, 7);
@@ -296,7 +400,7 @@ TEST_F(StoreTest, ThatAnotherProcessUsesIsRefused) { EXPECT_THAT(error_of_openin
 
 TEST_F(StoreTest, OfANewerVersionIsRefusedAndKept) {
   store.reset();
-  run("PRAGMA user_version = 3");
+  run("PRAGMA user_version = 4");
   const std::string before = read_file(database);
   EXPECT_EQ(error_of_opening(), database + ": written by a newer version of this program");
   EXPECT_EQ(read_file(database), before);

@@ -27,7 +27,7 @@ class FilesTogether : public Procedure {
     EXPECT_EQ(set_remote_command("scp", "../held-scp"), "");
     EXPECT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, limit), 0);
     EXPECT_EQ(run_task("LogTypeTask.closed"), 0);
-    wait_until("an item on its way", [this] { return std::filesystem::exists(home() / "held"); });
+    wait_until("an item on its way", [] { return std::filesystem::exists(home() / "held"); });
   }
 
   static std::filesystem::path home() { return std::filesystem::path(lab::value("LAB_ARCHIVE")).parent_path(); }

@@ -1,5 +1,5 @@
-#ifndef TAVREND_SERVICE_FILTER_H
-#define TAVREND_SERVICE_FILTER_H
+#ifndef TAVREND_SERVICE_AS_FILTER_H
+#define TAVREND_SERVICE_AS_FILTER_H
 
 #include <rpc/rpc.h>
 

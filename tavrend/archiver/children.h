@@ -1,0 +1,12 @@
+#ifndef TAVREND_ARCHIVER_CHILDREN_H
+#define TAVREND_ARCHIVER_CHILDREN_H
+
+#include <sys/types.h>
+
+/*
+ * Ends the children that a thread of this process has. A kernel without lists of them (CONFIG_PROC_CHILDREN) only says
+ * which are this process's: all of them are ended there.
+ */
+void end_children_of(pid_t thread);
+
+#endif

@@ -1,0 +1,158 @@
+#include "archiver/closed_files_run.h"
+
+#include <algorithm>
+#include <string>
+
+#include "archiver/failures.h"
+#include "plan/names.h"
+#include "plan/space.h"
+#include "sources/clock.h"
+#include "sources/local_files.h"
+#include "tavren_util.h"
+
+namespace {
+
+/* Of files that are sent in some milliseconds each. */
+constexpr size_t most_together = 16;
+constexpr int64_t most_bytes_together = 65536; /* of each */
+
+std::string directory_of(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
+
+/* Returns where to go on in a closed file of which some parts are archived, 0 in others. */
+int64_t begun_at(const std::optional<Progress>& begun, const ClosedFile& file) {
+  const bool is_it =
+      begun && !begun->finished && file.as == ArchivedFile{begun->identity, begun->seen, begun->mtime_ns};
+  return is_it ? begun->offset : 0;
+}
+
+FileSearch::Wanted is_exactly(const ClosedFile& file) {
+  return [&file](const LogFile& other) { return is_archived(file.as, other); };
+}
+
+}  // namespace
+
+ClosedFilesRun::Look ClosedFilesRun::look(Unreadable unreadable_ones) const {
+  const std::string pattern = to.prefix + to.section.files;
+  ClosedFiles look(to.desk.with_store([&](Store& store) { return store.archived_files(to.section.name); }));
+  SeenFiles seen(to.desk.with_store([&](Store& store) { return store.seen_files(to.section.name, pattern); }));
+  std::set<std::string> directories;
+  const auto unreadable = see_matching(to.prefix, to.section.files, [&](const LogFile& file) {
+    to.desk.check_cancelled();
+    look.see(file);
+    seen.see(file);
+    directories.insert(directory_of(file.path));
+  });
+  if (unreadable_ones == Unreadable::are_reported) {
+    for (const UnreadableFile& file : unreadable) to.desk.report(error_of(file));
+  }
+  if (unreadable.empty()) {
+    to.desk.with_store([&](Store& store) { store.forget_missing_files(to.section.name, look, now_ms()); });
+  }
+  Look found{look.take_waiting(), unreadable.size()};
+  to.desk.with_store(
+      [&](Store& store) { store.note_seen(to.section.name, pattern, std::nullopt, seen.changes(found.files)); });
+  to.desk.set_waiting(to.section, found.waiting());
+  report_lost(seen, directories, unreadable);
+  return found;
+}
+
+/*
+ * What only cannot be read is not lost, and neither is what is on a file system that is not there. An item that is on
+ * its way may have arrived.
+ */
+void ClosedFilesRun::report_lost(const SeenFiles& seen, const std::set<std::string>& directories,
+                                 const std::vector<UnreadableFile>& unreadable) const {
+  const auto begun = progress();
+  for (const ArchivedFile& file : seen.missing()) {
+    to.desk.check_cancelled();
+    if (may_be_among(unreadable, to.prefix, inode_of(file.identity)) || items.is_on_its_way(file.identity)) continue;
+    const std::string path =
+        to.desk.with_store([&](Store& store) { return store.path_of_seen(to.section.name, file.identity); });
+    const bool is_disk_there =
+        directories.count(directory_of(path)) != 0 || is_on_device(to.prefix + path, file.identity.device);
+    if (!is_disk_there) continue;
+    to.desk.report(error_of_lost(path, begun_at(begun, {path, file}), file.size));
+    to.desk.with_store([&](Store& store) { store.forget_seen(to.section.name, file.identity); });
+  }
+}
+
+std::optional<Progress> ClosedFilesRun::progress() const {
+  return to.desk.with_store([&](Store& store) { return store.progress(to.section.name); });
+}
+
+void ClosedFilesRun::archive() {
+  Look found = look(Unreadable::are_reported);
+  std::vector<ClosedFile>& files = found.files;
+  const auto begun = progress();
+  /* What was begun is ended first: of one file only it is remembered how far it is archived. */
+  const auto it =
+      std::find_if(files.begin(), files.end(), [&](const ClosedFile& f) { return begun_at(begun, f) != 0; });
+  if (it != files.end()) std::rotate(files.begin(), it, it + 1);
+  int32_t waiting = found.waiting();
+  Begun together;
+  for (const ClosedFile& file : files) {
+    to.desk.check_cancelled();
+    to.desk.set_waiting(to.section, waiting);
+    const int64_t first = begun_at(begun, file);
+    if (together.empty() && first == 0) together = begin_together(&file, files.data() + files.size());
+    if (!together.empty()) {
+      if (archive_begun(file, together)) --waiting;
+    } else if (archive_file(file, first)) {
+      --waiting;
+    } else if (begun_at(progress(), file) != 0) {
+      break;
+    }
+  }
+  to.desk.set_waiting(to.section, waiting);
+}
+
+/* Returns whether a file that is not found waits no more, which is reported then. */
+bool ClosedFilesRun::is_gone(const ClosedFile& file, int64_t first) const {
+  if (search.is_only_unreadable(file.as.identity)) return false;
+  search.report_gone(file.path, file.as, first);
+  return true;
+}
+
+/* Returns whether the file waits no more. */
+bool ClosedFilesRun::archive_file(const ClosedFile& file, int64_t first) const {
+  try {
+    const auto found = search.find(file.path, is_exactly(file));
+    if (!found) return is_gone(file, first);
+    return items.send_range(found->open, {to.section.name, "", found->now, false, false, first, file.as.size - first});
+  } catch (const UnreadableFile& error) {
+    to.desk.report(error_of(error));
+    return false;
+  }
+}
+
+/*
+ * Stores the intents of several small files at once, from first on: to wait for the disk is much beside the time that
+ * one of them takes. Returns none where there is nothing to win, or where one item may make another one go.
+ */
+ClosedFilesRun::Begun ClosedFilesRun::begin_together(const ClosedFile* first, const ClosedFile* last) const {
+  std::vector<Intent> intents;
+  if (to.section.compress || to.work.config.space_limit[to.section.compartment] != no_space_limit) return {};
+  int64_t time_ms = to.desk.with_store([&](Store& store) { return store.last_item_time(to.section.name); });
+  for (; first != last && first->as.size <= most_bytes_together && intents.size() < most_together; ++first) {
+    const auto found = search.find(first->path, is_exactly(*first));
+    if (!found) break; /* which is found out once more when its turn comes */
+    time_ms = next_item_time(now_ms(), time_ms);
+    const std::string name = item_path(to.section.name, time_ms, tavren_basename(first->path), false);
+    const int64_t size = first->as.size;
+    intents.push_back({to.section.name, name, found->now, false, false, 0, size, "", false, size});
+  }
+  if (intents.empty()) return {};
+  to.session.get(to.work); /* nothing is on its way where there is none */
+  to.desk.with_store([&](Store& store) { store.begin_items(intents, time_ms); });
+  return {intents.begin(), intents.end()};
+}
+
+/* Archives the first of those that were begun together. Returns whether it waits no more. */
+bool ClosedFilesRun::archive_begun(const ClosedFile& file, Begun& begun) const {
+  const Intent intent = begun.front();
+  begun.pop_front();
+  if (const auto found = search.find(file.path, is_exactly(file))) return items.send_begun(found->open, intent);
+  if (!is_gone(file, 0)) return false; /* and is taken up by the next run */
+  to.desk.with_store([&](Store& store) { store.give_up_item(intent); });
+  return true;
+}

@@ -1,0 +1,233 @@
+#include "store/store.h"
+
+#include <algorithm>
+
+#include "store/database.h"
+#include "store/identity_columns.h"
+#include "store/row_sum.h"
+
+namespace {
+
+constexpr int64_t week_ms = int64_t{7} * 24 * 3600 * 1000;
+
+}  // namespace
+
+std::vector<ArchivedFile> Store::files_of(const char* sql, const std::string& section) {
+  std::vector<ArchivedFile> files;
+  auto query = database->query(sql);
+  query.bind(section);
+  while (query.next()) files.push_back({identity_at(query, 0), query.number(4), query.number(5)});
+  return files;
+}
+
+std::vector<ArchivedFile> Store::archived_files(const std::string& section) {
+  return files_of(
+      "SELECT device, inode, head_length, head_checksum, size, mtime_ns FROM archived"
+      " WHERE section = ? AND passed_over = 0 ORDER BY id",
+      section);
+}
+
+std::vector<ArchivedFile> Store::noted_files(const std::string& section) {
+  return files_of(
+      "SELECT device, inode, head_length, head_checksum, size, mtime_ns FROM archived WHERE section = ? ORDER BY id",
+      section);
+}
+
+std::vector<Identity> Store::known_files(const std::string& section) {
+  std::vector<Identity> known;
+  for (const ArchivedFile& file : noted_files(section)) known.push_back(file.identity);
+  return known;
+}
+
+void Store::forget_missing_files(const std::string& section, const ClosedFiles& look, int64_t now_ms) {
+  struct Change {
+    int64_t id;
+    int64_t missing_since_ms; /* forgotten: -1 */
+  };
+  std::vector<Change> changes;
+  auto query = database->query(
+      "SELECT device, inode, head_length, head_checksum, id, missing_since_ms FROM archived WHERE section = ?");
+  query.bind(section);
+  while (query.next()) {
+    const int64_t since = query.number(5);
+    /* A clock that was set back says nothing of how long: the time begins anew. */
+    const bool is_counted = since != 0 && since <= now_ms;
+    if (!look.is_missing(identity_at(query, 0))) {
+      if (since != 0) changes.push_back({query.number(4), 0});
+    } else if (!is_counted) {
+      changes.push_back({query.number(4), now_ms});
+    } else if (now_ms - since >= week_ms) {
+      changes.push_back({query.number(4), -1});
+    }
+  }
+  if (changes.empty()) return;
+  database->transaction([&] {
+    for (const Change& change : changes) {
+      if (change.missing_since_ms == -1) {
+        database->query("DELETE FROM archived WHERE id = ?").bind(change.id).run();
+      } else {
+        database->query("UPDATE archived SET missing_since_ms = ? WHERE id = ?")
+            .bind(change.missing_since_ms)
+            .bind(change.id)
+            .run();
+      }
+    }
+  });
+}
+
+void Store::note_look(const std::string& section, const std::optional<Progress>& now, const std::vector<LogFile>& known,
+                      Known as) {
+  /* Most looks show nothing new, and nothing is written then. */
+  const bool is_news = now && !(progress(section, now->log) == now);
+  std::vector<LogFile> new_files = known;
+  const auto noted = noted_files(section);
+  const auto is_known = [&noted](const LogFile& file) {
+    return std::any_of(noted.begin(), noted.end(), [&file](const ArchivedFile& a) { return is_archived(a, file); });
+  };
+  new_files.erase(std::remove_if(new_files.begin(), new_files.end(), is_known), new_files.end());
+  if (!is_news && new_files.empty()) return;
+  database->transaction([&] {
+    if (now) write_progress(section, *now);
+    for (const LogFile& file : new_files) remember_file(section, file, as);
+  });
+}
+
+std::vector<Intent> Store::open_intents(const std::string& section) {
+  std::vector<Intent> open;
+  auto query = database->query(
+      "SELECT remote_path, path, device, inode, size, mtime_ns, head, follows, grows, first, length, log, compressed,"
+      " announced FROM intent WHERE section = ? ORDER BY remote_path");
+  query.bind(section);
+  while (query.next()) {
+    const LogFile file{query.text(1),
+                       static_cast<uint64_t>(query.number(2)),
+                       static_cast<uint64_t>(query.number(3)),
+                       query.number(4),
+                       query.number(5),
+                       query.text(6)};
+    open.push_back({section, query.text(0), file, query.number(7) != 0, query.number(8) != 0, query.number(9),
+                    query.number(10), query.text(11), query.number(12) != 0, query.number(13)});
+  }
+  return open;
+}
+
+void Store::begin_item(const Intent& intent, int64_t item_time_ms) { begin_items({intent}, item_time_ms); }
+
+void Store::begin_items(const std::vector<Intent>& intents, int64_t item_time_ms) {
+  database->transaction([&] {
+    for (const Intent& intent : intents) write_intent(intent);
+    write_last_item_time(intents.front().section, item_time_ms);
+  });
+}
+
+void Store::write_intent(const Intent& intent) {
+  database->query("INSERT OR REPLACE INTO intent VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
+      .bind(intent.section)
+      .bind(intent.remote_path)
+      .bind(intent.file.path)
+      .bind(static_cast<int64_t>(intent.file.device))
+      .bind(static_cast<int64_t>(intent.file.inode))
+      .bind(intent.file.size)
+      .bind(intent.file.mtime_ns)
+      .bind(intent.file.head)
+      .bind(int64_t{intent.follows})
+      .bind(int64_t{intent.grows})
+      .bind(intent.first)
+      .bind(intent.length)
+      .bind(intent.log)
+      .bind(int64_t{intent.compressed})
+      .bind(intent.announced)
+      .bind_sum()
+      .run();
+}
+
+void Store::write_last_item_time(const std::string& section, int64_t item_time_ms) {
+  for (const ArchivedSection& known : sections()) {
+    if (known.name != section) continue;
+    RowSum sum;
+    sum.add(section);
+    sum.add(int64_t{known.compartment});
+    sum.add(item_time_ms);
+    database->query("UPDATE section SET last_item_ms = ?, sum = ? WHERE name = ?")
+        .bind(item_time_ms)
+        .bind(sum.value())
+        .bind(section)
+        .run();
+  }
+}
+
+void Store::remember_file(const std::string& section, const LogFile& file, Known as) {
+  auto query = database->query(
+      "INSERT INTO archived (section, device, inode, head_length, head_checksum, size, mtime_ns, passed_over, sum)"
+      " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
+  bind(query.bind(section), identity_of(file))
+      .bind(file.size)
+      .bind(file.mtime_ns)
+      .bind(int64_t{as == Known::passed_over})
+      .bind_sum()
+      .run();
+}
+
+void Store::end_intent(const Intent& intent) {
+  database->query("DELETE FROM intent WHERE section = ? AND remote_path = ?")
+      .bind(intent.section)
+      .bind(intent.remote_path)
+      .run();
+}
+
+/*
+ * Returns whether intent is about what was written to a rotated file behind that as which it was known, and notes it
+ * then: how far the log is archived is no matter of that.
+ */
+bool Store::note_late_end(const Intent& intent) {
+  if (!intent.follows || intent.grows) return false;
+  const auto known = known_files(intent.section);
+  const auto it = std::find_if(known.begin(), known.end(),
+                               [&intent](const Identity& identity) { return is_same_file(identity, intent.file); });
+  if (it == known.end()) return false;
+  /* What it is known as it stays: one that was passed over is not archived by its end. */
+  auto query = database->query(
+      "SELECT passed_over FROM archived"
+      " WHERE section = ? AND device = ? AND inode = ? AND head_length = ? AND head_checksum = ?");
+  const auto as =
+      bind(query.bind(intent.section), *it).next() && query.number(0) != 0 ? Known::passed_over : Known::archived;
+  for (const Identity& identity : known) {
+    if (is_same_file(identity, intent.file)) forget_file(intent.section, identity);
+  }
+  LogFile archived = intent.file;
+  archived.size = intent.first + intent.length;
+  forget_seen_at(intent.section, intent.file);
+  remember_file(intent.section, archived, as);
+  return true;
+}
+
+void Store::forget_file(const std::string& section, const Identity& identity) {
+  auto query = database->query(
+      "DELETE FROM archived WHERE section = ? AND device = ? AND inode = ? AND head_length = ? AND head_checksum = ?");
+  bind(query.bind(section), identity).run();
+}
+
+void Store::note_finished(const Intent& intent) {
+  if (note_late_end(intent)) return end_intent(intent);
+  const int64_t end = intent.first + intent.length;
+  const bool is_whole = !intent.grows && end == intent.file.size;
+  write_progress(intent.section,
+                 {identity_of(intent.file), end, intent.file.size, intent.file.mtime_ns, is_whole, intent.log});
+  if (is_whole) remember_file(intent.section, intent.file, Known::archived);
+  if (is_whole || intent.follows) forget_seen_at(intent.section, intent.file);
+  end_intent(intent);
+}
+
+void Store::finish_item(const Intent& intent) {
+  database->transaction([&] { note_finished(intent); });
+}
+
+void Store::finish_item_on_disk_later(const Intent& intent) {
+  database->transaction_on_disk_later([&] { note_finished(intent); });
+}
+
+void Store::sync() { database->sync(); }
+
+void Store::give_up_item(const Intent& intent) {
+  database->transaction([&] { end_intent(intent); });
+}
