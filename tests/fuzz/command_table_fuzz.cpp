@@ -29,19 +29,9 @@ const Table& defaults() {
   return table;
 }
 
-void add_defaults(Table& table) {
-  for (const auto& [name, text] : defaults()) table[name] = text;
-}
-
-std::string printed() {
+std::string written_by(void (*print)(std::ostream&)) {
   std::ostringstream out;
-  TavrenHost::print_cmds(out);
-  return out.str();
-}
-
-std::string printed_table() {
-  std::ostringstream out;
-  TavrenHost::print_cmd_table(out);
+  print(out);
   return out.str();
 }
 
@@ -56,8 +46,8 @@ void check(const Table& table) {
     /* One line for each command is the form: a newline in a text, which only set_cmd can put there, breaks it. */
     one_line_each = one_line_each && text.find('\n') == std::string::npos;
   }
-  MUST(printed() == lines);
-  MUST(printed_table() == for_people);
+  MUST(written_by(TavrenHost::print_cmds) == lines);
+  MUST(written_by(TavrenHost::print_cmd_table) == for_people);
   if (!one_line_each) return;
   library_table().clear();
   TavrenHost::set_cmds(lines);
@@ -83,7 +73,7 @@ void set(const std::string& name, const std::string& text, Table& table) {
   TavrenHost::set_cmd(name, text, message);
   if (name == "all" && text == "default") {
     MUST(message.empty());
-    add_defaults(table);
+    for (const auto& [usual_name, usual_text] : defaults()) table[usual_name] = usual_text;
   } else if (table.count(name) == 0) {
     MUST(message == "Unknown command name: \"" + name + "\".");
   } else {

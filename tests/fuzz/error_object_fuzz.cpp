@@ -2,8 +2,6 @@
  * Errors: read from any text, where they must read the same when written again, and made from any arguments, whose
  * NUL bytes are escaped as they have always been.
  */
-#include <vector>
-
 #include "fuzz/escaped.h"
 #include "fuzz/serialised.h"
 
@@ -24,27 +22,22 @@ void read(const std::string& text) {
 void build(Input input) {
   TavrenError error;
   MUST(error.get_ecode() == TAVREN_E_NONE);
-  std::list<std::pair<int, std::vector<std::string>>> expected;
-  while (!input.is_empty() && expected.size() < 30) {
+  SerialisedModel::Error expected;
+  while (!input.is_empty() && expected.lines.size() < 30) {
     const bool first = input.flag();
     const int code = static_cast<int8_t>(input.byte());
     const std::string arg1 = input.text();
     const std::string arg2 = input.text();
     if (first) {
       error.add_first_line(static_cast<tavren_error_code_t>(code), arg1, arg2);
-      expected.emplace_front(code, arguments_of(arg1, arg2));
+      expected.lines.emplace(expected.lines.begin(), code, arguments_of(arg1, arg2));
     } else {
       error.add_line(static_cast<tavren_error_code_t>(code), arg1, arg2);
-      expected.emplace_back(code, arguments_of(arg1, arg2));
+      expected.lines.emplace_back(code, arguments_of(arg1, arg2));
     }
   }
-  MUST(error.lines.size() == expected.size());
-  auto line = error.lines.begin();
-  for (const auto& [code, arguments] : expected) {
-    MUST((*line)->code == code);
-    MUST(arguments == std::vector<std::string>((*line)->args, (*line)->args + (*line)->num_args));
-    ++line;
-  }
+  expected.time = error.time;
+  serialised::check_says(error, expected);
   serialised::check_round_trip(error);
 }
 

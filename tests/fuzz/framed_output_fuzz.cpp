@@ -3,8 +3,6 @@
 
 namespace {
 
-using Results = PlayedSession::Results;
-
 struct Command {
   int kind;
   int seconds;
@@ -24,22 +22,11 @@ std::vector<Command> commands_from(Input& input) {
 
 /* The command that the far side runs for it, as far as there is one. */
 std::string remote_command(const Command& command) {
-  switch (command.kind) {
-    case 4:
-      return "/usr/bin/du -sk " + command.text;
-    case 5:
-      return "/bin/ls -1 " + command.text + " 2>/dev/null | /usr/bin/head -n 1 ";
-    case 6:
-      return "echo file-is-writable >" + PlainHost::path_of(command.text) + " && echo OK";
-    case 7:
-      return "/bin/rm -f " + PlainHost::path_of(command.text);
-    default:
-      return command.text;
-  }
-}
-
-void say(Results& results, const std::map<std::string, int>& sizes) {
-  for (const auto& [name, size] : sizes) results.push_back(std::to_string(size) + " " + name);
+  const std::string& text = command.text;
+  const std::string of_files[] = {
+      "/usr/bin/du -sk " + text, "/bin/ls -1 " + text + " 2>/dev/null | /usr/bin/head -n 1 ",
+      "echo file-is-writable >" + PlainHost::path_of(text) + " && echo OK", "/bin/rm -f " + PlainHost::path_of(text)};
+  return command.kind < 4 ? text : of_files[command.kind - 4];
 }
 
 template <class Host>
@@ -47,34 +34,22 @@ void perform(Host& host, const Command& command, Results& results) {
   int status = -12345;
   std::string line;
   std::map<std::string, int> sizes;
-  switch (command.kind) {
-    case 0:
-      host.run_line(command.text, &line);
-      results.push_back(line);
-      break;
-    case 1:
-      host.run_command(command.text, status, results, command.seconds);
-      results.push_back(std::to_string(status));
-      break;
-    case 2:
-      host.run_and_check_ecode(command.text, results);
-      break;
-    case 3:
-      host.run_and_expect_line(command.text, command.expected);
-      break;
-    case 4:
-      results.push_back(host.get_dir_sizes(command.text, sizes) ? "some" : "none");
-      say(results, sizes);
-      break;
-    case 5:
-      results.push_back(host.remove_first_file(command.text) ? "removed" : "none");
-      break;
-    case 6:
-      host.try_to_create_file(command.text);
-      break;
-    default:
-      host.remove_file(command.text);
-  }
+  const std::function<void()> kinds[] = {
+      [&] { host.run_line(command.text, &line), results.push_back(line); },
+      [&] {
+        host.run_command(command.text, status, results, command.seconds);
+        results.push_back(std::to_string(status));
+      },
+      [&] { host.run_and_check_ecode(command.text, results); },
+      [&] { host.run_and_expect_line(command.text, command.expected); },
+      [&] {
+        results.push_back(host.get_dir_sizes(command.text, sizes) ? "some" : "none");
+        for (const auto& [name, size] : sizes) results.push_back(std::to_string(size) + " " + name);
+      },
+      [&] { results.push_back(host.remove_first_file(command.text) ? "removed" : "none"); },
+      [&] { host.try_to_create_file(command.text); },
+      [&] { host.remove_file(command.text); }};
+  kinds[command.kind]();
 }
 
 }  // namespace

@@ -4,10 +4,7 @@
  */
 #include <unistd.h>
 
-#include "TavrenExceptions.h"
 #include "TavrenKeyDownloader.h"
-#include "fuzz/plain_host.h"
-#include "fuzz/played_input.h"
 #include "fuzz/played_session.h"
 #include "fuzz/private_directory.h"
 #include "tavren_host_util.h"
@@ -29,50 +26,31 @@ std::string key_in(const std::optional<std::string>& content) {
 }
 
 std::string plain_download(PlainChild& child, int timeout, const std::optional<std::string>& content) {
-  PlainHost::as_error("/usr/bin/ssh", [&] {
-    const std::string question = "Are you sure you want to continue connecting";
-    const long deadline = child.after(timeout);
-    std::string line;
-    do {
-      if (child.is_past(deadline)) throw PlainChild::Timeout();
-    } while (!child.read_line(line, deadline, {question, "tavren_anonymous@"}));
-    if (child.is_at_the_front(question)) child.send("yes\n", 5);
-    child.read_until_line_starts_with({"tavren_anonymous@"}, deadline);
-  });
+  const std::string question = "Are you sure you want to continue connecting";
+  const long deadline = child.after(timeout);
+  std::string line;
+  do {
+    if (child.is_past(deadline)) throw PlainChild::Timeout();
+  } while (!child.read_line(line, deadline, {question, "tavren_anonymous@"}));
+  if (child.is_at_the_front(question)) child.send("yes\n", 5);
+  child.read_until_line_starts_with({"tavren_anonymous@"}, deadline);
   return key_in(content);
 }
 
-SessionOutcome expected_outcome(PlainChild& child, int timeout, const std::optional<std::string>& content) {
-  SessionOutcome outcome;
-  try {
-    outcome.results = {plain_download(child, timeout, content)};
-  } catch (const PlainError& error) {
-    outcome.ending = "error";
-    outcome.words = words_of(error);
-  } catch (const PlainChild::Timeout&) {
-    outcome.ending = "timeout";
-  }
-  return outcome;
+Outcome expected_outcome(PlainChild& child, int timeout, const std::optional<std::string>& content) {
+  return expected_of("/usr/bin/ssh", [&](Results& results) { results = {plain_download(child, timeout, content)}; });
 }
 
-SessionOutcome download() {
-  SessionOutcome outcome;
-  TavrenKeyDownloader downloader("host");
-  try {
+Outcome download() {
+  return outcome_of([](Results& results) {
     std::string key;
-    downloader.download_host_key(key);
-    outcome.results = {key};
-  } catch (const TavrenError& error) {
-    outcome.ending = "error";
-    outcome.words = words_of(error);
-  } catch (const TavrenTimeout&) {
-    outcome.ending = "timeout";
-  }
-  return outcome;
+    TavrenKeyDownloader("host").download_host_key(key);
+    results = {key};
+  });
 }
 
 /* The same through the function for C programs, whose key ends at a NUL byte and whose error is a text. */
-void check_c_function(const SessionOutcome& expected) {
+void check_c_function(const Outcome& expected) {
   char key[TAVREN_HOST_KEY_SIZE] = "untouched";
   char* error = nullptr;
   try {
@@ -117,7 +95,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   played_child::begin(play);
   PlainChild plain(play);
-  const SessionOutcome expected = expected_outcome(plain, timeout, content);
+  const Outcome expected = expected_outcome(plain, timeout, content);
   plain.stop(2);
   if (from_c) {
     check_c_function(expected);

@@ -7,8 +7,6 @@
 
 namespace {
 
-using Results = PlayedSession::Results;
-
 constexpr char password[] = "not in any error";
 
 PlainHost::Settings settings_from(Input& input) {
@@ -58,7 +56,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   PlayedSession session(play, settings, seconds, configure_shell);
   session.set_login_timeouts(connect, shell_start);
-  const SessionOutcome outcome = session.open();
+  const Outcome outcome = session.open();
   MUST(outcome.ending == "returned" || outcome.ending == "error");
   MUST(occurrences(played_child::heard(), password) <= 1);
   for (const std::string& line : outcome.words) {

@@ -1,43 +1,14 @@
 #ifndef TESTS_FUZZ_PLAYED_SESSION_H
 #define TESTS_FUZZ_PLAYED_SESSION_H
 
-#include <list>
 #include <string>
 #include <vector>
 
-#include "TavrenError.h"
-#include "TavrenExceptions.h"
 #include "TavrenHost.h"
 #include "TavrenTunables.h"
+#include "fuzz/outcome.h"
 #include "fuzz/plain_host.h"
 #include "fuzz/played_input.h"
-
-/* How an operation of a session ended, and what it handed out. */
-struct SessionOutcome {
-  std::string ending = "returned";
-  std::list<std::string> words; /* of an error */
-  std::list<std::string> results;
-
-  bool operator==(const SessionOutcome& other) const {
-    return ending == other.ending && words == other.words && results == other.results;
-  }
-
-  /* Checks that this is the expected outcome; shows both when not. */
-  void must_be(const SessionOutcome& expected) const {
-    if (!(*this == expected)) {
-      print("outcome");
-      expected.print("expected");
-    }
-    MUST(*this == expected);
-  }
-
- private:
-  void print(const char* title) const {
-    fprintf(stderr, "%s: %s\n", title, ending.c_str());
-    for (const std::string& text : words) fprintf(stderr, "  %s\n", text.c_str());
-    for (const std::string& text : results) fprintf(stderr, "  result: %s\n", text.c_str());
-  }
-};
 
 inline void set_tunable(const std::string& name, int value) {
   std::string refusal;
@@ -48,8 +19,6 @@ inline void set_tunable(const std::string& name, int value) {
 /* A session whose secure shell client is a played child, beside the plain host, which must come to the same. */
 class PlayedSession {
  public:
-  using Results = std::list<std::string>;
-
   PlayedSession(const played_child::Play& play, const PlainHost::Settings& session_settings, int seconds,
                 bool configure_shell)
       : settings(session_settings), host(configure_shell, false), plain(play, seconds), configured(configure_shell) {
@@ -78,7 +47,7 @@ class PlayedSession {
     set_tunable("ssh_shell_start_timeout", plain.shell_start_timeout = shell_start);
   }
 
-  SessionOutcome open() {
+  Outcome open() {
     return perform([](TavrenHost& session, Results&) { session.open_connection(); },
                    [this](PlainHost& session, Results&) { session.open(settings, configured); });
   }
@@ -89,50 +58,15 @@ class PlayedSession {
    * outcome.
    */
   template <class Action, class PlainAction>
-  SessionOutcome perform(Action action, PlainAction plain_action) {
-    const SessionOutcome outcome = outcome_of(action);
-    outcome.must_be(expected_of(plain_action));
+  Outcome perform(Action action, PlainAction plain_action) {
+    const Outcome outcome = outcome_of([&](Results& results) { action(host, results); });
+    outcome.must_be(expected_of("/usr/bin/ssh", [&](Results& results) { plain_action(plain, results); }));
     MUST(played_child::heard() == plain.its_child().heard());
     MUST(played_child::uptime_ms() == plain.its_child().now_ms());
     return outcome;
   }
 
  private:
-  template <class Action>
-  SessionOutcome outcome_of(Action action) {
-    SessionOutcome outcome;
-    try {
-      action(host, outcome.results);
-    } catch (const TavrenError& error) {
-      outcome.ending = "error";
-      outcome.words = words_of(error);
-    } catch (const TavrenTimeout&) {
-      outcome.ending = "timeout";
-    } catch (const FailedAssertion& failed) {
-      outcome.ending = failed.expression;
-      /* A send and an end of file say in different words that there is no child. */
-      if (failed.is_one_of({"child_pid != -1 && master_fd != -1"}))
-        outcome.ending = "to_child != -1 && child_pid != -1";
-    }
-    return outcome;
-  }
-
-  template <class Action>
-  SessionOutcome expected_of(Action action) {
-    SessionOutcome outcome;
-    try {
-      PlainHost::as_error("/usr/bin/ssh", [&] { action(plain, outcome.results); });
-    } catch (const PlainError& error) {
-      outcome.ending = "error";
-      outcome.words = words_of(error);
-    } catch (const PlainChild::Timeout&) {
-      outcome.ending = "timeout";
-    } catch (const PlainAssertion& assertion) {
-      outcome.ending = assertion.expression;
-    }
-    return outcome;
-  }
-
   PlainHost::Settings settings;
   TavrenHost host;
   PlainHost plain;
@@ -171,7 +105,7 @@ void perform_after_login(played_child::Play& play, const std::string& said, int 
   PlayedSession session(play, usual_settings(), seconds, false);
   MUST(session.open().ending == "returned");
   for (const Operation& operation : operations) {
-    const auto action = [&](auto& host, PlayedSession::Results& results) { perform(host, operation, results); };
+    const auto action = [&](auto& host, Results& results) { perform(host, operation, results); };
     session.perform(action, action);
   }
 }

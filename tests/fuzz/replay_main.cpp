@@ -4,24 +4,17 @@
 #include <stdio.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <set>
 #include <string>
 
 #include "fuzz/fuzz.h"
+#include "support/files.h"
 
 namespace {
 
-std::string content_of(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  MUST(file.good());
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
 void replay(const std::string& path) {
-  const std::string content = content_of(path);
+  const std::string content = read_file(path);
   /* In memory of exactly that size, for the address sanitizer. */
   const auto bytes = std::make_unique<uint8_t[]>(content.size());
   std::copy(content.begin(), content.end(), bytes.get());

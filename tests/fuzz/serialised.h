@@ -36,26 +36,21 @@ bool is_malformed(Read read) {
   }
 }
 
-/* The error says what the model has read. */
-inline void check_says(const TavrenError& error, const SerialisedModel::Error& expected) {
-  MUST(error.time == expected.time);
-  MUST(error.lines.size() == expected.lines.size());
-  auto line = error.lines.begin();
-  for (const auto& [code, arguments] : expected.lines) {
-    MUST((*line)->code == code);
-    MUST(arguments == std::vector<std::string>((*line)->args, (*line)->args + (*line)->num_args));
-    ++line;
+/* What the error says, as the model has it. */
+inline SerialisedModel::Error content_of(const TavrenError& error) {
+  SerialisedModel::Error content{error.time, {}};
+  for (const TavrenError::error_line_t* line : error.lines) {
+    content.lines.emplace_back(line->code, std::vector<std::string>(line->args, line->args + line->num_args));
   }
+  return content;
 }
 
-inline void check_same(const TavrenError& a, const TavrenError& b) {
-  MUST(a.time == b.time);
-  MUST(a.lines.size() == b.lines.size());
-  for (auto i = a.lines.begin(), j = b.lines.begin(); i != a.lines.end(); ++i, ++j) {
-    MUST((*i)->code == (*j)->code && (*i)->num_args == (*j)->num_args);
-    for (int32_t n = 0; n < (*i)->num_args; ++n) MUST((*i)->args[n] == (*j)->args[n]);
-  }
+inline void check_says(const TavrenError& error, const SerialisedModel::Error& expected) {
+  const SerialisedModel::Error content = content_of(error);
+  MUST(content.time == expected.time && content.lines == expected.lines);
 }
+
+inline void check_same(const TavrenError& a, const TavrenError& b) { check_says(a, content_of(b)); }
 
 /* Prints the error, line by line as it must be: two blanks, a hyphen, a blank, at most 1023 bytes, a newline. */
 inline void check_print(const TavrenError& error) {

@@ -6,8 +6,6 @@
 
 namespace {
 
-using Results = PlayedSession::Results;
-
 struct Step {
   int kind;
   uint32_t size;
@@ -60,50 +58,32 @@ void send_file(PlainHost& host, const Step& step) {
   host.end_file();
 }
 
-void perform(TavrenHost& host, const Step& step, Results&) {
+void perform(TavrenHost& host, const Step& step) {
   const auto length = static_cast<unsigned int>(step.text.size());
-  switch (step.kind) {
-    case 0:
-      return host.start_send_file(step.text, step.size, mode);
-    case 1:
-      return host.continue_send_file(step.text.data(), length);
-    case 2:
-      return host.end_send_file();
-    case 3:
-      return host.start_send_stream(step.text);
-    case 4:
-      return host.continue_send_stream(step.text.data(), length);
-    case 5:
-      return host.end_send_stream();
-    case 6:
-      return host.send_data(data_of(step).data(), static_cast<int>(step.size), step.text, mode);
-    case 7:
-      return host.remove_file(step.text);
-    default:
-      return host.send_file(File(data_of(step)).fd, "a name", step.text, step.announced, mode);
-  }
+  const std::function<void()> kinds[] = {
+      [&] { host.start_send_file(step.text, step.size, mode); },
+      [&] { host.continue_send_file(step.text.data(), length); },
+      [&] { host.end_send_file(); },
+      [&] { host.start_send_stream(step.text); },
+      [&] { host.continue_send_stream(step.text.data(), length); },
+      [&] { host.end_send_stream(); },
+      [&] { host.send_data(data_of(step).data(), static_cast<int>(step.size), step.text, mode); },
+      [&] { host.remove_file(step.text); },
+      [&] { host.send_file(File(data_of(step)).fd, "a name", step.text, step.announced, mode); }};
+  kinds[step.kind]();
 }
 
-void perform(PlainHost& host, const Step& step, Results&) {
-  switch (step.kind) {
-    case 0:
-      return host.start_file(step.text, step.size, mode);
-    case 1:
-    case 4:
-      return host.go_on(step.text);
-    case 2:
-      return host.end_file();
-    case 3:
-      return host.start_stream(step.text);
-    case 5:
-      return host.end_stream();
-    case 6:
-      return host.send_data(data_of(step), step.text, mode);
-    case 8:
-      return send_file(host, step);
-    default:
-      return host.remove_file(step.text);
-  }
+void perform(PlainHost& host, const Step& step) {
+  const std::function<void()> kinds[] = {[&] { host.start_file(step.text, step.size, mode); },
+                                         [&] { host.go_on(step.text); },
+                                         [&] { host.end_file(); },
+                                         [&] { host.start_stream(step.text); },
+                                         [&] { host.go_on(step.text); },
+                                         [&] { host.end_stream(); },
+                                         [&] { host.send_data(data_of(step), step.text, mode); },
+                                         [&] { host.remove_file(step.text); },
+                                         [&] { send_file(host, step); }};
+  kinds[step.kind]();
 }
 
 }  // namespace
@@ -114,7 +94,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int seconds = input.byte() % 16;
   const std::vector<Step> steps = steps_from(input);
   const std::string said = expanded(input.rest(), {"_TAV/REN_ BEGIN\n", "\n_TAV/REN_ END\n", std::string(4, '\0')});
-  perform_after_login(play, said, seconds, steps,
-                      [](auto& host, const Step& step, Results& results) { perform(host, step, results); });
+  perform_after_login(play, said, seconds, steps, [](auto& host, const Step& step, Results&) { perform(host, step); });
   return 0;
 }

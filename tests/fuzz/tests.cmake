@@ -42,7 +42,7 @@ target_link_libraries(xdr_fuzz PRIVATE tirpc)
 
 # The daemon's rooms.
 if(TARGET tavrend_rooms)
-  foreach(name tavrend_conf tavrend_service)
+  foreach(name tavrend_conf tavrend_plan tavrend_service tavrend_state)
     fuzz_target(${name})
     target_link_libraries(${name}_fuzz PRIVATE tavrend_rooms)
   endforeach()

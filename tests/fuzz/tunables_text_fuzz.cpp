@@ -99,7 +99,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Values values = defaults();
 
   for (int count = input.byte() % 8; count > 0; --count) {
-    const auto place = std::next(defaults().begin(), input.byte() % 8);
+    const auto place = std::next(defaults().begin(), input.byte() % static_cast<int>(defaults().size()));
     const std::string name = input.flag() ? place->first : input.text();
     const std::string value = input.text();
     std::string refusal;

@@ -2,6 +2,7 @@
  * Each record of the daemon's protocol, decoded from memory and from record streams in odd pieces, against a plain
  * reading of the bytes; what was decoded encodes to the one form that the protocol has for it.
  */
+#include <functional>
 #include <optional>
 
 #include "daemon/wire.h"
@@ -119,29 +120,6 @@ std::string first_record(const std::string& stream) {
 template <class Object>
 using Filter = bool_t (*)(XDR*, Object*);
 
-/* Not by value, which an enumeration may not have. Returns nothing when there is too little room. */
-template <class Object>
-std::optional<std::string> encoded(Filter<Object> filter, Object* object, size_t room) {
-  std::string bytes(room, 'x');
-  XDR xdrs;
-  xdrmem_create(&xdrs, bytes.data(), static_cast<u_int>(room), XDR_ENCODE);
-  const bool done = filter(&xdrs, object) != FALSE;
-  bytes.resize(xdr_getpos(&xdrs));
-  xdr_destroy(&xdrs);
-  return done ? std::optional(bytes) : std::nullopt;
-}
-
-template <class Object>
-std::string encoded_in_records(Filter<Object> filter, Object* object) {
-  wire::Pipe pipe;
-  XDR xdrs;
-  xdrrec_create(&xdrs, 100, 100, &pipe, wire::read_from, wire::write_to);
-  xdrs.x_op = XDR_ENCODE;
-  MUST(filter(&xdrs, object) != FALSE && xdrrec_endofrecord(&xdrs, TRUE) != FALSE);
-  xdr_destroy(&xdrs);
-  return wire::without_headers(pipe.bytes);
-}
-
 template <class Object>
 void check_memory(Filter<Object> filter, const std::string& bytes, const Reading& expected) {
   Object object{};
@@ -154,9 +132,9 @@ void check_memory(Filter<Object> filter, const std::string& bytes, const Reading
   MUST(decoded == expected.is_complete);
   if (decoded) {
     MUST(position == expected.position);
-    MUST(encoded(filter, &object, expected.canonical.size()) == expected.canonical);
-    MUST(encoded_in_records(filter, &object) == expected.canonical);
-    MUST(!encoded(filter, &object, expected.canonical.size() - 4));
+    MUST(wire::encoded(filter, object, expected.canonical.size()) == expected.canonical);
+    MUST(wire::encoded_in_records(filter, object, 100) == expected.canonical);
+    MUST(!wire::encoded(filter, object, expected.canonical.size() - 4));
   }
   wire::release(filter, &object);
 }
@@ -171,7 +149,7 @@ void check_stream(Filter<Object> filter, const std::string& stream, size_t piece
   const bool decoded = xdrrec_skiprecord(&xdrs) != FALSE && filter(&xdrs, &object) != FALSE;
   xdr_destroy(&xdrs);
   MUST(decoded == expected.is_complete);
-  if (decoded) MUST(encoded(filter, &object, expected.canonical.size()) == expected.canonical);
+  if (decoded) MUST(wire::encoded(filter, object, expected.canonical.size()) == expected.canonical);
   wire::release(filter, &object);
 }
 
@@ -192,42 +170,19 @@ void check(Filter<Object> filter, const std::string& form, Input& input) {
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
-  switch (input.byte() % 12) {
-    case 0:
-      check(xdr_tavren_state_t, "i", input);
-      break;
-    case 1:
-      check(xdr_tavren_connection_status_t, "i", input);
-      break;
-    case 2:
-      check(xdr_tavren_compartment_t, "i", input);
-      break;
-    case 3:
-      check(xdr_tavren_settings_t, "ssssss", input);
-      break;
-    case 4:
-      check(xdr_tavren_config_t, config_form, input);
-      break;
-    case 5:
-      check(xdr_tavren_compartment_status_t, "iii", input);
-      break;
-    case 6:
-      check(xdr_tavren_status_t, "iiiiiiii", input);
-      break;
-    case 7:
-      check(xdr_tavren_bytes_t, "ic", input);
-      break;
-    case 8:
-      check(xdr_tavren_rpc_set_config_1_argument, std::string("?") + config_form + "b", input);
-      break;
-    case 9:
-      check(xdr_tavren_rpc_set_tunable_1_argument, "ss", input);
-      break;
-    case 10:
-      check(xdr_tavren_rpc_set_remote_command_1_argument, "ss", input);
-      break;
-    default:
-      check(xdr_tavren_rpc_set_interval_1_argument, "ss", input);
-  }
+  const std::function<void()> checks[] = {
+      [&input] { check(xdr_tavren_state_t, "i", input); },
+      [&input] { check(xdr_tavren_connection_status_t, "i", input); },
+      [&input] { check(xdr_tavren_compartment_t, "i", input); },
+      [&input] { check(xdr_tavren_settings_t, "ssssss", input); },
+      [&input] { check(xdr_tavren_config_t, config_form, input); },
+      [&input] { check(xdr_tavren_compartment_status_t, "iii", input); },
+      [&input] { check(xdr_tavren_status_t, "iiiiiiii", input); },
+      [&input] { check(xdr_tavren_bytes_t, "ic", input); },
+      [&input] { check(xdr_tavren_rpc_set_config_1_argument, std::string("?") + config_form + "b", input); },
+      [&input] { check(xdr_tavren_rpc_set_tunable_1_argument, "ss", input); },
+      [&input] { check(xdr_tavren_rpc_set_remote_command_1_argument, "ss", input); },
+      [&input] { check(xdr_tavren_rpc_set_interval_1_argument, "ss", input); }};
+  checks[input.byte() % 12]();
   return 0;
 }
