@@ -87,35 +87,17 @@ TEST(Registry, OfTheProgramIsDestroyedWithTheLibrary) {
   EXPECT_EQ(outcome.out, "destroyed");
 }
 
-TEST(MutexFailure, OfItsInitialisationFailsAnAssertion) {
-  expect_assertion("TavrenMutex", "rv == 0", [] {
-    failing = "pthread_mutex_init";
-    const TavrenMutex mutex;
-  });
-}
-
-TEST(MutexFailure, OfItsDestructionFailsAnAssertion) {
-  expect_assertion("TavrenMutex", "rv == 0", [] {
-    const TavrenMutex mutex;
-    failing = "pthread_mutex_destroy";
-  });
-}
-
-TEST(MutexFailure, OfALockFailsAnAssertion) {
-  expect_assertion("TavrenMutex", "rv == 0", [] {
-    TavrenMutex mutex;
-    failing = "pthread_mutex_lock";
-    mutex.lock();
-  });
-}
-
-TEST(MutexFailure, OfAnUnlockFailsAnAssertion) {
-  expect_assertion("TavrenMutex", "rv == 0", [] {
-    TavrenMutex mutex;
-    mutex.lock();
-    failing = "pthread_mutex_unlock";
-    mutex.unlock();
-  });
+TEST(MutexFailure, OfEachCallFailsAnAssertion) {
+  for (const char* call :
+       {"pthread_mutex_init", "pthread_mutex_lock", "pthread_mutex_unlock", "pthread_mutex_destroy"}) {
+    SCOPED_TRACE(call);
+    expect_assertion("TavrenMutex", "rv == 0", [call] {
+      failing = call;
+      TavrenMutex mutex;
+      mutex.lock();
+      mutex.unlock();
+    });
+  }
 }
 
 TEST(MutexFailure, OfAnUnlockComesAfterTheOwnerIsForgotten) {

@@ -91,18 +91,15 @@ TEST_F(TunablesLayout, OfATunableIsItsTableOfOperationsAndItsName) {
   EXPECT_EQ(sizeof(Tunable), 2 * sizeof(void*));
 }
 
-TEST_F(TunablesLayout, OfANumberIsItsValueAndThenItsDefault) {
+TEST_F(TunablesLayout, OfANumberAndOfATextIsItsValueAndThenItsDefault) {
   set("ssh_command_timeout", "30");
-  const char* members = bytes_of(map_of(tunables).at("ssh_command_timeout")) + sizeof(Tunable);
-  EXPECT_EQ(number_at(members), 30);
-  EXPECT_EQ(number_at(members + sizeof(int32_t)), 60);
-}
-
-TEST_F(TunablesLayout, OfATextIsItsValueAndThenItsDefault) {
   set("log_dir_prefix", "/logs");
-  const char* members = bytes_of(map_of(tunables).at("log_dir_prefix")) + sizeof(Tunable);
-  EXPECT_EQ(text_at(members), "/logs");
-  EXPECT_EQ(text_at(members + sizeof(std::string)), "");
+  const char* number = bytes_of(map_of(tunables).at("ssh_command_timeout")) + sizeof(Tunable);
+  EXPECT_EQ(number_at(number), 30);
+  EXPECT_EQ(number_at(number + sizeof(int32_t)), 60);
+  const char* text = bytes_of(map_of(tunables).at("log_dir_prefix")) + sizeof(Tunable);
+  EXPECT_EQ(text_at(text), "/logs");
+  EXPECT_EQ(text_at(text + sizeof(std::string)), "");
 }
 
 }  // namespace

@@ -4,9 +4,9 @@
 #include <stddef.h>
 #include <stdio.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <sstream>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -17,125 +17,89 @@ namespace {
 
 class SetTunable : public TunablesTest {};
 
-TEST_F(SetTunable, ChangesTheValueAtOnce) {
+TEST_F(SetTunable, ChangesTheValueAtOnceAndRestoresTheDefault) {
   set("ssh_command_timeout", "30");
   EXPECT_EQ(tunables.get_ssh_command_timeout(), 30);
+  set("ssh_command_timeout", "default");
+  EXPECT_EQ(tunables.get_ssh_command_timeout(), 60);
 }
 
-TEST_F(SetTunable, OnSuccessLeavesTheCallersErrorText) {
+TEST_F(SetTunable, WritesTheCallersErrorTextWhenItRefuses) {
   std::string error = "as it was";
   tunables.set_tunable("ssh_command_timeout", "30", error);
   tunables.set_tunable("log_dir_prefix", "x", error);
   EXPECT_EQ(error, "as it was");
-}
-
-TEST_F(SetTunable, RefusesAnUnknownName) {
-  EXPECT_EQ(refusal("x", "1"), "Unknown tunable: \"x\".");
-  EXPECT_EQ(changed(), "");
-}
-
-TEST_F(SetTunable, ReplacesTheErrorTextWhenItRefuses) {
-  std::string error = "as it was";
   tunables.set_tunable("x", "1", error);
   EXPECT_EQ(error, "Unknown tunable: \"x\".");
-}
-
-TEST_F(SetTunable, ReplacesTheErrorTextWhenItRefusesANumber) {
-  std::string error = "as it was";
   tunables.set_tunable("ssh_command_timeout", "x", error);
   EXPECT_EQ(error, "Invalid integer value: \"x\".");
 }
 
 TEST_F(SetTunable, MatchesNamesExactly) {
-  for (const std::string name : {"SSH_command_timeout", "ssh_command_timeou", "ssh_command_timeout ", ""}) {
+  for (const std::string name : {"x", "SSH_command_timeout", "ssh_command_timeou", "ssh_command_timeout ", ""}) {
     EXPECT_EQ(refusal(name, "1"), "Unknown tunable: \"" + name + "\".");
+    EXPECT_EQ(changed(), "");
   }
 }
 
-TEST_F(SetTunable, RestoresTheDefault) {
-  set("ssh_command_timeout", "30");
-  set("ssh_command_timeout", "default");
-  EXPECT_EQ(tunables.get_ssh_command_timeout(), 60);
+TEST_F(SetTunable, TakesNumbersAsTextsAndCutsThemToTheirRange) {
+  const std::pair<const char*, int> numbers[] = {{"30", 30},
+                                                 {"0x1e", 30},
+                                                 {"036", 30},
+                                                 {" 30", 30},
+                                                 {"30 ", 30},
+                                                 {"+30", 30},
+                                                 {"0", 0},
+                                                 {"-1", -1},
+                                                 {"2147483647", 2147483647},
+                                                 {"-2147483648", -2147483647 - 1},
+                                                 {"4294967296", 2147483647}};
+  for (const auto& [text, value] : numbers) {
+    EXPECT_EQ(refusal("ssh_command_timeout", text), "");
+    EXPECT_EQ(tunables.get_ssh_command_timeout(), value) << text;
+  }
 }
 
-struct Number {
-  std::string text;
-  int value;
-};
-
-class NumberForATunable : public TunablesTest, public testing::WithParamInterface<Number> {};
-
-TEST_P(NumberForATunable, IsAccepted) {
-  EXPECT_EQ(refusal("ssh_command_timeout", GetParam().text), "");
-  EXPECT_EQ(tunables.get_ssh_command_timeout(), GetParam().value);
-}
-
-INSTANTIATE_TEST_SUITE_P(Each, NumberForATunable,
-                         testing::Values(Number{"30", 30}, Number{"0x1e", 30}, Number{"036", 30}, Number{" 30", 30},
-                                         Number{"30 ", 30}, Number{"+30", 30}, Number{"0", 0}, Number{"-1", -1},
-                                         Number{"2147483647", 2147483647}, Number{"-2147483648", -2147483647 - 1},
-                                         Number{"4294967296", 2147483647}));
-
-class NoNumberForATunable : public TunablesTest, public testing::WithParamInterface<std::string> {};
-
-TEST_P(NoNumberForATunable, IsRefusedAndChangesNothing) {
+TEST_F(SetTunable, RefusesWhatIsNoNumberAndChangesNothing) {
   set("ssh_command_timeout", "45");
-  EXPECT_EQ(refusal("ssh_command_timeout", GetParam()), "Invalid integer value: \"" + GetParam() + "\".");
-  EXPECT_EQ(tunables.get_ssh_command_timeout(), 45);
+  for (const std::string text : {"30s", "", " ", "Default", "default ", " default", "x", "3 0", "0x", "-"}) {
+    EXPECT_EQ(refusal("ssh_command_timeout", text), "Invalid integer value: \"" + text + "\".");
+    EXPECT_EQ(tunables.get_ssh_command_timeout(), 45) << text;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Each, NoNumberForATunable,
-                         testing::Values("30s", "", " ", "Default", "default ", " default", "x", "3 0", "0x", "-"));
 
 class TextTunable : public TunablesTest {};
 
-TEST_F(TextTunable, TakesAnyText) {
+TEST_F(TextTunable, TakesAnyTextButTheWordDefaultWhichRestoresIt) {
   for (const std::string text : {"/logs", " with blanks ", "a=b", "12", "Default"}) {
     EXPECT_EQ(refusal("log_dir_prefix", text), "");
     EXPECT_EQ(changed(), "log_dir_prefix=" + text + "\n");
   }
+  for (const char* text : {"", "default"}) {
+    set("log_dir_prefix", "/logs");
+    set("log_dir_prefix", text);
+    EXPECT_EQ(changed(), "");
+  }
 }
 
-TEST_F(TextTunable, TakesTheEmptyText) {
-  set("log_dir_prefix", "/logs");
-  EXPECT_EQ(refusal("log_dir_prefix", ""), "");
-  EXPECT_EQ(changed(), "");
-}
-
-TEST_F(TextTunable, IsRestoredByTheWordDefault) {
-  set("log_dir_prefix", "/logs");
-  set("log_dir_prefix", "default");
-  EXPECT_EQ(changed(), "");
-}
-
-using Getter = int (TavrenTunables::*)() const;
-
-class EachGetter : public TunablesTest, public testing::WithParamInterface<std::pair<const char*, Getter>> {};
-
-TEST_P(EachGetter, ReadsItsOwnTunable) {
-  const auto& [name, getter] = GetParam();
-  set(name, "7");
-  EXPECT_EQ((tunables.*getter)(), 7);
-  EXPECT_EQ(changed(), std::string(name) + "=7\n");
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    OfTheTable, EachGetter,
-    testing::Values(std::pair("loopback_login", &TavrenTunables::get_loopback_login),
-                    std::pair("ssh_command_timeout", &TavrenTunables::get_ssh_command_timeout),
-                    std::pair("ssh_connect_timeout", &TavrenTunables::get_ssh_connect_timeout),
-                    std::pair("ssh_du_command_timeout", &TavrenTunables::get_ssh_du_command_timeout),
-                    std::pair("ssh_shell_start_timeout", &TavrenTunables::get_ssh_shell_start_timeout),
-                    std::pair("subprocess_log_size", &TavrenTunables::get_subprocess_log_size)),
-    [](const auto& parameter) { return parameter.param.first; });
-
-TEST_F(TunablesTest, HaveTheirDefaultsAtTheStart) {
-  EXPECT_EQ(tunables.get_loopback_login(), 0);
-  EXPECT_EQ(tunables.get_ssh_command_timeout(), 60);
-  EXPECT_EQ(tunables.get_ssh_connect_timeout(), 120);
-  EXPECT_EQ(tunables.get_ssh_du_command_timeout(), 120);
-  EXPECT_EQ(tunables.get_ssh_shell_start_timeout(), 120);
-  EXPECT_EQ(tunables.get_subprocess_log_size(), 0);
+TEST_F(TunablesTest, HaveADefaultAndAGetterEach) {
+  using Getter = int (TavrenTunables::*)() const;
+  const std::tuple<std::string, Getter, int> getters[] = {
+      {"loopback_login", &TavrenTunables::get_loopback_login, 0},
+      {"ssh_command_timeout", &TavrenTunables::get_ssh_command_timeout, 60},
+      {"ssh_connect_timeout", &TavrenTunables::get_ssh_connect_timeout, 120},
+      {"ssh_du_command_timeout", &TavrenTunables::get_ssh_du_command_timeout, 120},
+      {"ssh_shell_start_timeout", &TavrenTunables::get_ssh_shell_start_timeout, 120},
+      {"subprocess_log_size", &TavrenTunables::get_subprocess_log_size, 0},
+  };
+  for (const auto& [name, getter, its_default] : getters) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ((tunables.*getter)(), its_default);
+    set(name, "7");
+    EXPECT_EQ((tunables.*getter)(), 7);
+    EXPECT_EQ(changed(), name + "=7\n");
+    set(name, "default");
+  }
 }
 
 class Registries : public TunablesTest {};
@@ -185,59 +149,40 @@ TEST_F(Registries, OfTheProgramIsCompleteWhenTheLibraryIsLoaded) {
   EXPECT_EQ(table_at_load_time, table(TavrenTunables::instance()));
 }
 
+/* Returns what show tells in a process whose registry keeps the names that it adds. */
+std::string in_a_process(std::string (*show)(TavrenTunables&)) {
+  return run_in_child([show] { fputs(show(TavrenTunables::tavrend_tunables).c_str(), stdout); }).out;
+}
+
 TEST(OwnTunable, OfANameThatIsTakenReplacesTheFirst) {
-  const Outcome outcome = run_in_child([] {
-    TavrenTunables& registry = TavrenTunables::tavrend_tunables;
-    const TavrenTunables::IntTunable second("ssh_command_timeout", 5, registry);
-    std::string error;
-    registry.set_tunable("ssh_command_timeout", "9", error);
-    printf("%d %d", second.get(), registry.get_ssh_command_timeout());
-    fflush(stdout);
-    _exit(0);
-  });
-  EXPECT_EQ(outcome.out, "9 60");
+  EXPECT_EQ(in_a_process([](TavrenTunables& registry) {
+              const TavrenTunables::IntTunable second("ssh_command_timeout", 5, registry);
+              registry.set_tunables("ssh_command_timeout=9\n");
+              return second.get_value(false) + " " + std::to_string(registry.get_ssh_command_timeout());
+            }),
+            "9 60");
 }
 
 TEST(OwnTunable, OfTextAndOfANameThatIsTakenReplacesTheFirst) {
-  const Outcome outcome = run_in_child([] {
-    TavrenTunables& registry = TavrenTunables::tavrend_tunables;
-    const TavrenTunables::StringTunable first("text", "x", registry);
-    const TavrenTunables::StringTunable second("text", "x", registry);
-    std::string error;
-    registry.set_tunable("text", "y", error);
-    printf("%s %s", first.get_value(false).c_str(), second.get_value(false).c_str());
-    fflush(stdout);
-    _exit(0);
-  });
-  EXPECT_EQ(outcome.out, "x y");
-}
-
-TEST(OwnTunable, OfTextWithADefaultTakesTheEmptyText) {
-  const Outcome outcome = run_in_child([] {
-    TavrenTunables& registry = TavrenTunables::tavrend_tunables;
-    const TavrenTunables::StringTunable text("text", "x", registry);
-    std::string error;
-    registry.set_tunable("text", "", error);
-    printf("%s", text.get_value(true).c_str());
-    fflush(stdout);
-    _exit(0);
-  });
-  EXPECT_EQ(outcome.out, " (default: x)");
+  EXPECT_EQ(in_a_process([](TavrenTunables& registry) {
+              const TavrenTunables::StringTunable first("text", "x", registry), second("text", "x", registry);
+              registry.set_tunables("text=y\n");
+              return first.get_value(false) + " " + second.get_value(false);
+            }),
+            "x y");
 }
 
 TEST(OwnTunable, OfTextShowsAndRestoresADefaultThatIsNotEmpty) {
-  const Outcome outcome = run_in_child([] {
-    TavrenTunables& registry = TavrenTunables::tavrend_tunables;
-    static TavrenTunables::StringTunable text("text", "x", registry);
-    std::string error;
-    registry.set_tunable("text", "y", error);
-    printf("%s, ", text.get_value(true).c_str());
-    registry.set_tunable("text", "default", error);
-    printf("%s", text.get_value(true).c_str());
-    fflush(stdout);
-    _exit(0);
-  });
-  EXPECT_EQ(outcome.out, "y (default: x), x");
+  EXPECT_EQ(in_a_process([](TavrenTunables& registry) {
+              const TavrenTunables::StringTunable text("text", "x", registry);
+              std::string shown;
+              for (const std::string value : {"", "y", "default"}) {
+                registry.set_tunables("text=" + value + "\n");
+                shown += text.get_value(true) + ", ";
+              }
+              return shown;
+            }),
+            " (default: x), y (default: x), x, ");
 }
 
 /* Returns the place of a virtual operation in the table of its class, which programs have compiled in. */
@@ -259,16 +204,13 @@ TEST(OwnTunable, HasItsOperationsBehindTheTwoOfItsDestructor) {
 }
 
 TEST(OwnTunable, StartsAtItsDefault) {
-  const Outcome outcome = run_in_child([] {
-    TavrenTunables& registry = TavrenTunables::tavrend_tunables;
-    const TavrenTunables::IntTunable number("number", -5, registry);
-    const TavrenTunables::StringTunable text("text", "x", registry);
-    printf("%s %s %d %d", number.get_value(true).c_str(), text.get_value(true).c_str(), number.value_is_default(),
-           text.value_is_default());
-    fflush(stdout);
-    _exit(0);
-  });
-  EXPECT_EQ(outcome.out, "-5 x 1 1");
+  EXPECT_EQ(in_a_process([](TavrenTunables& registry) {
+              const TavrenTunables::IntTunable number("number", -5, registry);
+              const TavrenTunables::StringTunable text("text", "x", registry);
+              return number.get_value(true) + " " + text.get_value(true) + " " +
+                     std::to_string(number.value_is_default()) + " " + std::to_string(text.value_is_default());
+            }),
+            "-5 x 1 1");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <streambuf>
+#include <tuple>
 
 #include "core/tunables_fixture.h"
 #include "support/run_in_child.h"
@@ -13,60 +14,33 @@ namespace {
 
 class SetTunables : public TunablesTest {};
 
-TEST_F(SetTunables, AppliesEachLine) {
-  tunables.set_tunables("ssh_command_timeout=30\nlog_dir_prefix=/logs\n");
-  EXPECT_EQ(changed(), "log_dir_prefix=/logs\nssh_command_timeout=30\n");
-}
-
-TEST_F(SetTunables, IgnoresWhatIsRefused) {
-  tunables.set_tunables("unknown=1\nssh_command_timeout=x\nssh_connect_timeout=40\nunknown=2\n");
-  EXPECT_EQ(changed(), "ssh_connect_timeout=40\n");
-}
-
-TEST_F(SetTunables, StopsAtALineWithoutAnEqualsSign) {
-  tunables.set_tunables("ssh_command_timeout=30\nno assignment\nssh_connect_timeout=40\n");
-  EXPECT_EQ(changed(), "ssh_command_timeout=30\n");
-}
-
-TEST_F(SetTunables, StopsAtAnEmptyLine) {
-  tunables.set_tunables("ssh_command_timeout=30\n\nssh_connect_timeout=40\n");
-  EXPECT_EQ(changed(), "ssh_command_timeout=30\n");
-}
-
-TEST_F(SetTunables, DoesNotApplyALastLineWithoutItsNewline) {
-  tunables.set_tunables("ssh_command_timeout=30\nssh_connect_timeout=40");
-  EXPECT_EQ(changed(), "ssh_command_timeout=30\n");
-}
-
-TEST_F(SetTunables, SplitsALineAtItsFirstEqualsSign) {
-  tunables.set_tunables("log_dir_prefix=a=b=\n");
-  EXPECT_EQ(changed(), "log_dir_prefix=a=b=\n");
-}
-
-TEST_F(SetTunables, TrimsNothing) {
-  tunables.set_tunables(" ssh_command_timeout=30\nssh_connect_timeout =40\nlog_dir_prefix= x \n");
-  EXPECT_EQ(changed(), "log_dir_prefix= x \n");
-}
-
-TEST_F(SetTunables, UnderstandsDefault) {
-  set("ssh_command_timeout", "30");
-  tunables.set_tunables("ssh_command_timeout=default\n");
-  EXPECT_EQ(changed(), "");
-}
-
-TEST_F(SetTunables, LetsTheLastOfTwoLinesWin) {
-  tunables.set_tunables("ssh_command_timeout=30\nssh_command_timeout=31\n");
-  EXPECT_EQ(changed(), "ssh_command_timeout=31\n");
-}
-
-TEST_F(SetTunables, OfNothingChangesNothing) {
-  for (const char* text : {"", "\n", "=", "=\n"}) tunables.set_tunables(text);
-  EXPECT_EQ(changed(), "");
+TEST_F(SetTunables, AppliesEachLineUntilOneIsNone) {
+  const std::tuple<const char*, const char*, const char*> texts[] = {
+      {"each line", "ssh_command_timeout=30\nlog_dir_prefix=/logs\n", "log_dir_prefix=/logs\nssh_command_timeout=30\n"},
+      {"refused ones", "unknown=1\nssh_command_timeout=x\nssh_connect_timeout=40\nunknown=2\n",
+       "ssh_connect_timeout=40\n"},
+      {"up to a line without an equals sign", "ssh_command_timeout=30\nno assignment\nssh_connect_timeout=40\n",
+       "ssh_command_timeout=30\n"},
+      {"up to an empty line", "ssh_command_timeout=30\n\nssh_connect_timeout=40\n", "ssh_command_timeout=30\n"},
+      {"up to the last newline", "ssh_command_timeout=30\nssh_connect_timeout=40", "ssh_command_timeout=30\n"},
+      {"split at the first equals sign", "log_dir_prefix=a=b=\n", "log_dir_prefix=a=b=\n"},
+      {"untrimmed", " ssh_command_timeout=30\nssh_connect_timeout =40\nlog_dir_prefix= x \n", "log_dir_prefix= x \n"},
+      {"a restored default", "ssh_command_timeout=30\nssh_command_timeout=default\n", ""},
+      {"nothing", "", ""},
+      {"nothing of an empty line", "\n", ""},
+      {"nothing of an equals sign", "=", ""},
+      {"nothing of a line of an equals sign", "=\n", ""},
+      {"the last of two", "ssh_command_timeout=30\nssh_command_timeout=31\n", "ssh_command_timeout=31\n"},
+  };
+  for (const auto& [what, text, applied] : texts) {
+    SCOPED_TRACE(what);
+    restore_defaults();
+    tunables.set_tunables(text);
+    EXPECT_EQ(changed(), applied);
+  }
 }
 
 class PrintTunables : public TunablesTest {};
-
-TEST_F(PrintTunables, WritesNothingForAFreshRegistry) { EXPECT_EQ(changed(), ""); }
 
 TEST_F(PrintTunables, WritesEveryChangedTunableNamesAscending) {
   for (const char* name : tunable_names) set(name, "7");
@@ -103,12 +77,9 @@ TEST_F(TunableTable, ShowsEveryTunable) {
             "subprocess_log_size      0\n");
 }
 
-TEST_F(TunableTable, ShowsTheDefaultOfAChangedNumber) {
+TEST_F(TunableTable, ShowsTheDefaultsOfWhatWasChanged) {
   set("ssh_command_timeout", "30");
   EXPECT_THAT(table(tunables), HasSubstr("\nssh_command_timeout      30 (default: 60)\n"));
-}
-
-TEST_F(TunableTable, ShowsTheDefaultOfAChangedText) {
   set("log_dir_prefix", "/logs");
   EXPECT_THAT(table(tunables), HasSubstr("\nlog_dir_prefix           /logs (default: )\n"));
 }
@@ -120,8 +91,6 @@ TEST_F(TunableTable, DoesNotPadANameOf25CharactersOrMore) {
     const TavrenTunables::IntTunable of_25("a_name_of_25_characters__", 25, registry);
     const TavrenTunables::IntTunable of_26("a_name_of_26_characters___", 26, registry);
     fputs(table(registry).c_str(), stdout);
-    fflush(stdout);
-    _exit(0);
   });
   EXPECT_THAT(outcome.out, HasSubstr("\na_name_of_24_characters_ 24\n"
                                      "a_name_of_25_characters__25\n"

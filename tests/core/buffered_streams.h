@@ -4,6 +4,8 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <utility>
+
 /* The standard streams of a child as they may be when it ends. */
 
 /* Leaves a text of its own in the buffer of each stream, both on their way to the standard error. */
@@ -21,5 +23,9 @@ inline void make_streams_unusable() {
   fputs("cannot be written", stdout);
   fputs("cannot be written", stderr);
 }
+
+/* The two, each with what is shown before a diagnostic. */
+inline const std::pair<void (*)(), const char*> states_of_the_streams[] = {
+    {leave_texts_in_the_buffers, "to standard output,to standard error,"}, {make_streams_unusable, ""}};
 
 #endif

@@ -10,6 +10,8 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "support/files.h"
 #include "support/run_in_child.h"
@@ -25,6 +27,10 @@ class CatalogueTest : public testing::Test {
     const std::string command = "msgfmt --check-format -o " + messages + "/tavren.mo " + directory.path("tavren.po");
     if (system(command.c_str()) != 0) throw std::runtime_error(command + " failed");
   }
+
+  /* Texts and their translations, both as such a file has them. */
+  explicit CatalogueTest(const std::vector<std::pair<std::string, std::string>>& texts)
+      : CatalogueTest(file_of(texts)) {}
 
   Outcome run(const std::function<void()>& action, const std::string& input = "") {
     return run_in_child(
@@ -43,6 +49,13 @@ class CatalogueTest : public testing::Test {
   }
 
   TemporaryDirectory directory;
+
+ private:
+  static std::string file_of(const std::vector<std::pair<std::string, std::string>>& texts) {
+    std::string file = R"(msgid "" msgstr "Content-Type: text/plain; charset=UTF-8\n")";
+    for (const auto& [text, translation] : texts) file += "\nmsgid \"" + text + "\" msgstr \"" + translation + "\"";
+    return file + "\n";
+  }
 };
 
 #endif

@@ -1,16 +1,23 @@
 #include <errno.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <sstream>
 
+#include "TavrenHost.h"
+#include "TavrenTunables.h"
 #include "core/catalogue_fixture.h"
 #include "core/error_lines.h"
 #include "support/real_function.h"
 #include "support/run_in_child.h"
 #include "tavren.h"
+
+using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace {
 
@@ -27,67 +34,48 @@ STANDS_BEFORE_THE_REAL_ONE int lockf(int fd, int command, off_t size) {
 
 namespace {
 
-/* The file in which a translator works: each text of the library, and its words in another language. */
-constexpr char translation[] = R"po(
-msgid ""
-msgstr "Content-Type: text/plain; charset=UTF-8\n"
-msgid "Failed to open file %s, ecode=%s"
-msgstr "Datei %s lässt sich nicht öffnen (%s)"
-msgid "Unknown error: %d, %s, %s"
-msgstr "Unbekannter Fehler: %d, %s, %s"
-msgid "Enabled"
-msgstr "An"
-msgid "Disabled"
-msgstr "Aus"
-msgid "None"
-msgstr "Keiner"
-msgid "OK"
-msgstr "Gut"
-msgid "Failed"
-msgstr "Fehlgeschlagen"
-msgid "Unknown"
-msgstr "Unbekannt"
-msgid "Unlimited"
-msgstr "Unbegrenzt"
-msgid "Not monitored"
-msgstr "Nicht überwacht"
-msgid "Query failed"
-msgstr "Abfrage fehlgeschlagen"
-msgid "%d MB"
-msgstr "%d Megabyte"
-msgid "Target specification must have the form: user@host:directory."
-msgstr "Ein Ziel hat die Form user@host:directory."
-msgid "The user name is more than %d bytes long."
-msgstr "Der Benutzername hat mehr als %d Bytes."
-msgid "The host name is more than %d bytes long."
-msgstr "Der Rechnername hat mehr als %d Bytes."
-msgid "The specified directory name is more than %d bytes long."
-msgstr "Der Verzeichnisname hat mehr als %d Bytes."
-msgid "The ssh username may not start with '-'."
-msgstr "Der Benutzername darf nicht mit - beginnen."
-msgid "The host name may not start with '-'."
-msgstr "Der Rechnername darf nicht mit - beginnen."
-msgid "The archive directory name may not start with '-' or '~'."
-msgstr "Der Verzeichnisname darf weder mit - noch mit ~ beginnen."
-msgid "Please enter 'yes', 'no', 'y', or 'n'.\n"
-msgstr "Bitte 'yes', 'no', 'y' oder 'n'.\n"
-msgid "FATAL ERROR: Ran out of heap memory.\n"
-msgstr "Kein Speicher mehr.\n"
-msgid "Memory allocation failed: %s, line %d\n"
-msgstr "Kein Speicher: %s, Zeile %d\n"
-msgid "Failed to create directory %s, errno=%d"
-msgstr "Verzeichnis %s: %d"
-msgid "Failed to open %s, errno=%d."
-msgstr "Datei %s: %d"
-msgid "Failed to lock %s, errno=%d."
-msgstr "Sperre %s: %d"
-msgid "An instance of %s is already running."
-msgstr "%s läuft schon."
-)po";
-
+/* Each text of the library, and its words in another language. */
 class Catalogue : public CatalogueTest {
  protected:
-  Catalogue() : CatalogueTest(translation) {}
+  Catalogue()
+      : CatalogueTest({
+            {"Failed to open file %s, ecode=%s", "Datei %s lässt sich nicht öffnen (%s)"},
+            {"Unknown error: %d, %s, %s", "Unbekannter Fehler: %d, %s, %s"},
+            {"Enabled", "An"},
+            {"Disabled", "Aus"},
+            {"None", "Keiner"},
+            {"OK", "Gut"},
+            {"Failed", "Fehlgeschlagen"},
+            {"Unknown", "Unbekannt"},
+            {"Unlimited", "Unbegrenzt"},
+            {"Not monitored", "Nicht überwacht"},
+            {"Query failed", "Abfrage fehlgeschlagen"},
+            {"%d MB", "%d Megabyte"},
+            {"Target specification must have the form: user@host:directory.",
+             "Ein Ziel hat die Form user@host:directory."},
+            {"The user name is more than %d bytes long.", "Der Benutzername hat mehr als %d Bytes."},
+            {"The host name is more than %d bytes long.", "Der Rechnername hat mehr als %d Bytes."},
+            {"The specified directory name is more than %d bytes long.", "Der Verzeichnisname hat mehr als %d Bytes."},
+            {"The ssh username may not start with '-'.", "Der Benutzername darf nicht mit - beginnen."},
+            {"The host name may not start with '-'.", "Der Rechnername darf nicht mit - beginnen."},
+            {"The archive directory name may not start with '-' or '~'.",
+             "Der Verzeichnisname darf weder mit - noch mit ~ beginnen."},
+            {R"(Please enter 'yes', 'no', 'y', or 'n'.\n)", R"(Bitte 'yes', 'no', 'y' oder 'n'.\n)"},
+            {R"(FATAL ERROR: Ran out of heap memory.\n)", R"(Kein Speicher mehr.\n)"},
+            {R"(Memory allocation failed: %s, line %d\n)", R"(Kein Speicher: %s, Zeile %d\n)"},
+            {"Failed to create directory %s, errno=%d", "Verzeichnis %s: %d"},
+            {"Failed to open %s, errno=%d.", "Datei %s: %d"},
+            {"Failed to lock %s, errno=%d.", "Sperre %s: %d"},
+            {"An instance of %s is already running.", "%s läuft schon."},
+            {R"(Unknown tunable: \"%s\".)", R"(Kein Regler \"%s\".)"},
+            {R"(Invalid integer value: \"%s\".)", "Keine Zahl"},
+            {R"(Unknown command name: \"%s\".)", R"(\"%s\" ist kein Befehl.)"},
+            {"TUNABLE", "REGLER"},
+            {R"(VALUE\n)", R"(WERT\n)"},
+            {" (default: %s)", " (sonst: %s)"},
+            {"NAME", "KURZ"},
+            {R"(COMMAND\n)", R"(BEFEHL\n)"},
+        }) {}
 };
 
 std::string refusal_of(std::string spec) {
@@ -97,10 +85,17 @@ std::string refusal_of(std::string spec) {
   return message;
 }
 
-std::string formatted(int (*format)(int, char*), int value) {
+template <class Value>
+std::string formatted(int (*format)(Value, char*), Value value) {
   char buffer[TAVREN_FORMAT_SIZE];
   format(value, buffer);
-  return buffer;
+  return buffer + std::string("\n");
+}
+
+std::string refusal_of_tunable(const std::string& name, const std::string& value) {
+  std::string error;
+  TavrenTunables::instance().set_tunable(name, value, error);
+  return error;
 }
 
 std::string setup_refusal(const std::string& home) {
@@ -110,15 +105,31 @@ std::string setup_refusal(const std::string& home) {
   return message;
 }
 
-TEST_F(Catalogue, TranslatesErrorLines) {
-  EXPECT_EQ(translated([] { return body_of(TavrenError(TAVREN_E_FILE_OPEN, "/a/b", "2")); }),
-            "  - Datei /a/b lässt sich nicht öffnen (2)\n");
-  EXPECT_EQ(translated([] { return body_of(TavrenError(static_cast<tavren_error_code_t>(18), "x", "y")); }),
-            "  - Unbekannter Fehler: 18, x, y\n");
+TEST_F(Catalogue, TranslatesErrorLinesButForTextsThatItDoesNotHave) {
+  EXPECT_EQ(translated([] {
+              return body_of(TavrenError(TAVREN_E_FILE_OPEN, "/a/b", "2")) +
+                     body_of(TavrenError(static_cast<tavren_error_code_t>(18), "x", "y")) +
+                     body_of(TavrenError(TAVREN_E_OUTPUT, "x", ""));
+            }),
+            "  - Datei /a/b lässt sich nicht öffnen (2)\n  - Unbekannter Fehler: 18, x, y\n  - Output: \"x\"\n");
 }
 
-TEST_F(Catalogue, LeavesATextThatItDoesNotHave) {
-  EXPECT_EQ(translated([] { return body_of(TavrenError(TAVREN_E_OUTPUT, "x", "")); }), "  - Output: \"x\"\n");
+TEST_F(Catalogue, TranslatesStatesSizesAndTimesButNotInIsoForm) {
+  EXPECT_EQ(translated([] {
+              std::string all;
+              for (const auto state : {TAVREN_STATE_ENABLED, TAVREN_STATE_DISABLED}) {
+                all += std::string(tavren_state_to_string(state)) + "\n";
+              }
+              for (int i = 0; i < 4; ++i) {
+                const auto status = static_cast<tavren_connection_status_t>(i);
+                all += std::string(tavren_connection_status_to_string(status)) + "\n";
+              }
+              for (const int mb : {-1, 5}) all += formatted(tavren_format_space_limit, mb);
+              for (const int mb : {-1, -2, -3, 5}) all += formatted(tavren_format_space_used, mb);
+              return all + formatted(tavren_format_time, time_t{0}) + formatted(tavren_format_iso_time, time_t{0});
+            }),
+            "An\nAus\nKeiner\nGut\nFehlgeschlagen\nUnbekannt\nUnbegrenzt\n5 Megabyte\n"
+            "Nicht überwacht\nUnbekannt\nAbfrage fehlgeschlagen\n5 Megabyte\nKeiner\nNone\n");
 }
 
 TEST_F(Catalogue, DoesNotChangeTheSerialisedForm) {
@@ -130,42 +141,6 @@ TEST_F(Catalogue, DoesNotChangeTheSerialisedForm) {
               return text;
             }),
             "TavrenError|1000|1|error_line_t|5|2|/a/b|2|");
-}
-
-TEST_F(Catalogue, TranslatesStates) {
-  EXPECT_EQ(translated([] { return tavren_state_to_string(TAVREN_STATE_ENABLED); }), "An");
-  EXPECT_EQ(translated([] { return tavren_state_to_string(TAVREN_STATE_DISABLED); }), "Aus");
-}
-
-TEST_F(Catalogue, TranslatesConnectionStatuses) {
-  EXPECT_EQ(translated([] {
-              std::string all;
-              for (int i = 0; i < 4; ++i) {
-                all += tavren_connection_status_to_string(static_cast<tavren_connection_status_t>(i));
-                all += ' ';
-              }
-              return all;
-            }),
-            "Keiner Gut Fehlgeschlagen Unbekannt ");
-}
-
-TEST_F(Catalogue, TranslatesSizes) {
-  EXPECT_EQ(translated([] {
-              return formatted(tavren_format_space_limit, -1) + ", " + formatted(tavren_format_space_limit, 5) + ", " +
-                     formatted(tavren_format_space_used, -1) + ", " + formatted(tavren_format_space_used, -2) + ", " +
-                     formatted(tavren_format_space_used, -3) + ", " + formatted(tavren_format_space_used, 5);
-            }),
-            "Unbegrenzt, 5 Megabyte, Nicht überwacht, Unbekannt, Abfrage fehlgeschlagen, 5 Megabyte");
-}
-
-TEST_F(Catalogue, TranslatesTheTimeOfNothingButNotInIsoForm) {
-  EXPECT_EQ(translated([] {
-              char local[TAVREN_FORMAT_SIZE], utc[TAVREN_FORMAT_SIZE];
-              tavren_format_time(0, local);
-              tavren_format_iso_time(0, utc);
-              return std::string(local) + " " + utc;
-            }),
-            "Keiner None");
 }
 
 TEST_F(Catalogue, LeavesTheWordsThatAreParsedAlone) {
@@ -208,27 +183,47 @@ TEST_F(Catalogue, TranslatesTheMemoryMessages) {
 }
 
 TEST_F(Catalogue, TranslatesTheRefusalsOfThePrivateDirectory) {
+  const std::string lock = directory.path("tavren_tmp/x.libtavren/.lock");
+  const auto refusal = [this] { return setup_refusal(directory.path()); };
   EXPECT_EQ(translated([] { return setup_refusal("/no/such/home"); }),
             "Verzeichnis /no/such/home/tavren_tmp/x.libtavren: 2");
-  const std::string lock = directory.path("tavren_tmp/x.libtavren/.lock");
-  std::filesystem::create_directories(lock);
-  EXPECT_EQ(translated([&] { return setup_refusal(directory.path()); }), "Datei " + lock + ": 21");
-}
-
-TEST_F(Catalogue, TranslatesTheFailureOfALock) {
   EXPECT_EQ(translated([&] {
               lock_fails = true;
-              return setup_refusal(directory.path());
+              return refusal();
             }),
-            "Sperre " + directory.path("tavren_tmp/x.libtavren/.lock") + ": 37");
-}
-
-TEST_F(Catalogue, TranslatesTheWordOfAnotherInstance) {
+            "Sperre " + lock + ": 37");
   EXPECT_EQ(translated([&] {
-              setup_refusal(directory.path());
-              return run_in_child([&] { fputs(setup_refusal(directory.path()).c_str(), stdout); }).out;
+              refusal();
+              return run_in_child([&] { fputs(refusal().c_str(), stdout); }).out;
             }),
             "error läuft schon.");
+  std::filesystem::remove(lock);
+  std::filesystem::create_directory(lock);
+  EXPECT_EQ(translated(refusal), "Datei " + lock + ": 21");
+}
+
+TEST_F(Catalogue, TranslatesTheRefusalsOfSettings) {
+  EXPECT_EQ(translated([] {
+              std::string message;
+              TavrenHost::set_cmd("tar", "x", message);
+              return refusal_of_tunable("x", "1") + " " + refusal_of_tunable("ssh_command_timeout", "x") + " " +
+                     message;
+            }),
+            "Kein Regler \"x\". Keine Zahl \"tar\" ist kein Befehl.");
+}
+
+TEST_F(Catalogue, TranslatesTheTablesOfTunablesAndCommands) {
+  const std::string tables = translated([] {
+    refusal_of_tunable("ssh_command_timeout", "30");
+    const TavrenHost fills_the_table(false, false);
+    std::ostringstream out;
+    TavrenTunables::instance().print_tunable_table(out);
+    TavrenHost::print_cmd_table(out);
+    return out.str();
+  });
+  EXPECT_THAT(tables, StartsWith("REGLER                   WERT\n-------"));
+  EXPECT_THAT(tables, HasSubstr("ssh_command_timeout      30 (sonst: 60)\n"));
+  EXPECT_THAT(tables, HasSubstr("\nKURZ        BEFEHL\n----"));
 }
 
 }  // namespace

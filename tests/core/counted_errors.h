@@ -18,9 +18,7 @@ struct Errors {
 /* Reads the counted buffer text, in which every bar is a NUL byte. */
 inline void parse(const std::string& text, std::list<TavrenError*>& errors) {
   std::string content = with_nul_bytes(text);
-  tavren_bytes_t bytes{};
-  bytes.data.data_len = static_cast<uint32_t>(content.size());
-  bytes.data.data_val = content.data();
+  tavren_bytes_t bytes{0, {static_cast<uint32_t>(content.size()), content.data()}};
   TavrenError::tavren_bytes_to_errors(bytes, errors);
 }
 

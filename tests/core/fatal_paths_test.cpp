@@ -33,23 +33,21 @@ struct Ending {
 void fail_a_check() { _tavren_assert("a == b", "f", 12); }
 
 const Ending endings[] = {
-    {"AnAssertion", fail_a_check, diagnostic, [](const Outcome& outcome) { return outcome.killed_by(SIGABRT); }},
-    {"ASuppressedAssertion",
+    {"an assertion", fail_a_check, diagnostic, [](const Outcome& outcome) { return outcome.killed_by(SIGABRT); }},
+    {"a suppressed assertion",
      [] {
        tavren_suppress_abort = true;
        fail_a_check();
      },
      diagnostic, [](const Outcome& outcome) { return outcome.exited_with(0); }},
-    {"ExhaustedMemory", tavren_basic_malloc_handler, out_of_memory,
+    {"exhausted memory", tavren_basic_malloc_handler, out_of_memory,
      [](const Outcome& outcome) { return outcome.exited_with(2); }},
-    {"SuppressedExhaustedMemory",
+    {"suppressed exhausted memory",
      [] {
        tavren_suppress_abort = true;
        tavren_basic_malloc_handler();
      },
      out_of_memory, [](const Outcome& outcome) { return outcome.exited_with(0); }}};
-
-void PrintTo(const Ending& ending, std::ostream* out) { *out << ending.name; }
 
 /* A pipe as the standard output, with a text in the stream's buffer. The reading end is kept open. */
 int make_output_a_pipe(size_t buffered) {
@@ -70,40 +68,40 @@ void fill(int fd) {
   fcntl(fd, F_SETFL, flags);
 }
 
-class FatalPath : public testing::TestWithParam<Ending> {
- protected:
-  /* Ends a child in the parameter's way after prepare has made its streams what they are. */
-  static void expect_its_end_after(const std::function<void()>& prepare) {
+/* Ends a child in each of these ways after prepare has made its streams what they are. */
+void expect_the_end_after(const std::function<void()>& prepare) {
+  for (const Ending& ending : endings) {
+    SCOPED_TRACE(ending.name);
     const Outcome outcome = run_in_child([&] {
       signal(SIGPIPE, SIG_DFL);
       alarm(30);
       prepare();
-      GetParam().end();
+      ending.end();
     });
-    EXPECT_EQ(outcome.err, GetParam().says);
-    EXPECT_TRUE(GetParam().is_its_end(outcome)) << outcome.wait_status;
+    EXPECT_EQ(outcome.err, ending.says);
+    EXPECT_TRUE(ending.is_its_end(outcome)) << outcome.wait_status;
   }
-};
+}
 
 }  // namespace
 
-TEST_P(FatalPath, EndsWhenTheOutputHasNoReader) {
-  expect_its_end_after([] { close(make_output_a_pipe(10)); });
+TEST(FatalPath, EndsWhenTheOutputHasNoReader) {
+  expect_the_end_after([] { close(make_output_a_pipe(10)); });
 }
 
-TEST_P(FatalPath, EndsWhenTheOutputIsAFullPipe) {
-  expect_its_end_after([] {
+TEST(FatalPath, EndsWhenTheOutputIsAFullPipe) {
+  expect_the_end_after([] {
     make_output_a_pipe(10);
     fill(STDOUT_FILENO);
   });
 }
 
-TEST_P(FatalPath, EndsWhenMoreIsBufferedThanAPipeHolds) {
-  expect_its_end_after([] { make_output_a_pipe(150000); });
+TEST(FatalPath, EndsWhenMoreIsBufferedThanAPipeHolds) {
+  expect_the_end_after([] { make_output_a_pipe(150000); });
 }
 
-TEST_P(FatalPath, EndsWhenTheOutputIsATerminalThatNobodyReads) {
-  expect_its_end_after([] {
+TEST(FatalPath, EndsWhenTheOutputIsATerminalThatNobodyReads) {
+  expect_the_end_after([] {
     const int master = posix_openpt(O_RDWR | O_NOCTTY);
     if (grantpt(master) != 0 || unlockpt(master) != 0) abort();
     const int slave = open(ptsname(master), O_RDWR | O_NOCTTY);
@@ -113,8 +111,8 @@ TEST_P(FatalPath, EndsWhenTheOutputIsATerminalThatNobodyReads) {
   });
 }
 
-TEST_P(FatalPath, EndsWhenAnotherThreadHoldsTheStreams) {
-  expect_its_end_after([] {
+TEST(FatalPath, EndsWhenAnotherThreadHoldsTheStreams) {
+  expect_the_end_after([] {
     make_output_a_pipe(10);
     std::thread([] {
       flockfile(stdout);
@@ -123,8 +121,8 @@ TEST_P(FatalPath, EndsWhenAnotherThreadHoldsTheStreams) {
   });
 }
 
-TEST_P(FatalPath, EndsWhenAnotherThreadWaitsInAWriteToTheOutput) {
-  expect_its_end_after([] {
+TEST(FatalPath, EndsWhenAnotherThreadWaitsInAWriteToTheOutput) {
+  expect_the_end_after([] {
     make_output_a_pipe(0);
     fill(STDOUT_FILENO);
     std::atomic<bool> has_it{false};
@@ -138,16 +136,13 @@ TEST_P(FatalPath, EndsWhenAnotherThreadWaitsInAWriteToTheOutput) {
   });
 }
 
-TEST_P(FatalPath, EndsWhenTheStreamsAreClosed) {
-  expect_its_end_after([] {
+TEST(FatalPath, EndsWhenTheStreamsAreClosed) {
+  expect_the_end_after([] {
     fputs("nowhere", stdout);
     close(STDOUT_FILENO);
     close(STDIN_FILENO);
   });
 }
-
-INSTANTIATE_TEST_SUITE_P(, FatalPath, testing::ValuesIn(endings),
-                         [](const auto& test) { return std::string(test.param.name); });
 
 TEST(FatalPathOnce, EndsWhenTheErrorOutputTakesNothing) {
   const Outcome outcome = run_in_child([] {

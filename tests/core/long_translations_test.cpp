@@ -8,29 +8,6 @@
 
 namespace {
 
-/* Fifty characters each, where TAVREN_FORMAT_SIZE has room for the first 31; and refusals that are longer still. */
-const std::string long_translation = std::string(R"po(
-msgid "Unlimited"
-msgstr "12345678901234567890123456789012345678901234567890"
-msgid "Not monitored"
-msgstr "12345678901234567890123456789012345678901234567890"
-msgid "Unknown"
-msgstr "12345678901234567890123456789012345678901234567890"
-msgid "Query failed"
-msgstr "12345678901234567890123456789012345678901234567890"
-msgid "None"
-msgstr "12345678901234567890123456789012345678901234567890"
-msgid "%d MB"
-msgstr "%d2345678901234567890123456789012345678901234567890"
-msgid "Failed to create directory %s, errno=%d"
-msgstr "errno=%2$d: %1$s"
-msgid "Target specification must have the form: user@host:directory."
-msgstr ")po") + std::string(200, 't') +
-                                     R"po("
-msgid "The user name is more than %d bytes long."
-msgstr "%d)po" + std::string(200, 'u') +
-                                     "\"\n";
-
 /* A buffer of size bytes within a longer one. */
 class Buffer {
  public:
@@ -55,9 +32,21 @@ std::string count_and_buffer(int (*format)(Value, char*), Value value) {
   return std::to_string(count) + " " + buffer.written() + "\n";
 }
 
+/* Fifty characters each, where TAVREN_FORMAT_SIZE has room for the first 31; and refusals that are longer still. */
+constexpr char fifty[] = "12345678901234567890123456789012345678901234567890";
+
 class LongTexts : public CatalogueTest {
  protected:
-  LongTexts() : CatalogueTest(long_translation) {}
+  LongTexts()
+      : CatalogueTest({{"Unlimited", fifty},
+                       {"Not monitored", fifty},
+                       {"Unknown", fifty},
+                       {"Query failed", fifty},
+                       {"None", fifty},
+                       {"%d MB", "%d" + std::string(fifty + 1)},
+                       {"Failed to create directory %s, errno=%d", "errno=%2$d: %1$s"},
+                       {"Target specification must have the form: user@host:directory.", std::string(200, 't')},
+                       {"The user name is more than %d bytes long.", "%d" + std::string(200, 'u')}}) {}
 };
 
 constexpr char cut_text[] = " 1234567890123456789012345678901|########\n";

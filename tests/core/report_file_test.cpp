@@ -7,9 +7,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <tuple>
 
 #include "support/files.h"
 #include "support/private_tmp.h"
@@ -50,76 +52,40 @@ class ReportFile : public PrivateTmpTest {
   }
 };
 
-TEST_F(ReportFile, OfTheFirstFailureEndsInZero) {
-  const std::string tmp = tmp_after([] { fail_a_check("/usr/sbin/tavrend"); });
-  EXPECT_EQ(tmp, "644 tavrend_error.0\n" + std::string(sample));
-}
-
-TEST_F(ReportFile, OfTheSecondFailureLeavesTheFirstOneAlone) {
-  const std::string tmp = tmp_after([] {
-    write_file(first_report, "the first");
-    fail_a_check("tavrend");
-  });
-  EXPECT_EQ(tmp, "644 tavrend_error\n" + std::string(sample) + "644 tavrend_error.0\nthe first");
-}
-
-TEST_F(ReportFile, OfTheThirdFailureOverwritesTheSecond) {
-  const std::string tmp = tmp_after([] {
-    write_file(first_report, "the first\n");
-    write_file(later_report, std::string(1000, 'x'));
-    fail_a_check("tavrend");
-  });
-  EXPECT_EQ(tmp, "644 tavrend_error\n" + std::string(sample) + "644 tavrend_error.0\nthe first\n");
-}
-
-TEST_F(ReportFile, MayBeWrittenByEverybodyWhereTheUmaskAllowsIt) {
-  const std::string tmp = tmp_after([] {
-    umask(0);
-    fail_a_check("tavrend");
-  });
-  EXPECT_EQ(tmp, "666 tavrend_error.0\n" + std::string(sample));
-}
-
-TEST_F(ReportFile, HoldsTheFirst159BytesOfALongMessage) {
-  const std::string tmp = tmp_after([] { fail_a_check("tavrend", std::string(200, 'm')); });
-  EXPECT_EQ(tmp, "644 tavrend_error.0\nASSERTION ERROR (f:12)\nassertion failed: " + std::string(159 - 18, 'm') + "\n");
-}
-
-TEST_F(ReportFile, IsWrittenWhenAbortIsSuppressed) {
-  const std::string tmp = tmp_after([] {
-    tavren_suppress_abort = true;
-    fail_a_check("tavrend");
-  });
-  EXPECT_EQ(tmp, "644 tavrend_error.0\n" + std::string(sample));
-}
-
-TEST_F(ReportFile, IsNotWrittenByAProgramWithoutAName) {
-  EXPECT_EQ(tmp_after([] { run_in_child([] { _tavren_assert("a == b", "f", 12); }); }), "");
-}
-
-TEST_F(ReportFile, IsNotWrittenByAnotherProgram) {
-  EXPECT_EQ(tmp_after([] {
-              for (const char* program : {"tavrend2", "tavren", "Tavrend"}) fail_a_check(program);
-            }),
-            "");
-}
-
 /* Everybody may put something into the report's place. */
-TEST_F(ReportFile, IsNotWrittenThroughALink) {
-  const std::string tmp = tmp_after([] {
-    symlink("/tmp/elsewhere", first_report);
-    fail_a_check("tavrend");
-  });
-  EXPECT_EQ(tmp, "");
-}
-
-TEST_F(ReportFile, InWhosePlaceANamedPipeStandsIsNotWaitedFor) {
-  const std::string tmp = tmp_after([] {
-    write_file(first_report, "the first");
-    mkfifo(later_report, 0666);
-    fail_a_check("tavrend");
-  });
-  EXPECT_EQ(tmp, "644 tavrend_error.0\nthe first");
+TEST_F(ReportFile, IsThatOfTheDaemonsFirstAndOfItsLastFailure) {
+  const std::string report = sample, first = "644 tavrend_error.0\n", later = "644 tavrend_error\n";
+  const std::tuple<const char*, std::function<void()>, std::string> reports[] = {
+      {"the first ends in zero", [] { fail_a_check("/usr/sbin/tavrend"); }, first + report},
+      {"the second leaves the first one alone", [] { write_file(first_report, "the first"), fail_a_check("tavrend"); },
+       later + report + first + "the first"},
+      {"the third overwrites the second",
+       [] {
+         write_file(first_report, "the first\n");
+         write_file(later_report, std::string(1000, 'x'));
+         fail_a_check("tavrend");
+       },
+       later + report + first + "the first\n"},
+      {"everybody may write it where the umask allows it", [] { umask(0), fail_a_check("tavrend"); },
+       "666 tavrend_error.0\n" + report},
+      {"it has the first 159 bytes of a long message", [] { fail_a_check("tavrend", std::string(200, 'm')); },
+       first + "ASSERTION ERROR (f:12)\nassertion failed: " + std::string(159 - 18, 'm') + "\n"},
+      {"also when abort is suppressed", [] { tavren_suppress_abort = true, fail_a_check("tavrend"); }, first + report},
+      {"none of a program without a name", [] { run_in_child([] { _tavren_assert("a == b", "f", 12); }); }, ""},
+      {"none of another program",
+       [] {
+         for (const char* program : {"tavrend2", "tavren", "Tavrend"}) fail_a_check(program);
+       },
+       ""},
+      {"none through a link", [] { symlink("/tmp/elsewhere", first_report), fail_a_check("tavrend"); }, ""},
+      {"a named pipe in its place is not waited for",
+       [] {
+         write_file(first_report, "the first");
+         mkfifo(later_report, 0666);
+         fail_a_check("tavrend");
+       },
+       first + "the first"}};
+  for (const auto& [what, action, shown] : reports) EXPECT_EQ(tmp_after(action), shown) << what;
 }
 
 /* Notes in order which files of a directory are written and closed. */

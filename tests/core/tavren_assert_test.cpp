@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <functional>
 #include <string>
 
 #include "core/buffered_streams.h"
@@ -13,76 +14,58 @@
 /* The program's name and the abort information are never reset, so everything that sets them runs in a child. */
 namespace {
 
-std::string name_after_setting(const std::string& path) {
+/* Returns what a child shows on its standard error. */
+std::string diagnostic_of(const std::function<void()>& action) { return run_in_child(action).err; }
+
+/* Returns the program's name in a child that has set it. */
+std::string name_after(const std::function<void()>& set) {
   return run_in_child([&] {
-           tavren_set_program_name(path.c_str());
+           set();
            fputs(tavren_get_program_name(), stdout);
          })
       .out;
 }
 
-TEST(ProgramName, IsErrorUntilItIsSet) { EXPECT_STREQ(tavren_get_program_name(), "error"); }
-
-TEST(ProgramName, IsThePartAfterTheLastSlash) { EXPECT_EQ(name_after_setting("/usr/sbin/tavrend"), "tavrend"); }
-
-TEST(ProgramName, WithoutASlashIsTheWholePath) { EXPECT_EQ(name_after_setting("setarchive"), "setarchive"); }
-
-TEST(ProgramName, AfterASlashAtTheEndIsEmpty) { EXPECT_EQ(name_after_setting("/usr/sbin/"), ""); }
-
-TEST(ProgramName, IsCutTo31Characters) {
-  const std::string name = "0123456789012345678901234567890123456789";
-  EXPECT_EQ(name_after_setting("/bin/" + name), name.substr(0, 31));
+std::string name_after_setting(const std::string& path) {
+  return name_after([&] { tavren_set_program_name(path.c_str()); });
 }
 
-TEST(ProgramName, Of31CharactersStaysWhole) {
-  EXPECT_EQ(name_after_setting("0123456789012345678901234567890"), "0123456789012345678901234567890");
+TEST(ProgramName, IsErrorUntilItIsSet) { EXPECT_STREQ(tavren_get_program_name(), "error"); }
+
+TEST(ProgramName, IsThePartAfterTheLastSlashCutTo31Characters) {
+  const std::string longest = "0123456789012345678901234567890";
+  EXPECT_EQ(name_after_setting("/usr/sbin/tavrend"), "tavrend");
+  EXPECT_EQ(name_after_setting("setarchive"), "setarchive");
+  EXPECT_EQ(name_after_setting("/usr/sbin/"), "");
+  EXPECT_EQ(name_after_setting("/bin/" + longest + "123456789"), longest);
+  EXPECT_EQ(name_after_setting(longest), longest);
 }
 
 TEST(ProgramName, IsACopy) {
-  const Outcome outcome = run_in_child([] {
-    char path[] = "first";
-    tavren_set_program_name(path);
-    path[0] = 'x';
-    fputs(tavren_get_program_name(), stdout);
-  });
-  EXPECT_EQ(outcome.out, "first");
+  EXPECT_EQ(name_after([] {
+              char path[] = "first";
+              tavren_set_program_name(path);
+              path[0] = 'x';
+            }),
+            "first");
 }
 
-TEST(ProgramName, MayBeSetToItself) {
-  const Outcome outcome = run_in_child([] {
-    tavren_set_program_name("/bin/prog");
-    tavren_set_program_name(tavren_get_program_name());
-    fputs(tavren_get_program_name(), stdout);
-  });
-  EXPECT_EQ(outcome.out, "prog") << outcome.err;
-}
-
-TEST(ProgramName, IsTakenFromTheLastCall) {
-  const Outcome outcome = run_in_child([] {
-    tavren_set_program_name("a_long_name");
-    tavren_set_program_name("short");
-    fputs(tavren_get_program_name(), stdout);
-  });
-  EXPECT_EQ(outcome.out, "short");
-}
-
-TEST(Assertion, ShowsItsExpressionSourceAndLine) {
-  const Outcome outcome = run_in_child([] { _tavren_assert("a == b", "f", 12); });
-  EXPECT_EQ(outcome.err, "\nASSERTION ERROR (f:12)\nassertion failed: a == b\n");
-}
-
-TEST(Assertion, Aborts) {
-  EXPECT_TRUE(run_in_child([] { _tavren_assert("a == b", "f", 12); }).killed_by(SIGABRT));
+TEST(ProgramName, MayBeSetToItselfAndAgain) {
+  EXPECT_EQ(name_after([] {
+              tavren_set_program_name("/bin/prog");
+              tavren_set_program_name(tavren_get_program_name());
+            }),
+            "prog");
+  EXPECT_EQ(name_after([] {
+              tavren_set_program_name("a_long_name");
+              tavren_set_program_name("short");
+            }),
+            "short");
 }
 
 TEST(Assertion, TakesNoFormatFromItsExpression) {
-  const Outcome outcome = run_in_child([] { _tavren_assert("a %s %d", "f", 12); });
-  EXPECT_EQ(outcome.err, "\nASSERTION ERROR (f:12)\nassertion failed: a %s %d\n");
-}
-
-TEST(Abort, ShowsEmptyInformationWhenNoneIsSet) {
-  const Outcome outcome = run_in_child([] { _tavren_abort("message"); });
-  EXPECT_EQ(outcome.err, "\n (:0)\nmessage\n");
+  EXPECT_EQ(diagnostic_of([] { _tavren_assert("a %s %d", "f", 12); }),
+            "\nASSERTION ERROR (f:12)\nassertion failed: a %s %d\n");
 }
 
 TEST(Abort, ShowsTheInformationThatWasSetAndTheFormattedMessage) {
@@ -116,64 +99,38 @@ TEST(Abort, CutsItsHeaderTo79Bytes) {
 }
 
 TEST(Abort, CutsItsMessageTo159Bytes) {
-  const std::string message(200, 'm');
-  const Outcome outcome = run_in_child([&] { _tavren_abort("%s", message.c_str()); });
-  EXPECT_EQ(outcome.err, "\n (:0)\n" + message.substr(0, 159) + "\n");
+  const std::string longest(159, 'm');
+  for (const std::string& message : {longest, longest + "and more"}) {
+    EXPECT_EQ(diagnostic_of([&] { _tavren_abort("%s", message.c_str()); }), "\n (:0)\n" + longest + "\n");
+  }
 }
 
-TEST(Abort, ShowsAMessageOf159BytesWhole) {
-  const std::string message(159, 'm');
-  const Outcome outcome = run_in_child([&] { _tavren_abort("%s", message.c_str()); });
-  EXPECT_EQ(outcome.err, "\n (:0)\n" + message + "\n");
+TEST(Abort, FlushesTheBufferedStreamsFirstIfItCanAndShowsItsDiagnostic) {
+  for (const auto& [prepare, before] : states_of_the_streams) {
+    EXPECT_EQ(diagnostic_of([prepare = prepare] {
+                prepare();
+                _tavren_abort("message");
+              }),
+              std::string(before) + "\n (:0)\nmessage\n");
+  }
 }
-
-TEST(Abort, FlushesTheBufferedStreamsFirst) {
-  const Outcome outcome = run_in_child([] {
-    leave_texts_in_the_buffers();
-    _tavren_abort("message");
-  });
-  EXPECT_EQ(outcome.err, "to standard output,to standard error,\n (:0)\nmessage\n");
-}
-
-TEST(Abort, ShowsItsDiagnosticWhenTheBufferedStreamsAreUnusable) {
-  const Outcome outcome = run_in_child([] {
-    make_streams_unusable();
-    _tavren_abort("message");
-  });
-  EXPECT_EQ(outcome.err, "\n (:0)\nmessage\n");
-}
-
-void say_goodbye() { fputs("exit handlers ran", stdout); }
 
 TEST(SuppressedAbort, IsOffAtTheStart) {
   EXPECT_FALSE(tavren_suppress_abort);
   EXPECT_EQ(sizeof tavren_suppress_abort, 1U);
 }
 
-TEST(SuppressedAbort, ExitsWithStatusZeroAfterTheDiagnostic) {
-  const Outcome outcome = run_in_child([] {
-    tavren_suppress_abort = true;
-    _tavren_assert("a == b", "f", 12);
-  });
-  EXPECT_TRUE(outcome.exited_with(0)) << outcome.wait_status;
-  EXPECT_EQ(outcome.err, "\nASSERTION ERROR (f:12)\nassertion failed: a == b\n");
-}
-
-TEST(SuppressedAbort, RunsTheExitHandlers) {
-  const Outcome outcome = run_in_child([] {
-    atexit(say_goodbye);
-    tavren_suppress_abort = true;
-    _tavren_abort("message");
-  });
-  EXPECT_EQ(outcome.out, "exit handlers ran");
-}
-
-TEST(NotSuppressedAbort, RunsNoExitHandlers) {
-  const Outcome outcome = run_in_child([] {
-    atexit(say_goodbye);
-    _tavren_abort("message");
-  });
-  EXPECT_EQ(outcome.out, "");
+TEST(Assertion, ShowsItsExpressionAndAbortsOrExitsWhereThatIsSuppressed) {
+  for (const bool suppressed : {false, true}) {
+    const Outcome outcome = run_in_child([suppressed] {
+      atexit([] { fputs("exit handlers ran", stdout); });
+      tavren_suppress_abort = suppressed;
+      _tavren_assert("a == b", "f", 12);
+    });
+    EXPECT_EQ(outcome.err, "\nASSERTION ERROR (f:12)\nassertion failed: a == b\n");
+    EXPECT_EQ(outcome.out, suppressed ? "exit handlers ran" : "");
+    EXPECT_TRUE(suppressed ? outcome.exited_with(0) : outcome.killed_by(SIGABRT)) << outcome.wait_status;
+  }
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <stdlib.h>
 
 #include <new>
+#include <utility>
 
 #include "core/buffered_streams.h"
 #include "support/files.h"
@@ -27,21 +28,14 @@ TEST(MallocHandler, IsTheBasicOneAtTheStart) {
   EXPECT_TRUE(outcome.exited_with(2)) << outcome.wait_status;
 }
 
-TEST(MallocHandler, ThatWasSetIsRunAndMayReturn) {
+TEST(MallocHandler, ThatWasSetIsRunAndMayReturnAndIsTheNewHandlerToo) {
   const Outcome outcome = run_in_child([] {
     tavren_set_malloc_handler(say_that_it_ran);
     tavren_run_malloc_handler();
+    std::get_new_handler()();
     fputs("and returned", stdout);
   });
-  EXPECT_EQ(outcome.out, "handler ran\nand returned");
-}
-
-TEST(MallocHandler, ThatWasSetIsTheNewHandlerToo) {
-  const Outcome outcome = run_in_child([] {
-    tavren_set_malloc_handler(say_that_it_ran);
-    std::get_new_handler()();
-  });
-  EXPECT_EQ(outcome.out, "handler ran\n");
+  EXPECT_EQ(outcome.out, "handler ran\nhandler ran\nand returned");
 }
 
 TEST(NewHandler, IsNotInstalledByTheLibraryItself) { EXPECT_EQ(std::get_new_handler(), nullptr); }
@@ -56,54 +50,34 @@ TEST(NewHandler, OnceSetUpRunsTheMallocHandlerOfTheMoment) {
   EXPECT_EQ(outcome.out, "handler ran\n");
 }
 
-TEST(BasicMallocHandler, RunsNoExitHandlers) {
-  const Outcome outcome = run_in_child([] {
-    atexit(say_goodbye);
-    tavren_basic_malloc_handler();
-  });
-  EXPECT_EQ(outcome.out, "");
-  EXPECT_TRUE(outcome.exited_with(2));
+TEST(BasicMallocHandler, RunsNoExitHandlersUnlessAbortIsSuppressed) {
+  for (const bool suppressed : {false, true}) {
+    const Outcome outcome = run_in_child([suppressed] {
+      atexit(say_goodbye);
+      tavren_suppress_abort = suppressed;
+      tavren_basic_malloc_handler();
+    });
+    EXPECT_EQ(outcome.err, fatal_error);
+    EXPECT_EQ(outcome.out, suppressed ? "exit handlers ran" : "");
+    EXPECT_TRUE(outcome.exited_with(suppressed ? 0 : 2)) << outcome.wait_status;
+  }
 }
 
-TEST(BasicMallocHandler, WithAbortSuppressedExitsWithStatusZero) {
-  const Outcome outcome = run_in_child([] {
-    atexit(say_goodbye);
-    tavren_suppress_abort = true;
-    tavren_basic_malloc_handler();
-  });
-  EXPECT_EQ(outcome.err, fatal_error);
-  EXPECT_EQ(outcome.out, "exit handlers ran");
-  EXPECT_TRUE(outcome.exited_with(0)) << outcome.wait_status;
-}
-
-TEST(BasicMallocHandler, FlushesTheBufferedStreamsFirst) {
-  const Outcome outcome = run_in_child([] {
-    leave_texts_in_the_buffers();
-    tavren_basic_malloc_handler();
-  });
-  EXPECT_EQ(outcome.err, "to standard output,to standard error," + std::string(fatal_error));
-}
-
-TEST(BasicMallocHandler, ShowsItsTextWhenTheBufferedStreamsAreUnusable) {
-  const Outcome outcome = run_in_child([] {
-    make_streams_unusable();
-    tavren_basic_malloc_handler();
-  });
-  EXPECT_EQ(outcome.err, fatal_error);
-}
-
-TEST(AllocationCheck, ShowsItsReportWhenTheBufferedStreamsAreUnusable) {
-  const Outcome outcome = run_in_child([] {
-    make_streams_unusable();
-    _tavren_check_alloc("source", 12);
-  });
-  EXPECT_EQ(outcome.err, "Memory allocation failed: source, line 12\n" + std::string(fatal_error));
-}
-
-TEST(AllocationCheck, ReportsTheSourceAndItsLineAndRunsTheHandler) {
-  const Outcome outcome = run_in_child([] { _tavren_check_alloc("source", 12); });
-  EXPECT_EQ(outcome.err, "Memory allocation failed: source, line 12\n" + std::string(fatal_error));
-  EXPECT_TRUE(outcome.exited_with(2));
+/* The handler, and the check of an allocation that runs it. */
+TEST(EndForLackOfMemory, FlushesTheBufferedStreamsFirstIfItCanAndShowsItsText) {
+  const std::pair<void (*)(), const char*> ends[] = {
+      {tavren_basic_malloc_handler, ""},
+      {[] { _tavren_check_alloc("source", 12); }, "Memory allocation failed: source, line 12\n"}};
+  for (const auto& [prepare, before] : states_of_the_streams) {
+    for (const auto& end : ends) {
+      const Outcome outcome = run_in_child([prepare = prepare, &end] {
+        prepare();
+        end.first();
+      });
+      EXPECT_EQ(outcome.err, std::string(before) + end.second + fatal_error);
+      EXPECT_TRUE(outcome.exited_with(2)) << outcome.wait_status;
+    }
+  }
 }
 
 TEST(AllocationCheck, ReturnsWhenTheHandlerReturns) {
@@ -124,27 +98,14 @@ TEST(AllocationCheck, CutsItsReportTo79Bytes) {
   EXPECT_EQ(outcome.err, "Memory allocation failed: " + std::string(79 - 26, 's'));
 }
 
-TEST(AllocationCheck, FlushesTheBufferedStreamsFirst) {
-  const Outcome outcome = run_in_child([] {
-    leave_texts_in_the_buffers();
-    _tavren_check_alloc("source", 12);
-  });
-  EXPECT_EQ(outcome.err, "to standard output,to standard error,Memory allocation failed: source, line 12\n" +
-                             std::string(fatal_error));
-}
-
 TEST(Strdup, ReturnsACopyThatFreeReleases) {
-  char text[] = "text";
-  char* const copy = tavren_strdup(text);
-  text[0] = 'n';
-  EXPECT_STREQ(copy, "text");
-  free(copy);
-}
-
-TEST(Strdup, CopiesAnEmptyText) {
-  char* const copy = tavren_strdup("");
-  EXPECT_STREQ(copy, "");
-  free(copy);
+  for (const char* original : {"text", ""}) {
+    std::string text = original;
+    char* const copy = tavren_strdup(text.c_str());
+    text.assign("n");
+    EXPECT_STREQ(copy, original);
+    free(copy);
+  }
 }
 
 TEST(Strdup, OfNullIsReportedLikeAFailedAllocation) {

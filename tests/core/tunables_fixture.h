@@ -40,9 +40,6 @@ class TunablesTest : public testing::Test {
     return text.str();
   }
 
-  TavrenTunables& tunables = TavrenTunables::instance();
-
- private:
   void restore_defaults() {
     std::string error;
     for (const char* name : tunable_names) {
@@ -51,6 +48,8 @@ class TunablesTest : public testing::Test {
     }
     EXPECT_EQ(error, "");
   }
+
+  TavrenTunables& tunables = TavrenTunables::instance();
 };
 
 #endif

@@ -8,21 +8,13 @@
 
 namespace {
 
-constexpr char translation[] = R"po(
-msgid ""
-msgstr "Content-Type: text/plain; charset=UTF-8\n"
-msgid "Archiving API error: RPC failure"
-msgstr "Aufruf gescheitert"
-msgid "Cannot connect to archiving daemon"
-msgstr "Kein Dienst"
-msgid "Internal log archiving API error (error code %d)"
-msgstr "Innerer Fehler %d"
-)po";
-
 /* The messages of the client API in another language. */
 class ApiCatalogue : public CatalogueTest {
  protected:
-  ApiCatalogue() : CatalogueTest(translation) {}
+  ApiCatalogue()
+      : CatalogueTest({{"Archiving API error: RPC failure", "Aufruf gescheitert"},
+                       {"Cannot connect to archiving daemon", "Kein Dienst"},
+                       {"Internal log archiving API error (error code %d)", "Innerer Fehler %d"}}) {}
 
   std::string message(int error) {
     return translated([&] {
@@ -35,8 +27,10 @@ class ApiCatalogue : public CatalogueTest {
   }
 };
 
-TEST_F(ApiCatalogue, TranslatesAMissingConnection) {
+TEST_F(ApiCatalogue, TranslatesAMissingConnectionAndAnInternalError) {
   EXPECT_EQ(message(TAVREN_API_E_CONNECT).find("Kein Dienst: RPC: "), 0U);
+  EXPECT_EQ(message(0), "Innerer Fehler 0");
+  EXPECT_EQ(message(-7), "Innerer Fehler -7");
 }
 
 /* The RPC services' own program plays a daemon of another version. */
@@ -59,9 +53,9 @@ TEST_F(ApiCatalogue, TranslatesAFailedCall) {
 class LongApiCatalogue : public CatalogueTest {
  protected:
   LongApiCatalogue()
-      : CatalogueTest(entry("Internal log archiving API error (error code %d)", "%d") +
-                      entry("Cannot connect to archiving daemon", "%n") +
-                      entry("Archiving API error: RPC failure", "")) {}
+      : CatalogueTest({{"Internal log archiving API error (error code %d)", std::string(300, 'x') + "%d"},
+                       {"Cannot connect to archiving daemon", std::string(220, 'x') + "%n"},
+                       {"Archiving API error: RPC failure", std::string(300, 'x')}}) {}
 
   /* Returns the length of the message of that error. */
   size_t length_of(int error) {
@@ -77,11 +71,6 @@ class LongApiCatalogue : public CatalogueTest {
     EXPECT_EQ(text.substr(0, 200), std::string(200, 'x'));
     return text.size();
   }
-
- private:
-  static std::string entry(const std::string& text, const std::string& end) {
-    return "msgid \"" + text + "\"\nmsgstr \"" + std::string(end == "%n" ? 220 : 300, 'x') + end + "\"\n\n";
-  }
 };
 
 /* The RPC library cuts its own messages a little earlier, and adds its reason. What looks like a format is none. */
@@ -89,11 +78,6 @@ TEST_F(LongApiCatalogue, IsCutTo255Bytes) {
   EXPECT_EQ(length_of(0), 255U);
   EXPECT_GT(length_of(TAVREN_API_E_CONNECT), 222U);
   EXPECT_GT(length_of(TAVREN_API_E_RPC), 222U);
-}
-
-TEST_F(ApiCatalogue, TranslatesAnInternalError) {
-  EXPECT_EQ(message(0), "Innerer Fehler 0");
-  EXPECT_EQ(message(-7), "Innerer Fehler -7");
 }
 
 }  // namespace

@@ -144,52 +144,21 @@ TEST_F(ApiClient, SendsNothingWithTheCallOfNothing) {
   EXPECT_EQ(calls[0].timeout, "25 s 0 us");
 }
 
-/* The requests of api_calls, in its order: the procedure's number and its arguments, which may be none. */
-const std::vector<std::pair<rpcproc_t, std::string>>& requests() {
-  static const std::vector<std::pair<rpcproc_t, std::string>> all = {
-      {1, ""},
-      {2, unit(1)},
-      {3, ""},
-      {4, unit(0) + unit(1)},
-      {5, ""},
-      {6, ""},
-      {7, ""},
-      {8, ""},
-      {21, ""},
-      {22, ""},
-      {23, text("task")},
-      {23, text("LogTypeTask.audit")},
-      {24, text("file")},
-      {41, ""},
-      {42, text("name") + text("value")},
-      {44, text("name") + text("text")},
-      {46, text("name") + text("value")},
-      {43, ""},
-      {45, ""},
-      {47, ""},
-      {48, ""},
-  };
-  return all;
-}
-
-class ApiRequestBytes : public ApiClient, public testing::WithParamInterface<size_t> {};
+class ApiRequestBytes : public ApiClient, public testing::WithParamInterface<Named<ApiCall>> {};
 
 TEST_P(ApiRequestBytes, AreTheProceduresNumberAndArgumentsWithinTheTimeout) {
   alignas(16) unsigned char result[512] = {};
-  calls.clear();
-  if (api_calls[GetParam()].value.procedure == "get_errors") reply = unit(0) + unit(2) + unit('0') + unit(0);
-  EXPECT_EQ(api_calls[GetParam()].value.make(&handle, result), 0);
+  const ApiCall& call = GetParam().value;
+  if (call.procedure == "get_errors") reply = unit(0) + unit(2) + unit('0') + unit(0);
+  EXPECT_EQ(call.make(&handle, result), 0);
   ASSERT_EQ(calls.size(), 1U);
-  EXPECT_EQ(calls[0].procedure, requests()[GetParam()].first);
-  EXPECT_EQ(calls[0].arguments, requests()[GetParam()].second);
+  EXPECT_EQ(calls[0].procedure, call.number);
+  EXPECT_EQ(calls[0].arguments, call.arguments);
   EXPECT_EQ(calls[0].timeout, "25 s 0 us");
-  if (api_calls[GetParam()].value.procedure == "get_config") tavren_config_free_contents(as<tavren_config_t>(result));
-  if (api_calls[GetParam()].value.procedure.find("table") != std::string::npos) free(*as<char*>(result));
+  if (call.procedure == "get_config") tavren_config_free_contents(as<tavren_config_t>(result));
+  if (call.procedure.find("table") != std::string::npos) free(*as<char*>(result));
 }
 
-INSTANTIATE_TEST_SUITE_P(, ApiRequestBytes, testing::Range(size_t{0}, std::size(api_calls)),
-                         [](const auto& test) { return std::string(api_calls[test.param].name); });
-
-TEST_F(ApiClient, HasARequestForEachCall) { EXPECT_EQ(requests().size(), std::size(api_calls)); }
+INSTANTIATE_TEST_SUITE_P(, ApiRequestBytes, testing::ValuesIn(api_calls), by_name);
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <new>
 #include <string>
 
+#include "daemon/api_calls.h"
 #include "daemon/daemon_fixture.h"
 #include "support/failing_memory.h"
 
@@ -26,20 +27,6 @@ class ApiMemory : public ApiTest {
     std::string stored = "1|TavrenError|1|1|error_line_t|12|1|a line|";
     std::replace(stored.begin(), stored.end(), '|', '\0');
     answer("get_errors", stored);
-  }
-
-  /* Expects success, and no text, of a call that cannot copy the one of the daemon. */
-  static void expect_no_text(const std::string& procedure, const std::function<int(char**)>& call) {
-    answer(procedure, "a text");
-    char unset = 0;
-    char* text = &unset;
-    int result = TAVREN_API_E_RPC;
-    {
-      const failing_memory::FailAllocation exhausted(1);
-      result = call(&text);
-    }
-    EXPECT_EQ(result, 0) << procedure;
-    EXPECT_EQ(text, nullptr) << procedure;
   }
 };
 
@@ -68,27 +55,25 @@ TEST_F(ApiMemory, ThatRunsOutOverTheCopyOfTheErrorsGivesNone) {
   EXPECT_EQ(text, nullptr);
 }
 
-TEST_F(ApiMemory, ThatRunsOutOverTheCopyOfAMessageGivesNone) {
-  expect_no_text("clear_stored_data", [this](char** text) { return tavren_api_clear_stored_data(&handle, text); });
-  expect_no_text("set_tunable", [this](char** text) { return tavren_api_set_tunable(&handle, "n", "v", text); });
-  expect_no_text("set_remote_command",
-                 [this](char** text) { return tavren_api_set_remote_command(&handle, "n", "v", text); });
-  expect_no_text("set_interval", [this](char** text) { return tavren_api_set_interval(&handle, "n", "v", text); });
+TEST_F(ApiMemory, ThatRunsOutOverTheCopyOfATextGivesNone) {
+  for (const std::string procedure : {"clear_stored_data", "set_tunable", "set_remote_command", "set_interval",
+                                      "get_tunable_table", "get_remote_command_table", "get_interval_table"}) {
+    answer(procedure, "a text");
+    char unset = 0;
+    char* text = &unset;
+    int result = TAVREN_API_E_RPC;
+    {
+      const failing_memory::FailAllocation exhausted(1);
+      result = call_for_text(procedure, &handle, &text);
+    }
+    EXPECT_EQ(result, 0) << procedure;
+    EXPECT_EQ(text, nullptr) << procedure;
+  }
 }
 
-TEST_F(ApiMemory, ThatRunsOutOverTheCopyOfATableGivesNone) {
-  expect_no_text("get_tunable_table", [this](char** text) { return tavren_api_get_tunable_table(&handle, text); });
-  expect_no_text("get_remote_command_table",
-                 [this](char** text) { return tavren_api_get_remote_command_table(&handle, text); });
-  expect_no_text("get_interval_table", [this](char** text) { return tavren_api_get_interval_table(&handle, text); });
-}
-
-TEST_F(ApiMemory, ThatRunsOutPassesLoadTunables) {
+TEST_F(ApiMemory, ThatRunsOutPassesLoadTunablesAndLoadRemoteCommands) {
   answer("get_tunables", "log_dir_prefix=a\n");
   expect_bad_alloc([this] { tavren_api_load_tunables(&handle); });
-}
-
-TEST_F(ApiMemory, ThatRunsOutPassesLoadRemoteCommands) {
   answer("get_remote_commands", "cat=/bin/cat \n");
   expect_bad_alloc([this] { tavren_api_load_remote_commands(&handle); });
 }

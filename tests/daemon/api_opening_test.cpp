@@ -135,19 +135,12 @@ TEST_F(ApiOpening, AndFailingCallsLeaveNoSigpipeNoMaskAndNoDisposition) {
   tavren_api_close(&handle);
 }
 
-TEST_F(ApiOpening, MakesASocketThatNoChildInherits) {
+/* Four times as long is the limit of a call. */
+TEST_F(ApiOpening, MakesASocketThatNoChildInheritsAndThatWaitsSixSeconds) {
   ASSERT_EQ(tavren_api_open(&handle), 0);
   int fd = -1;
   ASSERT_TRUE(clnt_control(handle.clnt, CLGET_FD, reinterpret_cast<char*>(&fd)));
   EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
-  tavren_api_close(&handle);
-}
-
-/* Four times as long is the limit of a call. */
-TEST_F(ApiOpening, MakesASocketThatWaitsSixSecondsForADaemonThatTakesNothing) {
-  ASSERT_EQ(tavren_api_open(&handle), 0);
-  int fd = -1;
-  ASSERT_TRUE(clnt_control(handle.clnt, CLGET_FD, reinterpret_cast<char*>(&fd)));
   timeval limit{};
   socklen_t size = sizeof limit;
   ASSERT_EQ(getsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, &size), 0);

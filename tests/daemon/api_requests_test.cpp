@@ -1,11 +1,10 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <functional>
 #include <string>
 
+#include "daemon/api_calls.h"
 #include "daemon/daemon_fixture.h"
-#include "support/named.h"
 
 namespace {
 
@@ -24,11 +23,6 @@ TEST_F(ApiRequest, SetsAConfiguration) {
   EXPECT_EQ(requests(), "set_config\nh\n/d\nu\np\nk\nf\n1\n-1\n0\n");
 }
 
-TEST_F(ApiRequest, SetsNoConfigurationAndAnyTrueFlag) {
-  EXPECT_EQ(tavren_api_set_config(&handle, nullptr, 5), 0);
-  EXPECT_EQ(requests(), "set_config\nno config\n1\n");
-}
-
 /* The RPC library sends what it could encode. The daemon cannot read that, and the handle goes on. */
 TEST_F(ApiRequest, WithAStringThatIsMissingFails) {
   const tavren_config_t config{};
@@ -36,16 +30,6 @@ TEST_F(ApiRequest, WithAStringThatIsMissingFails) {
   EXPECT_EQ(message(handle).find("Archiving API error: RPC failure: RPC: Can't encode arguments"), 0U)
       << message(handle);
   EXPECT_EQ(tavren_api_set_state(&handle, TAVREN_STATE_ENABLED), 0) << message(handle);
-}
-
-TEST_F(ApiRequest, RunsATask) {
-  EXPECT_EQ(tavren_api_run_task(&handle, "some task"), 0);
-  EXPECT_EQ(requests(), "run_task\nsome task\n");
-}
-
-TEST_F(ApiRequest, ForTheAuditFileIsATask) {
-  EXPECT_EQ(tavren_api_request_to_archive_audit_file(&handle), 0);
-  EXPECT_EQ(requests(), "run_task\nLogTypeTask.audit\n");
 }
 
 TEST_F(ApiRequest, OfATaskNameOfAMegabyteArrives) {
@@ -75,50 +59,19 @@ TEST_F(ApiRequest, AboutAnAuditFileStoresANegativeAnswer) {
   }
 }
 
-/* A request that the daemon may refuse with a message, what it sends, and the procedure that it calls. */
-struct Refusable {
-  std::function<int(tavren_api_handle_t*, char**)> make;
-  std::string procedure;
-  std::string arguments;
-};
-
-class ApiRefusal : public ApiTest, public testing::WithParamInterface<Named<Refusable>> {
- protected:
-  int make(char** text) { return GetParam().value.make(&handle, text); }
-};
-
-TEST_P(ApiRefusal, IsAMessageAndNoFailure) {
-  answer(GetParam().value.procedure, "not today");
-  char* text = nullptr;
-  EXPECT_EQ(make(&text), 0);
-  EXPECT_STREQ(text, "not today");
-  EXPECT_EQ(handle.error, 0);
-  free(text);
+TEST_F(ApiRequest, MayBeRefusedWithAMessageWhichIsNoFailure) {
+  for (const char* procedure : {"clear_stored_data", "set_tunable", "set_remote_command", "set_interval"}) {
+    SCOPED_TRACE(procedure);
+    char unset = 0;
+    char* text = &unset;
+    EXPECT_EQ(call_for_text(procedure, &handle, &text), 0);
+    EXPECT_EQ(text, nullptr);
+    answer(procedure, "not today");
+    EXPECT_EQ(call_for_text(procedure, &handle, &text), 0);
+    EXPECT_STREQ(text, "not today");
+    EXPECT_EQ(handle.error, 0);
+    free(text);
+  }
 }
-
-TEST_P(ApiRefusal, ThatDoesNotComeIsNull) {
-  char unset = 0;
-  char* text = &unset;
-  EXPECT_EQ(make(&text), 0);
-  EXPECT_EQ(text, nullptr);
-  EXPECT_EQ(requests(), GetParam().value.procedure + "\n" + GetParam().value.arguments);
-}
-
-const Named<Refusable> refusable[] = {
-    {"Clearing",
-     {[](tavren_api_handle_t* h, char** text) { return tavren_api_clear_stored_data(h, text); }, "clear_stored_data",
-      ""}},
-    {"Tunable",
-     {[](tavren_api_handle_t* h, char** text) { return tavren_api_set_tunable(h, "name", "value", text); },
-      "set_tunable", "name\nvalue\n"}},
-    {"Command",
-     {[](tavren_api_handle_t* h, char** text) { return tavren_api_set_remote_command(h, "ls", "/bin/ls -1", text); },
-      "set_remote_command", "ls\n/bin/ls -1\n"}},
-    {"Interval",
-     {[](tavren_api_handle_t* h, char** text) { return tavren_api_set_interval(h, "name", "5m", text); },
-      "set_interval", "name\n5m\n"}},
-};
-
-INSTANTIATE_TEST_SUITE_P(, ApiRefusal, testing::ValuesIn(refusable), by_name);
 
 }  // namespace

@@ -57,12 +57,6 @@ class DaemonTest : public testing::Test {
     ASSERT_EQ(system("rpcinfo -d 100171 1"), 0);
   }
 
-  /* Waits until a daemon that was told to die has done so. */
-  void wait_for_its_end() {
-    waitpid(server, nullptr, 0);
-    server = -1;
-  }
-
   /* Sets the answer of a procedure. */
   static void answer(const std::string& procedure, const std::string& content) { write_file(path(procedure), content); }
 

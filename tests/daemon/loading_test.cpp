@@ -3,6 +3,7 @@
 
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "TavrenHost.h"
 #include "TavrenTunables.h"
@@ -45,50 +46,34 @@ class Loading : public ApiTest {
   }
 };
 
-TEST_F(Loading, OfTunablesChangesThoseOfThisProcess) {
-  EXPECT_EQ(tunables_after("log_dir_prefix=a=b\nssh_command_timeout=30\n"),
-            "log_dir_prefix=a=b\nssh_command_timeout=30\n");
+/* One text after the other. */
+TEST_F(Loading, OfTunablesChangesThoseOfThisProcessThatAreNamed) {
+  const std::string long_text(1 << 20, 'x');
+  const std::pair<std::string, std::string> texts[] = {
+      {"", ""},
+      {"ssh_connect_timeout=5", ""},
+      {"log_dir_prefix=a=b\nssh_command_timeout=30\n", "log_dir_prefix=a=b\nssh_command_timeout=30\n"},
+      {"log_dir_prefix=default\n", "ssh_command_timeout=30\n"},
+      {"unknown=1\nssh_command_timeout=x\nssh_connect_timeout=5\nno assignment\nssh_shell_start_timeout=6\n",
+       "ssh_command_timeout=30\nssh_connect_timeout=5\n"},
+      {"log_dir_prefix=" + long_text + "\n",
+       "log_dir_prefix=" + long_text + "\nssh_command_timeout=30\nssh_connect_timeout=5\n"}};
+  for (const auto& [text, changed] : texts) EXPECT_TRUE(tunables_after(text) == changed) << text.substr(0, 100);
   EXPECT_EQ(TavrenTunables::instance().get_ssh_command_timeout(), 30);
 }
 
-TEST_F(Loading, OfNoTunablesChangesNothing) { EXPECT_EQ(tunables_after(""), ""); }
-
-TEST_F(Loading, OfTunablesLeavesThoseThatAreNotNamed) {
-  tunables_after("ssh_command_timeout=30\n");
-  EXPECT_EQ(tunables_after("ssh_connect_timeout=5\n"), "ssh_command_timeout=30\nssh_connect_timeout=5\n");
-}
-
-TEST_F(Loading, OfTunablesSkipsWhatIsWrongAndStopsAtWhatIsNoAssignment) {
-  EXPECT_EQ(tunables_after("unknown=1\nssh_command_timeout=x\nssh_connect_timeout=5\nno assignment\n"
-                           "ssh_shell_start_timeout=6\n"),
-            "ssh_connect_timeout=5\n");
-}
-
-TEST_F(Loading, OfTunablesLeavesALastLineWithoutItsNewline) { EXPECT_EQ(tunables_after("ssh_connect_timeout=5"), ""); }
-
-TEST_F(Loading, OfTunablesMayBeLong) {
-  EXPECT_EQ(tunables_after("log_dir_prefix=" + std::string(1 << 20, 'x') + "\n").size(), (1U << 20) + 16U);
-}
-
-TEST_F(Loading, OfCommandsChangesThoseOfThisProcess) {
+TEST_F(Loading, OfCommandsChangesThoseOfThisProcessThatAreNamed) {
   EXPECT_EQ(commands_after("ls=/bin/ls \nnew=x=y \n"), "ls=/bin/ls \nnew=x=y \n");
-}
-
-TEST_F(Loading, OfCommandsStopsAtWhatIsNoAssignment) {
   EXPECT_EQ(commands_after("a=b\nno assignment\nc=d\n"), "a=b\n");
 }
 
-TEST_F(Loading, OfTunablesThatFailsChangesNothing) {
+TEST_F(Loading, ThatFailsChangesNothing) {
   stop(SIGKILL);
   for (const std::string text : {"", "ssh_command_timeout=30\n"}) {
     TavrenTunables::instance().set_tunables(text);
     EXPECT_EQ(tavren_api_load_tunables(&handle), TAVREN_API_E_RPC);
     EXPECT_EQ(tunables(), text);
   }
-}
-
-TEST_F(Loading, OfCommandsThatFailsChangesNothing) {
-  stop(SIGKILL);
   for (const std::string text : {"", "ls=/own/ls \nnew=x \n"}) {
     TavrenHost::set_cmds(text);
     EXPECT_EQ(tavren_api_load_remote_commands(&handle), TAVREN_API_E_RPC);
@@ -98,9 +83,9 @@ TEST_F(Loading, OfCommandsThatFailsChangesNothing) {
 
 class LoadingAndSession : public Loading {
  protected:
-  void load() {
+  void load(const std::string& more_commands) {
     answer("get_tunables", "loopback_login=1\nssh_command_timeout=33\n");
-    answer("get_remote_commands", "cd=true \nls=echo listed by the daemon # \n");
+    answer("get_remote_commands", "cd=true \nls=echo listed by the daemon # \n" + more_commands);
     EXPECT_EQ(tavren_api_load_tunables(&handle), 0);
     EXPECT_EQ(tavren_api_load_remote_commands(&handle), 0);
   }
@@ -115,17 +100,15 @@ class LoadingAndSession : public Loading {
   }
 };
 
+/* Its shell is of the table that was there before. */
 TEST_F(LoadingAndSession, LetASessionThatIsThereRunWithWhatWasLoaded) {
   TavrenHost host(false, false);
-  load();
+  load("");
   expect_to_run_with_what_was_loaded(host);
 }
 
 TEST_F(LoadingAndSession, LetASessionThatIsMadeLaterRunWithWhatWasLoaded) {
-  answer("get_remote_commands", "cd=true \nls=echo listed by the daemon # \nsh=/bin/sh \n");
-  answer("get_tunables", "loopback_login=1\n");
-  ASSERT_EQ(tavren_api_load_tunables(&handle), 0);
-  ASSERT_EQ(tavren_api_load_remote_commands(&handle), 0);
+  load("sh=/bin/sh \n");
   TavrenHost host(false, false);
   expect_to_run_with_what_was_loaded(host);
 }

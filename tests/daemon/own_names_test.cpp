@@ -35,7 +35,7 @@ namespace {
 TEST(OwnFilters, AreNotUsedInsideTheLibrarysRecords) {
   char text[] = "x";
   const tavren_config_t config = {{text, text, text, text, text, text}, {1, 2}};
-  EXPECT_EQ(wire::encoded(xdr_tavren_config_t, config).size(), 6U * 8U + 8U);
+  EXPECT_EQ(wire::encoded(xdr_tavren_config_t, config)->size(), 6U * 8U + 8U);
   EXPECT_EQ(own_filter_calls, 0);
 }
 

@@ -2,14 +2,17 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include "support/files.h"
 #include "support/own_machine.h"
+#include "support/private_tmp.h"
 #include "support/real_function.h"
 #include "support/run_in_child.h"
 #include "support/temporary_directory.h"
@@ -23,6 +26,7 @@
 namespace {
 
 std::string asked; /* for what, one line for each client */
+std::string made;  /* the directory below the real root that was to be made last */
 
 }  // namespace
 
@@ -30,6 +34,13 @@ STANDS_BEFORE_THE_REAL_ONE CLIENT* clnt_create(const char* host, rpcprog_t progr
                                                const char* netid) {
   asked += std::string(host) + " " + std::to_string(program) + " " + std::to_string(version) + " " + netid + "\n";
   return nullptr;
+}
+
+/* A directory in the real root would stay there. */
+STANDS_BEFORE_THE_REAL_ONE int mkdir(const char* path, mode_t mode) noexcept {
+  if (strrchr(path, '/') != path) return real<int(const char*, mode_t)>("mkdir")(path, mode);
+  made = path;
+  return 0;
 }
 
 namespace {
@@ -49,17 +60,18 @@ class ProgramNumber : public testing::Test {
     return result;
   }
 
-  /* Returns what action shows in a process that has opened no connection so far. */
+  /* Returns what action shows in a process that has opened no connection so far, without TAVREN_HOME and with it. */
   static std::string fresh(const std::function<std::string()>& action) {
-    return run_in_child([&] { fputs(action().c_str(), stdout); }).out;
+    return run_in_child([&] {
+             unsetenv("TAVREN_HOME");
+             fputs(action().c_str(), stdout);
+           })
+        .out;
   }
-
-  /* Returns what a first opening asks for, with TAVREN_HOME set and that content of the file. */
-  std::string number_of(const std::string& content) const {
-    name_number(content);
+  std::string fresh_at_home(const std::function<std::string()>& action) const {
     return fresh([&] {
       set_home();
-      return open();
+      return action();
     });
   }
 
@@ -69,50 +81,35 @@ class ProgramNumber : public testing::Test {
 
 TEST_F(ProgramNumber, IsTheUsualOneWithoutAHome) {
   name_number("100172\n");
-  EXPECT_EQ(fresh([] {
-              unsetenv("TAVREN_HOME");
-              return open();
-            }),
-            usual);
+  EXPECT_EQ(fresh(open), usual);
 }
 
-TEST_F(ProgramNumber, IsThatOfTheFileWithAHome) {
-  EXPECT_EQ(number_of("100200\n"), "localhost 100200 1 tcp\n");
-  EXPECT_EQ(number_of("0x1874c\n"), "localhost 100172 1 tcp\n");
-  EXPECT_EQ(number_of("0303514\n"), "localhost 100172 1 tcp\n");
-  EXPECT_EQ(number_of("100200  \n"), "localhost 100200 1 tcp\n");
-  EXPECT_EQ(number_of("100200"), "localhost 100200 1 tcp\n");
-  EXPECT_EQ(number_of("100200\n100201\n"), "localhost 100200 1 tcp\n");
+/* Of its first 63 characters; whatever it is, when there is one. */
+TEST_F(ProgramNumber, IsThatOfTheFileWithAHomeAndTheUsualOneWhenItHasNone) {
+  const std::pair<std::string, const char*> numbers[] = {{"100200\n", "100200"},
+                                                         {"0x1874c\n", "100172"},
+                                                         {"0303514\n", "100172"},
+                                                         {"100200  \n", "100200"},
+                                                         {"100200", "100200"},
+                                                         {"0\n", "0"},
+                                                         {"-1\n", "4294967295"},
+                                                         {"2147483647\n", "2147483647"},
+                                                         {"100200x\n", "100171"},
+                                                         {"", "100171"},
+                                                         {"\n", "100171"},
+                                                         {"one\n", "100171"},
+                                                         {"100200\n100201\n", "100200"},
+                                                         {std::string(58, '0') + "77777777777\n", "32767"}};
+  for (const auto& [content, number] : numbers) {
+    name_number(content);
+    EXPECT_EQ(fresh_at_home(open), "localhost " + std::string(number) + " 1 tcp\n") << content;
+  }
 }
 
-TEST_F(ProgramNumber, IsNotCheckedForItsRange) {
-  EXPECT_EQ(number_of("0\n"), "localhost 0 1 tcp\n");
-  EXPECT_EQ(number_of("-1\n"), "localhost 4294967295 1 tcp\n");
-  EXPECT_EQ(number_of("2147483647\n"), "localhost 2147483647 1 tcp\n");
-}
-
-TEST_F(ProgramNumber, IsTheUsualOneWhenTheFileHasNone) {
-  EXPECT_EQ(number_of("100200x\n"), usual);
-  EXPECT_EQ(number_of(""), usual);
-  EXPECT_EQ(number_of("\n"), usual);
-  EXPECT_EQ(number_of("one\n"), usual);
-}
-
-TEST_F(ProgramNumber, IsTheUsualOneWithoutAFile) {
-  EXPECT_EQ(fresh([&] {
-              set_home();
-              return open();
-            }),
-            usual);
-}
-
-TEST_F(ProgramNumber, IsTheUsualOneWhenTheFileIsADirectory) {
+TEST_F(ProgramNumber, IsTheUsualOneWithoutAFileAndForADirectoryInItsPlace) {
+  EXPECT_EQ(fresh_at_home(open), usual);
   std::filesystem::create_directory(home.path("tavren_tmp/tavrend_rpc_num"));
-  EXPECT_EQ(fresh([&] {
-              set_home();
-              return open();
-            }),
-            usual);
+  EXPECT_EQ(fresh_at_home(open), usual);
 }
 
 TEST_F(ProgramNumber, IsTheUsualOneWhenTheFileMayNotBeRead) {
@@ -120,17 +117,11 @@ TEST_F(ProgramNumber, IsTheUsualOneWhenTheFileMayNotBeRead) {
   const std::string file = home.path("tavren_tmp/tavrend_rpc_num");
   chmod(file.c_str(), 0);
   chmod(home.path().c_str(), 0755);
-  EXPECT_EQ(fresh([&]() -> std::string {
-              set_home();
-              if (seteuid(65534) != 0 || ::open(file.c_str(), O_RDONLY) != -1 || errno != EACCES)
-                return "it may be read";
-              return open();
+  EXPECT_EQ(fresh_at_home([&] {
+              const bool may_not = seteuid(65534) == 0 && ::open(file.c_str(), O_RDONLY) == -1 && errno == EACCES;
+              return may_not ? open() : "it may be read";
             }),
             usual);
-}
-
-TEST_F(ProgramNumber, IsReadFromTheFirst63Characters) {
-  EXPECT_EQ(number_of(std::string(58, '0') + "77777777777\n"), "localhost 32767 1 tcp\n");
 }
 
 TEST_F(ProgramNumber, IsReadBelowALongHome) {
@@ -146,8 +137,7 @@ TEST_F(ProgramNumber, IsReadBelowALongHome) {
 
 TEST_F(ProgramNumber, IsReadInTheTemporaryRootThatTheProcessHas) {
   name_number("100200\n");
-  EXPECT_EQ(fresh([&] {
-              set_home();
+  EXPECT_EQ(fresh_at_home([&] {
               tavren_get_tmp_root();
               setenv("TAVREN_HOME", home.path("elsewhere").c_str(), 1);
               return open();
@@ -157,8 +147,7 @@ TEST_F(ProgramNumber, IsReadInTheTemporaryRootThatTheProcessHas) {
 
 TEST_F(ProgramNumber, IsReadAtEachOpening) {
   name_number("100200\n");
-  EXPECT_EQ(fresh([&] {
-              set_home();
+  EXPECT_EQ(fresh_at_home([&] {
               const std::string first = open();
               name_number("100201\n");
               return first + open();
@@ -169,7 +158,6 @@ TEST_F(ProgramNumber, IsReadAtEachOpening) {
 TEST_F(ProgramNumber, StaysTheUsualOneWhenTheHomeComesAfterTheFirstOpening) {
   name_number("100200\n");
   EXPECT_EQ(fresh([&] {
-              unsetenv("TAVREN_HOME");
               const std::string first = open();
               set_home();
               return first + open();
@@ -194,13 +182,33 @@ TEST_F(ProgramNumber, StaysTheUsualOneAlsoAfterAFirstOpeningWithoutRpcServices) 
 
 TEST_F(ProgramNumber, IsStillReadWhenTheHomeGoesAfterTheFirstOpening) {
   name_number("100200\n");
-  EXPECT_EQ(fresh([&] {
-              set_home();
+  EXPECT_EQ(fresh_at_home([] {
               open();
               unsetenv("TAVREN_HOME");
               return open();
             }),
             "localhost 100200 1 tcp\n");
+}
+
+/* It is a home like any other, and the number is looked for there. */
+TEST_F(ProgramNumber, IsNotTheUsualOneForAnEmptyHome) {
+  setenv("TAVREN_HOME", "", 1);
+  open();
+  EXPECT_EQ(made, "/tavren_tmp");
+}
+
+/* With a number file in the place where a machine without TAVREN_HOME would look. */
+TEST(UsualNumber, IsUsedWithoutAHomeAndStaysWhenOneComes) {
+  need_own_machine("a /tmp of its own");
+  ASSERT_TRUE(enter_private_tmp());
+  write_file("/tmp/tavrend_rpc_num", "100172\n");
+  unsetenv("TAVREN_HOME");
+  for (int i = 0; i < 2; ++i) {
+    tavren_api_handle_t handle{};
+    tavren_api_open(&handle);
+    setenv("TAVREN_HOME", "/tmp/home", 1);
+  }
+  EXPECT_EQ(asked, "localhost 100171 1 tcp\nlocalhost 100171 1 tcp\n");
 }
 
 }  // namespace

@@ -51,14 +51,12 @@ class SettingsCopy : public testing::Test {
   tavren_settings_t copy{};
 };
 
-TEST_F(SettingsCopy, HoldsAllSixStrings) {
+TEST_F(SettingsCopy, HoldsAllSixStringsAndSharesNoneWithItsOriginal) {
   tavren_settings_copy(&original.record, &copy);
-  for (const String member : settings_strings) EXPECT_STREQ(copy.*member, original.record.*member);
-}
-
-TEST_F(SettingsCopy, SharesNoStringWithItsOriginal) {
-  tavren_settings_copy(&original.record, &copy);
-  for (const String member : settings_strings) EXPECT_NE(copy.*member, original.record.*member);
+  for (const String member : settings_strings) {
+    EXPECT_STREQ(copy.*member, original.record.*member);
+    EXPECT_NE(copy.*member, original.record.*member);
+  }
 }
 
 TEST_F(SettingsCopy, TakesEmptyStrings) {
@@ -94,83 +92,63 @@ TEST(SettingsCopyWithoutMemory, LeavesNullAndReportsNothing) {
   EXPECT_EQ(outcome.err, "");
 }
 
-class MissingString : public testing::TestWithParam<size_t> {};
-
-TEST_P(MissingString, InCopiedSettingsFailsAnAssertion) {
-  expect_assertion("tavren_api", settings_are_complete, [] {
+TEST(MissingString, InACopiedRecordFailsAnAssertion) {
+  for (const String member : settings_strings) {
     CompleteSettings settings;
-    settings.record.*settings_strings[GetParam()] = nullptr;
-    tavren_settings_t copy{};
-    tavren_settings_copy(&settings.record, &copy);
-  });
+    settings.record.*member = nullptr;
+    expect_assertion("tavren_api", settings_are_complete, [&settings] {
+      tavren_settings_t copy{};
+      tavren_settings_copy(&settings.record, &copy);
+    });
+    expect_assertion("tavren_api", settings_are_complete, [&settings] {
+      const tavren_config_t config{settings.record, {1, 2}};
+      tavren_config_t copy{};
+      tavren_config_copy(&config, &copy);
+    });
+  }
 }
 
-TEST_P(MissingString, InACopiedConfigurationFailsAnAssertion) {
-  expect_assertion("tavren_api", settings_are_complete, [] {
-    CompleteSettings settings;
-    tavren_config_t config{settings.record, {1, 2}};
-    config.settings.*settings_strings[GetParam()] = nullptr;
-    tavren_config_t copy{};
-    tavren_config_copy(&config, &copy);
-  });
-}
-
-INSTANTIATE_TEST_SUITE_P(Each, MissingString, testing::Range<size_t>(0, 6));
-
-class FreedSettings : public testing::Test {
+class FreedSettings : public SettingsCopy {
  protected:
-  FreedSettings() { tavren_settings_copy(&original.record, &settings); }
-
-  CompleteSettings original;
-  tavren_settings_t settings{};
+  FreedSettings() { tavren_settings_copy(&original.record, &copy); }
 };
 
-TEST_F(FreedSettings, AreEmpty) {
-  tavren_settings_free_contents(&settings);
-  for (const String member : settings_strings) EXPECT_EQ(settings.*member, nullptr);
-}
-
-TEST_F(FreedSettings, MayBeFreedAgain) {
-  tavren_settings_free_contents(&settings);
-  tavren_settings_free_contents(&settings);
-  for (const String member : settings_strings) EXPECT_EQ(settings.*member, nullptr);
+TEST_F(FreedSettings, AreEmptyAndMayBeFreedAgain) {
+  for (int i = 0; i < 2; ++i) {
+    tavren_settings_free_contents(&copy);
+    for (const String member : settings_strings) EXPECT_EQ(copy.*member, nullptr);
+  }
 }
 
 TEST_F(FreedSettings, MayBeFilledAgain) {
-  tavren_settings_free_contents(&settings);
-  tavren_settings_copy(&original.record, &settings);
-  EXPECT_EQ(tavren_settings_are_equal(&original.record, &settings), 1);
-  tavren_settings_free_contents(&settings);
+  tavren_settings_free_contents(&copy);
+  tavren_settings_copy(&original.record, &copy);
+  EXPECT_EQ(tavren_settings_are_equal(&original.record, &copy), 1);
 }
 
 TEST_F(FreedSettings, HadTheirPasswordWiped) {
   wiped_texts.clear();
-  tavren_settings_free_contents(&settings);
+  tavren_settings_free_contents(&copy);
   EXPECT_EQ(wiped_texts, "p w|");
 }
 
 TEST_F(FreedSettings, MayHaveBeenIncomplete) {
-  free(settings.password);
-  settings.password = nullptr;
-  free(settings.fingerprint);
-  settings.fingerprint = nullptr;
-  tavren_settings_free_contents(&settings);
-  for (const String member : settings_strings) EXPECT_EQ(settings.*member, nullptr);
+  free(copy.password);
+  copy.password = nullptr;
+  free(copy.fingerprint);
+  copy.fingerprint = nullptr;
+  tavren_settings_free_contents(&copy);
+  for (const String member : settings_strings) EXPECT_EQ(copy.*member, nullptr);
 }
 
-TEST(EqualSettings, HaveEqualStringsInDifferentPlaces) {
-  const CompleteSettings a, b;
-  EXPECT_EQ(tavren_settings_are_equal(&a.record, &b.record), 1);
-}
-
-TEST(EqualSettings, MayDifferInTheirFingerprint) {
+TEST(EqualSettings, HaveEqualStringsInDifferentPlacesButForTheirFingerprint) {
   const CompleteSettings a;
   CompleteSettings b;
   char other[] = "f:2";
-  b.record.fingerprint = other;
-  EXPECT_EQ(tavren_settings_are_equal(&a.record, &b.record), 1);
-  b.record.fingerprint = nullptr;
-  EXPECT_EQ(tavren_settings_are_equal(&a.record, &b.record), 1);
+  for (char* const fingerprint : {b.record.fingerprint, other, static_cast<char*>(nullptr)}) {
+    b.record.fingerprint = fingerprint;
+    EXPECT_EQ(tavren_settings_are_equal(&a.record, &b.record), 1);
+  }
 }
 
 TEST(EqualSettings, MayBothLackEverything) {
@@ -179,62 +157,34 @@ TEST(EqualSettings, MayBothLackEverything) {
 }
 
 /* The fingerprint, the last member, does not count. */
-class ComparedString : public testing::TestWithParam<size_t> {
- protected:
-  CompleteSettings a, b;
-  String member = settings_strings[GetParam()];
-};
-
-TEST_P(ComparedString, MakesADifferenceWhenItDiffers) {
-  char other[] = "other";
-  b.record.*member = other;
-  EXPECT_EQ(tavren_settings_are_equal(&a.record, &b.record), 0);
+TEST(ComparedString, MakesADifferenceWhenItDiffersAndNullDiffersFromAnEmptyOne) {
+  char lower[] = "x", upper[] = "X", empty[] = "";
+  for (size_t i = 0; i < 5; ++i) {
+    CompleteSettings a, b;
+    const String member = settings_strings[i];
+    for (char* const other : {lower, upper, empty, static_cast<char*>(nullptr)}) {
+      b.record.*member = other;
+      EXPECT_EQ(tavren_settings_are_equal(&a.record, &b.record), 0) << i;
+      EXPECT_EQ(tavren_settings_are_equal(&b.record, &a.record), 0) << i;
+      a.record.*member = other;
+      EXPECT_EQ(tavren_settings_are_equal(&a.record, &b.record), 1) << i;
+    }
+  }
 }
 
-TEST_P(ComparedString, MakesADifferenceByItsLetterCase) {
-  char lower[] = "x", upper[] = "X";
-  a.record.*member = lower;
-  b.record.*member = upper;
-  EXPECT_EQ(tavren_settings_are_equal(&a.record, &b.record), 0);
-}
-
-TEST_P(ComparedString, ThatIsNullDiffersFromAnEmptyOne) {
-  char empty[] = "";
-  a.record.*member = nullptr;
-  b.record.*member = empty;
-  EXPECT_EQ(tavren_settings_are_equal(&a.record, &b.record), 0);
-  EXPECT_EQ(tavren_settings_are_equal(&b.record, &a.record), 0);
-}
-
-TEST_P(ComparedString, ThatIsNullInBothIsEqual) {
-  a.record.*member = nullptr;
-  b.record.*member = nullptr;
-  EXPECT_EQ(tavren_settings_are_equal(&a.record, &b.record), 1);
-}
-
-INSTANTIATE_TEST_SUITE_P(Each, ComparedString, testing::Range<size_t>(0, 5));
-
-TEST(ConfigCopy, HoldsTheSettingsAndBothLimits) {
+TEST(ConfigCopy, HoldsTheSettingsAndBothLimitsWhichStayWhenItIsFreed) {
   CompleteSettings settings;
   const tavren_config_t config{settings.record, {-1, 2147483647}};
   tavren_config_t copy{};
   tavren_config_copy(&config, &copy);
   for (const String member : settings_strings) EXPECT_STREQ(copy.settings.*member, settings.record.*member);
   EXPECT_NE(copy.settings.host, settings.record.host);
-  EXPECT_EQ(copy.space_limit[TAVREN_COMPARTMENT_0], -1);
-  EXPECT_EQ(copy.space_limit[TAVREN_COMPARTMENT_1], 2147483647);
-  tavren_config_free_contents(&copy);
-}
-
-TEST(FreedConfig, IsEmptyButForItsLimits) {
-  CompleteSettings settings;
-  const tavren_config_t config{settings.record, {5, -1}};
-  tavren_config_t copy{};
-  tavren_config_copy(&config, &copy);
-  tavren_config_free_contents(&copy);
-  for (const String member : settings_strings) EXPECT_EQ(copy.settings.*member, nullptr);
-  EXPECT_EQ(copy.space_limit[0], 5);
-  EXPECT_EQ(copy.space_limit[1], -1);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(copy.space_limit[TAVREN_COMPARTMENT_0], -1);
+    EXPECT_EQ(copy.space_limit[TAVREN_COMPARTMENT_1], 2147483647);
+    tavren_config_free_contents(&copy);
+    for (const String member : settings_strings) EXPECT_EQ(copy.settings.*member, nullptr);
+  }
 }
 
 TEST(Records, HaveTheNumbersOfTheDaemonInterface) {
@@ -250,14 +200,10 @@ TEST(Records, HaveTheNumbersOfTheDaemonInterface) {
   EXPECT_EQ(TAVREN_API_E_RPC, -3);
 }
 
-TEST(Records, ArePlainStructures) {
-  EXPECT_TRUE((std::is_trivial_v<tavren_settings_t> && std::is_standard_layout_v<tavren_settings_t>));
-  EXPECT_TRUE((std::is_trivial_v<tavren_config_t> && std::is_standard_layout_v<tavren_config_t>));
-  EXPECT_TRUE(
-      (std::is_trivial_v<tavren_compartment_status_t> && std::is_standard_layout_v<tavren_compartment_status_t>));
-  EXPECT_TRUE((std::is_trivial_v<tavren_status_t> && std::is_standard_layout_v<tavren_status_t>));
-  EXPECT_TRUE((std::is_trivial_v<tavren_bytes_t> && std::is_standard_layout_v<tavren_bytes_t>));
-}
+template <class... Record>
+constexpr bool are_plain = ((std::is_trivial_v<Record> && std::is_standard_layout_v<Record>)&&...);
+static_assert(
+    are_plain<tavren_settings_t, tavren_config_t, tavren_compartment_status_t, tavren_status_t, tavren_bytes_t>);
 
 TEST(Records, HoldTheSettingsStringsInTheirOrder) {
   EXPECT_EQ(sizeof(tavren_settings_t), 6 * sizeof(char*));

@@ -131,29 +131,21 @@ static int number_of(const char* procedure) {
   return number;
 }
 
-bool_t tavren_rpc_null_1_svc(void* result, struct svc_req* request) {
-  (void)result;
-  (void)request;
-  return begin("null");
-}
+bool_t tavren_rpc_null_1_svc(void* result, struct svc_req* request) { return begin("null"); }
 
 bool_t tavren_rpc_get_state_1_svc(tavren_state_t* result, struct svc_req* request) {
-  (void)request;
   const bool_t answered = begin("get_state");
   *result = quiet ? TAVREN_STATE_ENABLED : (tavren_state_t)number_of("get_state");
   return answered;
 }
 
 bool_t tavren_rpc_set_state_1_svc(tavren_state_t state, void* result, struct svc_req* request) {
-  (void)result;
-  (void)request;
   const bool_t answered = begin("set_state");
   note_number((int)state);
   return answered;
 }
 
 bool_t tavren_rpc_get_config_1_svc(tavren_config_t* result, struct svc_req* request) {
-  (void)request;
   size_t length;
   const bool_t answered = begin("get_config");
   char* content = read_file("get_config", &length);
@@ -171,8 +163,6 @@ bool_t tavren_rpc_get_config_1_svc(tavren_config_t* result, struct svc_req* requ
 }
 
 bool_t tavren_rpc_set_config_1_svc(tavren_config_ptr config, bool_t flag, void* result, struct svc_req* request) {
-  (void)result;
-  (void)request;
   const bool_t answered = begin("set_config");
   if (config == NULL) {
     note("no config");
@@ -191,7 +181,6 @@ bool_t tavren_rpc_set_config_1_svc(tavren_config_ptr config, bool_t flag, void* 
 }
 
 bool_t tavren_rpc_get_status_1_svc(tavren_status_t* result, struct svc_req* request) {
-  (void)request;
   size_t length;
   const bool_t answered = begin("get_status");
   char* content = read_file("get_status", &length);
@@ -208,7 +197,6 @@ bool_t tavren_rpc_get_status_1_svc(tavren_status_t* result, struct svc_req* requ
 }
 
 bool_t tavren_rpc_get_errors_1_svc(tavren_bytes_t* result, struct svc_req* request) {
-  (void)request;
   size_t length;
   const bool_t answered = begin("get_errors");
   result->code = 7; /* which nobody reads */
@@ -218,15 +206,12 @@ bool_t tavren_rpc_get_errors_1_svc(tavren_bytes_t* result, struct svc_req* reque
 }
 
 bool_t tavren_rpc_run_task_1_svc(char* task, void* result, struct svc_req* request) {
-  (void)result;
-  (void)request;
   const bool_t answered = begin("run_task");
   note(task);
   return answered;
 }
 
 bool_t tavren_rpc_audit_file_was_archived_1_svc(char* file_name, int* result, struct svc_req* request) {
-  (void)request;
   const bool_t answered = begin("audit_file_was_archived");
   note(file_name);
   *result = number_of("audit_file_was_archived");
@@ -234,7 +219,6 @@ bool_t tavren_rpc_audit_file_was_archived_1_svc(char* file_name, int* result, st
 }
 
 bool_t tavren_rpc_is_tavrend_sleeping_1_svc(int* result, struct svc_req* request) {
-  (void)request;
   const bool_t answered = begin("is_tavrend_sleeping");
   *result = number_of("is_tavrend_sleeping");
   return answered;
@@ -243,7 +227,6 @@ bool_t tavren_rpc_is_tavrend_sleeping_1_svc(int* result, struct svc_req* request
 /* The procedures without arguments whose answer is a text. */
 #define ANSWER_TEXT(procedure)                                                    \
   bool_t tavren_rpc_##procedure##_1_svc(char** result, struct svc_req* request) { \
-    (void)request;                                                                \
     *result = NULL;                                                               \
     return begin(#procedure) && answer_text(#procedure, result);                  \
   }
@@ -259,7 +242,6 @@ ANSWER_TEXT(get_interval_table)
 /* The procedures with a name and a value. */
 #define ANSWER_SETTING(procedure)                                                                          \
   bool_t tavren_rpc_##procedure##_1_svc(char* name, char* value, char** result, struct svc_req* request) { \
-    (void)request;                                                                                         \
     *result = NULL;                                                                                        \
     const bool_t answered = begin(#procedure);                                                             \
     note(name);                                                                                            \
@@ -271,7 +253,6 @@ ANSWER_SETTING(set_remote_command)
 ANSWER_SETTING(set_interval)
 
 int tavrend_1_freeresult(SVCXPRT* transport, xdrproc_t filter, caddr_t result) {
-  (void)transport;
   xdr_free(filter, result);
   return 1;
 }

@@ -6,7 +6,7 @@
 #include <string.h>
 
 #include <algorithm>
-#include <stdexcept>
+#include <optional>
 #include <string>
 
 #include "tavren_rpc.h"
@@ -26,16 +26,16 @@ inline std::string text(const std::string& s) {
   return unit(static_cast<uint32_t>(s.size())) + s + std::string((4 - s.size() % 4) % 4, '\0');
 }
 
-/* Returns what filter makes of object in a stream in memory with room for that many bytes. */
+/* Returns what filter makes of object in a stream in memory with room for that many bytes; nothing when it fails. */
 template <class Object>
-std::string encoded(bool_t (*filter)(XDR*, Object*), const Object& object, size_t room = 1 << 16) {
+std::optional<std::string> encoded(bool_t (*filter)(XDR*, Object*), const Object& object, size_t room = 1 << 16) {
   std::string bytes(room, 'x');
   XDR xdrs;
   xdrmem_create(&xdrs, bytes.data(), static_cast<u_int>(room), XDR_ENCODE);
-  if (filter(&xdrs, const_cast<Object*>(&object)) == FALSE) throw std::runtime_error("not encoded");
+  const bool done = filter(&xdrs, const_cast<Object*>(&object)) != FALSE;
   bytes.resize(xdr_getpos(&xdrs));
   xdr_destroy(&xdrs);
-  return bytes;
+  return done ? std::optional(bytes) : std::nullopt;
 }
 
 /*
@@ -107,15 +107,15 @@ inline std::string with_headers(const std::string& bytes, size_t length) {
 
 /* The same as encoded, through a record stream with a buffer of that size. */
 template <class Object>
-std::string encoded_in_records(bool_t (*filter)(XDR*, Object*), const Object& object, u_int buffer_size) {
+std::optional<std::string> encoded_in_records(bool_t (*filter)(XDR*, Object*), const Object& object,
+                                              u_int buffer_size) {
   Pipe pipe;
   XDR xdrs;
   xdrrec_create(&xdrs, buffer_size, buffer_size, &pipe, read_from, write_to);
   xdrs.x_op = XDR_ENCODE;
   const bool done = filter(&xdrs, const_cast<Object*>(&object)) != FALSE && xdrrec_endofrecord(&xdrs, TRUE) != FALSE;
   xdr_destroy(&xdrs);
-  if (!done) throw std::runtime_error("not encoded");
-  return without_headers(pipe.bytes);
+  return done ? std::optional(without_headers(pipe.bytes)) : std::nullopt;
 }
 
 /* The same as decode, from a record of fragments of that length, of which one read gets piece bytes at the most. */

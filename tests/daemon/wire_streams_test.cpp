@@ -20,11 +20,11 @@ std::string settings(const std::string& key) {
 /* Decodes the bytes in fragments of many lengths and encodes what came of them again. */
 template <class Object>
 void expect_same_in_fragments(bool_t (*filter)(XDR*, Object*), const std::string& bytes) {
-  for (const size_t fragment : {1U, 3U, 5U, 9U, 11U, 129U}) {
+  for (const size_t fragment : {1U, 3U, 4U, 5U, 8U, 9U, 11U, 12U, 129U, 10000U}) {
     for (const size_t piece : {1U, 13U, 1000U}) {
       Object object{};
       EXPECT_TRUE(wire::decode_records(filter, bytes, fragment, piece, &object)) << fragment << " " << piece;
-      for (const u_int buffer_size : {100U, 104U, 108U}) {
+      for (const u_int buffer_size : {100U, 104U, 108U, 112U}) {
         EXPECT_EQ(wire::encoded_in_records(filter, object, buffer_size), bytes) << fragment << " " << piece;
       }
       wire::release(filter, &object);
@@ -32,22 +32,21 @@ void expect_same_in_fragments(bool_t (*filter)(XDR*, Object*), const std::string
   }
 }
 
-TEST(WireStreams, CarryEnumerations) {
-  expect_same_in_fragments(xdr_tavren_state_t, unit(1));
-  expect_same_in_fragments(xdr_tavren_connection_status_t, unit(2));
-  expect_same_in_fragments(xdr_tavren_compartment_t, unit(1));
-}
-
-TEST(WireStreams, CarrySettings) {
-  for (size_t length = 0; length < 110; ++length) {
-    expect_same_in_fragments(xdr_tavren_settings_t, settings(std::string(length, 'k')));
+/* A daemon may have more values than this library knows. */
+TEST(WireStreams, CarryEnumerationsAndValuesThatTheyDoNotHave) {
+  for (const std::string& bytes : {unit(1), unit(2), unit(77), unit(0xFFFFFFFF)}) {
+    expect_same_in_fragments(xdr_tavren_state_t, bytes);
+    expect_same_in_fragments(xdr_tavren_connection_status_t, bytes);
+    expect_same_in_fragments(xdr_tavren_compartment_t, bytes);
   }
 }
 
-TEST(WireStreams, CarryAConfiguration) {
-  for (size_t length = 0; length < 110; ++length) {
-    expect_same_in_fragments(xdr_tavren_config_t,
-                             settings(std::string(length, 'k')) + unit(0x01020304) + unit(0xFFFFFFFF));
+/* Strings of all lengths move the limits over every place in the stream's buffer, its end included. */
+TEST(WireStreams, CarrySettingsAndAConfigurationWhereverTheBufferEnds) {
+  for (size_t length = 0; length < 116; ++length) {
+    const std::string bytes = settings(std::string(length, 'k'));
+    expect_same_in_fragments(xdr_tavren_settings_t, bytes);
+    expect_same_in_fragments(xdr_tavren_config_t, bytes + unit(0x01020304) + unit(0x80000000));
   }
 }
 
@@ -90,15 +89,6 @@ TEST(WireStreams, CarryAMegabyte) {
   wire::release(xdr_tavren_rpc_set_tunable_1_argument, &setting);
 }
 
-/* A daemon may have more states than this library knows. */
-TEST(WireStreams, CarryValuesThatAnEnumerationDoesNotHave) {
-  for (const std::string& bytes : {unit(77), unit(0xFFFFFFFF)}) {
-    expect_same_in_fragments(xdr_tavren_state_t, bytes);
-    expect_same_in_fragments(xdr_tavren_connection_status_t, bytes);
-    expect_same_in_fragments(xdr_tavren_compartment_t, bytes);
-  }
-}
-
 TEST(WireStreams, CarryTwoMebibytesOfErrors) {
   constexpr unsigned count = 2 << 20;
   std::string bytes = unit(0) + unit(count);
@@ -129,18 +119,16 @@ class InlineStream : public testing::Test {
   std::string bytes = std::string(1000, '\0');
   XDR xdrs{};
 
-  static int asked;
+  char text_of_it[2] = "x";
+
+  static inline int asked = 0;
 
  private:
-  static const XDR::xdr_ops* real;
+  static inline const XDR::xdr_ops* real = nullptr;
   XDR::xdr_ops counting{};
 };
 
-int InlineStream::asked = 0;
-const XDR::xdr_ops* InlineStream::real = nullptr;
-
 TEST_F(InlineStream, TakesBothLimitsAtOnce) {
-  char text_of_it[] = "x";
   tavren_config_t config = {{text_of_it, text_of_it, text_of_it, text_of_it, text_of_it, text_of_it}, {1, 2}};
   begin(XDR_ENCODE);
   EXPECT_TRUE(xdr_tavren_config_t(&xdrs, &config));
@@ -154,7 +142,6 @@ TEST_F(InlineStream, TakesBothLimitsAtOnce) {
 }
 
 TEST_F(InlineStream, GetsNothingBehindAMemberThatFails) {
-  char text_of_it[] = "x";
   tavren_settings_t settings = {nullptr, text_of_it, text_of_it, text_of_it, text_of_it, text_of_it};
   begin(XDR_ENCODE);
   EXPECT_FALSE(xdr_tavren_settings_t(&xdrs, &settings));

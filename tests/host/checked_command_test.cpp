@@ -2,6 +2,7 @@
 
 #include <list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/host_session.h"
@@ -26,6 +27,12 @@ class CheckedCommand : public LoopbackTest {
     return error_body([&] { host.run_and_check_ecode(command, lines); });
   }
 
+  /* How an error shows lines of output. */
+  static std::string shown(const Lines& output) {
+    std::string text;
+    for (const std::string& line : output) text += "  - Command output: \"" + line + "\"\n";
+    return text;
+  }
   Lines lines;
 };
 
@@ -43,29 +50,12 @@ TEST_F(CheckedCommand, ReturnsItsOutput) {
   EXPECT_EQ(lines, (Lines{"one", "two"}));
 }
 
-TEST_F(CheckedCommand, ThatFailsNamesItsStatus) {
+TEST_F(CheckedCommand, ThatFailsNamesItsStatusAndShowsFiveLinesAtTheMostWhichItTakesOffTheList) {
   EXPECT_EQ(error_of("(exit 3)"), "  - Remote command \"(exit 3)\" failed with error code 3\n");
-}
-
-TEST_F(CheckedCommand, ThatFailsShowsItsOutput) {
   EXPECT_EQ(error_of("echo one; echo two; false"),
-            "  - Remote command \"echo one; echo two; false\" failed with error code 1\n"
-            "  - Command output: \"one\"\n"
-            "  - Command output: \"two\"\n");
-}
-
-TEST_F(CheckedCommand, ThatFailsShowsFiveLinesAtTheMost) {
-  EXPECT_EQ(error_of("for i in 1 2 3 4 5 6; do echo $i; done; false"),
-            "  - Remote command \"for i in 1 2 3 4 5 6; do echo $i; done; false\" failed with error code 1\n"
-            "  - Command output: \"1\"\n"
-            "  - Command output: \"2\"\n"
-            "  - Command output: \"3\"\n"
-            "  - Command output: \"4\"\n"
-            "  - Command output: \"5\"\n");
-}
-
-TEST_F(CheckedCommand, TheLinesShownAreTakenOffTheList) {
-  error_of("for i in 1 2 3 4 5 6; do echo $i; done; false");
+            "  - Remote command \"echo one; echo two; false\" failed with error code 1\n" + shown({"one", "two"}));
+  EXPECT_EQ(error_of("seq 6; false"),
+            "  - Remote command \"seq 6; false\" failed with error code 1\n" + shown({"1", "2", "3", "4", "5"}));
   EXPECT_EQ(lines, Lines{"6"});
 }
 
@@ -75,27 +65,15 @@ TEST_F(CheckedCommand, WithoutAListFailsAlike) {
             "  - Command output: \"one\"\n");
 }
 
-TEST_F(CheckedCommand, ThatFailsWarnsOnTheConsoleWithoutAHost) {
-  error_of("false");
-  EXPECT_EQ(take_console(), warning);
-}
-
-TEST_F(CheckedCommand, ThatSucceedsDoesNotWarn) {
+TEST_F(CheckedCommand, ThatFailsWarnsOnTheConsoleWithoutAHostAndOnceIn900Seconds) {
   host.run_and_check_ecode("true");
   EXPECT_EQ(take_console(), std::vector<std::string>{});
-}
-
-TEST_F(CheckedCommand, FailuresWithin900SecondsWarnOnce) {
   recorded_system::set_time(1000000);
   error_of("false");
+  EXPECT_EQ(take_console(), warning);
   recorded_system::set_time(1000900);
   error_of("false");
-  EXPECT_EQ(take_console(), warning);
-}
-
-TEST_F(CheckedCommand, MayTakeTheCommandTimeout) {
-  set_tunable("ssh_command_timeout", "1");
-  EXPECT_EQ(error_of("exec sleep 100"), "  - Timeout occurred while running remote command: \"exec sleep 100\"\n");
+  EXPECT_EQ(take_console(), std::vector<std::string>{});
 }
 
 TEST_F(ExpectedLine, IsAccepted) { EXPECT_NO_THROW(host.run_and_expect_line("echo OK", "OK")); }
@@ -106,36 +84,15 @@ TEST_F(ExpectedLine, AFailureIsReportedFirst) {
             "  - Command output: \"OK\"\n");
 }
 
-TEST_F(ExpectedLine, AnotherLineIsIncorrectOutput) {
-  EXPECT_EQ(error_of("echo OK?", "OK"),
-            "  - Remote command \"echo OK?\" produced incorrect output: 1 line(s) of output\n"
-            "  - Command output: \"OK?\"\n"
-            "  - Expected output: \"OK\"\n");
-}
-
-TEST_F(ExpectedLine, TheSameLineTwiceIsIncorrectOutput) {
-  EXPECT_EQ(error_of("echo OK; echo OK", "OK"),
-            "  - Remote command \"echo OK; echo OK\" produced incorrect output: 2 line(s) of output\n"
-            "  - Command output: \"OK\"\n"
-            "  - Command output: \"OK\"\n"
-            "  - Expected output: \"OK\"\n");
-}
-
-TEST_F(ExpectedLine, NoLineIsIncorrectOutput) {
-  EXPECT_EQ(error_of("true", "OK"),
-            "  - Remote command \"true\" produced incorrect output: 0 line(s) of output\n"
-            "  - Expected output: \"OK\"\n");
-}
-
-TEST_F(ExpectedLine, IncorrectOutputIsShownWithoutLimit) {
-  std::string shown;
-  for (int i = 1; i <= 30; ++i) shown += "  - Command output: \"" + std::to_string(i) + "\"\n";
-  EXPECT_EQ(error_of("seq 30", "OK"),
-            "  - Remote command \"seq 30\" produced incorrect output: 30 line(s) of output\n" + shown +
-                "  - Expected output: \"OK\"\n");
-}
-
-TEST_F(ExpectedLine, IncorrectOutputDoesNotWarnOnTheConsole) {
-  error_of("echo no", "OK");
+TEST_F(ExpectedLine, AnythingElseIsIncorrectOutputThatIsShownWithoutLimitAndDoesNotWarnOnTheConsole) {
+  Lines thirty;
+  for (int i = 1; i <= 30; ++i) thirty.push_back(std::to_string(i));
+  const std::pair<std::string, Lines> others[] = {
+      {"echo OK?", {"OK?"}}, {"echo OK; echo OK", {"OK", "OK"}}, {"true", {}}, {"seq 30", thirty}};
+  for (const auto& [command, output] : others) {
+    EXPECT_EQ(error_of(command, "OK"), "  - Remote command \"" + command +
+                                           "\" produced incorrect output: " + std::to_string(output.size()) +
+                                           " line(s) of output\n" + shown(output) + "  - Expected output: \"OK\"\n");
+  }
   EXPECT_EQ(take_console(), std::vector<std::string>{});
 }

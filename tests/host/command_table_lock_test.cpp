@@ -5,6 +5,7 @@
 #include <ostream>
 #include <streambuf>
 #include <string>
+#include <utility>
 
 #include "TavrenHost.h"
 #include "support/failing_memory.h"
@@ -36,42 +37,30 @@ class LookingUpBuffer : public std::streambuf {
 
 }  // namespace
 
-TEST(CommandTableLock, IsHeldWhileACommandIsLookedUp) {
-  expect_lock([] {
-    TavrenHost::set_cmds("ls=" + long_text + "\n");
-    failing_memory::at_each_allocation(look_up); /* by the copy that is returned */
-    look_up();
-  });
-}
-
-TEST(CommandTableLock, IsHeldWhileACommandIsSet) {
-  expect_lock([] {
-    std::string message;
-    failing_memory::at_each_allocation(look_up);
-    TavrenHost::set_cmd("ls", long_text, message);
-  });
-}
-
-TEST(CommandTableLock, IsHeldWhileCommandsAreLoaded) {
+TEST(CommandTableLock, IsHeldWhileACommandIsLookedUpOrSetAndWhileCommandsAreLoaded) {
   const std::string text = "ls=" + long_text + "\n";
-  expect_lock([&] {
-    failing_memory::at_each_allocation(look_up);
-    TavrenHost::set_cmds(text);
-  });
+  std::string message;
+  const std::pair<const char*, std::function<void()>> accesses[] = {
+      {"looked up", look_up}, /* which allocates the copy that it returns */
+      {"set", [&] { TavrenHost::set_cmd("ls", long_text, message); }},
+      {"loaded", [&] { TavrenHost::set_cmds(text); }},
+  };
+  for (const auto& [what, access] : accesses) {
+    SCOPED_TRACE(what);
+    expect_lock([&text, &do_access = access] {
+      TavrenHost::set_cmds(text);
+      failing_memory::at_each_allocation(look_up);
+      do_access();
+    });
+  }
 }
 
 TEST(CommandTableLock, IsHeldWhileCommandsArePrinted) {
-  expect_lock([] {
-    LookingUpBuffer buffer;
-    std::ostream out(&buffer);
-    TavrenHost::print_cmds(out);
-  });
-}
-
-TEST(CommandTableLock, IsHeldWhileTheTableForPeopleIsPrinted) {
-  expect_lock([] {
-    LookingUpBuffer buffer;
-    std::ostream out(&buffer);
-    TavrenHost::print_cmd_table(out);
-  });
+  for (const auto print : {TavrenHost::print_cmds, TavrenHost::print_cmd_table}) {
+    expect_lock([print] {
+      LookingUpBuffer buffer;
+      std::ostream out(&buffer);
+      print(out);
+    });
+  }
 }

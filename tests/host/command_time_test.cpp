@@ -1,14 +1,10 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <future>
+#include <functional>
 #include <list>
 #include <string>
 
 #include "host/measured_time.h"
 #include "support/host_session.h"
-#include "support/process_state.h"
-#include "support/scripted_client.h"
 
 /*
  * How long the steps of a remote command wait for the shell, and how long closing waits for its end.
@@ -25,13 +21,21 @@ class CommandTime : public LoopbackTest, protected MeasuredTime {
   /* Has the shell fall silent for good. */
   void silence_shell() { host.run_line(fall_silent, nullptr); }
 
-  void start_measuring() { MeasuredTime::start_measuring(directory.path("silence")); }
+  /* Expects action to fail after seconds, with the time-out of command. */
+  void expect_timeout(const std::string& command, int seconds, const std::function<void()>& action) {
+    start_measuring(directory.path("silence"));
+    EXPECT_EQ(error_body(action), "  - Timeout occurred while running remote command: \"" + command + "\"\n");
+    EXPECT_EQ(passed(), all_of(seconds));
+  }
 
   void run(const std::string& command) {
     std::list<std::string> lines;
     int status = 0;
-    EXPECT_EQ(error_body([&] { host.run_command(command, status, lines, given_time); }),
-              "  - Timeout occurred while running remote command: \"" + command + "\"\n");
+    host.run_command(command, status, lines, given_time);
+  }
+
+  void expect_given_time(const std::string& command) {
+    expect_timeout(command, given_time, [&] { run(command); });
   }
 
   std::string sent_for(const std::string& command) const {
@@ -45,79 +49,46 @@ class CommandTime : public LoopbackTest, protected MeasuredTime {
 
 TEST_F(CommandTime, ACommandIsSentWithinTheTimeThatItIsGiven) {
   recorded_system::refuse_to_write(sent_for("pwd"));
-  start_measuring();
-  run("pwd");
-  EXPECT_EQ(passed(), all_of(given_time));
+  expect_given_time("pwd");
 }
 
 TEST_F(CommandTime, ACommandBeginsWithinTheTimeThatItIsGiven) {
   silence_shell();
-  start_measuring();
-  run("pwd");
-  EXPECT_EQ(passed(), all_of(given_time));
+  expect_given_time("pwd");
 }
 
-TEST_F(CommandTime, ACommandEndsWithinTheTimeThatItIsGiven) {
-  start_measuring();
-  run(fall_silent);
-  EXPECT_EQ(passed(), all_of(given_time));
-}
+TEST_F(CommandTime, ACommandEndsWithinTheTimeThatItIsGiven) { expect_given_time(fall_silent); }
 
 TEST_F(CommandTime, ACommandsOutputHasWhatItsSendingHasLeft) {
   recorded_system::refuse_to_write(sent_for(fall_silent), 1);
-  start_measuring();
-  run(fall_silent);
-  EXPECT_EQ(passed(), all_of(given_time));
+  expect_given_time(fall_silent);
 }
 
 TEST_F(CommandTime, ALineOfOutputDoesNotProlongTheTime) {
   const ScriptedClient meeting("");
   const std::string pausing = meeting.make_fifo("pausing");
-  start_measuring();
-  std::promise<pid_t> thread;
-  auto command = std::async(std::launch::async, [&] {
-    thread.set_value(gettid());
-    run("echo >" + pausing + "; read x <" + meeting.path("go") + "; echo line; " + fall_silent);
-  });
-  wait_at(pausing);
-  wait_until_it_stays_asleep(thread.get_future().get());
-  recorded_system::pass_uptime(4);
-  release(meeting.path("go"));
-  command.get();
-  EXPECT_EQ(passed(), all_of(given_time));
+  const std::string command = "echo >" + pausing + "; read x <" + meeting.path("go") + "; echo line; " + fall_silent;
+  expect_timeout(command, given_time, [&] { run_with_pause([&] { run(command); }, meeting, 4); });
 }
 
 TEST_F(CommandTime, ACheckedCommandHasTheTimeOfACommand) {
-  start_measuring();
-  error_body([this] { host.run_and_check_ecode(fall_silent); });
-  EXPECT_EQ(passed(), all_of(command_time));
+  expect_timeout(fall_silent, command_time, [this] { host.run_and_check_ecode(fall_silent); });
 }
 
 TEST_F(CommandTime, ALineIsSentWithinTheTimeOfACommand) {
   recorded_system::refuse_to_write("true\n");
-  start_measuring();
-  error_body([this] { host.run_line("true", nullptr); });
-  EXPECT_EQ(passed(), all_of(command_time));
+  expect_timeout("true", command_time, [this] { host.run_line("true", nullptr); });
 }
 
-TEST_F(CommandTime, TheAnswerToALineHasTheTimeOfACommand) {
-  std::string output;
-  start_measuring();
-  error_body([&] { host.run_line(fall_silent, &output); });
-  EXPECT_EQ(passed(), all_of(command_time));
-}
-
-TEST_F(CommandTime, TheAnswerToALineHasWhatItsSendingHasLeft) {
+TEST_F(CommandTime, ALineAndItsAnswerHaveTheTimeOfACommandTogether) {
   std::string output;
   recorded_system::refuse_to_write(fall_silent + "\n", 1);
-  start_measuring();
-  error_body([&] { host.run_line(fall_silent, &output); });
-  EXPECT_EQ(passed(), all_of(command_time));
+  expect_timeout(fall_silent, command_time, [&] { host.run_line(fall_silent, &output); });
 }
 
 TEST_F(CommandTime, ClosingGivesTheChildTwoSeconds) {
   EXPECT_EQ(output_of(host, "trap '' TERM; echo ready"), "ready");
-  start_measuring();
+  MeasuredTime::start_measuring();
   host.close_connection();
   EXPECT_EQ(passed(), 2);
 }

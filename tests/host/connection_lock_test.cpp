@@ -37,14 +37,15 @@ namespace {
 
 class ConnectionLock : public LoopbackTest {
  protected:
-  /*
-   * Expects an opening that has written to the named pipe paused, and waits for go, not to be disturbed by one that
-   * disables the session.
-   */
-  void expect_undisturbed_opening(const std::string& paused, const std::string& go) {
-    auto opening = std::async(std::launch::async, [&] { host.open_connection(); });
+  /* Has another thread open the connection, and waits until the far side writes to the named pipe paused. */
+  void begin_opening(const std::string& paused) {
+    enable();
+    opening = std::async(std::launch::async, [this] { host.open_connection(); });
     wait_at(paused);
+  }
 
+  /* Expects the opening, whose far side waits for go, not to be disturbed by one that disables the session. */
+  void expect_undisturbed_opening(const std::string& go) {
     std::atomic<pid_t> disabler{0};
     std::atomic<bool> disabled{false};
     auto disabling = std::async(std::launch::async, [&] {
@@ -58,6 +59,8 @@ class ConnectionLock : public LoopbackTest {
     EXPECT_NO_THROW(opening.get());
     disabling.get();
   }
+
+  std::future<void> opening;
 };
 
 /*
@@ -70,10 +73,8 @@ class HangingLogin : public ConnectionLock {
     set_tunable("loopback_login", "0");
     client.make_fifo("asked");
     set_command("ssh", client.path());
-    enable();
     host.set_connection_status(TAVREN_CONNECTION_OK);
-    opening = std::async(std::launch::async, [this] { host.open_connection(); });
-    wait_at(client.path("asked"));
+    begin_opening(client.path("asked"));
   }
 
   void expect_login() {
@@ -84,26 +85,16 @@ class HangingLogin : public ConnectionLock {
   const std::string hang = "echo >$dir/asked; read -r go <$dir/go\n";
   const std::string shell_starts = say(ClientDialogue::shell_started()) + "become_shell\n";
   const ScriptedClient client;
-  std::future<void> opening;
 };
 
 }  // namespace
-
-TEST_F(ConnectionLock, DisablingWaitsForALoginInProgress) {
-  set_tunable("loopback_login", "0");
-  const ScriptedClient client("echo >$dir/asked; read -r go <$dir/go\n" + ClientDialogue().login());
-  client.make_fifo("asked");
-  set_command("ssh", client.path());
-  enable();
-  expect_undisturbed_opening(client.path("asked"), client.path("go"));
-}
 
 TEST_F(ConnectionLock, DisablingWaitsForAChangeOfDirectoryInProgress) {
   const ScriptedClient meeting("");
   const std::string asked = meeting.make_fifo("asked");
   set_command("cd", "echo >" + asked + "; read go <" + meeting.path("go") + "; cd");
-  enable();
-  expect_undisturbed_opening(asked, meeting.path("go"));
+  begin_opening(asked);
+  expect_undisturbed_opening(meeting.path("go"));
 }
 
 TEST_F(ConnectionLock, DisablingWaitsForAClosingInProgress) {
@@ -129,38 +120,25 @@ TEST_F(ConnectionLock, IsHeldUntilAnOpeningHasSentItsLastLine) {
   });
 }
 
-TEST_F(ConnectionLock, IsNotTakenToSetTheSettings) {
-  const Outcome outcome = run_in_child([this] {
-    open();
-    at_next_kill = [this] { host.set_settings(settings.record()); };
-    host.close_connection();
-  });
-  EXPECT_TRUE(outcome.exited_with(0)) << outcome.err;
-}
-
-TEST_F(ConnectionLock, IsNotTakenToEnable) {
+TEST_F(ConnectionLock, IsNotTakenToSetTheSettingsOrToEnable) {
   const Outcome outcome = run_in_child([this] {
     open();
     host.disable();
-    at_next_kill = [this] { host.enable(); };
+    at_next_kill = [this] { enable(); };
     host.close_connection();
   });
   EXPECT_TRUE(outcome.exited_with(0)) << outcome.err;
 }
 
-TEST_F(HangingLogin, DoesNotKeepTheStatusFromBeingRead) {
-  tavren_connection_status_t status{};
-  long when = 0;
-  host.get_connection_status(status, when);
-  EXPECT_EQ(status, TAVREN_CONNECTION_OK);
-  expect_login();
-}
+TEST_F(HangingLogin, IsWaitedForByDisabling) { expect_undisturbed_opening(client.path("go")); }
 
-TEST_F(HangingLogin, DoesNotKeepTheStatusFromBeingCleared) {
-  host.clear_connection_status();
-  tavren_connection_status_t status{};
-  long when = 0;
-  host.get_connection_status(status, when);
-  EXPECT_EQ(status, TAVREN_CONNECTION_NONE);
+TEST_F(HangingLogin, DoesNotKeepTheStatusFromBeingReadAndCleared) {
+  for (const tavren_connection_status_t expected : {TAVREN_CONNECTION_OK, TAVREN_CONNECTION_NONE}) {
+    tavren_connection_status_t status{};
+    long when = 0;
+    host.get_connection_status(status, when);
+    EXPECT_EQ(status, expected);
+    host.clear_connection_status();
+  }
   expect_login();
 }

@@ -18,35 +18,27 @@ std::string parsed(const std::string& line) {
   return std::to_string(result) + " " + std::to_string(size) + " " + name;
 }
 
-TEST(DiskUsageLine, IsASizeATabAndAName) { EXPECT_EQ(parsed("12\tlogs"), "0 12 logs"); }
+TEST(DiskUsageLine, IsASizeATabAndAName) {
+  EXPECT_EQ(parsed("12\tlogs"), "0 12 logs");
+  EXPECT_EQ(parsed("12\t"), "0 12 ");
+  EXPECT_EQ(parsed("12\t two  words \xc3\xa4\xff"), "0 12  two  words \xc3\xa4\xff");
+  EXPECT_EQ(parsed("12\ta\tb"), "0 12 a\tb"); /* the size ends at the first tab */
+}
 
-TEST(DiskUsageLine, LosesTheSlashAndThePointAtItsEnd) { EXPECT_EQ(parsed("12\tlogs/."), "0 12 logs"); }
-
-TEST(DiskUsageLine, OfNothingButASlashAndAPointHasNoName) { EXPECT_EQ(parsed("12\t/."), "0 12 "); }
+TEST(DiskUsageLine, LosesTheSlashAndThePointAtItsEnd) {
+  EXPECT_EQ(parsed("12\tlogs/."), "0 12 logs");
+  EXPECT_EQ(parsed("12\t/."), "0 12 ");
+}
 
 TEST(DiskUsageLine, KeepsOtherEnds) {
-  EXPECT_EQ(parsed("12\tlogs/"), "0 12 logs/");
-  EXPECT_EQ(parsed("12\tlogs."), "0 12 logs.");
-  EXPECT_EQ(parsed("12\t."), "0 12 .");
-  EXPECT_EQ(parsed("12\tlogs/.."), "0 12 logs/..");
-  EXPECT_EQ(parsed("12\tlogs/./x"), "0 12 logs/./x");
+  for (const std::string name : {"logs/", "logs.", ".", "logs/..", "logs/./x"}) {
+    EXPECT_EQ(parsed("12\t" + name), "0 12 " + name);
+  }
 }
 
-TEST(DiskUsageLine, EndsItsSizeAtTheFirstTab) { EXPECT_EQ(parsed("12\ta\tb"), "0 12 a\tb"); }
-
-TEST(DiskUsageLine, MayHaveAnEmptyName) { EXPECT_EQ(parsed("12\t"), "0 12 "); }
-
-TEST(DiskUsageLine, KeepsBlanksAndOtherBytesOfTheName) {
-  EXPECT_EQ(parsed("12\t two  words \xc3\xa4\xff"), "0 12  two  words \xc3\xa4\xff");
+TEST(DiskUsageLine, WithoutATabOrANumberBeforeItIsNone) {
+  for (const char* line : {"12 logs", "12K\tlogs", "\tlogs", ""}) EXPECT_EQ(parsed(line), "-1 -7 untouched") << line;
 }
-
-TEST(DiskUsageLine, WithoutATabIsNone) { EXPECT_EQ(parsed("12 logs"), "-1 -7 untouched"); }
-
-TEST(DiskUsageLine, WithLettersBeforeTheTabIsNone) { EXPECT_EQ(parsed("12K\tlogs"), "-1 -7 untouched"); }
-
-TEST(DiskUsageLine, WithNothingBeforeTheTabIsNone) { EXPECT_EQ(parsed("\tlogs"), "-1 -7 untouched"); }
-
-TEST(DiskUsageLine, ThatIsEmptyIsNone) { EXPECT_EQ(parsed(""), "-1 -7 untouched"); }
 
 class DirectorySizes : public TransferTest {
  protected:
@@ -98,17 +90,11 @@ TEST_F(DirectorySizes, OfANameWithANewlineAreNamedByItsFirstLine) {
   EXPECT_EQ(sizes.count("first"), 1U);
 }
 
-TEST_F(DirectorySizes, OfALaterLineReplaceThoseOfAnEarlierOne) {
+TEST_F(DirectorySizes, OfALaterLineReplaceThoseOfAnEarlierOneAndThoseThatAreThere) {
+  sizes = {{"b", 1}, {"old", 2}};
   set_command("du", "printf '1\\ta\\n2\\tb\\n3\\ta\\n' #");
   EXPECT_TRUE(host.get_dir_sizes("*", sizes));
-  EXPECT_EQ(sizes, (Sizes{{"a", 3}, {"b", 2}}));
-}
-
-TEST_F(DirectorySizes, AreAddedToThoseThatAreThere) {
-  sizes = {{"a", 1}, {"old", 2}};
-  set_command("du", "printf '3\\ta\\n' #");
-  EXPECT_TRUE(host.get_dir_sizes("*", sizes));
-  EXPECT_EQ(sizes, (Sizes{{"a", 3}, {"old", 2}}));
+  EXPECT_EQ(sizes, (Sizes{{"a", 3}, {"b", 2}, {"old", 2}}));
 }
 
 TEST_F(DirectorySizes, OfNothingAreNoneAndNoError) {
@@ -137,8 +123,9 @@ TEST_F(DirectorySizes, WithoutAProgramToMeasureAreAFailedCommand) {
 
 TEST_F(DirectorySizes, WithAProgramThatIsNotThereAreAFailedCommand) {
   set_command("du", "/no/such/du");
-  EXPECT_EQ(first_lines(error_body([this] { host.get_dir_sizes("*", sizes); }), 1),
-            "  - Remote command \"/no/such/du *\" failed with error code 127\n");
+  EXPECT_EQ(error_body([this] { host.get_dir_sizes("*", sizes); }),
+            "  - Remote command \"/no/such/du *\" failed with error code 127\n"
+            "  - Command output: \"/bin/sh: 3: /no/such/du: not found\"\n");
 }
 
 /* Long before the time of another command is over, the program would have ended. */

@@ -16,6 +16,27 @@ namespace {
 
 class HandleCreation : public HandleTest {
  protected:
+  HandleCreation() { message = left_over; }
+
+  /* Makes a creation throw something else than an error, which must leave it as it is. */
+  template <class Exception>
+  void expect_passed_on(const std::string& where, const Exception& exception) {
+    recorded_system::at_next(where, [exception] { throw exception; });
+    EXPECT_THROW(create_from(settings), Exception);
+    EXPECT_EQ(message, nullptr);
+  }
+
+  /* Expects a creation that fails to keep what its allocation of that number has given. */
+  void expect_kept(int allocation, int first_to_fail = -1) {
+    const tavren_settings_t record = settings.record();
+    failing_memory::watch_allocation(allocation);
+    const failing_memory::FailAllocation exhausted(first_to_fail);
+    EXPECT_EQ(tavren_hp_create(&record, &message), nullptr);
+    take_message();
+    EXPECT_TRUE(failing_memory::is_watching());
+    EXPECT_FALSE(failing_memory::was_released()) << allocation;
+  }
+
   tavren_hp_t* create_from(const Settings& used) {
     Settings copy = used;
     const tavren_settings_t record = copy.record();
@@ -26,6 +47,7 @@ class HandleCreation : public HandleTest {
 /* The allocations of a creation, in their order. */
 constexpr int of_the_handle = 1;
 constexpr int of_the_host = 2;
+constexpr int of_the_settings = 3;
 constexpr int of_the_first_command = 3; /* while the host is made, and only in the process's first one */
 
 /* Makes a process's first creation fail while its host is made. Tells what came of it, in a process of its own. */
@@ -72,43 +94,29 @@ TEST_F(HandleCreation, WithoutMemoryForAllCommandsLeavesThemToTheNextOne) {
   EXPECT_EQ(commands_after_a_half_filled_table, "null, /usr/bin/ssh , /bin/rm -f ");
 }
 
-TEST_F(HandleCreation, ReturnsAConnectedSession) {
+TEST_F(HandleCreation, ReturnsAConnectedSessionWithACopyOfTheSettingsAndAShellThatIsNotSetUp) {
+  const ScriptedClient with_umask("umask 077\n" + dialogue.login());
+  set_command("ssh", with_umask.path());
   handle = create_from(settings);
   ASSERT_NE(handle, nullptr);
-  EXPECT_EQ(output_of(*handle->host, "pwd"), directory.path());
-}
-
-TEST_F(HandleCreation, SetsTheMessageToNull) {
-  char text[] = "left over";
-  message = text;
-  handle = create_from(settings);
   EXPECT_EQ(message, nullptr);
-}
-
-TEST_F(HandleCreation, CopiesTheSettings) {
-  handle = create_from(settings);
+  EXPECT_EQ(output_of(*handle->host, "pwd; umask | tr -d '\\n' >mask"), directory.path());
+  EXPECT_EQ(received("mask"), "0077");
   tavren_settings_t kept{};
   handle->host->get_settings(kept);
   const tavren_settings_t wanted = settings.record();
   EXPECT_EQ(tavren_settings_are_equal(&kept, &wanted), 1);
   EXPECT_NE(kept.host, wanted.host);
   tavren_settings_free_contents(&kept);
-}
-
-TEST_F(HandleCreation, DoesNotSetUpTheShell) {
-  const ScriptedClient with_umask("umask 077\n" + dialogue.login());
-  set_command("ssh", with_umask.path());
-  handle = create_from(settings);
-  EXPECT_EQ(output_of(*handle->host, "umask"), "0077");
   destroy();
 }
 
-TEST_F(HandleCreation, WithARefusedLoginReturnsNullAndTheErrorsBody) {
+TEST_F(HandleCreation, WithARefusedLoginReturnsTheErrorsBodyAndNoHandleLogsNothingAndDeliberatelyKeepsItsChild) {
   refuse_login();
   EXPECT_EQ(create_from(settings), nullptr);
-  EXPECT_EQ(take_message(),
-            "  - Failed to start secure shell session on archive.example\n"
-            "  - Secure shell login failed: permission denied\n");
+  EXPECT_EQ(take_message(), denied);
+  EXPECT_EQ(recorded_system::take_log(), std::vector<recorded_system::LogEntry>{});
+  EXPECT_TRUE(has_survived(std::stoi(refusing_client->taken("pid"))));
 }
 
 TEST_F(HandleCreation, WithAMissingDirectoryReturnsNullAndTheErrorsBody) {
@@ -117,36 +125,15 @@ TEST_F(HandleCreation, WithAMissingDirectoryReturnsNullAndTheErrorsBody) {
   EXPECT_EQ(first_lines(take_message(), 1), "  - Remote command \"cd '/no/such'\" failed with error code 2\n");
 }
 
-TEST_F(HandleCreation, ThatFailsLogsNothing) {
-  refuse_login();
-  create_from(settings);
-  take_message();
-  EXPECT_EQ(recorded_system::take_log(), std::vector<recorded_system::LogEntry>{});
-}
-
-TEST_F(HandleCreation, ThatFailsDeliberatelyKeepsItsChild) {
-  refuse_login();
-  create_from(settings);
-  take_message();
-  EXPECT_TRUE(has_survived(std::stoi(refusing_client->taken("pid"))));
-}
-
 /* Each wait of an opening turns a time-out into an error of its own, so this one comes where nothing is waited for. */
 TEST_F(HandleCreation, PassesATimeoutOn) {
-  char text[] = "left over";
-  message = text;
   refuse_login();
-  recorded_system::at_next("console", [] { throw TavrenTimeout(); });
-  EXPECT_THROW(create_from(settings), TavrenTimeout);
-  EXPECT_EQ(message, nullptr);
+  expect_passed_on("console", TavrenTimeout());
 }
 
-TEST_F(HandleCreation, PassesACancellationOn) {
-  char text[] = "left over";
-  message = text;
-  recorded_system::at_next("write " + settings.password + "\n", [] { throw TavrenOperationCancelled(); });
-  EXPECT_THROW(create_from(settings), TavrenOperationCancelled);
-  EXPECT_EQ(message, nullptr);
+TEST_F(HandleCreation, PassesACancellationAndAnyOtherExceptionOn) {
+  expect_passed_on("write " + settings.password + "\n", TavrenOperationCancelled());
+  expect_passed_on("write " + settings.password + "\n", std::length_error("too long"));
 }
 
 /* The host that was asked is told nothing of it, nor are log and console. */
@@ -166,25 +153,8 @@ TEST_F(HandleCreation, ThatIsCancelledIsNoFailedConnection) {
   logging.close_connection();
 }
 
-TEST_F(HandleCreation, PassesAnyOtherExceptionOn) {
-  char text[] = "left over";
-  message = text;
-  recorded_system::at_next("write " + settings.password + "\n", [] { throw std::length_error("too long"); });
-  EXPECT_THROW(create_from(settings), std::length_error);
-  EXPECT_EQ(message, nullptr);
-}
-
 TEST_F(HandleCreation, WithoutAKeyFieldIsAFailedAssertion) {
   expect_failed_assertion_without_a_key_field(tavren_hp_create);
-}
-
-TEST_F(HandleCreation, WithoutMemoryForTheHandleReturnsNullWithoutAMessage) {
-  char text[] = "left over";
-  message = text;
-  const tavren_settings_t record = settings.record();
-  const failing_memory::FailAllocation exhausted(1);
-  EXPECT_EQ(tavren_hp_create(&record, &message), nullptr);
-  EXPECT_EQ(message, nullptr);
 }
 
 TEST_F(HandleCreation, WithoutMemoryAtAnyPointReturnsNullWithoutAMessage) {
@@ -192,7 +162,7 @@ TEST_F(HandleCreation, WithoutMemoryAtAnyPointReturnsNullWithoutAMessage) {
   const tavren_settings_t record = settings.record();
   int failures = 0;
   do {
-    message = nullptr;
+    message = left_over;
     const failing_memory::FailAllocation exhausted(failures + 1);
     handle = tavren_hp_create(&record, &message);
     EXPECT_EQ(message, nullptr);
@@ -212,41 +182,13 @@ TEST_F(HandleCreation, SettingsThatCannotBeCopiedWholeAreNoSettings) {
 }
 
 TEST_F(HandleCreation, ThatFailsDeliberatelyKeepsTheHandleAndTheHost) {
+  expect_kept(of_the_handle, of_the_host);
+  for (const int allocation : {of_the_handle, of_the_host}) expect_kept(allocation, of_the_settings);
   refuse_login();
-  for (const int allocation : {of_the_handle, of_the_host}) {
-    const tavren_settings_t record = settings.record();
-    failing_memory::watch_allocation(allocation);
-    EXPECT_EQ(tavren_hp_create(&record, &message), nullptr);
-    take_message();
-    EXPECT_TRUE(failing_memory::is_watching());
-    EXPECT_FALSE(failing_memory::was_released()) << allocation;
-  }
+  for (const int allocation : {of_the_handle, of_the_host}) expect_kept(allocation);
 }
 
-TEST_F(HandleCreation, WithoutMemoryForTheHostDeliberatelyKeepsTheHandle) {
-  const tavren_settings_t record = settings.record();
-  failing_memory::watch_allocation(of_the_handle);
-  const failing_memory::FailAllocation exhausted(of_the_host);
-  EXPECT_EQ(tavren_hp_create(&record, &message), nullptr);
-  EXPECT_TRUE(failing_memory::is_watching());
-  EXPECT_FALSE(failing_memory::was_released());
-}
-
-TEST_F(HandleCreation, WithoutMemoryForTheSettingsDeliberatelyKeepsTheHandleAndTheHost) {
-  const tavren_settings_t record = settings.record();
-  for (const int allocation : {of_the_handle, of_the_host}) {
-    failing_memory::watch_allocation(allocation);
-    const failing_memory::FailAllocation exhausted(of_the_host + 1);
-    EXPECT_EQ(tavren_hp_create(&record, &message), nullptr);
-    EXPECT_TRUE(failing_memory::is_watching());
-    EXPECT_FALSE(failing_memory::was_released()) << allocation;
-  }
-}
-
-TEST(HandleFirstCreation, WithoutMemoryToMakeTheHostReturnsNullAndDeliberatelyKeepsTheHandle) {
+TEST(HandleFirstCreation, WithoutMemoryToMakeTheHostDeliberatelyKeepsTheHandleAndReleasesTheHostsStorage) {
   EXPECT_EQ(fate_of_the_handle, "null, no message, kept");
-}
-
-TEST(HandleFirstCreation, WithoutMemoryToMakeTheHostReleasesItsStorage) {
   EXPECT_EQ(fate_of_the_host, "null, no message, released");
 }

@@ -72,8 +72,6 @@ class HandleFunction : public HandleTest, public testing::WithParamInterface<Nam
 
   /* What the message must be after an exception that has none. */
   char* untouched_or_cleared() { return GetParam().value.clears_message_on_entry ? nullptr : left_over; }
-
-  char left_over[10] = "left over";
 };
 
 class HandleWait : public HandleFunction {};

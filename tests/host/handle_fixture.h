@@ -81,6 +81,10 @@ class HandleTest : public HostTest {
 
   std::string received(const std::string& name) const { return read_file(directory.path(name)); }
 
+  static constexpr char denied[] =
+      "  - Failed to start secure shell session on archive.example\n"
+      "  - Secure shell login failed: permission denied\n";
+
   ClientDialogue dialogue;
   const TemporaryDirectory directory;
   const ScriptedClient client;
@@ -88,6 +92,7 @@ class HandleTest : public HostTest {
   tavren_hp_t* handle = nullptr;
   pid_t child = -1;
   char* message = nullptr;
+  char left_over[10] = "left over"; /* what a message may be before a call */
 };
 
 #endif

@@ -53,74 +53,46 @@ TEST_F(HandleOpening, IsNotPartOfMakingTheHandle) {
   EXPECT_EQ(client.starts(), 0);
 }
 
-TEST_F(HandleOpening, LogsIn) {
-  open();
-  EXPECT_EQ(output_of(*handle->host, "pwd"), directory.path());
-}
-
-TEST_F(HandleOpening, DoesNotSetUpTheShell) {
+TEST_F(HandleOpening, LogsInAndDoesNotSetUpTheShell) {
   const ScriptedClient with_umask("umask 077\n" + dialogue.login());
   set_command("ssh", with_umask.path());
-  open();
+  message = left_over;
+  EXPECT_EQ(tavren_hp_open(handle, &message), 0);
+  EXPECT_EQ(message, nullptr);
+  EXPECT_EQ(output_of(*handle->host, "pwd"), directory.path());
   EXPECT_EQ(output_of(*handle->host, "umask"), "0077");
 }
 
-TEST_F(HandleOpening, ThatFailsLogsNothing) {
-  refuse_login();
-  fail_to_open();
-  EXPECT_EQ(recorded_system::take_log(), std::vector<recorded_system::LogEntry>{});
-}
-
-TEST_F(HandleOpening, SetsTheMessageToNull) {
-  char text[] = "left over";
-  message = text;
-  EXPECT_EQ(tavren_hp_open(handle, &message), 0);
-  EXPECT_EQ(message, nullptr);
-}
-
-TEST_F(HandleOpening, KeepsAConnectionThatThereIs) {
+TEST_F(HandleOpening, KeepsAConnectionThatThereIsThroughWhichFilesGo) {
   const pid_t first = open();
   EXPECT_EQ(open(), first);
   EXPECT_EQ(client.starts(), 1);
-}
-
-TEST_F(HandleOpening, LetsFilesBeSent) {
-  open();
   EXPECT_EQ(tavren_hp_start_send_file(handle, "file", 3, 0644, &message), 0);
   EXPECT_EQ(tavren_hp_continue_send_file(handle, "abc", 3, &message), 0);
   EXPECT_EQ(tavren_hp_end_send_file(handle, &message), 0);
   EXPECT_EQ(received("file"), "abc");
 }
 
-TEST_F(HandleOpening, AgainAfterAClosingLogsInAgain) {
+TEST_F(HandleOpening, AgainAfterAClosingInTheMiddleOfAFileLogsInAgainAndSendsTheNextOne) {
   const pid_t first = open();
-  tavren_hp_close(handle);
-  EXPECT_NE(open(), first);
-  EXPECT_EQ(client.starts(), 2);
-}
-
-TEST_F(HandleOpening, AgainAfterAClosingInTheMiddleOfAFileSendsTheNextOne) {
-  open();
   EXPECT_EQ(tavren_hp_start_send_file(handle, "half", 6, 0644, &message), 0);
   EXPECT_EQ(tavren_hp_continue_send_file(handle, "abc", 3, &message), 0);
   tavren_hp_close(handle);
-  open();
+  EXPECT_NE(open(), first);
+  EXPECT_EQ(client.starts(), 2);
   EXPECT_EQ(tavren_hp_try_to_create_file(handle, "file", &message), 0);
 }
 
-TEST_F(HandleOpening, WithARefusedLoginReportsTheErrorsBody) {
-  refuse_login();
-  EXPECT_EQ(fail_to_open(),
-            "  - Failed to start secure shell session on archive.example\n"
-            "  - Secure shell login failed: permission denied\n");
-}
-
-TEST_F(HandleOpening, ThatFailsLeavesNoChildAndNoDescriptor) {
+TEST_F(HandleOpening, WithARefusedLoginReportsTheErrorsBodyLogsNothingAndLeavesNoChildAndNoDescriptor) {
   const auto descriptors = count_open_descriptors();
   refuse_login();
-  fail_to_open();
+  EXPECT_EQ(fail_to_open(), denied);
+  EXPECT_EQ(recorded_system::take_log(), std::vector<recorded_system::LogEntry>{});
   EXPECT_TRUE(is_gone(std::stoi(refusing_client->taken("pid"))));
   EXPECT_EQ(count_open_descriptors(), descriptors);
+  set_command("ssh", client.path());
+  open();
+  EXPECT_EQ(output_of(*handle->host, "pwd"), directory.path());
 }
 
 TEST_F(HandleOpening, ThatFailsAfterTheLoginLeavesNoChildAndNoDescriptor) {
@@ -132,30 +104,17 @@ TEST_F(HandleOpening, ThatFailsAfterTheLoginLeavesNoChildAndNoDescriptor) {
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 }
 
-TEST_F(HandleOpening, AfterOneThatFailedLogsIn) {
-  refuse_login();
-  fail_to_open();
-  set_command("ssh", client.path());
-  open();
-  EXPECT_EQ(output_of(*handle->host, "pwd"), directory.path());
-}
-
-TEST_F(HandleOpening, ThatRunsOutOfTimeReportsIt) {
-  failing_memory::at_each_allocation([] { throw TavrenTimeout(); });
-  EXPECT_EQ(fail_to_open(), "  - The archive host does not answer\n");
-}
-
-TEST_F(HandleOpening, WithoutMemoryOnceReportsIt) {
-  failing_memory::at_each_allocation([] { throw std::bad_alloc(); });
-  EXPECT_EQ(fail_to_open(), "  - Out of memory\n");
-}
-
-TEST_F(HandleOpening, ThatFailsInTheLanguagesLibraryReportsIt) {
-  failing_memory::at_each_allocation([] { throw std::length_error("too long"); });
-  EXPECT_EQ(fail_to_open(), "  - too long\n");
-}
-
-TEST_F(HandleOpening, OfACancelledSessionReportsIt) {
+TEST_F(HandleOpening, ReportsWhateverItMeets) {
+  const std::pair<void (*)(), const char*> failures[] = {
+      {[] { throw TavrenTimeout(); }, "  - The archive host does not answer\n"},
+      {[] { throw std::bad_alloc(); }, "  - Out of memory\n"},
+      {[] { throw std::length_error("too long"); }, "  - too long\n"},
+  };
+  for (const auto& [thrower, text] : failures) {
+    failing_memory::at_each_allocation(thrower);
+    EXPECT_EQ(fail_to_open(), text);
+  }
+  failing_memory::at_each_allocation(nullptr);
   handle->host->disable();
   EXPECT_EQ(fail_to_open(), "  - The operation was cancelled\n");
 }
@@ -185,8 +144,7 @@ TEST_F(HandleOpening, WithoutMemoryForAHandleReturnsNullWithoutAMessage) {
   const tavren_settings_t record = settings.record();
   int failures = 0;
   for (; handle == nullptr && failures < 100; ++failures) {
-    char text[] = "left over";
-    message = text;
+    message = left_over;
     const failing_memory::FailAllocation exhausted(failures + 1);
     handle = tavren_hp_new(&record, &message);
     EXPECT_EQ(message, nullptr);
@@ -201,26 +159,20 @@ TEST_F(HandleOpening, WithoutAKeyFieldIsAFailedAssertionOfTheHandlesMaking) {
 
 class HandleClosing : public HandleOpening {};
 
-TEST_F(HandleClosing, StopsAndReapsTheChild) {
+TEST_F(HandleClosing, StopsAndReapsTheChildAndLeavesNoDescriptor) {
+  const auto descriptors = count_open_descriptors();
   const pid_t shell = open();
   tavren_hp_close(handle);
   EXPECT_TRUE(is_gone(shell));
-}
-
-TEST_F(HandleClosing, LeavesNoDescriptor) {
-  const auto descriptors = count_open_descriptors();
-  open();
-  tavren_hp_close(handle);
   EXPECT_EQ(count_open_descriptors(), descriptors);
 }
 
-TEST_F(HandleClosing, TwiceIsHarmless) {
+TEST_F(HandleClosing, WithoutAConnectionIsHarmless) {
+  tavren_hp_close(handle);
   open();
   tavren_hp_close(handle);
   tavren_hp_close(handle);
 }
-
-TEST_F(HandleClosing, WithoutAConnectionIsHarmless) { tavren_hp_close(handle); }
 
 TEST_F(HandleClosing, OfABrokenSessionReapsTheChild) {
   child = open();

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "host/handle_fixture.h"
 #include "support/failing_memory.h"
@@ -31,22 +32,14 @@ class HandleKill : public HandleTest {
 
 }  // namespace
 
-TEST_F(Handle, DestructionReleasesTheHandle) {
-  create();
-  handle->host->close_connection();
-  failing_memory::watch(handle);
-  tavren_hp_destroy(handle);
-  handle = nullptr;
-  EXPECT_TRUE(failing_memory::was_released());
-}
-
-TEST_F(Handle, DestructionReleasesTheHost) {
-  create();
-  handle->host->close_connection();
-  failing_memory::watch(handle->host);
-  tavren_hp_destroy(handle);
-  handle = nullptr;
-  EXPECT_TRUE(failing_memory::was_released());
+TEST_F(Handle, DestructionReleasesTheHandleAndTheHost) {
+  for (const bool is_the_host : {false, true}) {
+    create();
+    handle->host->close_connection();
+    failing_memory::watch(is_the_host ? static_cast<const void*>(handle->host) : handle);
+    tavren_hp_destroy(std::exchange(handle, nullptr));
+    EXPECT_TRUE(failing_memory::was_released()) << is_the_host;
+  }
 }
 
 TEST_F(Handle, DestructionOfAHandleWithoutAHostReleasesTheHandle) {
@@ -91,18 +84,14 @@ TEST_F(Handle, SendsAStream) {
   EXPECT_EQ(received("file"), "two\nlines\n");
 }
 
-TEST_F(Handle, ProvesThatAFileCanBeCreated) {
+TEST_F(Handle, ProvesThatAFileCanBeCreatedAndRemovesOne) {
   create();
   recorded_system::record_writes();
   EXPECT_EQ(tavren_hp_try_to_create_file(handle, "file", &message), 0);
   EXPECT_EQ(recorded_system::take_writes().back(), "/bin/rm -f 'file'\n");
-}
-
-TEST_F(Handle, RemovesAFile) {
-  create();
-  write_file(directory.path("file"), "content");
-  EXPECT_EQ(tavren_hp_remove_file(handle, "file", &message), 0);
-  EXPECT_FALSE(std::filesystem::exists(directory.path("file")));
+  write_file(directory.path("other"), "content");
+  EXPECT_EQ(tavren_hp_remove_file(handle, "other", &message), 0);
+  EXPECT_FALSE(std::filesystem::exists(directory.path("other")));
 }
 
 TEST_F(HandleKill, TerminatesTheChild) {

@@ -2,6 +2,8 @@
 
 #include <filesystem>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "host/measured_time.h"
 #include "host/transfer_fixture.h"
@@ -54,18 +56,17 @@ TEST_F(HostCheck, FailsWhenNoDirectoryCanBeMade) {
   EXPECT_FALSE(left("test"));
 }
 
-TEST_F(HostCheck, FailsWhenTheFirstFileCannotBeSent) {
-  use_sink("printf '\\001No space left on device\\n'\nread -r line\n");
-  EXPECT_EQ(test_error(), "  - Remote command \"" + sink_command(first_file) +
-                              "\" failed with error code 1\n  - Command output: \"No space left on device\"\n");
-  EXPECT_TRUE(left("test"));
-}
-
-TEST_F(HostCheck, FailsWhenTheSecondFileCannotBeSent) {
-  use_sink("case $1 in *00) exec scp -q -t \"$1\";; esac\nprintf '\\001No space left on device\\n'\nread -r line\n");
-  EXPECT_EQ(test_error(), "  - Remote command \"" + sink_command(second_file) +
-                              "\" failed with error code 1\n  - Command output: \"No space left on device\"\n");
-  EXPECT_TRUE(left(first_file));
+TEST_F(HostCheck, FailsWhenEitherFileCannotBeSent) {
+  const std::string no_room = "printf '\\001No space left on device\\n'\nread -r line\n";
+  for (const auto& [unless, refused, there] :
+       {std::tuple{"", first_file, "test"},
+        {"case $1 in *00) exec scp -q -t \"$1\";; esac\n", second_file, first_file}}) {
+    use_sink(unless + no_room);
+    EXPECT_EQ(test_error(), "  - Remote command \"" + sink_command(refused) +
+                                "\" failed with error code 1\n  - Command output: \"No space left on device\"\n");
+    EXPECT_TRUE(left(there));
+    start_over();
+  }
 }
 
 TEST_F(HostCheck, FailsWhenTheFileReadsOtherwise) {
@@ -92,10 +93,12 @@ TEST_F(HostCheck, FailsWhenTheListingIsSortedOtherwise) {
   EXPECT_TRUE(left(second_file));
 }
 
-TEST_F(HostCheck, FailsWhenSizesCannotBeMeasured) {
-  set_command("du", "false");
-  EXPECT_EQ(test_error(), "  - Remote command \"false test\" failed with error code 1\n");
-  EXPECT_TRUE(left(second_file));
+TEST_F(HostCheck, FailsWhenTheDirectoryCannotBeRemovedAndBeforeWhenSizesCannotBeMeasured) {
+  for (const auto& [command, sent] : {std::pair{"rm", "false -r test"}, {"du", "false test"}}) {
+    set_command(command, "false");
+    EXPECT_EQ(test_error(), std::string("  - Remote command \"") + sent + "\" failed with error code 1\n");
+    EXPECT_TRUE(left(second_file));
+  }
 }
 
 /* A size program that says nothing more. */
@@ -107,12 +110,6 @@ TEST_F(HostCheckTime, SizesAreMeasuredWithinTheTimeOfACommand) {
   start_measuring(du.path("silence"));
   EXPECT_EQ(test_error(), "  - Timeout occurred while running remote command: \"" + du.path() + " test\"\n");
   EXPECT_EQ(passed(), all_of(command_time));
-}
-
-TEST_F(HostCheck, FailsWhenTheDirectoryCannotBeRemoved) {
-  set_command("rm", "false");
-  EXPECT_EQ(test_error(), "  - Remote command \"false -r test\" failed with error code 1\n");
-  EXPECT_TRUE(left(second_file));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <future>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "TavrenExceptions.h"
 #include "TavrenHost.h"
@@ -19,14 +20,11 @@
 
 namespace {
 
-struct Status {
-  tavren_connection_status_t status;
-  long when;
-};
+using Status = std::pair<tavren_connection_status_t, long>;
 
 Status status_of(TavrenHost& host) {
   Status result{};
-  host.get_connection_status(result.status, result.when);
+  host.get_connection_status(result.first, result.second);
   return result;
 }
 
@@ -34,24 +32,19 @@ class HostObject : public LoopbackTest {};
 
 }  // namespace
 
-TEST_F(HostObject, SettingsComeBackAsACopy) {
+TEST_F(HostObject, SettingsAreCopiedDeeplyInPlaceOfOldOnes) {
+  host.set_settings(settings.record());
+  settings.user = "somebody";
   settings.host_key = "ssh-ed25519 AAAA";
   settings.fingerprint = "SHA256:x";
   host.set_settings(settings.record());
-  tavren_settings_t copy{};
-  host.get_settings(copy);
-  const tavren_settings_t wanted = settings.record();
-  EXPECT_EQ(tavren_settings_are_equal(&copy, &wanted), 1);
-  EXPECT_STREQ(copy.fingerprint, "SHA256:x");
-  tavren_settings_free_contents(&copy);
-}
-
-TEST_F(HostObject, SettingsAreCopiedDeeply) {
-  host.set_settings(settings.record());
+  Settings wanted = settings;
   settings.host = "other.example";
   tavren_settings_t copy{};
   host.get_settings(copy);
-  EXPECT_STREQ(copy.host, "archive.example");
+  const tavren_settings_t record = wanted.record();
+  EXPECT_EQ(tavren_settings_are_equal(&copy, &record), 1);
+  EXPECT_STREQ(copy.fingerprint, "SHA256:x");
   tavren_settings_free_contents(&copy);
 }
 
@@ -71,79 +64,40 @@ TEST_F(HostObject, SettingsAreCopiedOverARecordWhoseStringsStay) {
   EXPECT_EQ(outcome.out, "old.example, /old, old user, old secret, old key, old fingerprint, archive.example");
 }
 
-TEST_F(HostObject, NewSettingsTakeTheOldOnesPlace) {
-  host.set_settings(settings.record());
-  settings.user = "somebody";
-  host.set_settings(settings.record());
-  tavren_settings_t copy{};
-  host.get_settings(copy);
-  EXPECT_STREQ(copy.user, "somebody");
-  tavren_settings_free_contents(&copy);
-}
-
-TEST_F(HostObject, EnablingWithoutSettingsIsAFailedAssertion) {
+TEST_F(HostObject, EnablingWithoutSettingsAndEnablingOrDisablingTwiceAreFailedAssertions) {
   expect_assertion("TavrenHost", "settings.host != NULL", [this] { host.enable(); });
-}
-
-TEST_F(HostObject, EnablingTwiceIsAFailedAssertion) {
-  enable();
-  expect_assertion("TavrenHost", "!enabled", [this] { host.enable(); });
-}
-
-TEST_F(HostObject, DisablingAFreshHostIsAFailedAssertion) {
   host.set_settings(settings.record());
   expect_assertion("TavrenHost", "enabled", [this] { host.disable(); });
-}
-
-TEST_F(HostObject, DisablingTwiceIsAFailedAssertion) {
-  enable();
+  host.enable();
+  expect_assertion("TavrenHost", "!enabled", [this] { host.enable(); });
   host.disable();
   expect_assertion("TavrenHost", "enabled", [this] { host.disable(); });
 }
 
-TEST_F(HostObject, IsEnabledAgainAfterItWasDisabled) {
-  enable();
+TEST_F(HostObject, OpeningAHostThatIsNotEnabledIsCancelledAndLeavesTheStatusAlone) {
+  host.set_settings(settings.record());
+  EXPECT_THROW(host.open_connection(), TavrenOperationCancelled);
+  EXPECT_EQ(status_of(host), Status(TAVREN_CONNECTION_NONE, 0));
+  host.enable();
   host.disable();
+  EXPECT_THROW(host.open_connection(), TavrenOperationCancelled);
+  EXPECT_EQ(status_of(host), Status(TAVREN_CONNECTION_NONE, 0));
   host.enable();
   host.open_connection();
   EXPECT_EQ(output_of(host, "pwd"), directory.path());
 }
 
-TEST_F(HostObject, OpeningWithoutEnablingIsCancelled) {
-  host.set_settings(settings.record());
-  EXPECT_THROW(host.open_connection(), TavrenOperationCancelled);
-}
-
-TEST_F(HostObject, OpeningADisabledHostIsCancelled) {
-  enable();
-  host.disable();
-  EXPECT_THROW(host.open_connection(), TavrenOperationCancelled);
-}
-
-TEST_F(HostObject, OpeningADisabledHostThatIsConnectedIsCancelled) {
-  open();
-  host.disable();
-  EXPECT_THROW(host.open_connection(), TavrenOperationCancelled);
-}
-
-TEST_F(HostObject, ACancelledOpeningLeavesTheStatusAlone) {
-  host.set_settings(settings.record());
-  EXPECT_THROW(host.open_connection(), TavrenOperationCancelled);
-  EXPECT_EQ(status_of(host).status, TAVREN_CONNECTION_NONE);
-  EXPECT_EQ(status_of(host).when, 0);
-}
-
-TEST_F(HostObject, DisablingLeavesTheChildInPlace) {
+TEST_F(HostObject, DisablingCancelsWhatFollowsAndLeavesTheChildInPlaceUntilItIsClosed) {
   open();
   const pid_t child = std::stoi(output_of(host, "echo $$"));
   host.disable();
   EXPECT_TRUE(has_survived(child));
-}
-
-TEST_F(HostObject, ADisabledConnectionCancelsLaterCommands) {
-  open();
-  host.disable();
   EXPECT_THROW(host.run_and_check_ecode("exec sleep 100"), TavrenOperationCancelled);
+  EXPECT_THROW(host.open_connection(), TavrenOperationCancelled);
+  host.close_connection();
+  host.enable();
+  host.open_connection();
+  EXPECT_EQ(output_of(host, "pwd"), directory.path());
 }
 
 TEST_F(HostObject, DisablingBreaksARunningCommand) {
@@ -159,35 +113,16 @@ TEST_F(HostObject, DisablingBreaksARunningCommand) {
   command.get();
 }
 
-TEST_F(HostObject, AConnectionClosedAfterDisablingOpensAgain) {
-  open();
-  host.disable();
-  host.close_connection();
-  host.enable();
-  host.open_connection();
-  EXPECT_EQ(output_of(host, "pwd"), directory.path());
-}
-
-TEST_F(HostObject, SettingTheStatusStampsTheTime) {
-  recorded_system::set_time(1000000);
-  host.set_connection_status(TAVREN_CONNECTION_FAILED);
-  EXPECT_EQ(status_of(host).status, TAVREN_CONNECTION_FAILED);
-  EXPECT_EQ(status_of(host).when, 1000000);
-}
-
-TEST_F(HostObject, SettingTheSameStatusStampsTheTimeAgain) {
-  recorded_system::set_time(1000000);
-  host.set_connection_status(TAVREN_CONNECTION_OK);
-  recorded_system::set_time(1000060);
-  host.set_connection_status(TAVREN_CONNECTION_OK);
-  EXPECT_EQ(status_of(host).when, 1000060);
-}
-
-TEST_F(HostObject, ClearingTheStatusClearsItsTime) {
-  host.set_connection_status(TAVREN_CONNECTION_OK);
+TEST_F(HostObject, SettingTheStatusStampsTheTimeEachTimeAndClearingItClearsThat) {
+  long now = 1000000;
+  for (const auto status :
+       {TAVREN_CONNECTION_FAILED, TAVREN_CONNECTION_FAILED, TAVREN_CONNECTION_OK, TAVREN_CONNECTION_OK}) {
+    recorded_system::set_time(now += 60);
+    host.set_connection_status(status);
+    EXPECT_EQ(status_of(host), Status(status, now));
+  }
   host.clear_connection_status();
-  EXPECT_EQ(status_of(host).status, TAVREN_CONNECTION_NONE);
-  EXPECT_EQ(status_of(host).when, 0);
+  EXPECT_EQ(status_of(host), Status(TAVREN_CONNECTION_NONE, 0));
 }
 
 TEST_F(HostObject, TheStatusIsConsistentForOtherThreads) {
@@ -195,8 +130,8 @@ TEST_F(HostObject, TheStatusIsConsistentForOtherThreads) {
   recorded_system::set_time(1000000);
   std::thread reader([this] {
     for (int i = 0; i < 1000; ++i) {
-      const Status seen = status_of(host);
-      EXPECT_EQ(seen.status == TAVREN_CONNECTION_NONE, seen.when == 0);
+      const auto [status, when] = status_of(host);
+      EXPECT_EQ(status == TAVREN_CONNECTION_NONE, when == 0);
     }
   });
   for (int i = 0; i < 1000; ++i) {
@@ -207,50 +142,38 @@ TEST_F(HostObject, TheStatusIsConsistentForOtherThreads) {
 }
 
 /* What stands under the lock of the status: the time is taken there, and a thread that locks twice ends the process. */
-class StatusLock : public HostObject {
- protected:
-  void expect_lock(const std::function<void()>& access) {
-    expect_assertion("TavrenMutex", "owner != pthread_self()", [&] {
-      recorded_system::at_next("time", access);
+TEST_F(HostObject, TheLockOfTheStatusIsTakenToSetClearAndReadIt) {
+  const std::pair<const char*, std::function<void()>> accesses[] = {
+      {"set", [this] { host.set_connection_status(TAVREN_CONNECTION_FAILED); }},
+      {"clear", [this] { host.clear_connection_status(); }},
+      {"read", [this] { status_of(host); }},
+  };
+  for (const auto& [what, access] : accesses) {
+    SCOPED_TRACE(what);
+    expect_assertion("TavrenMutex", "owner != pthread_self()", [&do_access = access, this] {
+      recorded_system::at_next("time", do_access);
       host.set_connection_status(TAVREN_CONNECTION_OK);
     });
   }
-};
-
-TEST_F(StatusLock, IsTakenToSetTheStatus) {
-  expect_lock([this] { host.set_connection_status(TAVREN_CONNECTION_FAILED); });
 }
 
-TEST_F(StatusLock, IsTakenToClearTheStatus) {
-  expect_lock([this] { host.clear_connection_status(); });
+TEST_F(HostObject, ClosingStopsTheChildAndKillsOneThatIgnoresTermination) {
+  enable();
+  for (const std::string before : {"", "trap '' TERM; "}) {
+    host.open_connection();
+    const pid_t child = std::stoi(output_of(host, before + "echo $$"));
+    host.close_connection();
+    EXPECT_EQ(kill(child, 0), -1) << before;
+  }
 }
 
-TEST_F(StatusLock, IsTakenToReadTheStatus) {
-  expect_lock([this] { status_of(host); });
-}
-
-TEST_F(HostObject, ClosingStopsTheChild) {
-  open();
-  const pid_t child = std::stoi(output_of(host, "echo $$"));
-  host.close_connection();
-  EXPECT_EQ(kill(child, 0), -1);
-}
-
-TEST_F(HostObject, ClosingLeavesNoDescriptorOpen) {
+TEST_F(HostObject, ClosingLeavesNoDescriptorOpenAndDoesNothingWithoutAConnection) {
   const std::ptrdiff_t before = count_open_descriptors();
+  EXPECT_NO_THROW(host.close_connection());
   open();
   host.close_connection();
   EXPECT_EQ(count_open_descriptors(), before);
 }
-
-TEST_F(HostObject, ClosingKillsAChildThatIgnoresTermination) {
-  open();
-  const pid_t child = std::stoi(output_of(host, "trap '' TERM; echo $$"));
-  host.close_connection();
-  EXPECT_EQ(kill(child, 0), -1);
-}
-
-TEST_F(HostObject, ClosingWithoutAConnectionDoesNothing) { EXPECT_NO_THROW(host.close_connection()); }
 
 TEST_F(HostObject, ClosingForgetsATransfer) {
   open();

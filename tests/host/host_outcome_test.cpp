@@ -15,6 +15,7 @@ using recorded_system::take_log;
 
 namespace {
 
+using Log = std::vector<LogEntry>;
 const LogEntry failed{0, "failed to connect to archive host"};
 const LogEntry failed_for_good{
     0, "failed to connect to archive host 5 consecutive times: further failures will not be logged"};
@@ -31,12 +32,12 @@ class HostOutcome : public LoopbackTest {
     recorded_system::reset();
   }
 
-  void fail(int times) {
+  /* Connects again and again, a plus being a success and a minus a failure. Returns what is logged. */
+  Log logged(const std::string& outcomes) {
     TavrenError error(TAVREN_E_LOGIN_DENIED, "", "");
-    for (int i = 0; i < times; ++i) logging_host.log_connection_outcome(&error);
+    for (const char outcome : outcomes) logging_host.log_connection_outcome(outcome == '-' ? &error : nullptr);
+    return take_log();
   }
-  void succeed() { logging_host.log_connection_outcome(nullptr); }
-
   TavrenHost logging_host{false, true};
 };
 
@@ -55,6 +56,15 @@ class LoginOutcome : public HostOutcome {
     session.close_connection();
   }
 
+  /* The same with logins. */
+  Log logged_by_logins(const std::string& outcomes) {
+    for (const char outcome : outcomes) {
+      if (outcome == '-') fail_to_log_in(logging_host);
+      if (outcome == '+') log_in();
+    }
+    return take_log();
+  }
+
   void log_in() {
     set_tunable("loopback_login", "1");
     logging_host.open_connection();
@@ -66,189 +76,90 @@ class LoginOutcome : public HostOutcome {
 
 }  // namespace
 
-TEST_F(HostOutcome, FailuresBelowFiveAreLoggedAlike) {
-  fail(4);
-  EXPECT_EQ(take_log(), std::vector<LogEntry>(4, failed));
+TEST_F(HostOutcome, FailuresAreLoggedUpToTheFifthAndSoIsTheSuccessAfterTheSilence) {
+  EXPECT_EQ(logged("----"), Log(4, failed));
+  EXPECT_EQ(logged("-"), Log{failed_for_good});
+  EXPECT_EQ(logged("---"), Log{});
+  EXPECT_EQ(logged("+"), Log{connected});
+  EXPECT_EQ(logged("+"), Log{});
+  EXPECT_EQ(logged("-----"), (Log{failed, failed, failed, failed, failed_for_good}));
 }
 
-TEST_F(HostOutcome, TheFifthFailureIsLoggedAsTheLast) {
-  fail(4);
-  take_log();
-  fail(1);
-  EXPECT_EQ(take_log(), std::vector<LogEntry>{failed_for_good});
-}
-
-TEST_F(HostOutcome, LaterFailuresAreNotLogged) {
-  fail(5);
-  take_log();
-  fail(3);
-  EXPECT_EQ(take_log(), std::vector<LogEntry>{});
-}
-
-TEST_F(HostOutcome, TheSuccessAfterASilenceIsLogged) {
-  fail(7);
-  take_log();
-  succeed();
-  EXPECT_EQ(take_log(), std::vector<LogEntry>{connected});
-}
-
-TEST_F(HostOutcome, ASuccessAfterFewerFailuresIsDeliberatelyNotLogged) {
-  fail(4);
-  take_log();
-  succeed();
-  EXPECT_EQ(take_log(), std::vector<LogEntry>{});
-}
-
-TEST_F(HostOutcome, ASuccessResetsTheCountOfFewerFailures) {
-  fail(4);
-  succeed();
-  take_log();
-  fail(1);
-  EXPECT_EQ(take_log(), std::vector<LogEntry>{failed});
-}
-
-TEST_F(HostOutcome, ASuccessResetsTheCountAfterASilence) {
-  fail(6);
-  succeed();
-  take_log();
-  fail(5);
-  EXPECT_EQ(take_log(), (std::vector<LogEntry>{failed, failed, failed, failed, failed_for_good}));
-}
-
-TEST_F(HostOutcome, ARepeatedSuccessIsNotLogged) {
-  fail(5);
-  succeed();
-  take_log();
-  succeed();
-  EXPECT_EQ(take_log(), std::vector<LogEntry>{});
+TEST_F(HostOutcome, ASuccessAfterFewerFailuresIsDeliberatelyNotLoggedAndResetsTheirCount) {
+  EXPECT_EQ(logged("----"), Log(4, failed));
+  EXPECT_EQ(logged("+"), Log{});
+  EXPECT_EQ(logged("----"), Log(4, failed));
 }
 
 TEST_F(HostOutcome, NothingIsLoggedUnlessAskedFor) {
   TavrenError error(TAVREN_E_LOGIN_DENIED, "", "");
   for (int i = 0; i < 6; ++i) host.log_connection_outcome(&error);
   host.log_connection_outcome(nullptr);
-  EXPECT_EQ(take_log(), std::vector<LogEntry>{});
+  EXPECT_EQ(take_log(), Log{});
 }
 
-TEST_F(HostOutcome, TheFailureIsLoggedInTheUsersLanguage) {
+TEST_F(HostOutcome, IsLoggedInTheUsersLanguage) {
   recorded_system::translate("failed to connect to archive host", "100% weg");
-  fail(1);
-  EXPECT_EQ(take_log(), (std::vector<LogEntry>{{0, "100% weg"}}));
-}
-
-TEST_F(HostOutcome, TheLastFailureIsLoggedInTheUsersLanguage) {
+  EXPECT_EQ(logged("-"), (Log{{0, "100% weg"}}));
   recorded_system::translate(
       "failed to connect to archive host %d consecutive times: further failures will not be logged", "%d mal weg");
-  fail(4);
-  take_log();
-  fail(1);
-  EXPECT_EQ(take_log(), (std::vector<LogEntry>{{0, "5 mal weg"}}));
-}
-
-TEST_F(HostOutcome, TheSuccessIsLoggedInTheUsersLanguage) {
+  EXPECT_EQ(logged("----").back(), (LogEntry{0, "5 mal weg"}));
   recorded_system::translate("successfully connected to archive host", "100% da");
-  fail(5);
-  take_log();
-  succeed();
-  EXPECT_EQ(take_log(), (std::vector<LogEntry>{{0, "100% da"}}));
+  EXPECT_EQ(logged("+"), (Log{{0, "100% da"}}));
 }
 
 TEST_F(LoginOutcome, SuccessIsLoggedAlsoWhenTheDirectoryIsMissing) {
-  for (int i = 0; i < 5; ++i) fail_to_log_in(logging_host);
-  take_log();
+  logged_by_logins("-----");
   set_tunable("loopback_login", "1");
   set_command("cd", "false");
   EXPECT_THROW(logging_host.open_connection(), TavrenError);
-  EXPECT_EQ(take_log(), std::vector<LogEntry>{connected});
+  EXPECT_EQ(take_log(), Log{connected});
 }
 
-TEST_F(LoginOutcome, FiveFailedLoginsAreLoggedTheSixthIsNot) {
-  for (int i = 0; i < 6; ++i) fail_to_log_in(logging_host);
-  EXPECT_EQ(take_log(), (std::vector<LogEntry>{failed, failed, failed, failed, failed_for_good}));
+TEST_F(LoginOutcome, OfFiveFailuresIsLoggedAndThatOfTheSixthIsNotNorOfASuccessAfterTwo) {
+  EXPECT_EQ(logged_by_logins("------"), (Log{failed, failed, failed, failed, failed_for_good}));
+  EXPECT_EQ(logged_by_logins("+"), Log{connected});
+  EXPECT_EQ(logged_by_logins("--"), Log(2, failed));
+  EXPECT_EQ(logged_by_logins("+"), Log{});
 }
 
-TEST_F(LoginOutcome, TheLoginAfterASilenceIsLogged) {
-  for (int i = 0; i < 6; ++i) fail_to_log_in(logging_host);
-  take_log();
+TEST_F(LoginOutcome, OfAFailureIsOnTheConsoleOnceAndThatOfASuccessIsNot) {
   log_in();
-  EXPECT_EQ(take_log(), std::vector<LogEntry>{connected});
-}
-
-TEST_F(LoginOutcome, TheLoginAfterTwoFailuresIsNotLogged) {
-  for (int i = 0; i < 2; ++i) fail_to_log_in(logging_host);
-  take_log();
-  log_in();
-  EXPECT_EQ(take_log(), std::vector<LogEntry>{});
-}
-
-TEST_F(LoginOutcome, AFailedLoginWarnsOnTheConsole) {
-  fail_to_log_in(logging_host);
+  EXPECT_EQ(take_console(), std::vector<std::string>{});
+  for (const time_t now : {1000000, 1000900}) {
+    recorded_system::set_time(now);
+    fail_to_log_in(logging_host);
+  }
   EXPECT_EQ(take_console(), std::vector<std::string>{unreachable_warning});
 }
 
-/* What has been done about a failed login when the log, and when the console, is turned to. */
-class FailedLogin : public LoginOutcome {
- protected:
+TEST_F(LoginOutcome, OfAFailureIsInTheStatusBeforeItIsLoggedAndThenInTheErrorBeforeItIsOnTheConsole) {
   /* Returns the first line of the error that is being handled. */
-  static std::string first_line() {
+  const auto first_line = [] {
     return first_lines(error_body([] { std::rethrow_exception(std::current_exception()); }), 1);
-  }
-
-  tavren_connection_status_t status() {
-    tavren_connection_status_t result{};
-    long when = 0;
-    logging_host.get_connection_status(result, when);
-    return result;
-  }
-
-  const std::string reason = "  - Program exited unexpectedly: " + broken_client.path() + "\n";
-  const std::string what_failed = "  - Failed to start secure shell session on archive.example\n";
-};
-
-TEST_F(FailedLogin, HasItsStatusBeforeItIsLogged) {
-  tavren_connection_status_t seen = TAVREN_CONNECTION_NONE;
-  recorded_system::at_next("syslog", [&] { seen = status(); });
+  };
+  tavren_connection_status_t status = TAVREN_CONNECTION_NONE;
+  long when = 0;
+  Log log;
+  std::string when_logged, when_on_the_console;
+  recorded_system::at_next("syslog", [&] {
+    logging_host.get_connection_status(status, when);
+    when_logged = first_line();
+  });
+  recorded_system::at_next("console", [&] {
+    log = take_log();
+    when_on_the_console = first_line();
+  });
   fail_to_log_in(logging_host);
-  EXPECT_EQ(seen, TAVREN_CONNECTION_FAILED);
-}
-
-TEST_F(FailedLogin, IsLoggedBeforeItsErrorSaysWhatFailed) {
-  std::string seen;
-  recorded_system::at_next("syslog", [&] { seen = first_line(); });
-  fail_to_log_in(logging_host);
-  EXPECT_EQ(seen, reason);
-}
-
-TEST_F(FailedLogin, SaysInItsErrorWhatFailedBeforeItIsOnTheConsole) {
-  std::string seen;
-  recorded_system::at_next("console", [&] { seen = first_line(); });
-  fail_to_log_in(logging_host);
-  EXPECT_EQ(seen, what_failed);
-}
-
-TEST_F(FailedLogin, IsLoggedBeforeItIsOnTheConsole) {
-  std::vector<LogEntry> seen;
-  recorded_system::at_next("console", [&] { seen = take_log(); });
-  fail_to_log_in(logging_host);
-  EXPECT_EQ(seen, std::vector<LogEntry>{failed});
-}
-
-TEST_F(LoginOutcome, TwoFailedLoginsWarnOnce) {
-  recorded_system::set_time(1000000);
-  fail_to_log_in(logging_host);
-  recorded_system::set_time(1000900);
-  fail_to_log_in(logging_host);
-  EXPECT_EQ(take_console().size(), 1u);
+  EXPECT_EQ(status, TAVREN_CONNECTION_FAILED);
+  EXPECT_EQ(when_logged, "  - Program exited unexpectedly: " + broken_client.path() + "\n");
+  EXPECT_EQ(log, Log{failed});
+  EXPECT_EQ(when_on_the_console, "  - Failed to start secure shell session on archive.example\n");
 }
 
 TEST_F(LoginOutcome, ASessionThatDoesNotLogStillWarnsOnTheConsole) {
   enable();
   fail_to_log_in(host);
-  EXPECT_EQ(take_log(), std::vector<LogEntry>{});
+  EXPECT_EQ(take_log(), Log{});
   EXPECT_EQ(take_console(), std::vector<std::string>{unreachable_warning});
-}
-
-TEST_F(LoginOutcome, ASuccessfulLoginDoesNotWarn) {
-  log_in();
-  EXPECT_EQ(take_console(), std::vector<std::string>{});
 }

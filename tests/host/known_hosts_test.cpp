@@ -6,10 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <exception>
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "host/login_fixture.h"
 #include "support/files.h"
@@ -37,20 +37,21 @@ std::string lines_for(const std::string& names, const std::string& key = "ssh-ed
   return names + " " + key + "\n[*]:* " + key + "\n";
 }
 
-/* While it lives, files of this process take nothing, as on a full disk. */
-class FullDisk {
+/* While it lives, this process gets nothing more of a resource, as of file sizes (RLIMIT_FSIZE) on a full disk. */
+class Exhausted {
  public:
-  FullDisk() {
+  explicit Exhausted(__rlimit_resource_t wanted) : resource(wanted) {
     signal(SIGXFSZ, SIG_IGN);
-    getrlimit(RLIMIT_FSIZE, &usual);
+    getrlimit(resource, &usual);
     const rlimit none{0, usual.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &none);
+    setrlimit(resource, &none);
   }
-  ~FullDisk() { setrlimit(RLIMIT_FSIZE, &usual); }
-  FullDisk(const FullDisk&) = delete;
-  FullDisk& operator=(const FullDisk&) = delete;
+  ~Exhausted() { setrlimit(resource, &usual); }
+  Exhausted(const Exhausted&) = delete;
+  Exhausted& operator=(const Exhausted&) = delete;
 
  private:
+  const __rlimit_resource_t resource;
   rlimit usual{};
 };
 
@@ -71,7 +72,7 @@ class KnownHosts : public LoginTest {
   std::string error_on_a_full_disk() {
     play(dialogue.login_with_key());
     enable();
-    const FullDisk full;
+    const Exhausted full(RLIMIT_FSIZE);
     return error_body([this] { host.open_connection(); });
   }
 
@@ -84,12 +85,7 @@ class KnownHosts : public LoginTest {
 
 }  // namespace
 
-TEST_F(KnownHosts, HoldsTheHostAndItsKeyAndTheKeyForAnotherPort) {
-  log_in();
-  EXPECT_EQ(read_file(file), lines_for("archive.example"));
-}
-
-TEST_F(KnownHosts, ReplacesWhatAnotherSessionLeft) {
+TEST_F(KnownHosts, HoldsTheHostAndItsKeyAndTheKeyForAnotherPortInPlaceOfWhatAnotherSessionLeft) {
   write_file(file, "old.example ssh-rsa BBBB\nolder.example ssh-rsa CCCC\n");
   log_in();
   EXPECT_EQ(read_file(file), lines_for("archive.example"));
@@ -101,19 +97,14 @@ TEST_F(KnownHosts, IsNotWrittenWithoutAKey) {
   EXPECT_FALSE(std::filesystem::exists(file));
 }
 
-TEST_F(KnownHosts, IsReadableWhateverTheUmask) {
+TEST_F(KnownHosts, IsReadableWhateverTheUmaskWhichIsRestoredAndNoDescriptorIsLeft) {
+  const std::ptrdiff_t before = count_open_descriptors();
   const mode_t old_umask = umask(077);
   log_in();
-  umask(old_umask);
-  struct stat status {};
-  ASSERT_EQ(stat(file.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777, 0644u);
-}
-
-TEST_F(KnownHosts, WritingItRestoresTheUmask) {
-  const mode_t old_umask = umask(037);
-  log_in();
-  EXPECT_EQ(umask(old_umask), 037u);
+  EXPECT_EQ(umask(old_umask), 077u);
+  host.close_connection();
+  EXPECT_EQ(count_open_descriptors(), before);
+  EXPECT_EQ(std::filesystem::status(file).permissions(), static_cast<std::filesystem::perms>(0644));
 }
 
 TEST_F(KnownHosts, IsReusedByASecondLogin) {
@@ -123,19 +114,13 @@ TEST_F(KnownHosts, IsReusedByASecondLogin) {
   EXPECT_EQ(read_file(file), "kept");
 }
 
-TEST_F(KnownHosts, IsWrittenAgainAfterNewSettings) {
+TEST_F(KnownHosts, IsUnlinkedAndWrittenAgainAfterNewSettings) {
   log_in();
+  const int old = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
   settings.host_key = "ssh-rsa BBBB";
   host.set_settings(settings.record());
   log_in_again();
   EXPECT_EQ(read_file(file), lines_for("archive.example", "ssh-rsa BBBB"));
-}
-
-TEST_F(KnownHosts, IsUnlinkedBeforeItIsWrittenAgain) {
-  log_in();
-  const int old = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-  host.set_settings(settings.record());
-  log_in_again();
   struct stat status {};
   ASSERT_EQ(fstat(old, &status), 0);
   close(old);
@@ -146,20 +131,11 @@ TEST_F(KnownHosts, IsGoneWhenItCannotBeWrittenAgain) {
   log_in();
   host.close_connection();
   host.set_settings(settings.record());
-  rlimit usual{};
-  getrlimit(RLIMIT_NOFILE, &usual);
-  const rlimit none{0, usual.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &none);
-  std::exception_ptr failure;
-  try {
+  const auto open_without_descriptors = [this] {
+    const Exhausted descriptors(RLIMIT_NOFILE);
     host.open_connection();
-  } catch (...) {
-    failure = std::current_exception();
-  }
-  setrlimit(RLIMIT_NOFILE, &usual);
-  ASSERT_TRUE(failure);
-  EXPECT_EQ(error_body([&failure] { std::rethrow_exception(failure); }),
-            syscall_error("fopen", std::to_string(EMFILE)));
+  };
+  EXPECT_EQ(error_body(open_without_descriptors), syscall_error("fopen", std::to_string(EMFILE)));
   EXPECT_FALSE(std::filesystem::exists(file));
 }
 
@@ -193,78 +169,34 @@ TEST_F(KnownHosts, IsNoLinkThatIsPlantedAtTheLastMoment) {
 }
 
 /* The client looks for an address in its canonical form. */
-TEST_F(KnownHosts, NamesTheCanonicalFormOfAnAddressToo) {
+TEST_F(KnownHosts, NamesTheCanonicalFormOfAnAddressTooUnlessItIsOne) {
   dialogue.host = "127.0.0.1";
-  for (const char* host_name : {"127.1", "0x7f.0.0.1", "2130706433"}) {
+  for (const std::string host_name : {"127.1", "0x7f.0.0.1", "2130706433", "127.0.0.1"}) {
     settings.host = host_name;
     log_in();
-    EXPECT_EQ(read_file(file), lines_for(settings.host + ",127.0.0.1"));
+    EXPECT_EQ(read_file(file), lines_for(host_name == dialogue.host ? host_name : host_name + ",127.0.0.1"));
     start_over();
   }
 }
 
-TEST_F(KnownHosts, NamesACanonicalAddressOnce) {
-  dialogue.host = settings.host = "127.0.0.1";
-  log_in();
-  EXPECT_EQ(read_file(file), lines_for("127.0.0.1"));
-}
-
-TEST_F(KnownHosts, AFileThatCannotBeOpenedIsASystemCallError) {
-  std::filesystem::create_directory(file);
-  EXPECT_EQ(open_error(dialogue.login_with_key()), syscall_error("fopen", std::to_string(EEXIST)));
-}
-
-TEST_F(KnownHosts, AFailedOpeningRestoresTheUmask) {
+TEST_F(KnownHosts, AFileThatCannotBeOpenedIsASystemCallErrorThatStartsNoClientAndPasses) {
   std::filesystem::create_directory(file);
   const mode_t old_umask = umask(037);
-  open_error(dialogue.login_with_key());
+  EXPECT_EQ(open_error(dialogue.login_with_key()), syscall_error("fopen", std::to_string(EEXIST)));
   EXPECT_EQ(umask(old_umask), 037u);
-}
-
-TEST_F(KnownHosts, NoClientIsStartedWithoutTheFile) {
-  std::filesystem::create_directory(file);
-  open_error(dialogue.login_with_key());
   EXPECT_EQ(client->starts(), 0);
-}
-
-TEST_F(KnownHosts, ALoginAfterAFailureWritesTheFile) {
-  std::filesystem::create_directory(file);
-  open_error(dialogue.login_with_key());
   std::filesystem::remove(file);
   log_in_again();
   EXPECT_EQ(read_file(file), lines_for("archive.example"));
 }
 
-TEST_F(KnownHosts, AFileThatCannotBeWrittenIsASystemCallError) {
-  settings.host_key = "ssh-rsa " + std::string(100000, 'B');
-  EXPECT_EQ(error_on_a_full_disk(), syscall_error("fprintf", std::to_string(EFBIG)));
-}
-
-TEST_F(KnownHosts, AFileThatCannotBeWrittenIsTakenAway) {
-  settings.host_key = "ssh-rsa " + std::string(100000, 'B');
-  error_on_a_full_disk();
-  EXPECT_FALSE(std::filesystem::exists(file));
-}
-
-TEST_F(KnownHosts, WritingItLeavesNoDescriptorOpen) {
+TEST_F(KnownHosts, AFileThatCannotBeWrittenOrClosedIsASystemCallErrorAndLeavesNeitherFileNorDescriptor) {
   const std::ptrdiff_t before = count_open_descriptors();
-  log_in();
-  host.close_connection();
-  EXPECT_EQ(count_open_descriptors(), before);
-}
-
-TEST_F(KnownHosts, AFileThatCannotBeWrittenLeavesNoDescriptorOpen) {
-  settings.host_key = "ssh-rsa " + std::string(100000, 'B');
-  const std::ptrdiff_t before = count_open_descriptors();
-  error_on_a_full_disk();
-  EXPECT_EQ(count_open_descriptors(), before);
-}
-
-TEST_F(KnownHosts, AFileThatCannotBeClosedIsASystemCallError) {
-  EXPECT_EQ(error_on_a_full_disk(), syscall_error("fclose", std::to_string(EFBIG)));
-}
-
-TEST_F(KnownHosts, AFileThatCannotBeClosedIsTakenAway) {
-  error_on_a_full_disk();
-  EXPECT_FALSE(std::filesystem::exists(file));
+  for (const auto& [call, length] : {std::pair<std::string, size_t>{"fprintf", 100000}, {"fclose", 10}}) {
+    settings.host_key = "ssh-rsa " + std::string(length, 'B');
+    EXPECT_EQ(error_on_a_full_disk(), syscall_error(call, std::to_string(EFBIG)));
+    EXPECT_FALSE(std::filesystem::exists(file)) << call;
+    EXPECT_EQ(count_open_descriptors(), before) << call;
+    start_over();
+  }
 }

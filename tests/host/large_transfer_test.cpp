@@ -1,7 +1,7 @@
 #include <errno.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdint.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <string>
@@ -18,10 +18,10 @@ struct Size {
 
 /*
  * Sizes around the limits of 32-bit numbers, in files without blocks, into a sink that drops the data. A byte too many
- * or too few, and what comes behind them is not the zero and the end.
+ * or too few, and what comes behind them is not the zero and the end. The files are nowhere but in memory, which holds
+ * none of a hole; a disk's file system would have a page for each of it.
  */
 class LargeTransfer : public TransferTest, public testing::WithParamInterface<Named<Size>> {};
-class TransferLimit : public TransferTest {};
 
 }  // namespace
 
@@ -29,7 +29,7 @@ TEST_P(LargeTransfer, ArrivesWhole) {
   const std::string size = std::to_string(GetParam().value.bytes);
   use_sink("printf '\\0'; next_line header; printf '\\0'; head -c " + size +
            " >/dev/null; head -c 1 >$dir/zero; printf '\\0'; next_line end; printf '\\0'");
-  const int file = ::open(directory.path("file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  const int file = memfd_create("file", MFD_CLOEXEC);
   ASSERT_EQ(ftruncate(file, GetParam().value.bytes), 0);
   host.send_file(file, "log", "file", GetParam().value.argument, 0644);
   close(file);
@@ -46,8 +46,10 @@ INSTANTIATE_TEST_SUITE_P(, LargeTransfer,
                                          Large{"FourGigabytesLessOne", {4294967295, -1}}),
                          by_name);
 
+using TransferLimit = TransferTest;
+
 TEST_F(TransferLimit, OfMoreThanCanBeAnnouncedIsASystemCallError) {
-  const int file = ::open(directory.path("file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  const int file = memfd_create("file", MFD_CLOEXEC);
   ASSERT_EQ(ftruncate(file, 4294967296), 0);
   EXPECT_EQ(error_body([&] { host.send_file(file, "log", "file", -1, 0644); }),
             "  - System call \"lseek(log)\" failed with error code " + std::to_string(EFBIG) + "\n");

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
-#include <tuple>
 #include <utility>
 
 #include "host/login_fixture.h"
@@ -46,6 +46,21 @@ class LoginDialogue : public LoginTest {
     EXPECT_EQ(client->taken("password"), settings.password + "\n");
   }
 
+  /* The same with and without a key, and then forgets the client. */
+  void expect_both_logins() {
+    for (const char* key : {"", "ssh-ed25519 AAAA"}) {
+      settings.host_key = key;
+      expect_login(*key == '\0' ? dialogue.login() : dialogue.login_with_key());
+      start_over();
+    }
+  }
+
+  /* Expects a client that has been answered the password, and then writes text, to be taken for a refusing one. */
+  void expect_refusal(const std::string& text) {
+    EXPECT_EQ(open_error(dialogue.up_to_prompt() + "take password\n" + say(text) + "take another\n"), denied);
+    start_over();
+  }
+
   /* Cuts text at each of its bytes in turn and logs in with what the body makes of the pieces. */
   template <class Body>
   void expect_logins_however_split(const std::string& text, Body body) {
@@ -56,39 +71,26 @@ class LoginDialogue : public LoginTest {
   }
 };
 
-class LoginVersion : public LoginDialogue, public testing::WithParamInterface<Named<ClientDialogue>> {};
-
 }  // namespace
 
-TEST_P(LoginVersion, LogsInWithoutAKey) { expect_login(GetParam().value.login()); }
-
-TEST_P(LoginVersion, LogsInWithAKey) {
-  use_key();
-  expect_login(GetParam().value.login_with_key());
+TEST_F(LoginDialogue, OfEachVersionEndsInALoginOrARefusal) {
+  const Named<ClientDialogue> versions[] = {
+      {"7.9", version_7_9()}, {"8.0", version_8_0()}, {"9.2", ClientDialogue()}, {"10.1 to 10.5", version_10_1()}};
+  for (const auto& [version, spoken] : versions) {
+    SCOPED_TRACE(version);
+    dialogue = spoken;
+    expect_both_logins();
+    settings.host_key.clear();
+    expect_refusal(dialogue.refusal());
+  }
 }
 
-TEST_P(LoginVersion, RefusesAWrongPassword) {
-  const ClientDialogue& spoken = GetParam().value;
-  EXPECT_EQ(open_error(spoken.up_to_prompt() + "take password\n" + say(spoken.refusal()) + "take another\n"), denied);
-}
-
-using Version = Named<ClientDialogue>;
-INSTANTIATE_TEST_SUITE_P(, LoginVersion,
-                         testing::Values(Version{"Client_7_9", version_7_9()}, Version{"Client_8_0", version_8_0()},
-                                         Version{"Client_9_2", ClientDialogue()},
-                                         Version{"Client_10_1", version_10_1()},
-                                         Version{"Client_10_5", version_10_1()}),
-                         by_name);
-
-TEST_F(LoginDialogue, ThePromptMayComeInAnyTwoPieces) {
+TEST_F(LoginDialogue, ThePromptWithOrWithoutACarriageReturnMayComeInAnyTwoPieces) {
   use_key();
-  expect_logins_however_split(dialogue.prompt(), [&](const std::string& prompt) { return prompt + rest; });
-}
-
-TEST_F(LoginDialogue, ThePromptWithoutACarriageReturnMayComeInAnyTwoPieces) {
-  use_key();
-  dialogue.before_prompt = "";
-  expect_logins_however_split(dialogue.prompt(), [&](const std::string& prompt) { return prompt + rest; });
+  for (const char* before : {"\r", ""}) {
+    dialogue.before_prompt = before;
+    expect_logins_however_split(dialogue.prompt(), [&](const std::string& prompt) { return prompt + rest; });
+  }
 }
 
 TEST_F(LoginDialogue, TheQuestionMayComeInAnyTwoPieces) {
@@ -111,46 +113,39 @@ TEST_F(LoginDialogue, EverythingMayComeByteByByte) {
                say_slowly(ClientDialogue::shell_started()) + "become_shell\n");
 }
 
-class LoginLineEnd : public LoginDialogue, public testing::WithParamInterface<Named<const char*>> {
- protected:
-  LoginLineEnd() { dialogue.line_end = GetParam().value; }
-};
+constexpr const char* line_ends[] = {"\n", "\r\n", "\r\r\n"};
 
-TEST_P(LoginLineEnd, IsAcceptedAfterTheClientsMessages) { expect_login(dialogue.login()); }
+TEST_F(LoginDialogue, AnyLineEndIsAcceptedAfterTheClientsMessages) {
+  for (const char* line_end : line_ends) {
+    dialogue.line_end = line_end;
+    expect_login(dialogue.login());
+    start_over();
+    expect_refusal(dialogue.refusal());
+  }
+}
 
-TEST_P(LoginLineEnd, IsAcceptedAfterTheShellsFirstLine) {
+TEST_F(LoginDialogue, AnyLineEndIsAcceptedAfterTheShellsFirstLine) {
   use_key();
-  expect_login(say(dialogue.prompt()) + "take password\n" + say("SHELL STARTED." + dialogue.line_end) + "become_shell");
+  for (const std::string line_end : line_ends) {
+    expect_login(say(dialogue.prompt()) + "take password\n" + say("SHELL STARTED." + line_end) + "become_shell");
+    start_over();
+  }
 }
 
-TEST_P(LoginLineEnd, IsAcceptedAfterARefusal) {
-  EXPECT_EQ(open_error(dialogue.up_to_prompt() + "take password\n" + say(dialogue.refusal()) + "take another\n"),
-            denied);
-}
-
-using Literal = Named<const char*>;
-constexpr Literal line_ends[] = {{"Newline", "\n"}, {"Return", "\r\n"}, {"TwoReturns", "\r\r\n"}};
-INSTANTIATE_TEST_SUITE_P(, LoginLineEnd, testing::ValuesIn(line_ends), by_name);
-
-/* A line that tells that the host has another key, and its end. */
-class LoginMismatch : public LoginDialogue, public testing::WithParamInterface<std::tuple<Literal, Literal>> {};
-
-TEST_P(LoginMismatch, IsFoundWhateverItsLineEnd) {
+/* Of a line that tells that the host has another key. */
+TEST_F(LoginDialogue, AnyLineEndIsAcceptedAfterAMismatch) {
   use_key();
-  const auto& [line, line_end] = GetParam();
-  EXPECT_EQ(open_error(say(std::string(line.value) + line_end.value) + "exec sleep 100\n"), key_mismatch);
+  for (const std::string line :
+       {"@    WARNING: REMOTE HOST IDENTIFICATION HAS CHANGED!     @", "Host key verification failed.",
+        "The authenticity of host 'archive.example (127.0.0.1)' can't be established.",
+        "Add correct host key in /dev/null to get rid of this message.",
+        "Warning: Permanently added 'archive.example' (ED25519) to the list of known hosts."}) {
+    for (const char* line_end : line_ends) {
+      EXPECT_EQ(open_error(say(line + line_end) + "exec sleep 100\n"), key_mismatch) << line;
+      start_over();
+    }
+  }
 }
-
-constexpr Literal mismatches[] = {
-    {"ChangedKey", "@    WARNING: REMOTE HOST IDENTIFICATION HAS CHANGED!     @"},
-    {"FailedVerification", "Host key verification failed."},
-    {"UnknownKey", "The authenticity of host 'archive.example (127.0.0.1)' can't be established."},
-    {"OffendingKey", "Add correct host key in /dev/null to get rid of this message."},
-    {"AcceptedKey", "Warning: Permanently added 'archive.example' (ED25519) to the list of known hosts."}};
-INSTANTIATE_TEST_SUITE_P(, LoginMismatch, testing::Combine(testing::ValuesIn(mismatches), testing::ValuesIn(line_ends)),
-                         [](const auto& test) {
-                           return std::string(std::get<0>(test.param).name) + "_" + std::get<1>(test.param).name;
-                         });
 
 /* With a pinned key that is not the host's, where the machine's own configuration has the client accept any. */
 TEST_F(LoginDialogue, AnAcceptedKeyGetsNoPassword) {
@@ -183,40 +178,27 @@ TEST_F(LoginDialogue, AQuestionThatDoesNotComeIsNotAnswered) {
 }
 
 /* Up to 7.9 the client cuts the user behind 30 bytes and the host behind 128. */
-class LoginCutPrompt : public LoginDialogue, public testing::WithParamInterface<Named<std::pair<size_t, size_t>>> {
- protected:
-  LoginCutPrompt() {
-    settings.user = std::string(GetParam().value.first, 'u');
-    settings.host = std::string(GetParam().value.second, 'h');
-    dialogue.user = settings.user.substr(0, 30);
-    dialogue.host = settings.host.substr(0, 128);
+TEST_F(LoginDialogue, ALongUserAndHostMayBePromptedForCutOrWhole) {
+  for (const auto& [user_size, host_size] : {std::pair<size_t, size_t>{31, 10}, {30, 129}, {63, 255}}) {
+    SCOPED_TRACE(user_size);
+    dialogue.user = settings.user = std::string(user_size, 'u');
+    dialogue.host = settings.host = std::string(host_size, 'h');
+    expect_both_logins();
+    dialogue.user.resize(std::min<size_t>(user_size, 30));
+    dialogue.host.resize(std::min<size_t>(host_size, 128));
+    expect_both_logins();
   }
-};
-
-TEST_P(LoginCutPrompt, IsFound) { expect_login(dialogue.login()); }
-
-TEST_P(LoginCutPrompt, IsFoundWithAKey) {
-  use_key();
-  expect_login(dialogue.login_with_key());
 }
 
-INSTANTIATE_TEST_SUITE_P(, LoginCutPrompt,
-                         testing::Values(Named<std::pair<size_t, size_t>>{"Of31And10Bytes", {31, 10}},
-                                         Named<std::pair<size_t, size_t>>{"Of30And129Bytes", {30, 129}},
-                                         Named<std::pair<size_t, size_t>>{"Of63And255Bytes", {63, 255}}),
-                         by_name);
-
-TEST_F(LoginDialogue, ALongUserAndHostMayBePromptedForWhole) {
-  dialogue.user = settings.user = std::string(63, 'u');
-  dialogue.host = settings.host = std::string(255, 'h');
-  expect_login(dialogue.login());
-}
-
-TEST_F(LoginDialogue, AUserIsNotCutBefore30Bytes) {
+TEST_F(LoginDialogue, ThePromptOfAnotherUserOrOfOneWhoIsCutBefore30BytesIsNotAnswered) {
   set_tunable("ssh_connect_timeout", "1");
-  settings.user = std::string(31, 'u');
-  dialogue.user = std::string(29, 'u');
-  EXPECT_EQ(open_error(dialogue.up_to_prompt() + "take_rest\n"), connect_timeout);
+  for (const auto& [user, prompted] :
+       {std::pair{settings.user, std::string("Archiver")}, {std::string(31, 'u'), std::string(29, 'u')}}) {
+    settings.user = user;
+    dialogue.user = prompted;
+    EXPECT_EQ(open_error(dialogue.up_to_prompt() + "take_rest\n"), connect_timeout);
+    start_over();
+  }
 }
 
 TEST_F(LoginDialogue, AHostIsNotCutBefore128Bytes) {
@@ -227,117 +209,71 @@ TEST_F(LoginDialogue, AHostIsNotCutBefore128Bytes) {
   EXPECT_NE(error.find("Timeout occurred while connecting to "), std::string::npos) << error;
 }
 
-/* A line that lacks one character of a text that is looked for. */
-class LoginNearMiss : public LoginDialogue, public testing::WithParamInterface<Named<const char*>> {
- protected:
-  const std::string line = std::string(GetParam().value) + "\r\n";
-};
-
-class LoginAlmostAMismatch : public LoginNearMiss {};
-
-TEST_P(LoginAlmostAMismatch, IsNone) {
+/* Lines that lack one character of a text that is looked for. */
+TEST_F(LoginDialogue, AlmostAMismatchIsNone) {
   use_key();
-  dialogue.noise = line;
-  expect_login(dialogue.login_with_key());
+  for (const std::string line : {"REMOTE HOST IDENTIFICATION HAS CHANGE", "EMOTE HOST IDENTIFICATION HAS CHANGED",
+                                 "Host key verification failed", "ost key verification failed.", "The authenticity of",
+                                 "he authenticity of ", "Add correct host key in", "dd correct host key in "}) {
+    SCOPED_TRACE(line);
+    dialogue.noise = line + "\r\n";
+    expect_login(dialogue.login_with_key());
+    start_over();
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(, LoginAlmostAMismatch,
-                         testing::Values(Literal{"ChangedKeyWithoutItsEnd", "REMOTE HOST IDENTIFICATION HAS CHANGE"},
-                                         Literal{"ChangedKeyWithoutItsFront", "EMOTE HOST IDENTIFICATION HAS CHANGED"},
-                                         Literal{"FailedVerificationWithoutItsEnd", "Host key verification failed"},
-                                         Literal{"FailedVerificationWithoutItsFront", "ost key verification failed."},
-                                         Literal{"UnknownKeyWithoutItsEnd", "The authenticity of"},
-                                         Literal{"UnknownKeyWithoutItsFront", "he authenticity of "},
-                                         Literal{"OffendingKeyWithoutItsEnd", "Add correct host key in"},
-                                         Literal{"OffendingKeyWithoutItsFront", "dd correct host key in "}),
-                         by_name);
-
-class LoginAlmostARefusal : public LoginNearMiss {};
-
-TEST_P(LoginAlmostARefusal, IsNone) {
+TEST_F(LoginDialogue, AlmostARefusalIsNone) {
   use_key();
-  expect_login(say(dialogue.prompt()) + "take password\n" + say(line + ClientDialogue::shell_started()) +
-               "become_shell\n");
+  for (const std::string line : {"Permission denied, please try agai", "ermission denied, please try again"}) {
+    expect_login(say(dialogue.prompt()) + "take password\n" + say(line + "\r\n" + ClientDialogue::shell_started()) +
+                 "become_shell\n");
+    start_over();
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(, LoginAlmostARefusal,
-                         testing::Values(Literal{"WithoutItsEnd", "Permission denied, please try agai"},
-                                         Literal{"WithoutItsFront", "ermission denied, please try again"}),
-                         by_name);
-
-class LoginAlmostAShell : public LoginNearMiss {};
 
 /* The refusal that follows is then read and counts. */
-TEST_P(LoginAlmostAShell, IsNone) {
-  EXPECT_EQ(open_error(dialogue.up_to_prompt() + "take password\n" + say(line + dialogue.refusal()) + "take another\n"),
-            denied);
+TEST_F(LoginDialogue, AlmostAShellIsNone) {
+  for (const std::string line : {"SHELL STARTED", "HELL STARTED."}) expect_refusal(line + "\r\n" + dialogue.refusal());
 }
 
-INSTANTIATE_TEST_SUITE_P(, LoginAlmostAShell,
-                         testing::Values(Literal{"WithoutItsEnd", "SHELL STARTED"},
-                                         Literal{"WithoutItsFront", "HELL STARTED."}),
-                         by_name);
-
-class LoginAlmostAQuestion : public LoginNearMiss {};
-
-TEST_P(LoginAlmostAQuestion, IsNotAnswered) {
+TEST_F(LoginDialogue, AlmostAQuestionIsNotAnswered) {
   set_tunable("ssh_connect_timeout", "1");
-  EXPECT_EQ(open_error(say(GetParam().value) + "take_rest\n"), connect_timeout);
-  EXPECT_EQ(client->rest(), "");
+  for (const char* question :
+       {"Are you sure you want to continue connectin? ", "re you sure you want to continue connecting? "}) {
+    EXPECT_EQ(open_error(say(question) + "take_rest\n"), connect_timeout) << question;
+    EXPECT_EQ(client->rest(), "") << question;
+    start_over();
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(, LoginAlmostAQuestion,
-                         testing::Values(Literal{"WithoutItsEnd", "Are you sure you want to continue connectin? "},
-                                         Literal{"WithoutItsFront", "re you sure you want to continue connecting? "}),
-                         by_name);
-
-TEST_F(LoginDialogue, LinesBeforeTheQuestionAreIgnored) {
+TEST_F(LoginDialogue, LinesBeforeTheQuestionInsideOfItAndBeforeThePromptAreIgnored) {
+  dialogue.noise = "Welcome.\r\n\r\n  archiver@archive.example is watched  \r\n";
+  expect_both_logins();
+  settings.host_key.clear();
+  dialogue.other_names =
+      "This host key is known by the following other names/addresses:\n    ~/.ssh/known_hosts:1: x\n";
   expect_login(say("/etc/ssh/ssh_config line 53: Unsupported option \"gssapiauthentication\"\r\nanother line\r\n\r\n") +
                dialogue.login());
 }
 
-TEST_F(LoginDialogue, LinesBetweenTheQuestionsFirstLineAndItsLastAreIgnored) {
-  dialogue.other_names =
-      "This host key is known by the following other names/addresses:\n    ~/.ssh/known_hosts:1: x\n";
-  expect_login(dialogue.login());
-}
-
-TEST_F(LoginDialogue, LinesBeforeThePromptAreIgnored) {
-  dialogue.noise = "Welcome.\r\n\r\n  archiver@archive.example is watched  \r\n";
-  expect_login(dialogue.login());
-}
-
-TEST_F(LoginDialogue, LinesBeforeThePromptAreIgnoredWithAKey) {
+TEST_F(LoginDialogue, OtherTextBeforeTheShellStartsIsSkipped) {
   use_key();
-  dialogue.noise = "Welcome.\r\n\r\n  archiver@archive.example is watched  \r\n";
-  expect_login(dialogue.login_with_key());
+  for (const std::string& text : {"Last login: yesterday\r\n\r\nSHELL STARTED\n" + ClientDialogue::shell_started(),
+                                  std::string("x SHELL STARTED. y\n")}) {
+    expect_login(say(dialogue.prompt()) + "take password\n" + say(text) + "become_shell\n");
+    start_over();
+  }
 }
 
-TEST_F(LoginDialogue, LinesBeforeTheShellStartsAreSkipped) {
-  use_key();
-  expect_login(say(dialogue.prompt()) + "take password\n" + say("Last login: yesterday\r\n\r\nSHELL STARTED\n") +
-               say(ClientDialogue::shell_started()) + "become_shell\n");
-}
-
-TEST_F(LoginDialogue, TheShellsFirstLineMayStandBehindOtherText) {
-  use_key();
-  expect_login(say(dialogue.prompt()) + "take password\n" + say("x SHELL STARTED. y\n") + "become_shell\n");
-}
-
-TEST_F(LoginDialogue, AHostInCapitalsIsPromptedForInLowerCase) {
-  settings.host = "Archive.EXAMPLE";
-  expect_login(dialogue.login());
-}
-
-TEST_F(LoginDialogue, AHostInCapitalsMayBePromptedForAsItIs) {
-  settings.host = dialogue.host = "Archive.EXAMPLE";
-  expect_login(dialogue.login());
-}
-
-TEST_F(LoginDialogue, AHostInCapitalsIsPromptedForInLowerCaseWithAKey) {
-  use_key();
-  settings.host = "Archive.EXAMPLE";
-  expect_login(dialogue.login_with_key());
+/* The client writes the host in lower case or as it was given, and an address in its canonical form, too. */
+TEST_F(LoginDialogue, AHostIsPromptedForInAnyOfItsForms) {
+  for (const auto& [configured, prompted] : {std::pair{"Archive.EXAMPLE", "archive.example"},
+                                             {"Archive.EXAMPLE", "Archive.EXAMPLE"},
+                                             {"127.1", "127.0.0.1"}}) {
+    settings.host = configured;
+    dialogue.host = prompted;
+    expect_both_logins();
+  }
 }
 
 TEST_F(LoginDialogue, TheUsersCaseIsKept) {
@@ -345,34 +281,15 @@ TEST_F(LoginDialogue, TheUsersCaseIsKept) {
   expect_login(dialogue.login());
 }
 
-TEST_F(LoginDialogue, AnAddressIsPromptedForInItsCanonicalForm) {
-  settings.host = "127.1";
-  dialogue.host = "127.0.0.1";
-  expect_login(dialogue.login());
-}
-
-TEST_F(LoginDialogue, ThePromptOfAnotherUserIsNotAnswered) {
-  set_tunable("ssh_connect_timeout", "1");
-  dialogue.user = "Archiver";
-  EXPECT_EQ(open_error(dialogue.login()), connect_timeout);
-}
-
 /* What the account's start-up files print stands before the shell's first line. */
-class LoginStartUpFiles : public LoginDialogue, public testing::WithParamInterface<Named<const char*>> {};
-
-TEST_P(LoginStartUpFiles, MayPrintAnything) {
+TEST_F(LoginDialogue, StartUpFilesMayPrintAnything) {
   use_key();
-  expect_login(say(dialogue.prompt()) + "take password\necho\n" + GetParam().value +
-               "\necho SHELL STARTED.\nbecome_shell\n");
+  for (const std::string lines : {"", "printf x", "yes noise | head -c 1048576", "echo SHELL STARTED.",
+                                  "echo \"** RUNNING cd '/'\"; echo '** EXIT CODE: 1'"}) {
+    expect_login(say(dialogue.prompt()) + "take password\necho\n" + lines + "\necho SHELL STARTED.\nbecome_shell\n");
+    start_over();
+  }
 }
-
-using Output = Named<const char*>;
-INSTANTIATE_TEST_SUITE_P(, LoginStartUpFiles,
-                         testing::Values(Output{"Nothing", ""}, Output{"NoNewline", "printf x"},
-                                         Output{"AMegabyte", "yes noise | head -c 1048576"},
-                                         Output{"TheShellsFirstLine", "echo SHELL STARTED."},
-                                         Output{"AMarker", "echo \"** RUNNING cd '/'\"; echo '** EXIT CODE: 1'"}),
-                         by_name);
 
 TEST_F(LoginDialogue, AMegabyteWithoutANewlineIsExcessiveOutput) {
   use_key();

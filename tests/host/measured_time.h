@@ -1,10 +1,16 @@
 #ifndef TESTS_HOST_MEASURED_TIME_H
 #define TESTS_HOST_MEASURED_TIME_H
 
+#include <unistd.h>
+
+#include <functional>
+#include <future>
 #include <string>
 
 #include "support/host_session.h"
+#include "support/process_state.h"
 #include "support/recorded_system.h"
+#include "support/scripted_client.h"
 #include "tavren_basic.h"
 
 /*
@@ -39,6 +45,23 @@ class MeasuredTime {
   void start_measuring(const std::string& silence = "") {
     recorded_system::stop_uptime(silence);
     start = tavren_get_uptime();
+  }
+
+  /*
+   * Runs action in another thread. When its far side, which has meeting's directory, has written to the named pipe
+   * "pausing" and the action waits for it, so many seconds of uptime pass, and the far side may go on.
+   */
+  static void run_with_pause(const std::function<void()>& action, const ScriptedClient& meeting, int seconds) {
+    std::promise<pid_t> thread;
+    auto running = std::async(std::launch::async, [&] {
+      thread.set_value(gettid());
+      action();
+    });
+    wait_at(meeting.path("pausing"));
+    wait_until_it_stays_asleep(thread.get_future().get());
+    recorded_system::pass_uptime(seconds);
+    release(meeting.path("go"));
+    running.get();
   }
 
   /* The seconds of uptime that have passed. */

@@ -24,6 +24,7 @@ inline constexpr Named<const char*> odd_names[] = {
     {"Comment", "#"},
     {"TwoByteCharacters", "\xc3\xa4\xc3\xb6"},
     {"NoCharacters", "\xff\x80"},
+    {"TwoLines", "two\nlines"},
 };
 
 #endif

@@ -6,15 +6,12 @@
 
 #include "host/login_fixture.h"
 #include "support/files.h"
-#include "support/named.h"
 #include "support/recorded_system.h"
 #include "support/wiped_texts.h"
 #include "tavren_assert.h"
 #include "tavren_basic.h"
 
 namespace {
-
-using Password = Named<std::string>;
 
 std::string all_bytes() {
   std::string bytes;
@@ -24,41 +21,37 @@ std::string all_bytes() {
   return bytes;
 }
 
-class PasswordBytes : public LoginTest, public testing::WithParamInterface<Password> {};
+class PasswordBytes : public LoginTest {};
 class PasswordSecrecy : public LoginTest {};
 
 }  // namespace
 
-TEST_P(PasswordBytes, ArriveUnchanged) {
-  settings.password = GetParam().value;
-  open(dialogue.login());
-  EXPECT_EQ(client->taken("password"), GetParam().value + "\n");
+TEST_F(PasswordBytes, ArriveUnchanged) {
+  const std::string passwords[] = {"x",
+                                   "",
+                                   std::string(200, 'y'),
+                                   "  two  words  ",
+                                   "'\"`'",
+                                   "$HOME$(id)${x}",
+                                   "\\n\\\\0\\",
+                                   "p\xc3\xa4ss\xff\x80\x81",
+                                   all_bytes()};
+  for (const std::string& password : passwords) {
+    SCOPED_TRACE(password);
+    settings.password = password;
+    open(dialogue.login());
+    EXPECT_EQ(client->taken("password"), password + "\n");
+    start_over();
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(, PasswordBytes,
-                         testing::Values(Password{"OneByte", "x"}, Password{"None", ""},
-                                         Password{"TwoHundred", std::string(200, 'y')},
-                                         Password{"Blanks", "  two  words  "}, Password{"Quotes", "'\"`'"},
-                                         Password{"Dollar", "$HOME$(id)${x}"}, Password{"Backslash", "\\n\\\\0\\"},
-                                         Password{"EightBits", "p\xc3\xa4ss\xff\x80\x81"},
-                                         Password{"EveryByte", all_bytes()}),
-                         by_name);
-
 /* Of two pieces the client could throw away one, together with what else was typed before it asks. */
-TEST_F(PasswordSecrecy, ItIsTypedInOnePiece) {
+TEST_F(PasswordSecrecy, ItIsTypedInOnePieceWhoseCopyIsWipedAndIsInNoArgument) {
   recorded_system::record_writes();
   open(dialogue.login());
   const std::vector<std::string> writes = recorded_system::take_writes();
   EXPECT_EQ(std::count(writes.begin(), writes.end(), settings.password + "\n"), 1);
-}
-
-TEST_F(PasswordSecrecy, ItsTypedCopyIsWiped) {
-  open(dialogue.login());
   EXPECT_EQ(wiped_texts, settings.password + "\n|");
-}
-
-TEST_F(PasswordSecrecy, ItIsInNoArgument) {
-  open(dialogue.login());
   for (const std::string& argument : client->arguments()) {
     EXPECT_EQ(argument.find(settings.password), std::string::npos) << argument;
   }

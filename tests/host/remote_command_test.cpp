@@ -2,11 +2,12 @@
 
 #include <list>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "support/client_dialogue.h"
 #include "support/host_session.h"
-#include "support/named.h"
 #include "support/recorded_system.h"
 #include "support/run_in_child.h"
 #include "support/scripted_client.h"
@@ -26,6 +27,10 @@ class RemoteCommand : public LoopbackTest {
   /* Runs command with plenty of time, its exit status in status and its output behind what is in lines. */
   void run(const std::string& command) { host.run_command(command, status, lines, 60); }
 
+  std::string error_of(const std::string& command) {
+    return error_body([&] { run(command); });
+  }
+
   /* Leaves output for the next command to find. */
   void leave_output(const std::string& command) { host.run_line(command, nullptr); }
 
@@ -35,167 +40,93 @@ class RemoteCommand : public LoopbackTest {
 
 }  // namespace
 
+/* The first one is quoted, with question marks for what a shell or a line would change. */
 TEST_F(RemoteCommand, IsSentInOnePieceBetweenItsMarkers) {
+  const std::pair<std::string, const char*> commands[] = {
+      {"pwd -P", "pwd -P"}, {"echo 'a'", "echo '\\''a'\\''"}, {"echo 'a\\b\rc'\n#\r\r", "echo '\\''a?b\rc'\\''?#?\?"}};
   recorded_system::record_writes();
-  run("pwd -P");
-  EXPECT_EQ(recorded_system::take_writes(),
-            std::vector<std::string>{"echo '** RUNNING pwd -P'; pwd -P\necho '** EXIT CODE: '$?\n"});
+  for (const auto& [command, marked] : commands) {
+    run(command);
+    EXPECT_EQ(recorded_system::take_writes(),
+              std::vector<std::string>{std::string("echo '** RUNNING ") + marked + "'; " + command +
+                                       "\necho '** EXIT CODE: '$?\n"});
+  }
 }
 
-TEST_F(RemoteCommand, QuotesItsMarker) {
-  recorded_system::record_writes();
-  run("echo 'a'");
-  EXPECT_EQ(recorded_system::take_writes(),
-            std::vector<std::string>{"echo '** RUNNING echo '\\''a'\\'''; echo 'a'\necho '** EXIT CODE: '$?\n"});
-}
-
-TEST_F(RemoteCommand, ReturnsItsOutputInOrder) {
-  run("echo one; echo; echo three");
-  EXPECT_EQ(lines, (Lines{"one", "", "three"}));
-}
-
-TEST_F(RemoteCommand, AddsItsOutputToTheList) {
-  lines = {"earlier"};
-  run("echo later");
-  EXPECT_EQ(lines, (Lines{"earlier", "later"}));
-}
-
-TEST_F(RemoteCommand, ReturnsOutputWithoutCarriageReturnsAtItsEnds) {
-  run("printf 'a\\rb\\r\\r\\n'");
-  EXPECT_EQ(lines, (Lines{"a\rb"}));
-}
-
-TEST_F(RemoteCommand, ThatPrintsNothingReturnsNoLines) {
-  run("true");
-  EXPECT_EQ(lines, Lines{});
-  EXPECT_EQ(status, 0);
-}
-
-TEST_F(RemoteCommand, ReturnsAnyExitStatus) {
-  for (const int wanted : {1, 2, 127, 255}) {
-    run("(exit " + std::to_string(wanted) + ")");
-    EXPECT_EQ(status, wanted);
+TEST_F(RemoteCommand, ReturnsItsOutputAndItsStatus) {
+  const std::tuple<std::string, Lines, int> commands[] = {
+      {"echo one; echo; echo three", {"one", "", "three"}, 0},
+      {"true", {}, 0},
+      {"(exit 1)", {}, 1},
+      {"(exit 2)", {}, 2},
+      {"(exit 127)", {}, 127},
+      {"(exit 255)", {}, 255},
+      {"printf 'a\\rb\\r\\r\\n'", {"a\rb"}, 0}, /* without carriage returns at the ends */
+      {"echo '** RUNNING x'", {"** RUNNING x"}, 0},
+      {"printf 'a\\\\b\\n'", {"a\\b"}, 0},
+      {"echo a\necho b\n(exit 3)", {"a", "b"}, 3},
+      {"echo a\n", {"a"}, 0},
+      {"echo a\r\r", {"a"}, 0},
+      {"printf '%s\\n' 'a\rb'", {"a\rb"}, 0},
+      {"echo '\xc3\xa4\xff\x80'", {"\xc3\xa4\xff\x80"}, 0},
+      /* What is left behind the 14 bytes that are taken for the prefix is a number all the same. */
+      {"printf 'a\\nb'; false", {"a"}, 1},
+  };
+  for (const auto& [command, output, its_status] : commands) {
+    SCOPED_TRACE(command);
+    lines = {"earlier"};
+    run(command);
+    EXPECT_EQ(lines.front(), "earlier"); /* what is there stays */
+    lines.pop_front();
+    EXPECT_EQ(lines, output);
+    EXPECT_EQ(status, its_status);
   }
 }
 
 TEST_F(RemoteCommand, DropsLeftOverOutput) {
-  leave_output("echo left; echo over");
-  run("echo mine");
-  EXPECT_EQ(lines, Lines{"mine"});
-}
-
-TEST_F(RemoteCommand, IsNotConfusedByTheMarkerOfALongerCommand) {
-  leave_output("echo '** RUNNING echo mine and more'");
-  run("echo mine");
-  EXPECT_EQ(lines, Lines{"mine"});
-}
-
-TEST_F(RemoteCommand, IsNotConfusedByItsMarkerBehindOtherText) {
-  leave_output("echo 'x ** RUNNING echo mine'");
-  run("echo mine");
-  EXPECT_EQ(lines, Lines{"mine"});
-}
-
-TEST_F(RemoteCommand, IsNotConfusedByALeftOverStatus) {
-  leave_output("echo '** EXIT CODE: 77'");
-  run("echo mine");
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(lines, Lines{"mine"});
-}
-
-TEST_F(RemoteCommand, OutputThatIsItsOwnMarkerIsOutput) {
-  run("echo '** RUNNING x'");
-  EXPECT_EQ(lines, Lines{"** RUNNING x"});
-}
-
-TEST_F(RemoteCommand, MayHoldBackslashes) {
-  run("printf 'a\\\\b\\n'");
-  EXPECT_EQ(lines, Lines{"a\\b"});
-}
-
-TEST_F(RemoteCommand, MayHoldNewlines) {
-  run("echo a\necho b\n(exit 3)");
-  EXPECT_EQ(lines, (Lines{"a", "b"}));
-  EXPECT_EQ(status, 3);
-}
-
-TEST_F(RemoteCommand, MayEndInANewline) {
-  run("echo a\n");
-  EXPECT_EQ(lines, Lines{"a"});
-}
-
-TEST_F(RemoteCommand, MayEndInCarriageReturns) {
-  run("echo a\r\r");
-  EXPECT_EQ(lines, Lines{"a"});
-}
-
-TEST_F(RemoteCommand, MayHoldACarriageReturn) {
-  run("printf '%s\\n' 'a\rb'");
-  EXPECT_EQ(lines, Lines{"a\rb"});
-}
-
-TEST_F(RemoteCommand, MayHoldEightBitCharacters) {
-  run("echo '\xc3\xa4\xff\x80'");
-  EXPECT_EQ(lines, Lines{"\xc3\xa4\xff\x80"});
-}
-
-TEST_F(RemoteCommand, ItsMarkerHasQuestionMarksForWhatAShellOrALineWouldChange) {
-  recorded_system::record_writes();
-  run("echo 'a\\b\rc'\n#\r\r");
-  EXPECT_EQ(recorded_system::take_writes(),
-            std::vector<std::string>{"echo '** RUNNING echo '\\''a?b\rc'\\''?#?\?'; echo 'a\\b\rc'\n#\r\r\n"
-                                     "echo '** EXIT CODE: '$?\n"});
-}
-
-class RemoteShell : public LoopbackTest, public testing::WithParamInterface<Named<const char*>> {};
-
-TEST_P(RemoteShell, ReadsEveryMarkerBack) {
-  set_command("sh", GetParam().value);
-  open();
-  for (const char* command : {"echo 'a\\b\\nc\\0d'", "echo a\necho b", "echo a\r", "echo '-e -n'"}) {
-    EXPECT_NO_THROW(host.run_and_check_ecode(command)) << command;
+  for (const char* left_over : {"echo left; echo over", "echo '** RUNNING echo mine and more'",
+                                "echo 'x ** RUNNING echo mine'", "echo '** EXIT CODE: 77'"}) {
+    SCOPED_TRACE(left_over);
+    lines.clear();
+    leave_output(left_over);
+    run("echo mine");
+    EXPECT_EQ(lines, Lines{"mine"});
+    EXPECT_EQ(status, 0);
   }
 }
 
-using Shell = Named<const char*>;
-INSTANTIATE_TEST_SUITE_P(, RemoteShell, testing::Values(Shell{"dash", "/bin/dash"}, Shell{"bash", "/bin/bash"}),
-                         by_name);
+TEST_F(RemoteCommand, IsReadBackWhateverTheShellDoesToItsMarker) {
+  for (const char* shell : {"/bin/dash", "/bin/bash"}) {
+    host.close_connection();
+    set_command("sh", shell);
+    host.open_connection();
+    for (const char* command : {"echo 'a\\b\\nc\\0d'", "echo a\necho b", "echo a\r", "echo '-e -n'"}) {
+      EXPECT_NO_THROW(host.run_and_check_ecode(command)) << shell << ": " << command;
+    }
+  }
+}
 
 TEST_F(RemoteCommand, WithAStatusThatIsNoNumberIsAShellError) {
-  EXPECT_EQ(error_body([this] { run("echo '** EXIT CODE: many'"); }),
-            "  - Remote shell error: $? evaluated to \"many\"\n");
+  for (const auto& [command, text] :
+       {std::pair{"echo '** EXIT CODE: many'", "many"}, {"echo '** EXIT CODE: '", ""}, {"printf abc", "E: 0"}}) {
+    EXPECT_EQ(error_of(command), "  - Remote shell error: $? evaluated to \"" + std::string(text) + "\"\n");
+  }
 }
 
-TEST_F(RemoteCommand, WithAnEmptyStatusIsAShellError) {
-  EXPECT_EQ(error_body([this] { run("echo '** EXIT CODE: '"); }), "  - Remote shell error: $? evaluated to \"\"\n");
-}
-
-TEST_F(RemoteCommand, OutputWithoutANewlineDisplacesTheStatus) {
-  EXPECT_EQ(error_body([this] { run("printf abc"); }), "  - Remote shell error: $? evaluated to \"E: 0\"\n");
-}
-
-/* What is left behind the 14 bytes that are taken for the prefix is a number all the same. */
-TEST_F(RemoteCommand, OneByteOfOutputWithoutANewlineIsLost) {
-  run("printf 'a\\nb'; false");
-  EXPECT_EQ(lines, std::list<std::string>{"a"});
-  EXPECT_EQ(status, 1);
-}
-
-TEST_F(RemoteCommand, WithAnOddStatusIsAFailureWithoutASecondArgument) {
+TEST_F(RemoteCommand, ThatFailsNamesOneArgument) {
   EXPECT_EQ(error_codes([this] { run("printf abc"); }), "11(E: 0)");
-}
-
-TEST_F(RemoteCommand, WithTooMuchOutputIsAFailureWithoutASecondArgument) {
-  EXPECT_EQ(error_codes([this] { run("head -c 200000 /dev/zero"); }), "16(head -c 200000 /dev/zero)");
-}
-
-TEST_F(RemoteCommand, WithoutAnEndIsAFailureWithoutASecondArgument) {
   EXPECT_EQ(error_codes([this] { host.run_command("exec sleep 100", status, lines, 1); }), "17(exec sleep 100)");
 }
 
-TEST_F(RemoteCommand, ThatTakesTooLongIsATimeout) {
-  EXPECT_EQ(error_body([this] { host.run_command("exec sleep 100", status, lines, 1); }),
-            "  - Timeout occurred while running remote command: \"exec sleep 100\"\n");
+TEST_F(RemoteCommand, WithTooMuchOutputIsExcessive) {
+  for (const std::string command : {"yes | head -n 100000", "head -c 200000 /dev/zero"}) {
+    EXPECT_EQ(error_codes([&] { run(command); }), "16(" + command + ")");
+    host.close_connection();
+    host.open_connection();
+    EXPECT_EQ(error_of(command), "  - Remote command \"" + command + "\" produced excessive output\n");
+    host.close_connection();
+    host.open_connection();
+  }
 }
 
 TEST_F(RemoteCommand, ThatCannotBeSentIsATimeout) {
@@ -214,7 +145,7 @@ TEST_F(RemoteCommand, BehindAnEndlessFloodEndsAtTheDeadline) {
 TEST_F(RemoteCommand, BehindNoiseHasNoMoreTimeForIt) {
   leave_output("seq 200");
   recorded_system::hurry_uptime();
-  EXPECT_EQ(error_body([this] { run("pwd"); }), "  - Timeout occurred while running remote command: \"pwd\"\n");
+  EXPECT_EQ(error_of("pwd"), "  - Timeout occurred while running remote command: \"pwd\"\n");
 }
 
 TEST_F(RemoteCommand, AfterATimeoutSkipsTheLateOutput) {
@@ -226,16 +157,6 @@ TEST_F(RemoteCommand, AfterATimeoutSkipsTheLateOutput) {
   EXPECT_EQ(status, 0);
 }
 
-TEST_F(RemoteCommand, WithTooMuchOutputInLinesIsExcessive) {
-  EXPECT_EQ(error_body([this] { run("yes | head -n 100000"); }),
-            "  - Remote command \"yes | head -n 100000\" produced excessive output\n");
-}
-
-TEST_F(RemoteCommand, WithTooMuchOutputWithoutANewlineIsExcessive) {
-  EXPECT_EQ(error_body([this] { run("head -c 200000 /dev/zero"); }),
-            "  - Remote command \"head -c 200000 /dev/zero\" produced excessive output\n");
-}
-
 TEST_F(RemoteCommand, WithMuchOutputIsNotExcessive) {
   run("yes | head -n 40000");
   EXPECT_EQ(lines.size(), 40000u);
@@ -243,23 +164,19 @@ TEST_F(RemoteCommand, WithMuchOutputIsNotExcessive) {
 
 TEST_F(RemoteCommand, BehindExcessiveOutputOfAnEarlierOneBlamesTheProgram) {
   leave_output("head -c 200000 /dev/zero");
-  const std::string error = error_body([this] { run("pwd"); });
+  const std::string error = error_of("pwd");
   EXPECT_EQ(error.find("  - /bin/sh produced excessive output ("), 0u) << error;
 }
 
 TEST_F(RemoteCommand, ThatEndsTheShellSaysSo) {
-  const std::string error = error_body([this] { run("echo last words; exit 3"); });
+  const std::string error = error_of("echo last words; exit 3");
   EXPECT_EQ(first_lines(error, 1), "  - Program exited unexpectedly: /bin/sh\n");
   EXPECT_NE(error.find("  - Output: \"last words\"\n"), std::string::npos) << error;
 }
 
-TEST_F(RemoteCommand, WithoutAChildIsAFailedAssertion) {
+TEST_F(RemoteCommand, OrRawLineWithoutAChildIsAFailedAssertion) {
   TavrenHost unconnected(false, false);
   expect_assertion("TavrenHost", "process != NULL", [&] { unconnected.run_and_check_ecode("pwd"); });
-}
-
-TEST_F(RemoteCommand, OfOneRawLineWithoutAChildIsAFailedAssertion) {
-  TavrenHost unconnected(false, false);
   expect_assertion("TavrenHost", "process != NULL", [&] { unconnected.run_line("pwd", nullptr); });
 }
 
@@ -286,31 +203,11 @@ TEST_F(RemoteCommand, LineIsSentAsItStands) {
   EXPECT_EQ(recorded_system::take_writes(), std::vector<std::string>{"echo 'a'\n"});
 }
 
-TEST_F(RemoteCommand, LineReturnsOneLineOfOutput) {
-  std::string first, second;
-  host.run_line("echo one; echo two", &first);
-  host.run_line("true", &second);
-  EXPECT_EQ(first, "one");
-  EXPECT_EQ(second, "two");
-}
-
-TEST_F(RemoteCommand, LineWithoutOutputWantedReadsNothing) {
-  std::string next;
+TEST_F(RemoteCommand, LineReturnsOneLineOfOutputOrReadsNothing) {
+  std::string first, second, third;
   host.run_line("echo one", nullptr);
-  host.run_line("echo two", &next);
-  EXPECT_EQ(next, "one");
-}
-
-TEST_F(RemoteCommand, LineWithoutAnAnswerIsATimeout) {
-  set_tunable("ssh_command_timeout", "1");
-  std::string output;
-  EXPECT_EQ(error_body([&] { host.run_line("true", &output); }),
-            "  - Timeout occurred while running remote command: \"true\"\n");
-}
-
-TEST_F(RemoteCommand, LineThatCannotBeSentIsATimeout) {
-  set_tunable("ssh_command_timeout", "1");
-  leave_output("exec sleep 100");
-  const std::string error = error_body([this] { host.run_line(std::string(200000, 'x'), nullptr); });
-  EXPECT_EQ(error.find("  - Timeout occurred while running remote command: \"xxx"), 0u) << error;
+  host.run_line("echo two; echo three", &first);
+  host.run_line("true", &second);
+  host.run_line("true", &third);
+  EXPECT_EQ(first + " " + second + " " + third, "one two three");
 }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 
 #include "host/polling_shell.h"
@@ -16,13 +17,11 @@
 /* A session on a terminal whose far end sees the end of a stream. */
 class StreamTest : public HostTest {
  protected:
-  /* become: how the client becomes a shell. */
-  explicit StreamTest(const std::string& become = polling_shell) : client(become + ClientDialogue().login()) {
+  StreamTest() {
     recorded_system::reset();
     settings.dir = directory.path();
-    set_command("ssh", client.path());
     enable();
-    host.open_connection();
+    open_with(polling_shell);
   }
   ~StreamTest() override { recorded_system::reset(); }
 
@@ -39,6 +38,13 @@ class StreamTest : public HostTest {
   void reopen() {
     host.close_connection();
     host.open_connection();
+  }
+
+  /* Opens the session, anew, with a client that becomes a shell by the lines become. */
+  void open_with(const std::string& become) {
+    client = std::make_unique<ScriptedClient>(become + ClientDialogue().login());
+    set_command("ssh", client->path());
+    reopen();
   }
 
   /* Sends until the far side's complaint is there. Returns the error. */
@@ -59,7 +65,7 @@ class StreamTest : public HostTest {
   }
 
   const TemporaryDirectory directory;
-  const ScriptedClient client;
+  std::unique_ptr<ScriptedClient> client;
 };
 
 #endif

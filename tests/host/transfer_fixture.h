@@ -20,6 +20,11 @@ class TransferTest : public LoopbackTest {
   }
   ~TransferTest() override { recorded_system::reset(); }
 
+  void start_over() {
+    host.close_connection();
+    host.open_connection();
+  }
+
   /* Puts a script in the place of the remote copy program. It may use next_line NAME, which reads one line. */
   void use_sink(const std::string& body) {
     sink = std::make_unique<ScriptedClient>(
@@ -38,6 +43,15 @@ class TransferTest : public LoopbackTest {
 /* The same with the parts of a script for a sink that takes three bytes. */
 class SinkTest : public TransferTest {
  protected:
+  /* The errors of a file: its sink says output behind a byte of that code, or nothing at the step "0" or "1". */
+  std::string failure(const std::string& code, const std::string& output) const {
+    return "  - Remote command \"" + sink_command("file") + "\" failed with error code " + code +
+           "\n  - Command output: \"" + output + "\"\n";
+  }
+  std::string timeout(const std::string& step) const {
+    return "  - Timeout occurred while running remote command: \"" + sink_command("file") + " (" + step + ")\"\n";
+  }
+
   /* Script lines: up to the answer to the header, to the data, and to the "E". */
   const std::string header = "printf '\\0'; next_line header\n";
   const std::string data = header + "printf '\\0'; head -c 4 >$dir/data\n";

@@ -2,8 +2,8 @@
 #include <stdlib.h>
 
 #include <filesystem>
-#include <functional>
 #include <string>
+#include <utility>
 
 #include "core/catalogue_fixture.h"
 #include "lab/lab.h"
@@ -31,14 +31,13 @@ class FingerprintCatalogue : public CatalogueTest {
     std::filesystem::create_directory(directory.path("tavren_tmp"));
   }
 
-  /* Returns what the failure to fingerprint a text that is no key shows, after prepare. */
-  std::string failure(const std::function<void()>& prepare) {
+  /* Returns what the failure to fingerprint a text that is no key shows. */
+  std::string failure() {
     return translated([&] {
       setenv("TAVREN_HOME", directory.path().c_str(), 1);
       char message[TAVREN_MESSAGE_SIZE] = "";
       char fingerprint[TAVREN_FINGERPRINT_SIZE];
       tavren_setup_tmp_dir("x", message);
-      prepare();
       tavren_host_key_fingerprint("key", fingerprint, message);
       return std::string(message);
     });
@@ -47,22 +46,17 @@ class FingerprintCatalogue : public CatalogueTest {
   const std::string key_file = directory.path("tavren_tmp/x.libtavren/host_key");
 };
 
-TEST_F(FingerprintCatalogue, TranslatesAKeyThatCannotBeWritten) {
-  EXPECT_EQ(failure([&] { std::filesystem::create_directory(key_file); }), "Datei '" + key_file + "': 17");
-}
-
-TEST_F(FingerprintCatalogue, TranslatesAnInvalidKey) {
-  EXPECT_EQ(failure([] {}), "Kein Schlüssel");
-}
-
-TEST_F(FingerprintCatalogue, TranslatesAnInternalError) {
-  EXPECT_EQ(failure([&] { std::filesystem::create_directory(key_file + "_fingerprint"); }), "Innerer Fehler");
-}
-
-/* A key generator that is content and says nothing. */
-TEST_F(FingerprintCatalogue, TranslatesAFingerprintThatCannotBeRead) {
+TEST_F(FingerprintCatalogue, TranslatesEachFailure) {
+  EXPECT_EQ(failure(), "Kein Schlüssel");
+  for (const auto& [taken, text] : {std::pair{key_file, "Datei '" + key_file + "': 17"},
+                                    {key_file + "_fingerprint", std::string("Innerer Fehler")}}) {
+    std::filesystem::create_directory(taken);
+    EXPECT_EQ(failure(), text);
+    std::filesystem::remove(taken);
+  }
+  /* A key generator that is content and says nothing. */
   lab::change_machine("mount --bind /bin/true /usr/bin/ssh-keygen");
-  EXPECT_EQ(failure([] {}), "Nicht zu öffnen: " + key_file + "_fingerprint");
+  EXPECT_EQ(failure(), "Nicht zu öffnen: " + key_file + "_fingerprint");
 }
 
 }  // namespace

@@ -19,13 +19,16 @@ class KeyDialogue : public LabTest {
  protected:
   KeyDialogue() { dialogue.user = "tavren_anonymous"; }
 
-  /* The real client is back in its place for the next test. */
-  ~KeyDialogue() override {
+  ~KeyDialogue() override { put_the_real_client_back(); }
+
+  void put_the_real_client_back() {
     if (client != nullptr) lab::run("while umount -l /usr/bin/ssh 2>/dev/null; do :; done");
+    client = nullptr;
   }
 
   /* Puts a client that runs the lines body, with its key file in $file, in the real one's place. */
   void play(const std::string& body) {
+    put_the_real_client_back();
     client = std::make_unique<ScriptedClient>(
         "for argument; do case $argument in -oUserKnownHostsFile=*) file=${argument#*=};; esac; done\n" + body);
     lab::change_machine("mount --bind " + client->path() + " /usr/bin/ssh");
@@ -33,8 +36,7 @@ class KeyDialogue : public LabTest {
 
   /* A client that is told yes, runs the lines record and asks for the password. */
   void play_recording(const std::string& record) {
-    play(say(dialogue.introduction() + dialogue.question()) + "take yes\n" + record + "\n" +
-         say(dialogue.answered() + dialogue.prompt()) + wait_forever);
+    play(question + "take yes\n" + record + "\n" + say(dialogue.answered() + dialogue.prompt()) + wait_forever);
   }
 
   /* The same for a client that records content. */
@@ -45,8 +47,8 @@ class KeyDialogue : public LabTest {
 
   /* A client that records a key, asks for the password and, told to end, does that first. */
   void play_until_stopped(const std::string& action) {
-    play("trap '" + action + "; exit' TERM\n" + say(dialogue.introduction() + dialogue.question()) +
-         "take yes\necho 'h t k' >\"$file\"\n" + say(dialogue.answered() + dialogue.prompt()) + "sleep 100 & wait\n");
+    play("trap '" + action + "; exit' TERM\n" + question + record_key + say(dialogue.answered() + dialogue.prompt()) +
+         "sleep 100 & wait\n");
   }
 
   static std::string fetched() {
@@ -62,6 +64,8 @@ class KeyDialogue : public LabTest {
   ClientDialogue dialogue;
   std::unique_ptr<ScriptedClient> client;
   const std::string wait_forever = "exec sleep 100\n";
+  const std::string question = say(dialogue.introduction() + dialogue.question());
+  const std::string record_key = "take yes\necho 'h t k' >\"$file\"\n"; /* of which "t k" is the key */
 };
 
 #endif

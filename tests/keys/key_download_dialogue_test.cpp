@@ -10,13 +10,13 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "TavrenExceptions.h"
 #include "TavrenKeyDownloader.h"
 #include "keys/key_dialogue_fixture.h"
 #include "process/faults.h"
 #include "support/files.h"
-#include "support/named.h"
 #include "support/run_in_child.h"
 #include "tavren_host_util.h"
 #include "tavren_share.h"
@@ -34,182 +34,112 @@ TEST_F(KeyDialogue, GivesTheClientItsArguments) {
   EXPECT_EQ(client->environment(), "");
 }
 
-TEST_F(KeyDialogue, TakesWhatFollowsTheHostInTheFirstLine) {
-  play_key("archive.example ssh-rsa AAAA\nother ssh-ed25519 BBBB\n");
-  EXPECT_EQ(fetched(), "ssh-rsa AAAA");
-}
-
-TEST_F(KeyDialogue, TakesALineWithoutANewline) {
-  play_key("archive.example ssh-rsa AAAA");
-  EXPECT_EQ(fetched(), "ssh-rsa AAAA");
-}
-
-TEST_F(KeyDialogue, TakesABlankAloneForTheEndOfTheHost) {
-  play_key("archive\texample ssh-rsa AAAA\n");
-  EXPECT_EQ(fetched(), "ssh-rsa AAAA");
-}
-
-TEST_F(KeyDialogue, TakesALineThatEndsAfterTheHost) {
-  play_key("archive.example \n");
-  EXPECT_EQ(fetched(), "");
-}
-
-class KeyThatEndsIn : public KeyDialogue, public testing::WithParamInterface<Named<const char*>> {};
-
-TEST_P(KeyThatEndsIn, KeepsAllButTheNewline) {
-  const std::string key = std::string("ssh-rsa AAAA") + GetParam().value;
-  play_key("archive.example " + key + "\n");
-  EXPECT_EQ(fetched(), key);
-}
-
-INSTANTIATE_TEST_SUITE_P(Bytes, KeyThatEndsIn,
-                         testing::Values(Named<const char*>{"ABlank", " "}, Named<const char*>{"ATab", "\t"},
-                                         Named<const char*>{"ACarriageReturn", "\r"}),
-                         by_name);
-
-TEST_F(KeyDialogue, AnswersYesAndNothingElse) {
-  play_until_stopped("timeout --foreground 0.2 cat >$dir/rest <&2");
-  EXPECT_EQ(fetched(), "t k");
-  EXPECT_EQ(client->taken("yes"), "yes\n");
-  EXPECT_EQ(client->taken("rest"), "");
-}
-
-TEST_F(KeyDialogue, WaitsForTheQuestionBehindOtherLines) {
-  play(say("Welcome.\r\nx Are you sure you want to continue connecting (yes/no)? \r\n" + dialogue.introduction() +
-           dialogue.question()) +
-       "take yes\necho 'h t k' >\"$file\"\n" + say(dialogue.answered() + dialogue.prompt()) + wait_forever);
-  EXPECT_EQ(fetched(), "t k");
-}
-
-TEST_F(KeyDialogue, UnderstandsOlderClients) {
-  dialogue.before_question = dialogue.before_prompt = "";
-  dialogue.choice = "(yes/no)? ";
-  play_key("h t k\n");
-  EXPECT_EQ(fetched(), "t k");
-}
-
-/* The client records the key after the answer and before the prompt. */
-TEST_F(KeyDialogue, ReadsTheKeyNotBeforeThePrompt) {
-  dialogue.noise = "** WARNING: connection is not using a post-quantum key exchange\r\n";
-  play(say(dialogue.introduction() + dialogue.question()) + "take yes\n" + say(dialogue.answered()) +
-       "sleep 0.3\necho 'h t k' >\"$file\"\n" + say(dialogue.prompt()) + wait_forever);
-  EXPECT_EQ(fetched(), "t k");
-}
-
-TEST_F(KeyDialogue, TakesTheRefusalOfAPasswordLoginForThePrompt) {
-  play(say(dialogue.introduction() + dialogue.question()) + "take yes\necho 'h t k' >\"$file\"\n" +
-       say(dialogue.answered() + "tavren_anonymous@archive.example: Permission denied (publickey).\r\n") +
-       wait_forever);
-  EXPECT_EQ(fetched(), "t k");
-}
-
-/* Where the machine's own configuration has the client accept any key, it does not ask. */
-TEST_F(KeyDialogue, NeedNotAsk) {
-  play("echo 'h t k' >\"$file\"\n" + say(dialogue.answered() + dialogue.prompt()) + wait_forever);
-  EXPECT_EQ(fetched(), "t k");
-}
-
-TEST_F(KeyDialogue, RefusesALinkInThePlaceOfTheFile) {
-  write_file(lab::value("LAB") + "/precious", "h secret\n");
-  play_recording("ln -s " + lab::value("LAB") + "/precious \"$file\"");
-  EXPECT_EQ(error_of([] { fetched(); }),
-            "5\n  - Failed to open file " + key_file() + ", ecode=" + std::to_string(ELOOP) + "\n");
-}
-
-TEST_F(KeyDialogue, WaitsForNoWriterAtAPipeInThePlaceOfTheFile) {
-  play_recording("mkfifo \"$file\"");
-  EXPECT_EQ(error_of([] { fetched(); }), "6\n  - Failed to read from file " + key_file() + ", ecode=0\n");
+TEST_F(KeyDialogue, TakesWhatFollowsTheFirstBlankOfTheFirstLineAndKeepsAllButItsNewline) {
+  for (const auto& [content, key] :
+       {std::pair{"archive.example ssh-rsa AAAA\nother ssh-ed25519 BBBB\n", "ssh-rsa AAAA"},
+        {"archive.example ssh-rsa AAAA", "ssh-rsa AAAA"},
+        {"archive\texample ssh-rsa AAAA\n", "ssh-rsa AAAA"},
+        {"archive.example \n", ""},
+        {"archive.example ssh-rsa AAAA \n", "ssh-rsa AAAA "},
+        {"archive.example ssh-rsa AAAA\t\n", "ssh-rsa AAAA\t"},
+        {"archive.example ssh-rsa AAAA\r\n", "ssh-rsa AAAA\r"}}) {
+    play_key(content);
+    EXPECT_EQ(fetched(), key);
+  }
 }
 
 /* A client that still ran could write the file after its removal. */
-TEST_F(KeyDialogue, StopsTheClientBeforeItRemovesTheFile) {
-  play_until_stopped("[ ! -e \"$file\" ] || echo >$dir/was-there");
+TEST_F(KeyDialogue, AnswersYesAndNothingElseAndStopsTheClientBeforeItRemovesTheFile) {
+  play_until_stopped("timeout --foreground 0.2 cat >$dir/rest <&2; [ ! -e \"$file\" ] || echo >$dir/was-there");
   EXPECT_EQ(fetched(), "t k");
+  EXPECT_EQ(client->taken("yes"), "yes\n");
+  EXPECT_EQ(client->taken("rest"), "");
   EXPECT_TRUE(std::filesystem::exists(client->path("was-there")));
   EXPECT_FALSE(file_is_left());
 }
 
-TEST_F(KeyDialogue, AKeyOf895CharactersIsTaken) {
+TEST_F(KeyDialogue, UnderstandsWhateverClientsSay) {
+  const std::string answered = say(dialogue.answered() + dialogue.prompt());
+  ClientDialogue older = dialogue;
+  older.before_question = older.before_prompt = "";
+  older.choice = "(yes/no)? ";
+  ClientDialogue newer = dialogue;
+  newer.noise = "** WARNING: connection is not using a post-quantum key exchange\r\n";
+  const std::pair<const char*, std::string> clients[] = {
+      {"an older one",
+       say(older.introduction() + older.question()) + record_key + say(older.answered() + older.prompt())},
+      {"other lines before the question",
+       say("Welcome.\r\nx Are you sure you want to continue connecting (yes/no)? \r\n" + dialogue.introduction() +
+           dialogue.question()) +
+           record_key + answered},
+      /* The client records the key after the answer and before the prompt. */
+      {"a key that comes late",
+       question + "take yes\n" + say(newer.answered()) + "sleep 0.3\necho 'h t k' >\"$file\"\n" + say(newer.prompt())},
+      {"no password login",
+       question + record_key +
+           say(dialogue.answered() + "tavren_anonymous@archive.example: Permission denied (publickey).\r\n")},
+      /* Where the machine's own configuration has the client accept any key, it does not ask. */
+      {"no question", "echo 'h t k' >\"$file\"\n" + answered},
+  };
+  for (const auto& [what, body] : clients) {
+    play(body + wait_forever);
+    EXPECT_EQ(fetched(), "t k") << what;
+  }
+}
+
+TEST_F(KeyDialogue, AKeyOf895CharactersIsTakenAlsoInCAndAKeyOf896IsTooLarge) {
   const std::string key = "ssh-rsa " + std::string(887, 'A');
   play_key("h " + key + "\n");
   EXPECT_EQ(fetched(), key);
   EXPECT_FALSE(file_is_left());
-}
-
-TEST_F(KeyDialogue, AKeyOf895CharactersFitsTheBufferOfC) {
-  const std::string key = "ssh-rsa " + std::string(887, 'A');
-  play_key("h " + key + "\n");
   char buffer[TAVREN_HOST_KEY_SIZE];
   char* error = nullptr;
   EXPECT_EQ(tavren_download_host_key("archive.example", buffer, &error), 0);
   EXPECT_EQ(buffer, key);
-}
-
-TEST_F(KeyDialogue, AKeyOf896CharactersIsTooLarge) {
-  play_key("h ssh-rsa " + std::string(888, 'A') + "\n");
+  play_key("h " + key + "A\n");
   EXPECT_EQ(error_of([] { fetched(); }), "9\n  - Host key is too large (896 bytes)\n");
   EXPECT_FALSE(file_is_left());
 }
 
-TEST_F(KeyDialogue, AKeyThatWasNotRecordedIsAnError) {
-  play_recording("");
-  EXPECT_EQ(error_of([] { fetched(); }), "5\n  - Failed to open file " + key_file() + ", ecode=2\n");
+/* Nor is what a link leads to read. */
+TEST_F(KeyDialogue, AFileWithoutAKeyIsAnErrorAndDoesNotStay) {
+  const std::string precious = lab::value("LAB") + "/precious";
+  write_file(precious, "h secret\n");
+  const std::string not_opened = "5\n  - Failed to open file " + key_file() + ", ecode=";
+  const std::string not_read = "6\n  - Failed to read from file " + key_file() + ", ecode=";
+  for (const auto& [record, error] : {std::pair<std::string, std::string>{"", not_opened + "2\n"},
+                                      {"ln -s " + precious + " \"$file\"", not_opened + std::to_string(ELOOP) + "\n"},
+                                      {": >\"$file\"", not_read + "0\n"},
+                                      {"mkfifo \"$file\"", not_read + "0\n"}, /* nobody writes to it */
+                                      {"echo archive.example >\"$file\"", not_read + "22\n"},
+                                      {"mkdir \"$file\"", not_read + "21\n"}}) {
+    play_recording(record);
+    EXPECT_EQ(error_of([] { fetched(); }), error);
+    EXPECT_EQ(file_is_left(), record == "mkdir \"$file\"");
+  }
 }
 
-TEST_F(KeyDialogue, AnEmptyFileIsAnError) {
-  play_key("");
-  EXPECT_EQ(error_of([] { fetched(); }), "6\n  - Failed to read from file " + key_file() + ", ecode=0\n");
-  EXPECT_FALSE(file_is_left());
-}
-
-TEST_F(KeyDialogue, AFileThatCannotBeReadIsAnError) {
-  play_recording("mkdir \"$file\"");
-  EXPECT_EQ(error_of([] { fetched(); }), "6\n  - Failed to read from file " + key_file() + ", ecode=21\n");
-}
-
-TEST_F(KeyDialogue, ALineWithoutABlankIsAnError) {
-  play_key("archive.example\n");
-  EXPECT_EQ(error_of([] { fetched(); }), "6\n  - Failed to read from file " + key_file() + ", ecode=22\n");
-  EXPECT_FALSE(file_is_left());
-}
-
-TEST_F(KeyDialogue, AClientThatEndsIsAnErrorWithItsLastLines) {
+TEST_F(KeyDialogue, AClientThatEndsIsAnErrorWithItsLastLinesAndLeavesNoFile) {
   play(say("ssh: no route\r\n"));
   EXPECT_EQ(error_of([] { fetched(); }),
             "13\n  - Program exited unexpectedly: /usr/bin/ssh\n  - Output: \"ssh: no route\"\n");
-}
-
-TEST_F(KeyDialogue, AClientThatEndsAfterTheAnswerLeavesNoFile) {
-  play(say(dialogue.introduction() + dialogue.question()) + "take yes\necho 'h t k' >\"$file\"\n");
+  play(question + record_key);
   EXPECT_EQ(error_of([] { fetched(); }).substr(0, 3), "13\n");
   EXPECT_FALSE(file_is_left());
 }
 
 /* A client may have been about to record the key when it is told to end. */
 TEST_F(KeyDialogue, AClientThatWritesTheFileWhenItIsStoppedLeavesNoFile) {
-  play("trap 'echo \"h t k\" >\"$file\"; exit' TERM\n" + say(dialogue.introduction() + dialogue.question()) +
-       "take yes\n" + say(dialogue.answered() + dialogue.prompt()) + "sleep 100 &\nwait\n");
+  play("trap 'echo \"h t k\" >\"$file\"; exit' TERM\n" + question + "take yes\n" +
+       say(dialogue.answered() + dialogue.prompt()) + "sleep 100 &\nwait\n");
   EXPECT_EQ(error_of([] { fetched(); }).substr(0, 2), "5\n");
   EXPECT_FALSE(file_is_left());
-}
-
-TEST_F(KeyDialogue, AClientThatNeverAsksIsATimeout) {
-  play(wait_forever);
-  const ScopedTunable timeout("ssh_connect_timeout", 1);
-  EXPECT_THROW(fetched(), TavrenTimeout);
 }
 
 TEST_F(KeyDialogue, AClientThatNeverStopsTalkingIsATimeout) {
   play("while :; do echo line; done\n");
   const ScopedTunable timeout("ssh_connect_timeout", 1);
   EXPECT_THROW(fetched(), TavrenTimeout);
-}
-
-TEST_F(KeyDialogue, AClientThatNeverComesToThePromptIsATimeoutAndLeavesNoFile) {
-  play(say(dialogue.introduction() + dialogue.question()) + "take yes\necho 'h t k' >\"$file\"\n" + wait_forever);
-  const ScopedTunable timeout("ssh_connect_timeout", 1);
-  EXPECT_THROW(fetched(), TavrenTimeout);
-  EXPECT_FALSE(file_is_left());
 }
 
 TEST_F(KeyDialogue, ALineWithoutAnEndIsAnErrorOfExcessiveOutput) {
@@ -275,9 +205,7 @@ class CancelOnceThereIs {
 class CancelledKeyDownload : public KeyDialogue {
  protected:
   /* The client records the key and never comes to the prompt. */
-  CancelledKeyDownload() {
-    play(say(dialogue.introduction() + dialogue.question()) + "take yes\necho 'h t k' >\"$file\"\n" + wait_forever);
-  }
+  CancelledKeyDownload() { play(question + record_key + wait_forever); }
 };
 
 TEST_F(CancelledKeyDownload, ThrowsAndLeavesNoFile) {
@@ -296,20 +224,18 @@ TEST_F(CancelledKeyDownload, PassesTheFunctionOfC) {
   EXPECT_EQ(error, &unset);
 }
 
-class KeyDownloadFault : public KeyDialogue, public testing::WithParamInterface<Named<const char*>> {};
+class KeyDownloadFault : public KeyDialogue {};
 
-TEST_P(KeyDownloadFault, ThatKeepsTheClientFromStartingIsASystemCallError) {
-  const Faulty call(GetParam().value, EMFILE);
-  char key[TAVREN_HOST_KEY_SIZE];
-  char* error = nullptr;
-  EXPECT_EQ(tavren_download_host_key("archive.example", key, &error), -1);
-  EXPECT_EQ(error, std::string("  - System call \"") + GetParam().name + "\" failed with error code 24\n");
-  free(error);
+TEST_F(KeyDownloadFault, ThatKeepsTheClientFromStartingIsASystemCallError) {
+  for (const auto& [name, function] : {std::pair{"pipe", "pipe2"}, {"forkpty", "forkpty"}}) {
+    const Faulty call(function, EMFILE);
+    char key[TAVREN_HOST_KEY_SIZE];
+    char* error = nullptr;
+    EXPECT_EQ(tavren_download_host_key("archive.example", key, &error), -1);
+    EXPECT_EQ(error, std::string("  - System call \"") + name + "\" failed with error code 24\n");
+    free(error);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Calls, KeyDownloadFault,
-                         testing::Values(Named<const char*>{"pipe", "pipe2"}, Named<const char*>{"forkpty", "forkpty"}),
-                         by_name);
 
 TEST_F(KeyDialogue, WithoutAPrivateDirectoryIsAFailedAssertion) {
   tavren_cleanup_tmp_dir();

@@ -50,34 +50,25 @@ class KeyTools : public testing::Test {
   }
 };
 
-TEST_F(KeyTools, AwkIsLookedForInFourPlaces) {
-  EXPECT_EQ(shown([] {
-              const std::string path = tavren_get_awk_path();
-              return looks + path;
-            }),
-            "/usr/bin/awk /bin/awk /usr/sbin/awk /sbin/awk awk");
+/* Returns where a tool was looked for, and its path. */
+std::string looks_and_path(const char* (*path_of_tool)()) {
+  return shown([path_of_tool] {
+    const std::string path = path_of_tool();
+    return looks + path;
+  });
 }
 
-TEST_F(KeyTools, TheKeyGeneratorIsLookedForInFourPlaces) {
-  EXPECT_EQ(shown([] {
-              const std::string path = tavren_get_ssh_keygen_path();
-              return looks + path;
-            }),
+TEST_F(KeyTools, AreLookedForInFourPlaces) {
+  EXPECT_EQ(looks_and_path(tavren_get_awk_path), "/usr/bin/awk /bin/awk /usr/sbin/awk /sbin/awk awk");
+  EXPECT_EQ(looks_and_path(tavren_get_ssh_keygen_path),
             "/usr/bin/ssh-keygen /bin/ssh-keygen /usr/sbin/ssh-keygen /sbin/ssh-keygen ssh-keygen");
 }
 
-TEST_F(KeyTools, TheFirstPlaceThatHasAwkIsTaken) {
-  executables = {"/bin/awk", "/sbin/awk"};
-  EXPECT_EQ(shown([] {
-              const std::string path = tavren_get_awk_path();
-              return looks + path;
-            }),
-            "/usr/bin/awk /bin/awk /bin/awk");
-}
-
-TEST_F(KeyTools, TheFirstPlaceThatHasTheKeyGeneratorIsTaken) {
-  executables = {"/usr/sbin/ssh-keygen", "/sbin/ssh-keygen"};
-  EXPECT_EQ(shown([] { return std::string(tavren_get_ssh_keygen_path()); }), "/usr/sbin/ssh-keygen");
+TEST_F(KeyTools, AreTakenFromTheFirstPlaceThatHasThem) {
+  executables = {"/bin/awk", "/sbin/awk", "/usr/sbin/ssh-keygen", "/sbin/ssh-keygen"};
+  EXPECT_EQ(looks_and_path(tavren_get_awk_path), "/usr/bin/awk /bin/awk /bin/awk");
+  EXPECT_EQ(looks_and_path(tavren_get_ssh_keygen_path),
+            "/usr/bin/ssh-keygen /bin/ssh-keygen /usr/sbin/ssh-keygen /usr/sbin/ssh-keygen");
 }
 
 /* Returns the paths that are told again when the tools have come to other places, and where they were looked for. */

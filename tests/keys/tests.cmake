@@ -5,14 +5,12 @@ if(with_archive_host)
     process/faults.cpp $<TARGET_OBJECTS:scripted_client>
     TOGETHER EXCEPT *KeyDownloadOfType.*:KeyDownload.OfA*:KeyDownload.Works*:KeyDownloadFault.*
     LAB TIMEOUT 180) # keys of 4,096 bits take some time to make
-  tavren_test(key_download_time_tests keys/key_download_time_test.cpp keys/key_download_last_words_test.cpp
-    $<TARGET_OBJECTS:early_ends> $<TARGET_OBJECTS:recorded_system> $<TARGET_OBJECTS:scripted_client> LAB)
-  tavren_test(key_download_memory_tests keys/key_download_memory_test.cpp $<TARGET_OBJECTS:failing_memory>
-    $<TARGET_OBJECTS:scripted_client> LAB)
+  tavren_test(key_download_time_tests keys/key_download_time_test.cpp keys/key_download_faults_test.cpp
+    $<TARGET_OBJECTS:early_ends> $<TARGET_OBJECTS:failing_memory>
+    $<TARGET_OBJECTS:recorded_system> $<TARGET_OBJECTS:scripted_client> TOGETHER LAB)
   tavren_test(fingerprint_tests keys/fingerprint_test.cpp keys/fingerprint_failures_test.cpp
-    keys/fingerprint_hosts_test.cpp process/hosts.cpp
-    TOGETHER EXCEPT FingerprintFailure.*:FingerprintBeside*:*FingerprintInAHost* LAB TIMEOUT 180)
-  tavren_test(fingerprint_catalogue_tests keys/fingerprint_catalogue_test.cpp LAB)
+    keys/fingerprint_hosts_test.cpp keys/fingerprint_catalogue_test.cpp process/hosts.cpp
+    TOGETHER EXCEPT FingerprintCatalogue.*:FingerprintFailure.Without*:*FingerprintInAHost* LAB TIMEOUT 180)
 endif()
 
 # Without one: the tools' places and the shell command, which this program watches.

@@ -4,6 +4,9 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <utility>
+
 #include "lab/lab.h"
 #include "support/files.h"
 #include "support/named.h"
@@ -59,12 +62,14 @@ class ProgramOutput {
  */
 class Banner : public LabTest {
  protected:
-  Banner() : child_log("subprocess_log_size", 1000000) { lab::set_password(password); }
+  Banner() : child_log("subprocess_log_size", 1000000) {
+    lab::set_password(password);
+    lab::configure_sshd("Banner " + lab::value("LAB") + "/banner");
+  }
 
   /* Shows line in a banner, logs in and works there; returns what became of it. */
   std::string log_in_past(const std::string& line, const std::string& key) {
     write_file(lab::value("LAB") + "/banner", "Welcome.\n" + line + "\nBehave.\n");
-    lab::configure_sshd("Banner " + lab::value("LAB") + "/banner");
     const ScopedTunable connect("ssh_connect_timeout", timeout);
     const ScopedTunable start("ssh_shell_start_timeout", timeout);
     Settings settings = lab::settings();
@@ -89,7 +94,9 @@ class Banner : public LabTest {
   }
 
   static void expect_no_password_in(const std::string& outcome) {
-    const std::string child_output = read_file(lab::value("TAVREN_HOME") + "/tavren_tmp/tavren_child_output.lab");
+    const std::string log = lab::value("TAVREN_HOME") + "/tavren_tmp/tavren_child_output.lab";
+    const std::string child_output = read_file(log);
+    std::filesystem::resize_file(log, 0); /* so that the next one shows the next login */
     EXPECT_THAT(child_output, HasSubstr("archiver@localhost"));
     for (const std::string& text : {outcome, child_output, lab::system_log(), lab::console()}) {
       EXPECT_THAT(text, Not(HasSubstr(password)));
@@ -100,36 +107,32 @@ class Banner : public LabTest {
   const ScopedTunable child_log;
 };
 
-struct Text {
-  const char* line;
-  const char* outcome_with_key;
-};
-
-constexpr Named<Text> texts[] = {
-    {"NoneOfOurs", {"Authorised access only.", no_error}},
-    {"Question", {"Are you sure you want to continue connecting (yes/no)? ", no_error}},
-    {"ShellStarted", {"SHELL STARTED.", no_error}},
-    {"Refusal", {"Permission denied, please try again.", no_error}},
-    {"RunningMarker", {"** RUNNING cd '/home/archiver/archive'", no_error}},
-    {"ExitCode", {"** EXIT CODE: 7", no_error}},
-    {"TransferBegin", {"_TAV/REN_ BEGIN", no_error}},
-    {"TransferEnd", {"_TAV/REN_ END", no_error}},
+/* Lines, and what comes of them with a key. */
+constexpr std::pair<const char*, const char*> texts[] = {
+    {"Authorised access only.", no_error},
+    {"Are you sure you want to continue connecting (yes/no)? ", no_error},
+    {"SHELL STARTED.", no_error},
+    {"Permission denied, please try again.", no_error},
+    {"** RUNNING cd '/home/archiver/archive'", no_error},
+    {"** EXIT CODE: 7", no_error},
+    {"_TAV/REN_ BEGIN", no_error},
+    {"_TAV/REN_ END", no_error},
     /* With a key these are the client's word that the host is not the one expected. */
-    {"ChangedKey", {"WARNING: REMOTE HOST IDENTIFICATION HAS CHANGED!", key_mismatch}},
-    {"FailedVerification", {"Host key verification failed.", key_mismatch}},
-    {"UnknownKey", {"The authenticity of host 'x' can't be established.", key_mismatch}},
-    {"OffendingKey", {"Add correct host key in x", key_mismatch}},
+    {"WARNING: REMOTE HOST IDENTIFICATION HAS CHANGED!", key_mismatch},
+    {"Host key verification failed.", key_mismatch},
+    {"The authenticity of host 'x' can't be established.", key_mismatch},
+    {"Add correct host key in x", key_mismatch},
 };
 
-class BannerOfOneLine : public Banner, public testing::WithParamInterface<Named<Text>> {};
+class BannerOfOneLine : public Banner {};
 
-TEST_P(BannerOfOneLine, DoesNotMatterWithoutAKey) { EXPECT_EQ(log_in_past(GetParam().value.line, ""), no_error); }
-
-TEST_P(BannerOfOneLine, HasItsOneOutcomeWithAKey) {
-  EXPECT_EQ(log_in_past(GetParam().value.line, lab::value("LAB_HOST_KEY")), GetParam().value.outcome_with_key);
+TEST_F(BannerOfOneLine, DoesNotMatterWithoutAKeyAndHasItsOneOutcomeWithOne) {
+  for (const auto& [line, outcome_with_key] : texts) {
+    SCOPED_TRACE(line);
+    EXPECT_EQ(log_in_past(line, ""), no_error);
+    EXPECT_EQ(log_in_past(line, lab::value("LAB_HOST_KEY")), outcome_with_key);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(, BannerOfOneLine, testing::ValuesIn(texts), by_name);
 
 /* Without a key or, if the parameter says so, with the host's. */
 class BannerWithThePrompt : public Banner, public testing::WithParamInterface<Named<bool>> {

@@ -4,11 +4,11 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "TavrenKeyDownloader.h"
 #include "lab/lab.h"
 #include "support/files.h"
-#include "support/named.h"
 #include "tavren_share.h"
 
 using testing::AllOf;
@@ -55,15 +55,10 @@ class ClientConfiguration : public LabTest {
     return settings;
   }
 
-  std::string outcome_of_login(const Settings& settings) {
-    return error_of([&] { session(settings).open_connection(); });
-  }
-
-  static std::string outcome_of_fetch() {
-    return error_of([] {
-      std::string key;
-      TavrenKeyDownloader(lab::value("LAB_HOST")).download_host_key(key);
-    });
+  static std::string fetched_key(const std::string& host) {
+    std::string key;
+    TavrenKeyDownloader(host).download_host_key(key);
+    return key;
   }
 
  private:
@@ -71,59 +66,47 @@ class ClientConfiguration : public LabTest {
   const ScopedTunable start;
 };
 
-class ClientConfigurationOf : public ClientConfiguration, public testing::WithParamInterface<Named<Row>> {};
+constexpr Row rows[] = {
+    {"HostName 127.0.0.1", How::without_key, connect_timeout},
+    {"HostName 127.0.0.1", How::with_key, key_mismatch},
+    {"HostKeyAlias other", How::without_key, connect_timeout},
+    {"HostKeyAlias other", How::with_key, key_mismatch},
+    {"BatchMode yes", How::without_key, STARTING ENDED UNKNOWN_KEY},
+    {"BatchMode yes", How::with_key, STARTING ENDED DENIED},
+    {"PasswordAuthentication no", How::with_key, STARTING ENDED DENIED},
+    {"NumberOfPasswordPrompts 1", How::wrong_password, STARTING ENDED PROMPT DENIED},
+    {"StrictHostKeyChecking yes", How::without_key, STARTING ENDED NO_KEY UNKNOWN_KEY},
+    {"StrictHostKeyChecking yes", How::with_key, no_error},
+    {"RemoteCommand uptime", How::with_key, STARTING ENDED SHOWN("Cannot execute command-line and remote command.")},
+    {"SessionType none", How::with_key, shell_timeout},
+    {"SessionType subsystem", How::with_key, STARTING ENDED PROMPT SHOWN("subsystem request failed on channel 0")},
+    {"StdinNull yes", How::with_key, "13\n" ENDED PROMPT SHOWN("SHELL STARTED.")},
+    {"LogLevel QUIET", How::wrong_password, shell_timeout},
+    {"LogLevel QUIET", How::wrong_key, STARTING ENDED},
+    {"LogLevel FATAL", How::wrong_password, shell_timeout},
+    {"LogLevel FATAL", How::wrong_key, key_mismatch},
+    {"LogLevel ERROR", How::wrong_password, login_denied},
+};
 
-TEST_P(ClientConfigurationOf, HasItsOneOutcome) {
-  configure(GetParam().value.configuration);
-  EXPECT_EQ(outcome_of_login(settings_for(GetParam().value.how)), GetParam().value.outcome);
+class ClientConfigurationOf : public ClientConfiguration {};
+
+TEST_F(ClientConfigurationOf, ALoginHasItsOneOutcome) {
+  for (const auto& [configuration, how, outcome] : rows) {
+    configure(configuration);
+    EXPECT_EQ(outcome_of_login(settings_for(how)), outcome) << configuration;
+  }
 }
 
-constexpr Named<Row> rows[] = {
-    {"AnotherHostName", {"HostName 127.0.0.1", How::without_key, connect_timeout}},
-    {"AnotherHostNameWithAKey", {"HostName 127.0.0.1", How::with_key, key_mismatch}},
-    {"AnAlias", {"HostKeyAlias other", How::without_key, connect_timeout}},
-    {"AnAliasWithAKey", {"HostKeyAlias other", How::with_key, key_mismatch}},
-    {"Batches", {"BatchMode yes", How::without_key, STARTING ENDED UNKNOWN_KEY}},
-    {"BatchesWithAKey", {"BatchMode yes", How::with_key, STARTING ENDED DENIED}},
-    {"NoPasswords", {"PasswordAuthentication no", How::with_key, STARTING ENDED DENIED}},
-    {"OnePrompt", {"NumberOfPasswordPrompts 1", How::wrong_password, STARTING ENDED PROMPT DENIED}},
-    {"StrictChecking", {"StrictHostKeyChecking yes", How::without_key, STARTING ENDED NO_KEY UNKNOWN_KEY}},
-    {"StrictCheckingWithAKey", {"StrictHostKeyChecking yes", How::with_key, no_error}},
-    {"ACommand",
-     {"RemoteCommand uptime", How::with_key, STARTING ENDED SHOWN("Cannot execute command-line and remote command.")}},
-    {"NoShell", {"SessionType none", How::with_key, shell_timeout}},
-    {"ASubsystem",
-     {"SessionType subsystem", How::with_key, STARTING ENDED PROMPT SHOWN("subsystem request failed on channel 0")}},
-    {"NoInput", {"StdinNull yes", How::with_key, "13\n" ENDED PROMPT SHOWN("SHELL STARTED.")}},
-    {"SilenceAboutAWrongPassword", {"LogLevel QUIET", How::wrong_password, shell_timeout}},
-    {"SilenceAboutAWrongKey", {"LogLevel QUIET", How::wrong_key, STARTING ENDED}},
-    {"TheFatalAboutAWrongPassword", {"LogLevel FATAL", How::wrong_password, shell_timeout}},
-    {"TheFatalAboutAWrongKey", {"LogLevel FATAL", How::wrong_key, key_mismatch}},
-    {"ErrorsAboutAWrongPassword", {"LogLevel ERROR", How::wrong_password, login_denied}},
-};
-
-INSTANTIATE_TEST_SUITE_P(, ClientConfigurationOf, testing::ValuesIn(rows), by_name);
-
-struct Fetch {
-  const char* configuration;
-  const char* outcome;
-};
-
-class ClientConfigurationForAFetch : public ClientConfiguration, public testing::WithParamInterface<Named<Fetch>> {};
-
-TEST_P(ClientConfigurationForAFetch, HasItsOneOutcome) {
-  configure(GetParam().value.configuration);
-  EXPECT_EQ(outcome_of_fetch(), GetParam().value.outcome);
+TEST_F(ClientConfigurationOf, AFetchHasItsOneOutcome) {
+  for (const auto& [configuration, outcome] :
+       {std::pair{"BatchMode yes", "13\n" ENDED UNKNOWN_KEY},
+        {"StrictHostKeyChecking yes", "13\n" ENDED NO_KEY UNKNOWN_KEY},
+        {"ForkAfterAuthentication yes",
+         "13\n" ENDED SHOWN("Cannot fork into background without a command to execute.")}}) {
+    configure(configuration);
+    EXPECT_EQ(error_of([] { fetched_key(lab::value("LAB_HOST")); }), outcome) << configuration;
+  }
 }
-
-constexpr Named<Fetch> fetches[] = {
-    {"Batches", {"BatchMode yes", "13\n" ENDED UNKNOWN_KEY}},
-    {"StrictChecking", {"StrictHostKeyChecking yes", "13\n" ENDED NO_KEY UNKNOWN_KEY}},
-    {"TheBackground",
-     {"ForkAfterAuthentication yes", "13\n" ENDED SHOWN("Cannot fork into background without a command to execute.")}},
-};
-
-INSTANTIATE_TEST_SUITE_P(, ClientConfigurationForAFetch, testing::ValuesIn(fetches), by_name);
 
 TEST_F(ClientConfiguration, ThatIsVerboseMakesAFailureOfAWholeStream) {
   configure("LogLevel VERBOSE");
@@ -162,61 +145,56 @@ struct Unasked {
   const char* directory;
 };
 
-class ClientThatIsNotAsked : public ClientConfiguration, public testing::WithParamInterface<Named<Unasked>> {
+constexpr Unasked unasked[] = {
+    {"accept-new", "localhost", "lab"},
+    {"no", "localhost", "lab"},
+    {"accept-new", "127.1", "lab"},
+    {"no", "127.1", "lab"},
+    {"accept-new", "localhost", "a lab"},
+    {"no", "localhost", "a lab"},
+    {"accept-new", "localhost", "the \"lab's\" \\ own"},
+    {"accept-new\nPort 2222", "localhost", "lab"},
+    {"no\nPort 2222", "127.1", "lab"},
+    {"accept-new\nPort 2222\nLogLevel ERROR", "localhost", "lab"},
+    {"no\nPort 2222\nLogLevel ERROR", "127.1", "lab"},
+    {"no", "localhost", "the \"lab's\" \\ own"},
+};
+
+class ClientThatIsNotAsked : public ClientConfiguration {
  protected:
-  ClientThatIsNotAsked() {
-    const std::string checking = GetParam().value.checking;
-    configure("StrictHostKeyChecking " + checking);
-    if (checking.find("Port") != std::string::npos) lab::configure_sshd("Port 2222");
+  static void prepare(const Unasked& row) {
+    configure("StrictHostKeyChecking " + std::string(row.checking));
     tavren_cleanup_tmp_dir();
     char message[TAVREN_MESSAGE_SIZE];
-    if (tavren_setup_tmp_dir(GetParam().value.directory, message) != 0) throw std::runtime_error(message);
+    if (tavren_setup_tmp_dir(row.directory, message) != 0) throw std::runtime_error(message);
+    write_file(lab::value("LAB_SSHD_LOG"), "");
   }
 
-  std::string outcome(How how) {
+  /* What comes of a login. Both messages name the host as it was configured; here it is localhost. */
+  std::string outcome(How how, const std::string& host) {
     Settings settings = settings_for(how);
-    settings.host = GetParam().value.host;
+    settings.host = host;
     std::string text = outcome_of_login(settings);
-    /* Both messages name the host as it was configured. */
     for (const char* before : {"session on ", "remote host ("}) {
-      const size_t name = text.find(before + settings.host);
-      if (name != std::string::npos) text.replace(name + strlen(before), settings.host.size(), "localhost");
+      const size_t name = text.find(before + host);
+      if (name != std::string::npos) text.replace(name + strlen(before), host.size(), "localhost");
     }
     return text;
   }
 };
 
-TEST_P(ClientThatIsNotAsked, LogsInWithTheRightKey) { EXPECT_EQ(outcome(How::with_key), no_error); }
-
-TEST_P(ClientThatIsNotAsked, GivesAnotherKeyNoPassword) {
-  EXPECT_EQ(outcome(How::wrong_key), key_mismatch);
-  EXPECT_EQ(read_file(lab::value("LAB_SSHD_LOG")).find("password for archiver"), std::string::npos);
+TEST_F(ClientThatIsNotAsked, GivesThePasswordToTheRightKeyAloneUnlessThereIsNone) {
+  lab::configure_sshd("Port 2222");
+  for (const Unasked& row : unasked) {
+    SCOPED_TRACE(std::string(row.checking) + ", " + row.host + ", " + row.directory);
+    prepare(row);
+    EXPECT_EQ(outcome(How::wrong_key, row.host), key_mismatch);
+    EXPECT_EQ(read_file(lab::value("LAB_SSHD_LOG")).find("password for archiver"), std::string::npos);
+    EXPECT_EQ(outcome(How::with_key, row.host), no_error);
+    EXPECT_EQ(outcome(How::without_key, row.host), no_error);
+    EXPECT_EQ(fetched_key(row.host), lab::value("LAB_HOST_KEY"));
+  }
 }
-
-TEST_P(ClientThatIsNotAsked, LogsInWithoutAKey) { EXPECT_EQ(outcome(How::without_key), no_error); }
-
-TEST_P(ClientThatIsNotAsked, FetchesTheKey) {
-  std::string key;
-  TavrenKeyDownloader(GetParam().value.host).download_host_key(key);
-  EXPECT_EQ(key, lab::value("LAB_HOST_KEY"));
-}
-
-constexpr Named<Unasked> unasked[] = {
-    {"New", {"accept-new", "localhost", "lab"}},
-    {"Any", {"no", "localhost", "lab"}},
-    {"NewByAShortAddress", {"accept-new", "127.1", "lab"}},
-    {"AnyByAShortAddress", {"no", "127.1", "lab"}},
-    {"NewBesideBlanks", {"accept-new", "localhost", "a lab"}},
-    {"AnyBesideBlanks", {"no", "localhost", "a lab"}},
-    {"NewBesideQuotes", {"accept-new", "localhost", "the \"lab's\" \\ own"}},
-    {"NewAtAnotherPort", {"accept-new\nPort 2222", "localhost", "lab"}},
-    {"AnyAtAnotherPort", {"no\nPort 2222", "127.1", "lab"}},
-    {"NewAtAnotherPortInSilence", {"accept-new\nPort 2222\nLogLevel ERROR", "localhost", "lab"}},
-    {"AnyAtAnotherPortInSilence", {"no\nPort 2222\nLogLevel ERROR", "127.1", "lab"}},
-    {"AnyBesideQuotes", {"no", "localhost", "the \"lab's\" \\ own"}},
-};
-
-INSTANTIATE_TEST_SUITE_P(, ClientThatIsNotAsked, testing::ValuesIn(unasked), by_name);
 
 class ServerConfiguration : public ClientConfiguration {};
 

@@ -22,6 +22,15 @@ class FarShell : public LabTest {
     lab::run("sed -i '/^archiver:/s#[^:]*$#" + path + "#' /etc/passwd");
   }
 
+  /* Expects a login shell to work, and again when it has a start-up file that prints. */
+  void expect_work_with(const std::string& shell, const std::string& startup_file) {
+    use_shell(shell);
+    EXPECT_EQ(log_in_and_work(), no_error);
+    write_file(startup_file, "echo -n x\necho '** EXIT CODE: 7'\ntouch ~/started\n");
+    EXPECT_EQ(log_in_and_work(), no_error);
+    EXPECT_EQ(access("/home/archiver/started", F_OK), 0);
+  }
+
   std::string log_in_and_work() {
     return error_of([this] {
       TavrenHost& host = connected_session();
@@ -31,19 +40,14 @@ class FarShell : public LabTest {
   }
 };
 
-TEST_F(FarShell, ThatPrintsNothingWorks) {
-  use_bash("");
-  EXPECT_EQ(log_in_and_work(), no_error);
-}
-
-TEST_F(FarShell, ThatPrintsAWordWithoutANewlineWorks) {
-  use_bash("printf x; printf y >&2\n");
-  EXPECT_EQ(log_in_and_work(), no_error);
-}
-
-TEST_F(FarShell, ThatPrintsAMebibyteOfLinesWorks) {
-  use_bash("yes 'some line of a talkative start-up file' | head -c 1048576\necho\n");
-  EXPECT_EQ(log_in_and_work(), no_error);
+/* Nothing, words without a newline, a mebibyte of lines, the markers of commands and transfers. */
+TEST_F(FarShell, WorksWhateverLinesItPrintsAtItsStart) {
+  for (const char* startup :
+       {"", "printf x; printf y >&2\n", "yes 'some line of a talkative start-up file' | head -c 1048576\necho\n",
+        "echo '** RUNNING cd '\\''/home/archiver/archive'\\'; echo '** EXIT CODE: 7'; echo '_TAV/REN_ BEGIN'\n"}) {
+    use_bash(startup);
+    EXPECT_EQ(log_in_and_work(), no_error) << startup;
+  }
 }
 
 TEST_F(FarShell, ThatPrintsAMebibyteWithoutANewlineIsANamedError) {
@@ -51,47 +55,22 @@ TEST_F(FarShell, ThatPrintsAMebibyteWithoutANewlineIsANamedError) {
   EXPECT_THAT(log_in_and_work(), HasSubstr("produced excessive output"));
 }
 
-TEST_F(FarShell, ThatPrintsTheMarkersOfCommandsAndTransfersWorks) {
-  use_bash("echo '** RUNNING cd '\\''/home/archiver/archive'\\'; echo '** EXIT CODE: 7'; echo '_TAV/REN_ BEGIN'\n");
-  EXPECT_EQ(log_in_and_work(), no_error);
+TEST_F(FarShell, OfTheCFamilyWorksAlsoWhenItsStartUpFilePrints) {
+  expect_work_with("/bin/csh", "/home/archiver/.cshrc");
 }
 
-TEST_F(FarShell, OfTheCFamilyWorks) {
-  use_shell("/bin/csh");
-  EXPECT_EQ(log_in_and_work(), no_error);
-}
-
-TEST_F(FarShell, OfTheCFamilyWhoseStartUpFilePrintsWorks) {
-  write_file("/home/archiver/.cshrc", "echo -n x\necho '** EXIT CODE: 7'\ntouch ~/started\n");
-  use_shell("/bin/csh");
-  EXPECT_EQ(log_in_and_work(), no_error);
-  EXPECT_EQ(access("/home/archiver/started", F_OK), 0);
-}
-
-TEST_F(FarShell, ThatIsNoRelativeOfTheOthersWorks) {
-  use_shell("/usr/bin/fish");
-  EXPECT_EQ(log_in_and_work(), no_error);
-}
-
-TEST_F(FarShell, ThatIsNoRelativeOfTheOthersAndPrintsAtItsStartWorks) {
+TEST_F(FarShell, ThatIsNoRelativeOfTheOthersWorksAlsoWhenItsStartUpFilePrints) {
   lab::run("mkdir -p /home/archiver/.config/fish && chown -R archiver /home/archiver/.config");
-  write_file("/home/archiver/.config/fish/config.fish", "echo -n x\necho '** EXIT CODE: 7'\ntouch ~/started\n");
-  use_shell("/usr/bin/fish");
-  EXPECT_EQ(log_in_and_work(), no_error);
-  EXPECT_EQ(access("/home/archiver/started", F_OK), 0);
+  expect_work_with("/usr/bin/fish", "/home/archiver/.config/fish/config.fish");
 }
 
-TEST_F(FarShell, WhoseEchoLeavesBackslashesAloneRunsCommandsWithThem) {
-  std::string message;
-  TavrenHost::set_cmd("sh", "/bin/bash", message);
-  TavrenHost& host = connected_session();
-  host.run_and_expect_line("printf 'a\\\\b\\n'", "a\\b");
+TEST_F(FarShell, WhoseEchoInterpretsBackslashesOrNotRunsCommandsWithThem) {
+  for (const char* shell : {"/bin/sh", "/bin/bash"}) {
+    std::string message;
+    TavrenHost::set_cmd("sh", shell, message);
+    connected_session().run_and_expect_line("printf 'a\\\\b\\n'", "a\\b");
+  }
   TavrenHost::reset_cmd_map();
-}
-
-TEST_F(FarShell, WhoseEchoInterpretsBackslashesRunsCommandsWithThem) {
-  TavrenHost& host = connected_session();
-  host.run_and_expect_line("printf 'a\\\\b\\n'", "a\\b");
 }
 
 }  // namespace

@@ -26,6 +26,12 @@ Settings settings() {
   return {value("LAB_HOST"), value("LAB_ARCHIVE"), value("LAB_USER"), value("LAB_PASSWORD"), "", ""};
 }
 
+Settings settings_with(std::string Settings::*setting, const std::string& value) {
+  Settings changed = settings();
+  changed.*setting = value;
+  return changed;
+}
+
 void run(const std::string& command) {
   if (system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
 }
@@ -167,4 +173,8 @@ TavrenHost& LabTest::connected_session() {
   TavrenHost& host = session(lab::settings());
   host.open_connection();
   return host;
+}
+
+std::string LabTest::outcome_of_login(const Settings& settings, bool log) {
+  return error_of([&] { session(settings, log).open_connection(); });
 }

@@ -21,6 +21,9 @@ std::string value(const char* name);
 /* Returns settings that log in, without a host key. */
 Settings settings();
 
+/* The same but for one of them. */
+Settings settings_with(std::string Settings::*setting, const std::string& value);
+
 /* Runs a shell command as root of the archive host; a failing one is a failure of the test. Nothing but $LAB and the
    account may change, since all else is other people's where the archive host is in place. */
 void run(const std::string& command);
@@ -103,6 +106,9 @@ class LabTest : public testing::Test {
 
   /* Returns a connected session with lab::settings(). */
   TavrenHost& connected_session();
+
+  /* Returns what comes of a login of a session of its own, as error_of does. */
+  std::string outcome_of_login(const Settings& settings, bool log = false);
 
  private:
   std::list<std::unique_ptr<TavrenHost>> sessions;

@@ -10,37 +10,31 @@ using testing::Not;
 
 namespace {
 
-class Password : public LabTest, public testing::WithParamInterface<std::string> {
+class Password : public LabTest {
  protected:
   ~Password() override { lab::set_password(lab::value("LAB_PASSWORD")); }
 };
 
-TEST_P(Password, LogsInWhateverBytesItHolds) {
-  lab::set_password(GetParam());
-  Settings settings = lab::settings();
-  settings.password = GetParam();
-  TavrenHost& host = session(settings);
-  EXPECT_EQ(error_of([&] { host.open_connection(); }), no_error);
+TEST_F(Password, LogsInWhateverBytesItHolds) {
+  const std::string passwords[] = {"two words ",
+                                   " 'single' \"double\"",
+                                   "$HOME $(id) `id` $$",
+                                   "back\\slash\\n",
+                                   "\xe4\xf6\xfc\xff",
+                                   "\xc3\xa4\xe2\x82\xac",
+                                   "x",
+                                   std::string(200, 'p')};
+  for (const std::string& password : passwords) {
+    lab::set_password(password);
+    EXPECT_EQ(outcome_of_login(lab::settings_with(&Settings::password, password)), no_error) << password;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Bytes, Password,
-                         testing::Values("two words ", " 'single' \"double\"", "$HOME $(id) `id` $$", "back\\slash\\n",
-                                         "\xe4\xf6\xfc\xff", "\xc3\xa4\xe2\x82\xac", "x", std::string(200, 'p')));
 
 class WrongPassword : public LabTest {};
 
-TEST_F(WrongPassword, IsDeniedAtOnce) {
-  Settings settings = lab::settings();
-  settings.password = "not the password";
-  TavrenHost& host = session(settings);
+TEST_F(WrongPassword, IsDeniedAtOnceAndSetsTheConnectionStatusToFailed) {
+  TavrenHost& host = session(lab::settings_with(&Settings::password, "not the password"));
   EXPECT_EQ(error_of([&] { host.open_connection(); }), login_denied);
-}
-
-TEST_F(WrongPassword, SetsTheConnectionStatusToFailed) {
-  Settings settings = lab::settings();
-  settings.password = "not the password";
-  TavrenHost& host = session(settings);
-  error_of([&] { host.open_connection(); });
   tavren_connection_status_t status = TAVREN_CONNECTION_NONE;
   long when = 0;
   host.get_connection_status(status, when);
@@ -49,10 +43,8 @@ TEST_F(WrongPassword, SetsTheConnectionStatusToFailed) {
 
 TEST_F(WrongPassword, StandsInNoErrorAndNoLog) {
   const ScopedTunable log("subprocess_log_size", 1000000);
-  Settings settings = lab::settings();
-  settings.password = "never-to-be-seen";
-  TavrenHost& host = session(settings, true);
-  EXPECT_THAT(error_of([&] { host.open_connection(); }), Not(HasSubstr("never-to-be-seen")));
+  EXPECT_THAT(outcome_of_login(lab::settings_with(&Settings::password, "never-to-be-seen"), true),
+              Not(HasSubstr("never-to-be-seen")));
   const std::string child_log = read_file(lab::value("TAVREN_HOME") + "/tavren_tmp/tavren_child_output.lab");
   EXPECT_THAT(child_log, HasSubstr("archiver@localhost's password: "));
   EXPECT_THAT(child_log, Not(HasSubstr("never-to-be-seen")));

@@ -8,7 +8,7 @@ using testing::StartsWith;
 
 namespace {
 
-TEST_F(TavrenSend, SendsEachFileAndPrintsALineForEach) {
+TEST_F(TavrenSend, SendsEachFilePrintsALineForEachAndLeavesNoChildAndNoFileBehind) {
   write_file(lab::value("LAB") + "/a.log", "first\n");
   write_file(lab::value("LAB") + "/b.log", "");
   EXPECT_EQ(send("-k $LAB/host_key.pub " + target + "$LAB/a.log $LAB/b.log"), 0) << err();
@@ -16,12 +16,18 @@ TEST_F(TavrenSend, SendsEachFileAndPrintsALineForEach) {
   EXPECT_EQ(err(), "");
   EXPECT_EQ(read_file(lab::archived("a.log")), "first\n");
   EXPECT_EQ(read_file(lab::archived("b.log")), "");
+  lab::run("for i in $(seq 500); do pgrep -x ssh >/dev/null || exit 0; sleep 0.01; done; exit 1");
+  lab::run("! ls $LAB/tavren_tmp | grep -q tavren_send");
 }
 
-TEST_F(TavrenSend, RefusesAnotherKeyThanTheOneGiven) {
+TEST_F(TavrenSend, RefusesAnotherKeyThanTheOneGivenAndReportsAWrongPassword) {
   lab::make_key("other_key", "-t ed25519");
   EXPECT_EQ(send("-k $LAB/other_key.pub " + target + "$LAB/sshd_config"), 1);
   EXPECT_THAT(err(), HasSubstr("The public host key setting does not match the remote host's private key"));
+  EXPECT_EQ(shell(TAVREN_SEND " -p 3 -k $LAB/host_key.pub " + target + "$LAB/sshd_config 3<$LAB/host_key.pub"), 1);
+  EXPECT_EQ(err(),
+            "tavren_send: login failed:\n  - Failed to start secure shell session on localhost\n"
+            "  - Secure shell login failed: permission denied\n");
 }
 
 TEST_F(TavrenSend, ShowsABarOnATerminal) {
@@ -60,29 +66,14 @@ TEST_F(TavrenSend, RefusesAFileOfFourGibibytes) {
   EXPECT_THAT(err(), HasSubstr("large.log: too large: a transfer carries less than 4 GiB\n"));
 }
 
-TEST_F(TavrenSend, ReportsAWrongPassword) {
-  EXPECT_EQ(shell(TAVREN_SEND " -p 3 -k $LAB/host_key.pub " + target + "$LAB/sshd_config 3<$LAB/host_key.pub"), 1);
-  EXPECT_EQ(err(),
-            "tavren_send: login failed:\n  - Failed to start secure shell session on localhost\n"
-            "  - Secure shell login failed: permission denied\n");
-}
-
-TEST_F(TavrenSend, ExplainsItsUsage) {
+TEST_F(TavrenSend, ExplainsItsUsageAndRefusesABadTarget) {
+  const auto usage = StartsWith("Usage: tavren_send [options] user@host:directory FILE...\n");
   EXPECT_EQ(shell(TAVREN_SEND), 2);
-  EXPECT_THAT(err(), StartsWith("Usage: tavren_send [options] user@host:directory FILE...\n"));
+  EXPECT_THAT(err(), usage);
   EXPECT_EQ(shell(TAVREN_SEND " --help"), 0);
-  EXPECT_THAT(out(), StartsWith("Usage: tavren_send [options] user@host:directory FILE...\n"));
-}
-
-TEST_F(TavrenSend, RefusesABadTarget) {
+  EXPECT_THAT(out(), usage);
   EXPECT_EQ(send("user@host:-x $LAB/sshd_config"), 2);
   EXPECT_EQ(err(), "tavren_send: The archive directory name may not start with '-' or '~'.\n");
-}
-
-TEST_F(TavrenSend, LeavesNoChildAndNoFileBehind) {
-  EXPECT_EQ(send("-k $LAB/host_key.pub " + target + "$LAB/sshd_config"), 0);
-  lab::run("for i in $(seq 500); do pgrep -x ssh >/dev/null || exit 0; sleep 0.01; done; exit 1");
-  lab::run("! ls $LAB/tavren_tmp | grep -q tavren_send");
 }
 
 }  // namespace

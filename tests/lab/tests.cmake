@@ -7,18 +7,16 @@ target_compile_definitions(lab_support PRIVATE RSA_8192="${CMAKE_CURRENT_LIST_DI
 target_link_libraries(lab_support PUBLIC test_support)
 
 tavren_test(lab_login_tests lab/login_test.cpp lab/host_key_test.cpp lab/password_test.cpp lab/banner_test.cpp
-  lab/far_shells_test.cpp
-  TOGETHER EXCEPT Login.OfAnAccount*:Login.ToAServer*:Login.ToARefused*:Login.Failure*:HostKey.OfAServer*:Banner*:FarShell.*
+  lab/far_shells_test.cpp lab/client_configuration_test.cpp
+  TOGETHER EXCEPT Login.OfAnAccount*:Login.ToAServer*:Login.Failure*:HostKey.OfAServer*:BannerWith*:FarShell.*:*Configuration.*
   LAB)
 tavren_test(lab_transfer_tests lab/files_test.cpp lab/failures_test.cpp
   TOGETHER EXCEPT *FileSize*/67108864:FarSide.WithAFullDisk*:FarSide.Killed* LAB TIMEOUT 120)
-tavren_test(lab_session_tests lab/threads_test.cpp lab/many_sessions_test.cpp lab/guest_test.cpp LAB TIMEOUT 120)
+tavren_test(lab_session_tests lab/threads_test.cpp lab/many_sessions_test.cpp lab/guest_test.cpp lab/stream_ends_test.cpp
+  lab/host_check_test.cpp
+  TOGETHER EXCEPT HostCheckInTheLab.FailsW*:Guest.*:DescriptorsOf*:ManySessions.*:BusyServer.*:OtherThread.*
+  LAB TIMEOUT 120)
 tavren_test(lab_stream_tests lab/streams_test.cpp LAB TIMEOUT 900)
-tavren_test(lab_stream_end_tests lab/stream_ends_test.cpp LAB TIMEOUT 120)
-
-tavren_test(lab_check_tests lab/host_check_test.cpp LAB)
-tavren_test(lab_configuration_tests lab/client_configuration_test.cpp
-  TOGETHER EXCEPT ClientConfiguration.*:ServerConfiguration.* LAB)
 
 program_of(tavren_send tavren_send)
 

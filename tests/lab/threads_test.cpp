@@ -24,6 +24,15 @@ class OtherThread : public LabTest {
     return end;
   }
 
+  /* Expects that work in a session ends in an error when the session is killed, and as cancelled when disabled. */
+  void expect_ends(const std::function<void(TavrenHost&)>& work, const std::string& under_way) {
+    TavrenHost& killed = connected_session();
+    EXPECT_EQ(interrupt([&] { work(killed); }, under_way, [&] { killed.kill_ssh(); }), End::error);
+    lab::run("rm -r $LAB_ARCHIVE/*");
+    TavrenHost& cancelled = connected_session();
+    EXPECT_EQ(interrupt([&] { work(cancelled); }, under_way, [&] { cancelled.disable(); }), End::cancelled);
+  }
+
   static void send_for_ever(TavrenHost& host) {
     const std::string content(100000, 'x');
     for (;;) host.continue_send_file(content.data(), 100000);
@@ -51,45 +60,27 @@ TEST_F(OtherThread, KillsALogin) {
             End::error);
 }
 
-TEST_F(OtherThread, KillsACommand) {
-  TavrenHost& host = connected_session();
-  EXPECT_EQ(interrupt([&] { host.run_and_check_ecode("touch begun; sleep 100"); }, "[ -e $LAB_ARCHIVE/begun ]",
-                      [&] { host.kill_ssh(); }),
-            End::error);
+TEST_F(OtherThread, KillsOrCancelsACommand) {
+  expect_ends([](TavrenHost& host) { host.run_and_check_ecode("touch begun; sleep 100"); },
+              "[ -e $LAB_ARCHIVE/begun ]");
 }
 
-TEST_F(OtherThread, CancelsACommand) {
-  TavrenHost& host = connected_session();
-  EXPECT_EQ(interrupt([&] { host.run_and_check_ecode("touch begun; sleep 100"); }, "[ -e $LAB_ARCHIVE/begun ]",
-                      [&] { host.disable(); }),
-            End::cancelled);
+TEST_F(OtherThread, KillsOrCancelsAFile) {
+  expect_ends(
+      [](TavrenHost& host) {
+        host.start_send_file("file", 0xFFFFFFFF, 0644);
+        send_for_ever(host);
+      },
+      "[ -s $LAB_ARCHIVE/file ]");
 }
 
-TEST_F(OtherThread, KillsAFile) {
-  TavrenHost& host = connected_session();
-  host.start_send_file("file", 0xFFFFFFFF, 0644);
-  EXPECT_EQ(interrupt([&] { send_for_ever(host); }, "[ -s $LAB_ARCHIVE/file ]", [&] { host.kill_ssh(); }), End::error);
-}
-
-TEST_F(OtherThread, CancelsAFile) {
-  TavrenHost& host = connected_session();
-  host.start_send_file("file", 0xFFFFFFFF, 0644);
-  EXPECT_EQ(interrupt([&] { send_for_ever(host); }, "[ -s $LAB_ARCHIVE/file ]", [&] { host.disable(); }),
-            End::cancelled);
-}
-
-TEST_F(OtherThread, KillsAStream) {
-  TavrenHost& host = connected_session();
-  host.start_send_stream("stream");
-  EXPECT_EQ(interrupt([&] { send_for_ever(host); }, "[ -s $LAB_ARCHIVE/stream ]", [&] { host.kill_ssh(); }),
-            End::error);
-}
-
-TEST_F(OtherThread, CancelsAStream) {
-  TavrenHost& host = connected_session();
-  host.start_send_stream("stream");
-  EXPECT_EQ(interrupt([&] { send_for_ever(host); }, "[ -s $LAB_ARCHIVE/stream ]", [&] { host.disable(); }),
-            End::cancelled);
+TEST_F(OtherThread, KillsOrCancelsAStream) {
+  expect_ends(
+      [](TavrenHost& host) {
+        host.start_send_stream("stream");
+        send_for_ever(host);
+      },
+      "[ -s $LAB_ARCHIVE/stream ]");
 }
 
 TEST_F(OtherThread, ReadsAndClearsTheStatusOfASessionInUse) {

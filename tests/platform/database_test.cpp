@@ -12,7 +12,7 @@ namespace {
 /* The library as it is linked, with the stand-in behind it. Each is asked once, because the library remembers. */
 class BundledDatabase : public testing::Test {
  protected:
-  BundledDatabase() { setenv("HODRA_DIR", directory.path().c_str(), 1); }
+  BundledDatabase() { setenv("HODRA_DIR", directory.path("databases").c_str(), 1); }
 
   static void put(const std::string& arguments) { ASSERT_EQ(system((HODRA_PUT " " + arguments).c_str()), 0); }
 
@@ -20,39 +20,24 @@ class BundledDatabase : public testing::Test {
   const char* failed_call = "none";
 };
 
-TEST_F(BundledDatabase, SaysWhichChassisThisIs) {
+TEST_F(BundledDatabase, SaysWhatThisMachineIs) {
   put("1 setup_system_id_info 1024 40=CHASSIS-7");
+  put("3 local_kvf_info 280 20:byte=200");
+  put("0 gen_system_info 1408 0:int=54321 36:int=12345");
   const char* id = nullptr;
+  int number = 0;
   EXPECT_EQ(tavren_get_chassis_id(&id, &failed_call), 0);
   EXPECT_STREQ(id, "CHASSIS-7");
-}
-
-TEST_F(BundledDatabase, SaysWhichProcessorThisIs) {
-  put("3 local_kvf_info 280 20:byte=200");
-  int number = 0;
   EXPECT_EQ(tavren_get_sp_number(&number, &failed_call), 0);
   EXPECT_EQ(number, 200);
-}
-
-TEST_F(BundledDatabase, SaysHowManyDomainsThereMayBe) {
-  put("0 gen_system_info 1408 36:int=12345");
   EXPECT_EQ(tavren_get_max_regular_domains(), 12345);
+  EXPECT_EQ(tavren_get_max_cmus(), 54321);
 }
 
-TEST_F(BundledDatabase, SaysHowManyUnitsThereMayBe) {
-  put("0 gen_system_info 1408 0:int=12345");
-  EXPECT_EQ(tavren_get_max_cmus(), 12345);
-}
-
-TEST_F(BundledDatabase, SaysThatThereIsNoDatabase) {
+TEST_F(BundledDatabase, SaysThatThereIsNoDatabaseOrNoRecord) {
   const char* id = nullptr;
-  setenv("HODRA_DIR", directory.path("nowhere").c_str(), 1);
   EXPECT_EQ(tavren_get_chassis_id(&id, &failed_call), ENODEV);
   EXPECT_STREQ(failed_call, "open_conf_db");
-}
-
-TEST_F(BundledDatabase, SaysThatThereIsNoRecord) {
-  const char* id = nullptr;
   put("1 other 1");
   EXPECT_EQ(tavren_get_chassis_id(&id, &failed_call), ENOENT);
   EXPECT_STREQ(failed_call, "hodra_get");

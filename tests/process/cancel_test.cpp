@@ -17,9 +17,6 @@
 
 namespace {
 
-const std::string megabyte(1000000, 'x');
-const std::string cancelled = "TavrenOperationCancelled";
-
 /* One way to wait for a child that neither reads nor writes. */
 struct Wait {
   bool separate_stdin;
@@ -27,21 +24,10 @@ struct Wait {
 };
 
 const Named<Wait> waits[] = {
-    {"ReadLine",
-     {false,
-      [](TavrenProcess& child) {
-        std::string line;
-        child.read_line(line, patient_deadline(), "prompt");
-      }}},
-    {"ReadByte", {false, [](TavrenProcess& child) { child.read_byte(patient_deadline()); }}},
-    {"Expect",
-     {false,
-      [](TavrenProcess& child) {
-        std::list<std::string> lines;
-        child.expect("text", lines, patient_deadline());
-      }}},
-    {"ReadUntilLineStartsWith",
-     {false, [](TavrenProcess& child) { child.read_until_line_starts_with("prompt", 2147483647); }}},
+    {"ReadLine", {false, [](TavrenProcess& child) { read_a_line(child, patient_deadline()); }}},
+    {"ReadByte", {false, [](TavrenProcess& child) { read_a_byte(child, patient_deadline()); }}},
+    {"Expect", {false, [](TavrenProcess& child) { expect_the_end(child, patient_deadline()); }}},
+    {"ReadUntilLineStartsWith", {false, [](TavrenProcess& child) { skip_to_the_end(child, 2147483647); }}},
     {"SendToATerminal", {false, [](TavrenProcess& child) { child.send(megabyte, patience); }}},
     {"SendToAPipe", {true, [](TavrenProcess& child) { child.send(megabyte, patience); }}},
     {"SendEof", {false, [](TavrenProcess& child) { child.send_eof(patience); }}},
@@ -87,24 +73,11 @@ TEST_P(Cancel, DuringTheWaitEndsItAtOnce) {
   EXPECT_LT(tavren_get_uptime(), before + patience);
 }
 
-TEST_P(Cancel, BeforeTheWaitEndsItAtOnce) {
-  child.disable();
-  EXPECT_EQ(result(), cancelled);
-}
-
-TEST_P(Cancel, IsPermanent) {
-  child.disable();
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(result(), cancelled);
-}
-
-TEST_P(Cancel, AgainChangesNothing) {
-  for (int i = 0; i < 3; ++i) child.disable();
-  EXPECT_EQ(result(), cancelled);
-}
-
-TEST_P(Cancel, DoesNotEndTheChild) {
-  child.disable();
-  result();
+TEST_P(Cancel, BeforeAWaitEndsThatAndEachLaterOneAndNotTheChild) {
+  for (int cancels = 3; cancels > 0; --cancels) {
+    for (int i = 0; i < cancels; ++i) child.disable();
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(result(), cancelled);
+  }
   EXPECT_EQ(child.send_signal(0), 0);
 }
 
@@ -136,8 +109,7 @@ TEST(CancelledRead, LeavesWhatCameUnread) {
   TavrenProcess child = shell("printf 'line\\nunfinished'; exec sleep 600");
   ASSERT_EQ(next_line(child), "line");
   child.disable();
-  std::string line;
-  EXPECT_EQ(result_of([&] { child.read_line(line, patient_deadline(), ""); }), cancelled);
+  EXPECT_EQ(result_of_reading(read_a_line, child), cancelled);
   EXPECT_EQ(next_bytes(child, 10), "unfinished");
 }
 
@@ -145,14 +117,14 @@ TEST(CancelledRead, LeavesWhatCameUnread) {
 TEST(CancelledRead, IsATimeoutOnceItsDeadlineHasPassed) {
   TavrenProcess child("/bin/cat", {}, false);
   child.disable();
-  EXPECT_EQ(result_of([&] { child.read_byte(past_deadline()); }), "TavrenTimeout");
+  EXPECT_EQ(result_of_reading(read_a_byte, child, past_deadline()), "TavrenTimeout");
 }
 
 TEST(CancelledSend, IsATimeoutOnceItsDeadlineHasPassed) {
   for (const bool separate_stdin : {false, true}) {
     TavrenProcess child("/bin/sleep", {"600"}, separate_stdin);
     child.disable();
-    EXPECT_EQ(result_of([&] { child.send(megabyte, -1); }), "TavrenTimeout");
+    EXPECT_EQ(result_of_sending(child, megabyte, -1), "TavrenTimeout");
   }
 }
 
@@ -163,8 +135,7 @@ TEST(CancelledSend, ToAChildThatExitedReportsItsEnd) {
     child.send("go\n", patience);
     ASSERT_TRUE(wait_until_exited(pid));
     child.disable();
-    EXPECT_EQ(result_of([&] { child.send(megabyte, patience); }),
-              "13(/bin/sh) 12(" + std::to_string(pid) + ") 12(last words)");
+    EXPECT_EQ(result_of_sending(child, megabyte), "13(/bin/sh) 12(" + std::to_string(pid) + ") 12(last words)");
   }
 }
 
@@ -184,7 +155,7 @@ TEST(CancelledSend, EndsAlsoTheWaitForTheLastOutputOfAChildThatExited) {
     ASSERT_TRUE(wait_until_exited(announced_pid(child)));
     const int before = tavren_get_uptime();
     const WhileAsleep disabled([&child] { child.disable(); });
-    EXPECT_EQ(result_of([&] { child.send(megabyte, patience); }), cancelled);
+    EXPECT_EQ(result_of_sending(child, megabyte), cancelled);
     EXPECT_LT(tavren_get_uptime(), before + patience);
   }
 }
@@ -192,7 +163,7 @@ TEST(CancelledSend, EndsAlsoTheWaitForTheLastOutputOfAChildThatExited) {
 TEST(CancelledObject, MayBeCancelledAgain) {
   TavrenProcess child("/bin/cat", {}, false);
   for (int i = 0; i < 1000; ++i) child.disable();
-  EXPECT_EQ(result_of([&] { child.read_byte(patient_deadline()); }), cancelled);
+  EXPECT_EQ(result_of_reading(read_a_byte, child), cancelled);
 }
 
 /* A newline in the pipe that the waits look at, and nothing else. */

@@ -92,3 +92,29 @@ std::string result_of(const std::function<void()>& action) {
 std::string result_of_reading_on(TavrenProcess& child) {
   return result_of([&child] { child.read_until_line_starts_with("", patient_deadline()); });
 }
+
+std::string result_of_sending(TavrenProcess& child, const std::string& data, int timeout) {
+  return result_of([&] { child.send(data, timeout); });
+}
+
+std::string result_of_send_eof(TavrenProcess& child, int timeout) {
+  return result_of([&] { child.send_eof(timeout); });
+}
+
+void read_a_byte(TavrenProcess& child, long deadline) { child.read_byte(deadline); }
+
+void read_a_line(TavrenProcess& child, long deadline) {
+  std::string line;
+  child.read_line(line, deadline, "end");
+}
+
+void expect_the_end(TavrenProcess& child, long deadline) {
+  std::list<std::string> lines;
+  child.expect("end", lines, deadline);
+}
+
+void skip_to_the_end(TavrenProcess& child, long deadline) { child.read_until_line_starts_with("end", deadline); }
+
+std::string result_of_reading(Reading read, TavrenProcess& child, long deadline) {
+  return result_of([&] { read(child, deadline); });
+}

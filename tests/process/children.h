@@ -9,6 +9,12 @@
 
 #include "TavrenProcess.h"
 
+/* More than any terminal or pipe holds, so that a child must read for it to get through. */
+inline const std::string megabyte(1000000, 'x');
+
+/* A script of a child that SIGTERM does not end, once it has told its process id. */
+constexpr const char* deaf = "trap '' TERM; echo $$; exec sleep 600";
+
 /* Seconds that only a test that hangs waits for. */
 constexpr int patience = 45;
 
@@ -54,7 +60,20 @@ std::string all_lines(TavrenProcess& child);
  */
 std::string result_of(const std::function<void()>& action);
 
-/* The same for reading lines until something else comes. */
+/* The same for reading lines until something else comes, for sending, and for the end of the input. */
 std::string result_of_reading_on(TavrenProcess& child);
+std::string result_of_sending(TavrenProcess& child, const std::string& data, int timeout = patience);
+std::string result_of_send_eof(TavrenProcess& child, int timeout);
+
+/* One way to read. Those that look for something look for "end". */
+using Reading = void (*)(TavrenProcess& child, long deadline);
+void read_a_byte(TavrenProcess& child, long deadline);
+void read_a_line(TavrenProcess& child, long deadline);
+void expect_the_end(TavrenProcess& child, long deadline);
+void skip_to_the_end(TavrenProcess& child, long deadline);
+constexpr Reading readings[] = {read_a_line, expect_the_end, skip_to_the_end, read_a_byte};
+std::string result_of_reading(Reading read, TavrenProcess& child, long deadline = patient_deadline());
+
+inline const std::string cancelled = "TavrenOperationCancelled";
 
 #endif

@@ -64,22 +64,15 @@ std::string faults_of_a_child(bool separate_stdin) {
 
 }  // namespace
 
-TEST_F(Descriptors, StandardStreamsOfTheChildAreOneTerminal) {
-  TavrenProcess child = living_child(false);
-  const pid_t pid = announced_pid(child);
-  EXPECT_THAT(open_descriptors(pid), ElementsAre(0, 1, 2));
-  EXPECT_THAT(descriptor_target(pid, 0), StartsWith("/dev/pts/"));
-  EXPECT_EQ(descriptor_target(pid, 1), descriptor_target(pid, 0));
-  EXPECT_EQ(descriptor_target(pid, 2), descriptor_target(pid, 0));
-}
-
-TEST_F(Descriptors, SeparateInputIsAPipeAndTheRestTheTerminal) {
-  TavrenProcess child = living_child(true);
-  const pid_t pid = announced_pid(child);
-  EXPECT_THAT(open_descriptors(pid), ElementsAre(0, 1, 2));
-  EXPECT_THAT(descriptor_target(pid, 0), StartsWith("pipe:"));
-  EXPECT_THAT(descriptor_target(pid, 1), StartsWith("/dev/pts/"));
-  EXPECT_EQ(descriptor_target(pid, 2), descriptor_target(pid, 1));
+TEST_F(Descriptors, StandardStreamsOfTheChildAreOneTerminalButForASeparateInput) {
+  for (const bool separate_stdin : {false, true}) {
+    TavrenProcess child = living_child(separate_stdin);
+    const pid_t pid = announced_pid(child);
+    EXPECT_THAT(open_descriptors(pid), ElementsAre(0, 1, 2));
+    EXPECT_THAT(descriptor_target(pid, 1), StartsWith("/dev/pts/"));
+    EXPECT_EQ(descriptor_target(pid, 2), descriptor_target(pid, 1));
+    EXPECT_THAT(descriptor_target(pid, 0), StartsWith(separate_stdin ? "pipe:" : descriptor_target(pid, 1)));
+  }
 }
 
 TEST_F(Descriptors, SecondOfTwoChildrenHoldsNothingOfTheFirst) {
@@ -154,26 +147,13 @@ TEST_F(Descriptors, HostWithThousandsOpenWorksAsEver) {
   EXPECT_EQ(outcome.out, "3500");
 }
 
+/* With and without a pipe for the input. */
 TEST_F(Descriptors, ConstructionThatFindsNoneLeftNamesTheCallAndReleasesEverything) {
-  const Outcome outcome = run_in_child([] {
-    close_range(3, ~0U, 0);
-    start_with_ever_more_room(false);
-  });
-  EXPECT_EQ(outcome.out, "24(pipe, 24) 24(forkpty, 24) done ");
-}
-
-TEST_F(Descriptors, ConstructionOfTheInputPipeThatFindsNoneLeftReleasesEverything) {
-  const Outcome outcome = run_in_child([] {
-    close_range(3, ~0U, 0);
-    start_with_ever_more_room(true);
-  });
-  EXPECT_EQ(outcome.out, "24(pipe, 24) 24(forkpty, 24) done ");
-}
-
-TEST_F(Descriptors, DestroyedObjectLeavesNone) {
-  const std::set<int> before = open_descriptors();
   for (const bool separate_stdin : {false, true}) {
-    { const TavrenProcess child = living_child(separate_stdin); }
-    EXPECT_EQ(open_descriptors(), before);
+    const Outcome outcome = run_in_child([separate_stdin] {
+      close_range(3, ~0U, 0);
+      start_with_ever_more_room(separate_stdin);
+    });
+    EXPECT_EQ(outcome.out, "24(pipe, 24) 24(forkpty, 24) done ") << separate_stdin;
   }
 }

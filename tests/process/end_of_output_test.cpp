@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <numeric>
 
 #include "process/children.h"
@@ -15,6 +14,11 @@ std::string exited_after(int first, int last) {
   std::string text = "13(/bin/sh)";
   for (int i = first; i <= last; ++i) text += " 12(" + std::to_string(i) + ")";
   return text;
+}
+/* Hears a shell out that runs script. Returns how it ended. */
+std::string end_of(const std::string& script) {
+  TavrenProcess child = shell(script);
+  return result_of_reading_on(child);
 }
 
 /* Children that print 64 kB and exit, each heard to the end. */
@@ -31,14 +35,13 @@ void hear_many_out(int count) {
 
 }  // namespace
 
-TEST(EndOfOutput, CarriesTheLastLinesOldestFirst) {
-  TavrenProcess child = shell("seq 1 3");
-  EXPECT_EQ(result_of_reading_on(child), exited_after(1, 3));
-}
-
-TEST(EndOfOutput, CarriesTwentyLinesAtMost) {
-  TavrenProcess child = shell("seq 1 100");
-  EXPECT_EQ(result_of_reading_on(child), exited_after(81, 100));
+TEST(EndOfOutput, CarriesUpToTwentyFinishedLinesOldestFirst) {
+  const int before = tavren_get_uptime();
+  EXPECT_EQ(end_of("seq 1 3"), exited_after(1, 3));
+  EXPECT_EQ(end_of("seq 1 100"), exited_after(81, 100));
+  EXPECT_EQ(end_of("printf '1\\n2\\nunfinished'"), exited_after(1, 2));
+  EXPECT_EQ(end_of("exit"), "13(/bin/sh)");
+  EXPECT_LT(tavren_get_uptime(), before + patience);
 }
 
 TEST(EndOfOutput, CarriesAlsoTheLinesTakenBefore) {
@@ -48,39 +51,16 @@ TEST(EndOfOutput, CarriesAlsoTheLinesTakenBefore) {
   EXPECT_EQ(result_of_reading_on(child), exited_after(1, 3));
 }
 
-TEST(EndOfOutput, CarriesNoUnfinishedLine) {
-  TavrenProcess child = shell("printf '1\\n2\\nunfinished'");
-  EXPECT_EQ(result_of_reading_on(child), exited_after(1, 2));
-}
-
 TEST(EndOfOutput, LeavesTheUnfinishedLineToReadByte) {
   TavrenProcess child = shell("printf '1\\nrest'");
   ASSERT_EQ(result_of_reading_on(child), exited_after(1, 1));
   EXPECT_EQ(next_bytes(child, 4), "rest");
 }
 
-TEST(EndOfOutput, CarriesNothingOfASilentChild) {
-  TavrenProcess child("/bin/true", {}, false);
-  EXPECT_EQ(result_of_reading_on(child), "13(/bin/true)");
-}
-
 TEST(EndOfOutput, IsReportedByEachWayOfReading) {
   TavrenProcess child = shell("echo 1");
   ASSERT_EQ(next_line(child), "1");
-  std::string line;
-  std::list<std::string> lines;
-  const std::string expected = exited_after(1, 1);
-  EXPECT_EQ(result_of([&] { child.read_line(line, patient_deadline(), "prompt"); }), expected);
-  EXPECT_EQ(result_of([&] { child.read_byte(patient_deadline()); }), expected);
-  EXPECT_EQ(result_of([&] { child.expect("1", lines, patient_deadline()); }), expected);
-  EXPECT_EQ(result_of([&] { child.read_until_line_starts_with("prompt", patient_deadline()); }), expected);
-}
-
-TEST(EndOfOutput, IsReportedAtOnceAndNotAtTheDeadline) {
-  TavrenProcess child = shell("echo 1");
-  const int before = tavren_get_uptime();
-  EXPECT_EQ(result_of_reading_on(child), exited_after(1, 1));
-  EXPECT_LT(tavren_get_uptime(), before + patience);
+  for (const Reading read : readings) EXPECT_EQ(result_of_reading(read, child), exited_after(1, 1));
 }
 
 TEST(EndOfOutput, ComesWhenALivingChildClosesTheTerminal) {
@@ -94,8 +74,7 @@ TEST(EndOfOutput, ComesOnlyWhenADescendantOfTheChildHasEndedToo) {
   TavrenProcess child = shell("trap '' HUP; exec 3<&0; (read -r go <&3; echo last words) & echo $$");
   const pid_t pid = announced_pid(child);
   ASSERT_TRUE(wait_until_exited(pid));
-  std::string line;
-  EXPECT_EQ(result_of([&] { child.read_line(line, tavren_get_uptime(), ""); }), "TavrenTimeout");
+  EXPECT_EQ(result_of_reading(read_a_line, child, tavren_get_uptime()), "TavrenTimeout");
   child.send("go\n", patience);
   EXPECT_EQ(next_line(child), "last words");
   EXPECT_EQ(result_of_reading_on(child), "13(/bin/sh) 12(" + std::to_string(pid) + ") 12(last words)");
@@ -105,23 +84,19 @@ TEST(EndOfOutput, ComesOnlyWhenADescendantOfTheChildHasEndedToo) {
 TEST(EndOfOutput, ThatNeverComesDoesNotHideTheEndOfTheChild) {
   TavrenProcess child = shell("trap '' HUP; (while [ -t 1 ]; do sleep 0.05; done) & echo 1");
   ASSERT_EQ(next_line(child), "1");
-  const std::string too_much(1000000, 'x');
-  EXPECT_EQ(result_of([&] { child.send(too_much, 1); }), exited_after(1, 1));
-  EXPECT_EQ(result_of([&] { child.send_eof(1); }), exited_after(1, 1));
+  EXPECT_EQ(result_of_sending(child, megabyte, 1), exited_after(1, 1));
+  EXPECT_EQ(result_of_send_eof(child, 1), exited_after(1, 1));
 }
 
 /* Nor does a descendant that prints more than one read operation may take in. */
 TEST(EndOfOutput, ThatADescendantFloodsDoesNotHideTheEndOfTheChild) {
   std::string expected = "13(/bin/sh)";
   for (int i = 0; i < 20; ++i) expected += " 12(flood)";
-  const std::string too_much(1000000, 'x');
-  const std::function<void(TavrenProcess&)> sends[] = {[&](TavrenProcess& child) { child.send(too_much, patience); },
-                                                       [](TavrenProcess& child) { child.send_eof(patience); }};
-  for (const auto& send : sends) {
+  for (const bool ends : {false, true}) {
     TavrenProcess child = shell("trap '' HUP; echo $$; yes flood &");
     ASSERT_TRUE(wait_until_exited(announced_pid(child)));
     const int before = tavren_get_uptime();
-    EXPECT_EQ(result_of([&] { send(child); }), expected);
+    EXPECT_EQ(ends ? result_of_send_eof(child, patience) : result_of_sending(child, megabyte), expected);
     EXPECT_LT(tavren_get_uptime(), before + patience);
   }
 }

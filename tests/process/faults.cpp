@@ -12,6 +12,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <map>
 #include <stdexcept>
 
 #include "support/real_function.h"
@@ -24,32 +25,13 @@ LateFork* late_fork = nullptr;
 /* Returns what a call that fails on demand returns. */
 int failure() { return errno == 0 ? 0 : -1; }
 
-const char* name_of_command(int command) {
-  switch (command) {
-    case F_GETFL:
-      return "F_GETFL";
-    case F_SETFL:
-      return "F_SETFL";
-    case F_SETFD:
-      return "F_SETFD";
-    case F_DUPFD_CLOEXEC:
-      return "F_DUPFD_CLOEXEC";
-    default:
-      return "fcntl";
-  }
-}
-
-const char* name_of_request(unsigned long request) {
-  switch (request) {
-    case TIOCOUTQ:
-      return "TIOCOUTQ";
-    case TIOCGPTPEER:
-      return "TIOCGPTPEER";
-    case FIONREAD:
-      return "FIONREAD";
-    default:
-      return "ioctl";
-  }
+/* What Faulty calls a command of fcntl or a request of ioctl. */
+std::string name_of(unsigned long number) {
+  static const std::map<unsigned long, const char*> names = {
+      {F_GETFL, "F_GETFL"},   {F_SETFL, "F_SETFL"},         {F_SETFD, "F_SETFD"},  {F_DUPFD_CLOEXEC, "F_DUPFD_CLOEXEC"},
+      {TIOCOUTQ, "TIOCOUTQ"}, {TIOCGPTPEER, "TIOCGPTPEER"}, {FIONREAD, "FIONREAD"}};
+  const auto found = names.find(number);
+  return found == names.end() ? "" : found->second;
 }
 
 }  // namespace
@@ -62,7 +44,7 @@ Faulty::Faulty(const std::string& call_name, int error_number, int which)
 Faulty::~Faulty() { active = nullptr; }
 
 /* Records a call; returns whether it is to fail, errno then being the error. */
-bool strikes(const char* name, long argument) {
+bool strikes(const std::string& name, long argument) {
   if (active == nullptr || active->name != name) return false;
   Faulty& fault = *active;
   fault.recorded.push_back(argument);
@@ -107,10 +89,24 @@ void come_late(pid_t pid) {
   }
 }
 
-STANDS_BEFORE_THE_REAL_ONE int pipe2(int* ends, int flags) noexcept {
-  static const auto next = real<int(int*, int)>("pipe2");
-  return strikes("pipe2", 0) ? failure() : next(ends, flags);
-}
+/* A function in the C library's place, and the argument of it that is recorded. */
+#define FAILS_ON_DEMAND(result, name, parameters, arguments, recorded)               \
+  STANDS_BEFORE_THE_REAL_ONE result name parameters {                                \
+    static const auto next = real<result parameters>(#name);                         \
+    return strikes(#name, static_cast<long>(recorded)) ? failure() : next arguments; \
+  }
+
+FAILS_ON_DEMAND(int, pipe2, (int* ends, int flags) noexcept, (ends, flags), 0)
+FAILS_ON_DEMAND(int, tcgetattr, (int fd, termios* settings) noexcept, (fd, settings), 0)
+FAILS_ON_DEMAND(int, tcsetattr, (int fd, int when, const termios* settings) noexcept, (fd, when, settings), when)
+FAILS_ON_DEMAND(int, poll, (pollfd * entries, nfds_t count, int timeout), (entries, count, timeout), timeout)
+FAILS_ON_DEMAND(ssize_t, read, (int fd, void* buffer, size_t size), (fd, buffer, size), size)
+FAILS_ON_DEMAND(ssize_t, write, (int fd, const void* data, size_t size), (fd, data, size), size)
+FAILS_ON_DEMAND(int, dup2, (int from, int to) noexcept, (from, to), 0)
+FAILS_ON_DEMAND(int, kill, (pid_t pid, int number) noexcept, (pid, number), number)
+FAILS_ON_DEMAND(pid_t, waitpid, (pid_t pid, int* status, int options), (pid, status, options), options)
+FAILS_ON_DEMAND(int, nanosleep, (const timespec* time, timespec* rest), (time, rest),
+                time->tv_sec * 1000 + time->tv_nsec / 1000000)
 
 STANDS_BEFORE_THE_REAL_ONE pid_t forkpty(int* master, char* name, const termios* settings,
                                          const winsize* size) noexcept {
@@ -121,52 +117,6 @@ STANDS_BEFORE_THE_REAL_ONE pid_t forkpty(int* master, char* name, const termios*
   return pid;
 }
 
-STANDS_BEFORE_THE_REAL_ONE int tcgetattr(int fd, termios* settings) noexcept {
-  static const auto next = real<int(int, termios*)>("tcgetattr");
-  return strikes("tcgetattr", 0) ? failure() : next(fd, settings);
-}
-
-STANDS_BEFORE_THE_REAL_ONE int tcsetattr(int fd, int when, const termios* settings) noexcept {
-  static const auto next = real<int(int, int, const termios*)>("tcsetattr");
-  return strikes("tcsetattr", when) ? failure() : next(fd, when, settings);
-}
-
-STANDS_BEFORE_THE_REAL_ONE int poll(pollfd* entries, nfds_t count, int timeout) {
-  static const auto next = real<int(pollfd*, nfds_t, int)>("poll");
-  return strikes("poll", timeout) ? failure() : next(entries, count, timeout);
-}
-
-STANDS_BEFORE_THE_REAL_ONE ssize_t read(int fd, void* buffer, size_t size) {
-  static const auto next = real<ssize_t(int, void*, size_t)>("read");
-  return strikes("read", static_cast<long>(size)) ? failure() : next(fd, buffer, size);
-}
-
-STANDS_BEFORE_THE_REAL_ONE ssize_t write(int fd, const void* data, size_t size) {
-  static const auto next = real<ssize_t(int, const void*, size_t)>("write");
-  return strikes("write", static_cast<long>(size)) ? failure() : next(fd, data, size);
-}
-
-STANDS_BEFORE_THE_REAL_ONE int dup2(int from, int to) noexcept {
-  static const auto next = real<int(int, int)>("dup2");
-  return strikes("dup2", 0) ? failure() : next(from, to);
-}
-
-STANDS_BEFORE_THE_REAL_ONE int kill(pid_t pid, int number) noexcept {
-  static const auto next = real<int(pid_t, int)>("kill");
-  return strikes("kill", number) ? failure() : next(pid, number);
-}
-
-STANDS_BEFORE_THE_REAL_ONE pid_t waitpid(pid_t pid, int* status, int options) {
-  static const auto next = real<pid_t(pid_t, int*, int)>("waitpid");
-  return strikes("waitpid", options) ? failure() : next(pid, status, options);
-}
-
-STANDS_BEFORE_THE_REAL_ONE int nanosleep(const timespec* time, timespec* rest) {
-  static const auto next = real<int(const timespec*, timespec*)>("nanosleep");
-  const long milliseconds = static_cast<long>(time->tv_sec) * 1000 + time->tv_nsec / 1000000;
-  return strikes("nanosleep", milliseconds) ? failure() : next(time, rest);
-}
-
 /* With large files, fcntl is fcntl64 to the linker. */
 STANDS_BEFORE_THE_REAL_ONE int fcntl(int fd, int command, ...) {
   static const auto next = real<int(int, int, ...)>("fcntl64");
@@ -174,7 +124,7 @@ STANDS_BEFORE_THE_REAL_ONE int fcntl(int fd, int command, ...) {
   va_start(arguments, command);
   void* const argument = va_arg(arguments, void*);
   va_end(arguments);
-  return strikes(name_of_command(command), 0) ? failure() : next(fd, command, argument);
+  return strikes(name_of(static_cast<unsigned long>(command)), 0) ? failure() : next(fd, command, argument);
 }
 
 STANDS_BEFORE_THE_REAL_ONE int ioctl(int fd, unsigned long request, ...) noexcept {
@@ -183,7 +133,7 @@ STANDS_BEFORE_THE_REAL_ONE int ioctl(int fd, unsigned long request, ...) noexcep
   va_start(arguments, request);
   void* const argument = va_arg(arguments, void*);
   va_end(arguments);
-  if (!strikes(name_of_request(request), 0)) return next(fd, request, argument);
+  if (!strikes(name_of(request), 0)) return next(fd, request, argument);
   if (errno == 0) *static_cast<int*>(argument) = 1;
   return failure();
 }

@@ -45,7 +45,7 @@ class Faulty {
   size_t calls() const { return recorded.size(); }
 
  private:
-  friend bool strikes(const char* name, long argument);
+  friend bool strikes(const std::string& name, long argument);
 
   std::string name;
   int error;

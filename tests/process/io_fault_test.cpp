@@ -16,18 +16,12 @@ using testing::ElementsAre;
 
 namespace {
 
-const std::string cancelled = "TavrenOperationCancelled";
-
-std::string result_of_sending(TavrenProcess& child, const std::string& data) {
-  return result_of([&] { child.send(data, patience); });
-}
-
 /* What poll gets, in milliseconds, for a wait that has seconds left. */
 long poll_timeout_of(TavrenProcess& child, long seconds) {
   for (;;) {
     const int now = tavren_get_uptime();
     const Faulty call("poll", ENOMEM);
-    result_of([&] { child.read_byte(now + seconds - 1); });
+    result_of_reading(read_a_byte, child, now + seconds - 1);
     if (tavren_get_uptime() == now) return call.arguments().at(0);
   }
 }
@@ -68,8 +62,7 @@ TEST(CancelledWait, WinsOverATerminalThatIsReadyForReading) {
   ASSERT_TRUE(wait_until([&] { return access(directory.path("said").c_str(), F_OK) == 0; }));
   child.disable();
   const Faulty call("read", EAGAIN);
-  std::string line;
-  EXPECT_EQ(result_of([&] { child.read_line(line, patient_deadline(), ""); }), cancelled);
+  EXPECT_EQ(result_of_reading(read_a_line, child), cancelled);
 }
 
 TEST(FailedWrite, IsNamed) {
@@ -126,20 +119,17 @@ TEST(FailedPoll, IsNamedByReadingAndWriting) {
     EXPECT_EQ(result_of_reading_on(child), "24(poll, 12)");
   }
   const Faulty call("poll", ENOMEM);
-  EXPECT_EQ(result_of_sending(child, std::string(1000000, 'x')), "24(poll, 12)");
+  EXPECT_EQ(result_of_sending(child, megabyte), "24(poll, 12)");
 }
 
 TEST(FailedPoll, IsRepeatedWhenInterrupted) { EXPECT_EQ(line_through_failing("poll", EINTR), "words"); }
 
-TEST(Poll, WaitsOneSecondMoreThanTheDeadlineSays) {
+TEST(Poll, WaitsOneSecondMoreThanTheDeadlineSaysOrForever) {
   TavrenProcess child("/bin/cat", {}, false);
   EXPECT_EQ(poll_timeout_of(child, 1), 1000);
   EXPECT_EQ(poll_timeout_of(child, 11), 11000);
-}
-
-TEST(Poll, WaitsForeverWhenItsMillisecondsCannotHoldTheTime) {
-  TavrenProcess child("/bin/cat", {}, false);
   EXPECT_EQ(poll_timeout_of(child, 2147482), 2147482000);
+  /* When its milliseconds cannot hold the time. */
   EXPECT_EQ(poll_timeout_of(child, 2147483), 2147483647);
 }
 
@@ -147,9 +137,9 @@ TEST(Poll, WaitsForeverWhenItsMillisecondsCannotHoldTheTime) {
 TEST(Poll, IsCalledOnceForEachSecondOfAWaitForWriting) {
   for (const bool separate_stdin : {false, true}) {
     TavrenProcess child("/bin/sleep", {"600"}, separate_stdin);
-    ASSERT_EQ(result_of([&] { child.send(std::string(1000000, 'x'), 0); }), "TavrenTimeout");
+    ASSERT_EQ(result_of_sending(child, megabyte, 0), "TavrenTimeout");
     const Faulty recorder("poll");
-    EXPECT_EQ(result_of([&] { child.send(std::string(1000000, 'x'), 2); }), "TavrenTimeout");
+    EXPECT_EQ(result_of_sending(child, megabyte, 2), "TavrenTimeout");
     EXPECT_THAT(recorder.arguments(), Each(1000));
     EXPECT_LE(recorder.calls(), 3U);
   }
@@ -158,7 +148,7 @@ TEST(Poll, IsCalledOnceForEachSecondOfAWaitForWriting) {
 TEST(Poll, IsNotCalledAfterTheDeadline) {
   TavrenProcess child("/bin/cat", {}, false);
   const Faulty call("poll");
-  EXPECT_EQ(result_of([&] { child.read_byte(past_deadline()); }), "TavrenTimeout");
+  EXPECT_EQ(result_of_reading(read_a_byte, child, past_deadline()), "TavrenTimeout");
   EXPECT_EQ(call.calls(), 0U);
 }
 

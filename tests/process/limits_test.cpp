@@ -17,17 +17,10 @@ TavrenProcess printing(const std::string& head, int count, const std::string& ta
 
 const std::string one_too_many = "25(/bin/sh, 102401)";
 
-std::string result_of_read_line(TavrenProcess& child) {
-  return result_of([&] { next_line(child); });
-}
-
-std::string result_of_expect(TavrenProcess& child) {
-  std::list<std::string> lines;
-  return result_of([&] { child.expect("end", lines, patient_deadline()); });
-}
-
-std::string result_of_skipping(TavrenProcess& child) {
-  return result_of([&] { child.read_until_line_starts_with("end", patient_deadline()); });
+/* How reading ends with a child that prints count bytes of x and then tail. */
+std::string result_with(Reading read, int count, const std::string& tail) {
+  TavrenProcess child = printing("", count, tail);
+  return result_of_reading(read, child);
 }
 
 /* A child that prints lines of 100 bytes, bytes of them in all, and then tail. */
@@ -43,9 +36,20 @@ TEST(Limit, OfOneReadLineIsAccepted) {
   EXPECT_EQ(next_line(child), std::string(limit - 1, 'x'));
 }
 
-TEST(Limit, OneByteMoreIsExcessive) {
-  TavrenProcess child = printing("", limit, "\\n");
-  EXPECT_EQ(result_of_read_line(child), one_too_many);
+TEST(Limit, HoldsForAllThatOneOperationTakes) {
+  EXPECT_EQ(result_with(read_a_line, limit, "\\n"), one_too_many);
+  EXPECT_EQ(result_with(expect_the_end, limit - 5, "\\nend\\n"), "done");
+  EXPECT_EQ(result_with(expect_the_end, limit - 4, "\\nend\\n"), one_too_many);
+  EXPECT_EQ(result_with(skip_to_the_end, limit - 4, "\\nend"), "done");
+  EXPECT_EQ(result_with(skip_to_the_end, limit - 3, "\\nend"), one_too_many);
+}
+
+TEST(Limit, IsNotBegunAnewByReadByte) {
+  for (const int count : {limit, limit + 1}) {
+    TavrenProcess child = printing("", count, "");
+    EXPECT_EQ(result_of([&] { next_bytes(child, static_cast<size_t>(count)); }),
+              count == limit ? "done" : one_too_many);
+  }
 }
 
 TEST(Limit, PassedByMoreThanOneByteTellsHowManyWereTakenIn) {
@@ -58,32 +62,28 @@ TEST(Limit, PassedByMoreThanOneByteTellsHowManyWereTakenIn) {
 TEST(Limit, CountsWhatWasPendingBefore) {
   TavrenProcess child = printing("first\\n", limit, "\\n");
   ASSERT_EQ(next_line(child), "first");
-  EXPECT_EQ(result_of_read_line(child), one_too_many);
+  EXPECT_EQ(result_of_reading(read_a_line, child), one_too_many);
 }
 
 /* What came together with the line before is waiting when the next operation begins. */
 TEST(Limit, CountsWhatIsAlreadyWaiting) {
-  for (const auto result : {result_of_read_line, result_of_expect, result_of_skipping}) {
+  for (const Reading read : {read_a_line, expect_the_end, skip_to_the_end}) {
     TavrenProcess child = shell("printf 'first\\nwaiting'; read -r go; head -c " + std::to_string(limit - 6) +
                                 " /dev/zero | tr '\\0' x; read -r go");
     ASSERT_EQ(next_line(child), "first");
     child.send("go\n", patience);
-    EXPECT_EQ(result(child), one_too_many);
+    EXPECT_EQ(result_of_reading(read, child), one_too_many);
     child.stop(0);
   }
 }
 
-TEST(Limit, BeginsAnewWithEachExpect) {
-  TavrenProcess child = printing("", 60000, "\\nend\\n'; head -c 60000 /dev/zero | tr '\\0' x; printf '\\nend\\n");
-  EXPECT_EQ(result_of_expect(child), "done");
-  EXPECT_EQ(result_of_expect(child), "done");
-}
-
-TEST(Limit, BeginsAnewWithEachSkipping) {
-  TavrenProcess child = printing("", 60000, "\\nend\\n'; head -c 60000 /dev/zero | tr '\\0' x; printf '\\nend");
-  EXPECT_EQ(result_of_skipping(child), "done");
-  ASSERT_EQ(next_line(child), "end");
-  EXPECT_EQ(result_of_skipping(child), "done");
+TEST(Limit, BeginsAnewWithEachExpectAndEachSkipping) {
+  for (const Reading read : {expect_the_end, skip_to_the_end}) {
+    TavrenProcess child = printing("", 60000, "\\nend\\n'; head -c 60000 /dev/zero | tr '\\0' x; printf '\\nend\\n");
+    EXPECT_EQ(result_of_reading(read, child), "done");
+    ASSERT_EQ(read == skip_to_the_end ? next_line(child) : "end", "end");
+    EXPECT_EQ(result_of_reading(read, child), "done");
+  }
 }
 
 TEST(Limit, DoesNotCountWhatWasTakenBefore) {
@@ -99,36 +99,6 @@ TEST(Limit, BeginsAnewWithEachReadLine) {
   EXPECT_GE(lines, 3 * limit / 100);
 }
 
-TEST(Limit, OfOneExpectIsAccepted) {
-  TavrenProcess child = printing("", limit - 5, "\\nend\\n");
-  EXPECT_EQ(result_of_expect(child), "done");
-}
-
-TEST(Limit, HoldsForAllLinesOfOneExpect) {
-  TavrenProcess child = printing("", limit - 4, "\\nend\\n");
-  EXPECT_EQ(result_of_expect(child), one_too_many);
-}
-
-TEST(Limit, OfOneSkippingIsAccepted) {
-  TavrenProcess child = printing("", limit - 4, "\\nend");
-  EXPECT_EQ(result_of_skipping(child), "done");
-}
-
-TEST(Limit, HoldsForAllLinesOfOneSkipping) {
-  TavrenProcess child = printing("", limit - 3, "\\nend");
-  EXPECT_EQ(result_of_skipping(child), one_too_many);
-}
-
-TEST(Limit, IsNotBegunAnewByReadByte) {
-  TavrenProcess child = printing("", limit + 1, "");
-  EXPECT_EQ(result_of([&] { next_bytes(child, limit + 1); }), one_too_many);
-}
-
-TEST(Limit, AllowsReadByteItsWholeLength) {
-  TavrenProcess child = printing("", limit, "");
-  EXPECT_EQ(result_of([&] { next_bytes(child, limit); }), "done");
-}
-
 TEST(Limit, LetsATransferReadBytesForeverBetweenLines) {
   TavrenProcess child = shell("while :; do echo line; head -c 1000 /dev/zero; done");
   for (int i = 0; i < 200; ++i) {
@@ -137,48 +107,35 @@ TEST(Limit, LetsATransferReadBytesForeverBetweenLines) {
   }
 }
 
-TEST(Limit, PassedKeepsTheBytesBeforeIt) {
+TEST(Limit, PassedKeepsTheBytesBeforeItAndDropsThoseThatPassedIt) {
   TavrenProcess child = printing("", limit, "\\n");
-  ASSERT_EQ(result_of_read_line(child), one_too_many);
+  ASSERT_EQ(result_of_reading(read_a_line, child), one_too_many);
+  EXPECT_EQ(result_of_reading(read_a_line, child, past_deadline()), "TavrenTimeout");
   EXPECT_EQ(next_bytes(child, 90000), std::string(90000, 'x'));
-}
-
-TEST(Limit, PassedDropsTheBytesThatPassedIt) {
-  TavrenProcess child = printing("", limit, "\\n");
-  ASSERT_EQ(result_of_read_line(child), one_too_many);
-  std::string line;
-  EXPECT_EQ(result_of([&] { child.read_line(line, past_deadline(), ""); }), "TavrenTimeout");
 }
 
 TEST(Limit, PassedNamesTheStrippedProgram) {
   TavrenProcess child("/bin/cat ", {"/dev/zero"}, false);
-  EXPECT_EQ(result_of_read_line(child).substr(0, 12), "25(/bin/cat,");
+  EXPECT_EQ(result_of_reading(read_a_line, child).substr(0, 12), "25(/bin/cat,");
 }
 
 TEST(Deadline, PassedASecondAgoIsATimeout) {
   TavrenProcess child("/bin/cat", {}, false);
-  std::string line;
-  std::list<std::string> lines;
-  EXPECT_EQ(result_of([&] { child.read_line(line, past_deadline(), ""); }), "TavrenTimeout");
-  EXPECT_EQ(result_of([&] { child.read_byte(past_deadline()); }), "TavrenTimeout");
-  EXPECT_EQ(result_of([&] { child.expect("x", lines, past_deadline()); }), "TavrenTimeout");
-  EXPECT_EQ(result_of([&] { child.read_until_line_starts_with("x", past_deadline()); }), "TavrenTimeout");
+  for (const Reading read : readings) EXPECT_EQ(result_of_reading(read, child, past_deadline()), "TavrenTimeout");
 }
 
 TEST(Deadline, IsNeverShortened) {
   TavrenProcess child("/bin/cat", {}, false);
-  std::string line;
   for (const int seconds : {0, 1, 2}) {
     const long deadline = tavren_get_uptime() + seconds;
-    EXPECT_EQ(result_of([&] { child.read_line(line, deadline, ""); }), "TavrenTimeout");
+    EXPECT_EQ(result_of_reading(read_a_line, child, deadline), "TavrenTimeout");
     EXPECT_GT(tavren_get_uptime(), deadline);
   }
 }
 
 TEST(Deadline, HoldsForTheWholeLineThoughBytesCome) {
   TavrenProcess child = shell("while :; do printf x; sleep 0.01; done");
-  std::string line;
-  EXPECT_EQ(result_of([&] { child.read_line(line, tavren_get_uptime() + 1, ""); }), "TavrenTimeout");
+  EXPECT_EQ(result_of_reading(read_a_line, child, tavren_get_uptime() + 1), "TavrenTimeout");
 }
 
 TEST(Deadline, HoldsForAllLinesOfOneExpect) {
@@ -210,8 +167,7 @@ TEST(Deadline, DoesNotMatterToALineThatIsThere) {
 TEST(Deadline, PassedLeavesWhatCameForTheNextRead) {
   TavrenProcess child = shell("echo ready; printf 'begin '; read -r go; echo end");
   ASSERT_EQ(next_line(child), "ready");
-  std::string line;
-  ASSERT_EQ(result_of([&] { child.read_line(line, tavren_get_uptime(), ""); }), "TavrenTimeout");
+  ASSERT_EQ(result_of_reading(read_a_line, child, tavren_get_uptime()), "TavrenTimeout");
   child.send("\n", patience);
   EXPECT_EQ(next_line(child), "begin end");
 }
@@ -220,13 +176,13 @@ TEST(Deadline, GoesOnThroughSignals) {
   const SignalStorm storm;
   TavrenProcess child("/bin/cat", {}, false);
   const long deadline = tavren_get_uptime() + 1;
-  EXPECT_EQ(result_of([&] { child.read_byte(deadline); }), "TavrenTimeout");
+  EXPECT_EQ(result_of_reading(read_a_byte, child, deadline), "TavrenTimeout");
   EXPECT_GT(tavren_get_uptime(), deadline);
 }
 
 TEST(Deadline, IsWaitedForWithoutSpinning) {
   TavrenProcess child("/bin/cat", {}, false);
   const double before = cpu_seconds();
-  result_of([&] { child.read_byte(tavren_get_uptime() + 3); });
+  result_of_reading(read_a_byte, child, tavren_get_uptime() + 3);
   EXPECT_LT(cpu_seconds() - before, 1.5);
 }

@@ -14,25 +14,38 @@
 #include "process/log_fixture.h"
 #include "process/observe.h"
 
+namespace {
+
+const std::string banner_of_true = rule + "STARTING CHILD: /bin/true\n";
+
+void log_a_child() { TavrenProcess("/bin/true", {}, false).stop(0); }
+
+/* Prints how a child's construction ended. */
+void print_result_of_a_start() {
+  printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str());
+}
+
+}  // namespace
+
 TEST_F(ChildOutputLog, OfAnEarlierRunIsMovedAtTheFirstWrite) {
   write_file(path(), "earlier run");
   write_file(path() + ".0", "still earlier run");
-  run("10000", [] { TavrenProcess("/bin/true", {}, false).stop(0); });
+  run("10000", log_a_child);
   EXPECT_EQ(previous(), "earlier run");
-  EXPECT_EQ(current(), rule + "STARTING CHILD: /bin/true\n");
+  EXPECT_EQ(current(), banner_of_true);
 }
 
 TEST_F(ChildOutputLog, OfAnEarlierRunStaysWhileTheLogIsOff) {
   write_file(path(), "earlier run");
-  run("0", [] { TavrenProcess("/bin/true", {}, false).stop(0); });
+  run("0", log_a_child);
   EXPECT_EQ(current(), "earlier run");
 }
 
 TEST_F(ChildOutputLog, OfAnEarlierRunThatCannotBeMovedIsCutOff) {
   make_unmovable();
   write_file(path(), std::string(1000, 'x'));
-  run("10000", [] { TavrenProcess("/bin/true", {}, false).stop(0); });
-  EXPECT_EQ(current(), rule + "STARTING CHILD: /bin/true\n");
+  run("10000", log_a_child);
+  EXPECT_EQ(current(), banner_of_true);
 }
 
 TEST_F(ChildOutputLog, StaysOpenOnceOpened) {
@@ -52,7 +65,7 @@ TEST_F(ChildOutputLog, IsReadableAndWritableByAllTheUmaskAllows) {
   for (const mode_t mask : {0U, 027U}) {
     run("10000", [mask] {
       umask(mask);
-      TavrenProcess("/bin/true", {}, false).stop(0);
+      log_a_child();
     });
     struct stat status {};
     ASSERT_EQ(stat(path().c_str(), &status), 0);
@@ -101,60 +114,42 @@ TEST_F(ChildOutputLog, ThatCannotBeOpenedFailsTheConstructionAndLeavesNothing) {
   EXPECT_EQ(output, "24(write(log_child_output), 21)");
 }
 
+/* Everybody may put something in its place; what cannot be moved away is not written to, nor waited for. */
 TEST_F(ChildOutputLog, FollowsNoLinkThatLeadsNowhere) {
   std::filesystem::create_symlink(path("planted"), path());
-  const std::string output =
-      run("10000", [] { printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str()); });
-  EXPECT_EQ(output, "24(write(log_child_output), 40)");
+  EXPECT_EQ(run("10000", print_result_of_a_start), "24(write(log_child_output), 40)");
   EXPECT_FALSE(exists("planted"));
 }
 
-TEST_F(ChildOutputLog, FollowsNoLinkThatCannotBeMoved) {
+TEST_F(ChildOutputLog, FollowsNoLinkAndWaitsForNoNamedPipeThatCannotBeMoved) {
   make_unmovable();
   write_file(path("victim"), "untouched");
   std::filesystem::create_symlink(path("victim"), path());
-  const std::string output =
-      run("10000", [] { printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str()); });
-  EXPECT_EQ(output, "24(write(log_child_output), 40)");
+  EXPECT_EQ(run("10000", print_result_of_a_start), "24(write(log_child_output), 40)");
   EXPECT_EQ(read_file(path("victim")), "untouched");
-}
-
-TEST_F(ChildOutputLog, WaitsForNoNamedPipeThatCannotBeMoved) {
-  make_unmovable();
+  std::filesystem::remove(path());
   ASSERT_EQ(mkfifo(path().c_str(), 0666), 0);
-  const std::string output =
-      run("10000", [] { printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str()); });
-  EXPECT_EQ(output, "24(write(log_child_output), 6)");
+  EXPECT_EQ(run("10000", print_result_of_a_start), "24(write(log_child_output), 6)");
 }
 
 TEST_F(ChildOutputLog, MovesALinkAwayAndLeavesItsFileAlone) {
   write_file(path("victim"), "untouched");
   std::filesystem::create_symlink(path("victim"), path());
-  run("10000", [] { TavrenProcess("/bin/true", {}, false).stop(0); });
+  run("10000", log_a_child);
   EXPECT_EQ(read_file(path("victim")), "untouched");
-  EXPECT_EQ(current(), rule + "STARTING CHILD: /bin/true\n");
+  EXPECT_EQ(current(), banner_of_true);
 }
 
-TEST_F(ChildOutputLog, ThatCannotBeOpenedFailsTheRead) {
+TEST_F(ChildOutputLog, ThatCannotBeOpenedFailsTheReadAndTakesNothingFromIt) {
   make_unwritable();
   const std::string output = run("0", [] {
     TavrenProcess child("/bin/echo", {"line"}, false);
     set_limit("10000");
-    printf("%s", result_of([&child] { next_line(child); }).c_str());
-  });
-  EXPECT_EQ(output, "24(write(log_child_output), 21)");
-}
-
-TEST_F(ChildOutputLog, ThatFailsTheReadTakesNothingFromIt) {
-  make_unwritable();
-  const std::string output = run("0", [] {
-    TavrenProcess child("/bin/echo", {"line"}, false);
-    set_limit("10000");
-    result_of([&child] { next_line(child); });
+    printf("%s, ", result_of([&child] { next_line(child); }).c_str());
     set_limit("0");
     printf("%s", next_line(child).c_str());
   });
-  EXPECT_EQ(output, "line");
+  EXPECT_EQ(output, "24(write(log_child_output), 21), line");
 }
 
 /* Nothing that is written fits into a file that may have no bytes; the host has chosen to live through that. */
@@ -177,19 +172,15 @@ TEST_F(ChildOutputLog, ThatTakesOnlyAPartIsTakenForAFullDisk) {
   const std::string output = run("10000", [] {
     const rlimit largest{50, 50};
     setrlimit(RLIMIT_FSIZE, &largest);
-    printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str());
+    print_result_of_a_start();
   });
   EXPECT_EQ(current(), rule.substr(0, 50));
   EXPECT_EQ(output, "24(write(log_child_output), 28)");
 }
 
-namespace {
-
-/* A piece that was not written, or not whole, takes nothing of what the file may hold. */
-class CountOfTheLog : public ChildOutputLog {
- protected:
-  /* Logs 50 bytes behind a piece of 60 of which the file takes only so many; the limit is 100. */
-  void log_after_a_failed_write(rlim_t taken) const {
+/* Such a piece takes nothing of what the file may hold: 50 bytes behind 60 that the file does not take fit into 100. */
+TEST_F(ChildOutputLog, DoesNotGrowByAPieceThatFailsOrIsWrittenInPart) {
+  for (const rlim_t taken : {0U, 55U}) {
     const std::string output = run("0", [taken] {
       signal(SIGXFSZ, SIG_IGN);
       TavrenProcess child = shell("for i in 60 50; do read -r go; head -c $i /dev/zero | tr '\\0' x; done; read -r go");
@@ -205,19 +196,9 @@ class CountOfTheLog : public ChildOutputLog {
       next_bytes(child, 60 + 50);
     });
     ASSERT_EQ(output.find("24(write(log_child_output), "), 0U) << output;
+    EXPECT_FALSE(exists("tavren_child_output.tester.0")) << taken;
+    std::filesystem::remove(path());
   }
-};
-
-}  // namespace
-
-TEST_F(CountOfTheLog, DoesNotGrowByAPieceThatFails) {
-  log_after_a_failed_write(0);
-  EXPECT_FALSE(exists("tavren_child_output.tester.0"));
-}
-
-TEST_F(CountOfTheLog, DoesNotGrowByAPieceThatIsWrittenInPart) {
-  log_after_a_failed_write(55);
-  EXPECT_FALSE(exists("tavren_child_output.tester.0"));
 }
 
 TEST_F(ChildOutputLog, OpensAgainOnceItCan) {
@@ -225,7 +206,7 @@ TEST_F(ChildOutputLog, OpensAgainOnceItCan) {
   run("10000", [this] {
     result_of([] { TavrenProcess("/bin/false", {}, false).stop(0); });
     std::filesystem::remove(path());
-    TavrenProcess("/bin/true", {}, false).stop(0);
+    log_a_child();
   });
-  EXPECT_EQ(current(), rule + "STARTING CHILD: /bin/true\n");
+  EXPECT_EQ(current(), banner_of_true);
 }

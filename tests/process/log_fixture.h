@@ -8,6 +8,7 @@
 #include <functional>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "TavrenTunables.h"
 #include "process/children.h"
@@ -69,6 +70,16 @@ class ChildOutputLog : public testing::Test {
         next_bytes(child, size);
       }
     });
+  }
+
+  /* Expects the log before, and the log, to be the pieces of these sizes, and takes both away; 0 is no log before. */
+  void expect_pieces(size_t of_previous, const std::vector<size_t>& of_current) const {
+    std::string pieces;
+    for (const size_t size : of_current) pieces += piece(size);
+    EXPECT_EQ(current(), pieces);
+    EXPECT_EQ(exists("tavren_child_output.tester.0") ? previous() : "", piece(of_previous));
+    std::filesystem::remove(path());
+    std::filesystem::remove(path() + ".0");
   }
 
   static std::string piece(size_t size) { return std::string(size, static_cast<char>('0' + size % 10)); }

@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <list>
+#include <tuple>
+#include <utility>
+
 #include "process/children.h"
 #include "process/log_fixture.h"
 
@@ -12,13 +16,11 @@ TEST_F(ChildOutputLog, IsOffByDefault) {
 }
 
 TEST_F(ChildOutputLog, BeginsWithABannerThatShowsTheCommandAsPassed) {
-  run("10000", [] { TavrenProcess("/bin/true ", {"one", "", "t w o"}, false).stop(0); });
-  EXPECT_EQ(current(), rule + "STARTING CHILD: /bin/true  one  t w o\n");
-}
-
-TEST_F(ChildOutputLog, BannerOfAProgramWithoutArguments) {
-  run("10000", [] { TavrenProcess("/bin/true", {}, false).stop(0); });
-  EXPECT_EQ(current(), rule + "STARTING CHILD: /bin/true\n");
+  run("10000", [] {
+    TavrenProcess("/bin/true ", {"one", "", "t w o"}, false).stop(0);
+    TavrenProcess("/bin/true", {}, false).stop(0);
+  });
+  EXPECT_EQ(current(), rule + "STARTING CHILD: /bin/true  one  t w o\n" + rule + "STARTING CHILD: /bin/true\n");
 }
 
 TEST_F(ChildOutputLog, HoldsTheOutputUnaltered) {
@@ -50,92 +52,58 @@ TEST_F(ChildOutputLog, IsSharedByAllChildren) {
             rule + "STARTING CHILD: /bin/echo first\nfirst\n" + rule + "STARTING CHILD: /bin/echo second\nsecond\n");
 }
 
-TEST_F(ChildOutputLog, IsNamedForTheProgramAtTheFirstWrite) {
-  run("10000", [] {
-    tavren_set_program_name("other");
-    TavrenProcess("/bin/true", {}, false).stop(0);
-    tavren_set_program_name("third");
-    TavrenProcess("/bin/false", {}, false).stop(0);
-  });
-  EXPECT_EQ(read_file(path("tavren_child_output.other")),
-            rule + "STARTING CHILD: /bin/true\n" + rule + "STARTING CHILD: /bin/false\n");
-  EXPECT_FALSE(exists("tavren_child_output.third"));
-}
-
-TEST_F(ChildOutputLog, KeepsItsNameWhenItRotates) {
-  run("30", [] {
-    tavren_set_program_name("other");
-    TavrenProcess("/bin/true", {}, false).stop(0);
-    tavren_set_program_name("third");
-    TavrenProcess("/bin/false", {}, false).stop(0);
-  });
-  EXPECT_EQ(read_file(path("tavren_child_output.other")), "STARTING CHILD: /bin/false\n");
+TEST_F(ChildOutputLog, IsNamedForTheProgramAtTheFirstWriteAlsoWhenItRotates) {
+  const std::string banners[] = {rule + "STARTING CHILD: /bin/true\n" + rule, "STARTING CHILD: /bin/false\n"};
+  for (const auto& [limit, content] : {std::pair{"10000", banners[0] + banners[1]}, {"30", banners[1]}}) {
+    run(limit, [] {
+      tavren_set_program_name("other");
+      TavrenProcess("/bin/true", {}, false).stop(0);
+      tavren_set_program_name("third");
+      TavrenProcess("/bin/false", {}, false).stop(0);
+    });
+    EXPECT_EQ(read_file(path("tavren_child_output.other")), content);
+    EXPECT_FALSE(exists("tavren_child_output.third"));
+  }
 }
 
 TEST_F(ChildOutputLog, RotatesBeforeAPieceThatWouldPassTheLimit) {
   log_pieces("100", "60 50");
-  EXPECT_EQ(previous(), piece(60));
-  EXPECT_EQ(current(), piece(50));
-}
-
-TEST_F(ChildOutputLog, IsFilledUpToTheLimit) {
-  log_pieces("100", "60 40");
-  EXPECT_EQ(current(), piece(60) + piece(40));
-  EXPECT_FALSE(exists("tavren_child_output.tester.0"));
-}
-
-TEST_F(ChildOutputLog, RotatesOneByteAfterTheLimit) {
+  expect_pieces(60, {50});
   log_pieces("100", "60 41");
-  EXPECT_EQ(previous(), piece(60));
-  EXPECT_EQ(current(), piece(41));
+  expect_pieces(60, {41});
+  log_pieces("100", "60 40");
+  expect_pieces(0, {60, 40});
 }
 
 TEST_F(ChildOutputLog, HoldsAPieceLargerThanTheLimitAsAWhole) {
   log_pieces("100", "20 150 30");
-  EXPECT_EQ(previous(), piece(150));
-  EXPECT_EQ(current(), piece(30));
-}
-
-TEST_F(ChildOutputLog, HoldsOnePieceAtATimeWhenItsLimitIsNegative) {
+  expect_pieces(150, {30});
   log_pieces("-1", "21 32");
-  EXPECT_EQ(previous(), piece(21));
-  EXPECT_EQ(current(), piece(32));
+  expect_pieces(21, {32});
 }
 
-TEST_F(ChildOutputLog, KeepsTwoGenerations) {
+TEST_F(ChildOutputLog, KeepsTwoGenerationsAndCountsAnewInEach) {
   log_pieces("100", "61 72 83");
-  EXPECT_EQ(previous(), piece(72));
-  EXPECT_EQ(current(), piece(83));
-}
-
-TEST_F(ChildOutputLog, CountsAnewInANewFile) {
+  expect_pieces(72, {83});
   log_pieces("100", "60 50 45");
-  EXPECT_EQ(previous(), piece(60));
-  EXPECT_EQ(current(), piece(50) + piece(45));
+  expect_pieces(60, {50, 45});
 }
 
-TEST_F(ChildOutputLog, WritesTheBannerInSeparatePieces) {
-  run("80", [] { TavrenProcess("/bin/true", {"argument"}, false).stop(0); });
-  EXPECT_EQ(previous(), rule);
-  EXPECT_EQ(current(), "STARTING CHILD: /bin/true argument\n");
-}
-
-TEST_F(ChildOutputLog, WritesEachArgumentAsAPieceOfItsOwn) {
-  run("30", [] { TavrenProcess("/bin/true", {"argument", "next"}, false).stop(0); });
-  EXPECT_EQ(previous(), "STARTING CHILD: /bin/true");
-  EXPECT_EQ(current(), " argument next\n");
-}
-
-TEST_F(ChildOutputLog, WritesTheLineEndOfTheBannerAsAPieceOfItsOwn) {
-  run("14", [] { TavrenProcess("/bin/true", {"argument", "next"}, false).stop(0); });
-  EXPECT_EQ(previous(), " argument next");
-  EXPECT_EQ(current(), "\n");
-}
-
-TEST_F(ChildOutputLog, WritesTheLineEndAsAPieceOfItsOwnWithoutArgumentsToo) {
-  run("25", [] { TavrenProcess("/bin/true", {}, false).stop(0); });
-  EXPECT_EQ(previous(), "STARTING CHILD: /bin/true");
-  EXPECT_EQ(current(), "\n");
+TEST_F(ChildOutputLog, WritesThePartsOfTheBannerInSeparatePieces) {
+  using Arguments = std::list<std::string>;
+  const std::tuple<const char*, Arguments, std::string, const char*> banners[] = {
+      {"80", {"argument"}, rule, "STARTING CHILD: /bin/true argument\n"},
+      {"30", {"argument", "next"}, "STARTING CHILD: /bin/true", " argument next\n"},
+      {"14", {"argument", "next"}, " argument next", "\n"},
+      {"25", {}, "STARTING CHILD: /bin/true", "\n"},
+  };
+  for (const auto& [limit, arguments, before, last] : banners) {
+    const Arguments& passed = arguments;
+    run(limit, [&passed] { TavrenProcess("/bin/true", passed, false).stop(0); });
+    EXPECT_EQ(previous(), before);
+    EXPECT_EQ(current(), last);
+    std::filesystem::remove(path());
+  }
 }
 
 TEST_F(ChildOutputLog, HoldsNothingOfWhatIsDroppedAsExcessive) {

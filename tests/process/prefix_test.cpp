@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "process/children.h"
 
 namespace {
@@ -38,19 +40,11 @@ TavrenProcess prompting(const std::string& output) {
   return TavrenProcess("/bin/sh", {"-c", "printf %s \"$1\"; read -r go", "sh", output}, false);
 }
 
-/* Returns whether prefix is found in such a child's output, before its first line. */
-bool is_found(const std::string& prefix, const std::string& output) {
-  TavrenProcess child = prompting(output);
-  return finds_prompt(child, prefix);
-}
-
 }  // namespace
 
-TEST(Prefix, IsFoundAtEverySplitOfItsBytes) { expect_found_at_every_split(prompt); }
-
-TEST(Prefix, IsFoundAtEverySplitBehindACarriageReturn) { expect_found_at_every_split("\r" + prompt); }
-
-TEST(Prefix, IsFoundAtEverySplitBehindSeveralCarriageReturns) { expect_found_at_every_split("\r\r\r" + prompt); }
+TEST(Prefix, IsFoundAtEverySplitOfItsBytesAndOfCarriageReturnsBeforeThem) {
+  for (const char* returns : {"", "\r", "\r\r\r"}) expect_found_at_every_split(returns + prompt);
+}
 
 TEST(Prefix, StaysUnread) {
   TavrenProcess child = prompting("\r" + prompt + "and more");
@@ -81,33 +75,24 @@ TEST(Prefix, AtTheFrontWinsOverALineBehindIt) {
   EXPECT_EQ(next_line(child), prompt + "and a line");
 }
 
-TEST(Prefix, BehindACarriageReturnWinsOverALineBehindIt) { EXPECT_TRUE(is_found(prompt, "\r" + prompt + "\r\n")); }
-
-TEST(Prefix, InsideALineIsNone) { EXPECT_FALSE(is_found(prompt, "a " + prompt + "\nend\n")); }
-
-TEST(Prefix, BehindACarriageReturnInsideALineIsNone) { EXPECT_FALSE(is_found(prompt, "a\r" + prompt + "\nend\n")); }
-
-TEST(Prefix, BehindABlankIsNone) { EXPECT_FALSE(is_found(prompt, " " + prompt + "\nend\n")); }
-
-TEST(Prefix, ThatIsEmptyIsNeverFound) { EXPECT_FALSE(is_found("", "line\n")); }
-
-TEST(Prefix, MayBeginWithACarriageReturnItself) { EXPECT_TRUE(is_found("\rprompt", "\rprompt")); }
-
-TEST(Prefix, ThatBeginsWithACarriageReturnIsFoundBehindMoreOfThem) {
-  EXPECT_TRUE(is_found("\rprompt", "\r\r\rprompt"));
-}
-
-TEST(Prefix, ThatBeginsWithMoreCarriageReturnsThanTheOutputIsNotFound) {
-  EXPECT_FALSE(is_found("\r\rprompt", "\rprompt\n"));
-}
-
-TEST(Prefix, MayBeCarriageReturnsAlone) { EXPECT_TRUE(is_found("\r\r", "\r\r\rline\n")); }
-
-TEST(Prefix, MayHoldANewline) { EXPECT_TRUE(is_found("first\nsec", "first\nsecond\n")); }
-
-TEST(Prefix, LikeALineOfOutputIsFoundBeforeItsLineEnds) {
-  EXPECT_TRUE(is_found("Are you sure you want to continue connecting",
-                       "Are you sure you want to continue connecting (yes/no/[fingerprint])? "));
+/* It may hold a newline, and be like a line of output. */
+TEST(Prefix, IsFoundAtTheFrontBehindNothingButCarriageReturns) {
+  const std::string question = "Are you sure you want to continue connecting";
+  const std::tuple<std::string, std::string, bool> outputs[] = {{prompt, "\r" + prompt + "\r\n", true},
+                                                                {prompt, "a " + prompt + "\nend\n", false},
+                                                                {prompt, "a\r" + prompt + "\nend\n", false},
+                                                                {prompt, " " + prompt + "\nend\n", false},
+                                                                {"", "line\n", false},
+                                                                {"\rprompt", "\rprompt", true},
+                                                                {"\rprompt", "\r\r\rprompt", true},
+                                                                {"\r\r", "\r\r\rline\n", true},
+                                                                {"\r\rprompt", "\rprompt\n", false},
+                                                                {"first\nsec", "first\nsecond\n", true},
+                                                                {question, question + " (yes/no)? ", true}};
+  for (const auto& [prefix, output, found] : outputs) {
+    TavrenProcess child = prompting(output);
+    EXPECT_EQ(finds_prompt(child, prefix), found) << testing::PrintToString(output);
+  }
 }
 
 TEST(ReadUntilLineStartsWith, DropsTheLinesBeforeThePrefix) {

@@ -1,6 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <tuple>
+#include <utility>
+#include <vector>
+
 #include "process/children.h"
 
 using namespace std::string_literals;
@@ -11,10 +15,6 @@ namespace {
 /* A child whose whole output is given, in the notation of printf(1). */
 TavrenProcess printing(const std::string& format) { return TavrenProcess("/usr/bin/printf", {format}, false); }
 
-std::string numbers(int first, int last) {
-  return "i=" + std::to_string(first) + "; while [ $i -le " + std::to_string(last) + " ]; do echo $i; i=$((i+1)); done";
-}
-
 std::list<std::string> number_list(int first, int last) {
   std::list<std::string> list;
   for (int i = first; i <= last; ++i) list.push_back(std::to_string(i));
@@ -23,37 +23,17 @@ std::list<std::string> number_list(int first, int last) {
 
 }  // namespace
 
-TEST(ReadLine, TakesOneLineAtATime) {
-  TavrenProcess child = printing("first\\nsecond\\nthird\\n");
-  for (const char* line : {"first", "second", "third"}) EXPECT_EQ(next_line(child), line);
-}
-
-TEST(ReadLine, ReturnsFalseForALine) {
-  TavrenProcess child = printing("line\\n");
-  std::string line = "old text";
-  EXPECT_FALSE(child.read_line(line, patient_deadline(), "prompt"));
-  EXPECT_EQ(line, "line");
-}
-
-TEST(ReadLine, DropsAllCarriageReturnsBeforeTheLineEnd) {
-  TavrenProcess child = printing("none\\none\\r\\nabc\\r\\r\\nmany\\r\\r\\r\\r\\r\\n");
-  for (const char* line : {"none", "one", "abc", "many"}) EXPECT_EQ(next_line(child), line);
-}
-
-TEST(ReadLine, CarriageReturnsAndANewlineAloneAreAnEmptyLine) {
-  TavrenProcess child = printing("\\r\\n\\r\\r\\n\\nend\\n");
-  for (const char* line : {"", "", "", "end"}) EXPECT_EQ(next_line(child), line);
-}
-
-TEST(ReadLine, KeepsACarriageReturnInsideALine) {
-  TavrenProcess child = printing("a\\rb\\r\\r c\\r\\n\\rd\\n");
-  EXPECT_EQ(next_line(child), "a\rb\r\r c");
-  EXPECT_EQ(next_line(child), "\rd");
-}
-
-TEST(ReadLine, KeepsEveryOtherByte) {
-  TavrenProcess child = printing("\\000a\\000\\377\\200\\033[1m\\t \\n");
-  EXPECT_EQ(next_line(child), "\0a\0\xff\x80\x1b[1m\t "s);
+TEST(ReadLine, TakesOneLineAtATimeWithoutTheCarriageReturnsBeforeItsEnd) {
+  const std::pair<const char*, std::vector<std::string>> outputs[] = {
+      {"first\\nsecond\\nthird\\n", {"first", "second", "third"}},
+      {"none\\none\\r\\nabc\\r\\r\\nmany\\r\\r\\r\\r\\r\\n", {"none", "one", "abc", "many"}},
+      {"\\r\\n\\r\\r\\n\\nend\\n", {"", "", "", "end"}},
+      {"a\\rb\\r\\r c\\r\\n\\rd\\n", {"a\rb\r\r c", "\rd"}},
+      {"\\000a\\000\\377\\200\\033[1m\\t \\n", {"\0a\0\xff\x80\x1b[1m\t "s}}};
+  for (const auto& [output, lines] : outputs) {
+    TavrenProcess child = printing(output);
+    for (const std::string& line : lines) EXPECT_EQ(next_line(child), line) << output;
+  }
 }
 
 TEST(ReadLine, TakesALineLongerThanOneRead) {
@@ -87,15 +67,11 @@ TEST(RecentLines, AreTheLinesTakenOldestFirst) {
   EXPECT_THAT(child.get_recent_lines(), ElementsAre("first", "", "third"));
 }
 
-TEST(RecentLines, HoldTwenty) {
-  TavrenProcess child = shell(numbers(1, 21));
+TEST(RecentLines, HoldTwentyAndLoseTheOldestToTheTwentyFirst) {
+  TavrenProcess child = shell("seq 1 21");
   for (int i = 0; i < 20; ++i) next_line(child);
   EXPECT_EQ(child.get_recent_lines(), number_list(1, 20));
-}
-
-TEST(RecentLines, LoseTheOldestToTheTwentyFirst) {
-  TavrenProcess child = shell(numbers(1, 21));
-  for (int i = 0; i < 21; ++i) next_line(child);
+  next_line(child);
   EXPECT_EQ(child.get_recent_lines(), number_list(2, 21));
 }
 
@@ -133,26 +109,19 @@ TEST(ReadByte, WaitsForTheNextByte) {
   }
 }
 
-TEST(Expect, AppendsEachLineUpToTheOneWithTheText) {
-  TavrenProcess child = printing("first\\nsecond\\nhere is the text.\\nnext\\n");
-  std::list<std::string> lines;
-  child.expect("the text", lines, patient_deadline());
-  EXPECT_THAT(lines, ElementsAre("first", "second", "here is the text."));
-  EXPECT_EQ(next_line(child), "next");
-}
-
-TEST(Expect, KeepsWhatTheListHeld) {
-  TavrenProcess child = printing("first\\ntext\\n");
-  std::list<std::string> lines = {"text of old"};
-  child.expect("text", lines, patient_deadline());
-  EXPECT_THAT(lines, ElementsAre("text of old", "first", "text"));
-}
-
-TEST(Expect, IsMetByAnyLineWhenTheTextIsEmpty) {
-  TavrenProcess child = printing("first\\nsecond\\n");
-  std::list<std::string> lines;
-  child.expect("", lines, patient_deadline());
-  EXPECT_THAT(lines, ElementsAre("first"));
+TEST(Expect, AppendsEachLineUpToTheOneWithTheTextToWhatTheListHeld) {
+  using Lines = std::list<std::string>;
+  const std::tuple<const char*, Lines, Lines, const char*> outcomes[] = {
+      {"the text", {}, {"first", "second", "here is the text."}, "next"},
+      {"second", {"second of old"}, {"second of old", "first", "second"}, "here is the text."},
+      {"", {}, {"first"}, "second"}};
+  for (const auto& [text, held, expected, next] : outcomes) {
+    TavrenProcess child = printing("first\\nsecond\\nhere is the text.\\nnext\\n");
+    Lines lines = held;
+    child.expect(text, lines, patient_deadline());
+    EXPECT_EQ(lines, expected);
+    EXPECT_EQ(next_line(child), next);
+  }
 }
 
 TEST(Expect, IsNotMetByAnUnterminatedPrompt) {

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "process/children.h"
@@ -11,12 +12,15 @@
 #include "process/signal_storm.h"
 #include "support/busy_cores.h"
 #include "support/run_in_child.h"
-#include "tavren_basic.h"
 
 namespace {
 
-std::string result_of_send_eof(TavrenProcess& child, int timeout) {
-  return result_of([&] { child.send_eof(timeout); });
+/* Sends data and the end of it to a counterpart that takes so much at a time with pauses. Returns what that prints. */
+std::string answer_to(const std::string& data, const std::string& piece, const std::string& pause) {
+  TavrenProcess child = counterpart({"sum", piece, pause});
+  child.send(data, patience);
+  child.send_eof(patience);
+  return next_line(child);
 }
 
 /* A stream of random size, contents and reader, with and without a newline at its end. */
@@ -27,12 +31,8 @@ void send_a_stream(unsigned int seed) {
   if (seed % 2 == 0) data += '\n';
   const std::string piece = std::to_string(1 + random() % 4096);
   const std::string pause = std::to_string(seed % 3 == 0 && data.size() < 6000 ? random() % 300 : 0);
-
-  TavrenProcess child = counterpart({"sum", piece, pause});
-  child.send(data, patience);
-  child.send_eof(patience);
-  ASSERT_EQ(next_line(child), sum_line(data, "canonical")) << "stream " << seed << ", reading by " << piece;
-  child.stop(0);
+  ASSERT_EQ(answer_to(data, piece, pause), sum_line(data, "canonical"))
+      << "stream " << seed << ", reading by " << piece;
 }
 
 void send_streams(unsigned int first, unsigned int count) {
@@ -72,26 +72,11 @@ TEST(SendEof, StreamsArriveWholeWhileTheCoresAreBusy) {
   }
 }
 
-TEST(SendEof, EndsAnEmptyInput) {
-  TavrenProcess child = counterpart({"sum", "100", "0"});
-  child.send_eof(patience);
-  EXPECT_EQ(next_line(child), sum_line("", "canonical"));
-}
-
-TEST(SendEof, SlowReaderGetsEverythingFirst) {
-  TavrenProcess child = counterpart({"sum", "40", "30000"});
-  const std::string data(2000, 'x');
-  child.send(data, patience);
-  child.send_eof(patience);
-  EXPECT_EQ(next_line(child), sum_line(data, "canonical"));
-}
-
-TEST(SendEof, EndOfFileCharactersBeforeItAreOrdinaryBytes) {
-  TavrenProcess child = counterpart({"sum", "100", "0"});
-  const std::string data("a\x04\x04\nb\x04", 6);
-  child.send(data, patience);
-  child.send_eof(patience);
-  EXPECT_EQ(next_line(child), sum_line(data, "canonical"));
+/* Nothing, more than a slow reader has read by then, and characters that are the end of a file elsewhere. */
+TEST(SendEof, EndsTheInputBehindEverythingThatWasSent) {
+  const std::tuple<std::string, const char*, const char*> inputs[] = {
+      {"", "100", "0"}, {std::string(2000, 'x'), "40", "30000"}, {"a\x04\x04\nb\x04", "100", "0"}};
+  for (const auto& [data, piece, pause] : inputs) EXPECT_EQ(answer_to(data, piece, pause), sum_line(data, "canonical"));
 }
 
 TEST(SendEof, ChildThatNeverReadsEndsInATimeout) {

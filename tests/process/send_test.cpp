@@ -3,19 +3,18 @@
 #include <stdio.h>
 #include <sys/wait.h>
 
+#include <memory>
 #include <numeric>
-#include <random>
+#include <tuple>
 
 #include "process/children.h"
 #include "process/observe.h"
 #include "process/signal_storm.h"
+#include "support/random_bytes.h"
 #include "support/run_in_child.h"
 #include "tavren_basic.h"
 
 namespace {
-
-/* More than any terminal or pipe holds, so that a child must read for it to get through. */
-const std::string megabyte(1000000, 'x');
 
 /* Without and with a pipe in place of the terminal as the child's standard input. */
 class Send : public testing::TestWithParam<bool> {
@@ -29,22 +28,11 @@ std::string all_byte_values() {
   return bytes;
 }
 
-std::string random_bytes(size_t count) {
-  std::mt19937 random(1);
-  std::string bytes(count, '\0');
-  for (char& byte : bytes) byte = static_cast<char>(random());
-  return bytes;
-}
-
 std::string take(size_t count, const std::string& piece, const std::string& pause, const std::string& sent,
                  bool separate_stdin) {
   TavrenProcess child = counterpart({"take", std::to_string(count), piece, pause}, separate_stdin);
   child.send(sent, patience);
   return next_line(child);
-}
-
-std::string result_of_sending(TavrenProcess& child, const std::string& data, int timeout) {
-  return result_of([&] { child.send(data, timeout); });
 }
 
 const auto way = [](const testing::TestParamInfo<bool>& info) { return info.param ? "ByPipe" : "ByTerminal"; };
@@ -72,21 +60,25 @@ TEST_P(Send, PiecesArriveInTheOrderSent) {
   EXPECT_EQ(all_output(child), "onetwosix");
 }
 
-TEST_P(Send, MegabytesReachAFastReaderWhole) {
-  const std::string data = random_bytes(8000000);
-  EXPECT_EQ(take(data.size(), "65536", "0", data, separate_stdin()), sum_line(data, "raw"));
+TEST_P(Send, MegabytesReachAFastAndASlowReaderWhole) {
+  const std::tuple<size_t, const char*, const char*> readers[] = {{8000000, "65536", "0"}, {2000000, "1777", "100"}};
+  for (const auto& [size, piece, pause] : readers) {
+    const std::string data = random_bytes(size, 1);
+    EXPECT_EQ(take(data.size(), piece, pause, data, separate_stdin()), sum_line(data, "raw"));
+  }
 }
 
-TEST_P(Send, MegabytesReachASlowReaderWhole) {
-  const std::string data = random_bytes(2000000);
-  EXPECT_EQ(take(data.size(), "1777", "100", data, separate_stdin()), sum_line(data, "raw"));
-}
-
-TEST_P(Send, ChildThatNeverReadsEndsInATimeout) {
-  TavrenProcess child("/bin/sleep", {"600"}, separate_stdin());
-  const int before = tavren_get_uptime();
-  EXPECT_EQ(result_of_sending(child, megabyte, 1), "TavrenTimeout");
-  EXPECT_GT(tavren_get_uptime(), before + 1);
+/* Also beside signals. */
+TEST_P(Send, ChildThatNeverReadsEndsInATimeoutAndIsWaitedForWithoutSpinning) {
+  for (const bool storms : {false, true}) {
+    const auto storm = storms ? std::make_unique<SignalStorm>() : nullptr;
+    TavrenProcess child("/bin/sleep", {"600"}, separate_stdin());
+    const int started = tavren_get_uptime();
+    const double before = cpu_seconds();
+    EXPECT_EQ(result_of_sending(child, megabyte, 3), "TavrenTimeout");
+    EXPECT_LT(cpu_seconds() - before, 1.5);
+    EXPECT_GT(tavren_get_uptime(), started + 3);
+  }
 }
 
 TEST_P(Send, DeadlineHoldsForTheWholeCallThoughBytesGoThrough) {
@@ -112,57 +104,28 @@ TEST_P(Send, LargestTimeoutDoesNotOverflow) {
   EXPECT_EQ(next_line(child), sum_line(megabyte, "raw"));
 }
 
-TEST_P(Send, ChildThatExitedUnreapedIsReportedWithItsLastOutput) {
-  TavrenProcess child = shell("echo $$; read -r line; echo last words; echo and more", separate_stdin());
-  const pid_t pid = announced_pid(child);
-  child.send("go\n", patience);
-  ASSERT_TRUE(wait_until_exited(pid));
-  EXPECT_EQ(result_of_sending(child, megabyte, patience),
-            "13(/bin/sh) 12(" + std::to_string(pid) + ") 12(last words) 12(and more)");
+TEST_P(Send, ChildThatExitedIsReportedWithItsLastOutputAndLeftAsItIs) {
+  for (const bool reaped_by_the_host : {false, true}) {
+    for (const int timeout : {patience, -10}) {
+      TavrenProcess child = shell("echo $$; read -r line; echo last words; echo and more", separate_stdin());
+      const pid_t pid = announced_pid(child);
+      child.send("go\n", patience);
+      ASSERT_TRUE(wait_until_exited(pid));
+      ASSERT_EQ(reaped_by_the_host ? waitpid(pid, nullptr, 0) : pid, pid);
+      EXPECT_EQ(result_of_sending(child, megabyte, timeout),
+                "13(/bin/sh) 12(" + std::to_string(pid) + ") 12(last words) 12(and more)");
+      EXPECT_EQ(has_children(), !reaped_by_the_host);
+    }
+  }
 }
 
-TEST_P(Send, ChildThatExitedIsReportedAlsoAfterTheDeadline) {
-  TavrenProcess child = shell("echo $$; read -r line; echo last words", separate_stdin());
-  const pid_t pid = announced_pid(child);
-  child.send("go\n", patience);
-  ASSERT_TRUE(wait_until_exited(pid));
-  EXPECT_EQ(result_of_sending(child, megabyte, -10), "13(/bin/sh) 12(" + std::to_string(pid) + ") 12(last words)");
-}
-
-TEST_P(Send, ChildReapedByTheHostIsReportedWithItsLastOutput) {
-  TavrenProcess child = shell("echo $$; read -r line; echo last words", separate_stdin());
-  const pid_t pid = announced_pid(child);
-  child.send("go\n", patience);
-  ASSERT_EQ(waitpid(pid, nullptr, 0), pid);
-  EXPECT_EQ(result_of_sending(child, megabyte, patience), "13(/bin/sh) 12(" + std::to_string(pid) + ") 12(last words)");
-}
-
-TEST_P(Send, ChildThatExitsDuringTheWaitIsReportedWithoutSpinning) {
+TEST_P(Send, ChildThatExitsDuringTheWaitIsReportedBeforeTheDeadlineAndWithoutSpinning) {
   TavrenProcess child = shell("sleep 3; echo last words", separate_stdin());
+  const int started = tavren_get_uptime();
   const double before = cpu_seconds();
   EXPECT_EQ(result_of_sending(child, megabyte, patience), "13(/bin/sh) 12(last words)");
   EXPECT_LT(cpu_seconds() - before, 1.5);
-}
-
-TEST_P(Send, ChildThatExitsDuringTheWaitIsReportedBeforeTheDeadline) {
-  TavrenProcess child = shell("sleep 1; echo last words", separate_stdin());
-  const int before = tavren_get_uptime();
-  EXPECT_EQ(result_of_sending(child, megabyte, patience), "13(/bin/sh) 12(last words)");
-  EXPECT_LT(tavren_get_uptime(), before + patience);
-}
-
-TEST_P(Send, RecognisingAChildThatExitedLeavesItUnreaped) {
-  TavrenProcess child = shell("echo $$", separate_stdin());
-  ASSERT_TRUE(wait_until_exited(announced_pid(child)));
-  result_of_sending(child, megabyte, patience);
-  EXPECT_TRUE(has_children());
-}
-
-TEST_P(Send, WaitsWithoutSpinning) {
-  TavrenProcess child("/bin/sleep", {"600"}, separate_stdin());
-  const double before = cpu_seconds();
-  result_of_sending(child, megabyte, 3);
-  EXPECT_LT(cpu_seconds() - before, 1.5);
+  EXPECT_LT(tavren_get_uptime(), started + patience);
 }
 
 TEST_P(Send, ZeroBytesReturnAtOnceWhereNoMoreCanBeWritten) {
@@ -180,14 +143,6 @@ TEST_P(Send, WithoutAChildIsAFailedAssertionAlsoForZeroBytes) {
       child.send_bytes("x", length, 0);
     });
   }
-}
-
-TEST_P(Send, WaitGoesOnThroughSignals) {
-  const SignalStorm storm;
-  TavrenProcess child("/bin/sleep", {"600"}, separate_stdin());
-  const int before = tavren_get_uptime();
-  EXPECT_EQ(result_of_sending(child, megabyte, 1), "TavrenTimeout");
-  EXPECT_GT(tavren_get_uptime(), before + 1);
 }
 
 /* The host keeps the default disposition of SIGPIPE, which would end it. */
@@ -220,6 +175,5 @@ TEST(SendToAPipe, DoesNotReachTheTerminal) {
   TavrenProcess child = shell("cat; read -r line </dev/tty", true);
   child.send("words\n", patience);
   EXPECT_EQ(next_line(child), "words");
-  std::string line;
-  EXPECT_EQ(result_of([&] { child.read_line(line, past_deadline(), ""); }), "TavrenTimeout");
+  EXPECT_EQ(result_of_reading(read_a_line, child, past_deadline()), "TavrenTimeout");
 }

@@ -5,106 +5,77 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include "TavrenTunables.h"
+#include <tuple>
+
 #include "process/children.h"
 #include "process/faults.h"
 #include "process/log_fixture.h"
 #include "process/observe.h"
-#include "support/named.h"
 #include "support/run_in_child.h"
-#include "support/temporary_directory.h"
 
 namespace {
 
-/* One call of a construction that fails. */
-struct Fault {
-  bool separate_stdin;
-  const char* name;
-  int call;
-  int error;
-  const char* result;
-};
+using Fault = std::tuple<bool, const char*, int, int, const char*>;
 
-const Named<Fault> faults[] = {
-    {"PipeToCancel", {false, "pipe2", 1, EMFILE, "24(pipe, 24)"}},
-    {"PipeToCancelBeforeTheInputPipe", {true, "pipe2", 1, ENFILE, "24(pipe, 23)"}},
-    {"PipeForInput", {true, "pipe2", 2, EMFILE, "24(pipe, 24)"}},
-    {"FlagsOfTheInputPipe", {true, "F_GETFL", 1, EBADF, "24(fcntl(stdin_pipe), 9)"}},
-    {"NewFlagsOfTheInputPipe", {true, "F_SETFL", 1, EBADF, "24(fcntl(stdin_pipe), 9)"}},
-    {"Fork", {false, "forkpty", 1, EAGAIN, "24(forkpty, 11)"}},
-    {"ForkWithAnInputPipe", {true, "forkpty", 1, ENOENT, "24(forkpty, 2)"}},
-    {"CloseOnExec", {false, "F_SETFD", 1, EBADF, "24(fcntl(master_fd), 9)"}},
-    {"Flags", {false, "F_GETFL", 1, EBADF, "24(fcntl(master_fd), 9)"}},
-    {"FlagsWithAnInputPipe", {true, "F_GETFL", 2, EBADF, "24(fcntl(master_fd), 9)"}},
-    {"NewFlags", {false, "F_SETFL", 1, EPERM, "24(fcntl(master_fd), 1)"}},
-    {"Settings", {false, "tcgetattr", 1, EIO, "24(tcgetattr(master_fd), 5)"}},
-    {"NewSettings", {false, "tcsetattr", 1, EIO, "24(tcsetattr(master_fd), 5)"}},
-    {"NewSettingsWithAnInputPipe", {true, "tcsetattr", 1, EINVAL, "24(tcsetattr(master_fd), 22)"}},
-};
+/* With an input pipe or not, the call of a construction that fails, counted from 1, its error, and the result. */
+const Fault faults[] = {{false, "pipe2", 1, EMFILE, "24(pipe, 24)"},
+                        {true, "pipe2", 1, ENFILE, "24(pipe, 23)"},
+                        {true, "pipe2", 2, EMFILE, "24(pipe, 24)"},
+                        {true, "F_GETFL", 1, EBADF, "24(fcntl(stdin_pipe), 9)"},
+                        {true, "F_SETFL", 1, EBADF, "24(fcntl(stdin_pipe), 9)"},
+                        {false, "forkpty", 1, EAGAIN, "24(forkpty, 11)"},
+                        {true, "forkpty", 1, ENOENT, "24(forkpty, 2)"},
+                        {false, "F_SETFD", 1, EBADF, "24(fcntl(master_fd), 9)"},
+                        {false, "F_GETFL", 1, EBADF, "24(fcntl(master_fd), 9)"},
+                        {true, "F_GETFL", 2, EBADF, "24(fcntl(master_fd), 9)"},
+                        {false, "F_SETFL", 1, EPERM, "24(fcntl(master_fd), 1)"},
+                        {false, "tcgetattr", 1, EIO, "24(tcgetattr(master_fd), 5)"},
+                        {false, "tcsetattr", 1, EIO, "24(tcsetattr(master_fd), 5)"},
+                        {true, "tcsetattr", 1, EINVAL, "24(tcsetattr(master_fd), 22)"}};
 
-class FailedStart : public testing::TestWithParam<Named<Fault>> {
- protected:
-  static std::string result() {
-    const Fault& fault = GetParam().value;
-    const Faulty call(fault.name, fault.error, fault.call);
-    return result_of([&fault] { TavrenProcess("/bin/sleep", {"600"}, fault.separate_stdin); });
-  }
-};
-
-}  // namespace
-
-INSTANTIATE_TEST_SUITE_P(Calls, FailedStart, testing::ValuesIn(faults), by_name);
-
-TEST_P(FailedStart, NamesTheCallAndTheError) { EXPECT_EQ(result(), GetParam().value.result); }
-
-TEST_P(FailedStart, LeavesNoDescriptor) {
-  const std::set<int> before = open_descriptors();
-  result();
-  EXPECT_EQ(open_descriptors(), before);
+/* How starting a child that sleeps ends. */
+std::string result_of_a_start(bool separate_stdin) {
+  return result_of([separate_stdin] { TavrenProcess("/bin/sleep", {"600"}, separate_stdin); });
 }
 
-TEST_P(FailedStart, LeavesNoChild) {
-  result();
-  EXPECT_FALSE(has_children());
-}
-
-TEST_P(FailedStart, DoesNotHinderTheNext) {
-  result();
-  TavrenProcess child("/bin/echo", {"words"}, GetParam().value.separate_stdin);
-  EXPECT_EQ(next_line(child), "words");
-}
-
-TEST(FailedMove, OfAPipeOffAStandardStreamLeavesNoDescriptor) {
-  const Outcome outcome = run_in_child([] {
+/* How a start ends whose call of that number cannot move a descriptor off a standard stream, and what is left. */
+std::string result_of_a_failed_move(int call) {
+  const Outcome outcome = run_in_child([call] {
     close(STDIN_FILENO);
     const std::set<int> before = open_descriptors();
-    const Faulty call("F_DUPFD_CLOEXEC", EMFILE);
-    printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str());
-    if (open_descriptors() != before) printf(" descriptors left");
-  });
-  EXPECT_EQ(outcome.out, "24(pipe, 24)");
-}
-
-TEST(FailedMove, OfTheTerminalOffAStandardStreamLeavesNothing) {
-  const Outcome outcome = run_in_child([] {
-    close(STDIN_FILENO);
-    const std::set<int> before = open_descriptors();
-    /* The first call moves the cancel pipe's read end. */
-    const Faulty call("F_DUPFD_CLOEXEC", EMFILE, 2);
-    printf("%s", result_of([] { TavrenProcess("/bin/sleep", {"600"}, false); }).c_str());
+    const Faulty fault("F_DUPFD_CLOEXEC", EMFILE, call);
+    printf("%s", result_of_a_start(false).c_str());
     if (open_descriptors() != before) printf(" descriptors left");
     if (has_children()) printf(" child left");
   });
-  EXPECT_EQ(outcome.out, "24(fcntl(master_fd), 24)");
+  return outcome.out;
 }
 
-TEST(FailedDup2, IsReportedByTheChild) {
+}  // namespace
+
+TEST(FailedStart, NamesTheCallAndLeavesNothingThatHindersTheNext) {
+  for (const auto& [separate_stdin, name, which, error, result] : faults) {
+    SCOPED_TRACE(std::string(name) + ": " + result);
+    const std::set<int> before = open_descriptors();
+    {
+      const Faulty call(name, error, which);
+      EXPECT_EQ(result_of_a_start(separate_stdin), result);
+    }
+    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_FALSE(has_children());
+    TavrenProcess child("/bin/echo", {"words"}, separate_stdin);
+    EXPECT_EQ(next_line(child), "words");
+  }
+}
+
+TEST(FailedMove, OfAPipeOrTheTerminalOffAStandardStreamLeavesNothing) {
+  EXPECT_EQ(result_of_a_failed_move(1), "24(pipe, 24)");
+  EXPECT_EQ(result_of_a_failed_move(2), "24(fcntl(master_fd), 24)");
+}
+
+TEST(FailedDup2, IsReportedByTheChildWhichEndsWithStatusOne) {
   const Faulty call("dup2", EBADF);
   EXPECT_EQ(result_of_running("/bin/cat", true), "13(/bin/cat) 12(dup2 failed: Bad file descriptor)");
-}
-
-TEST(FailedDup2, EndsTheChildWithStatusOne) {
-  const Faulty call("dup2", EBADF);
   fflush(stdout);
   TavrenProcess child("/bin/sleep", {"600"}, true);
   const siginfo_t info = end_of_a_child();
@@ -129,18 +100,15 @@ TEST_F(ChildOutputLog, IsNotBegunByAChildWhosePipesCannotBeMade) {
   }
 }
 
-/* The log would lie in a directory that cannot be made. */
-TEST(FailedLog, KeepsTheChildFromBeingStarted) {
-  const TemporaryDirectory home;
-  const Outcome outcome = run_in_child([&home] {
-    setenv("TAVREN_HOME", home.path("missing").c_str(), 1);
-    std::string refusal;
-    TavrenTunables::instance().set_tunable("subprocess_log_size", "1000", refusal);
+/* It would lie in a directory that cannot be made. */
+TEST_F(ChildOutputLog, ThatCannotBeOpenedKeepsTheChildFromBeingStarted) {
+  const std::string output = run("1000", [] {
+    setenv("TAVREN_HOME", "/no/such/home", 1);
     const Faulty recorder("forkpty");
     printf("%s", result_of([] { TavrenProcess("/bin/true", {}, false); }).c_str());
     printf(" after %zu forks", recorder.calls());
   });
-  EXPECT_EQ(outcome.out, "24(write(log_child_output), 2) after 0 forks");
+  EXPECT_EQ(output, "24(write(log_child_output), 2) after 0 forks");
 }
 
 TEST(LateParent, FindsTheTerminalMadeRawByTheChild) {

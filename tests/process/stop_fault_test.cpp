@@ -4,9 +4,8 @@
 #include <signal.h>
 #include <sys/wait.h>
 
-#include <list>
 #include <memory>
-#include <string>
+#include <utility>
 #include <vector>
 
 #include "process/children.h"
@@ -16,12 +15,19 @@ using testing::ElementsAre;
 
 namespace {
 
-/* A child that SIGTERM does not end, waited for until it is deaf to it. */
+/* Waited for until it is deaf. */
 std::unique_ptr<TavrenProcess> deaf_child() {
-  const std::string script = "trap '' TERM; echo deaf; exec sleep 600";
-  auto child = std::make_unique<TavrenProcess>("/bin/sh", std::list<std::string>{"-c", script}, false);
-  next_line(*child);
+  std::unique_ptr<TavrenProcess> child(new TavrenProcess(shell(deaf)));
+  announced_pid(*child);
   return child;
+}
+
+/* What the recorded calls of that name are while a child that does not end is stopped with so much grace. */
+std::vector<long> calls_while_stopping(const char* name, int grace_time) {
+  const auto child = deaf_child();
+  const Faulty recorder(name);
+  child->stop(grace_time);
+  return recorder.arguments();
 }
 
 /* The looks at a child that does not end: as many as its grace time allows, and the one that waits for its end. */
@@ -33,54 +39,28 @@ std::vector<long> looks(size_t during_the_grace_time) {
 
 }  // namespace
 
-TEST(Stop, LooksTwentyTimesInItsTwoSecondsOfGraceAndThenWaits) {
-  const auto child = deaf_child();
-  const Faulty recorder("waitpid");
-  child->stop(2);
-  EXPECT_EQ(recorder.arguments(), looks(20));
-}
-
-/* More than the destructor gives: a longer grace time is not cut to that. */
-TEST(Stop, LooksThirtyTimesInThreeSecondsOfGrace) {
-  const auto child = deaf_child();
-  const Faulty recorder("waitpid");
-  child->stop(3);
-  EXPECT_EQ(recorder.arguments(), looks(30));
+/* Three seconds are more than the destructor gives: a longer grace time is not cut to that. */
+TEST(Stop, LooksTenTimesInEachSecondOfGraceAndThenWaits) {
+  EXPECT_EQ(calls_while_stopping("waitpid", 2), looks(20));
+  EXPECT_EQ(calls_while_stopping("waitpid", 3), looks(30));
 }
 
 TEST(Stop, NapsATenthOfASecondBetweenItsLooks) {
-  const auto child = deaf_child();
-  const Faulty recorder("nanosleep");
-  child->stop(2);
-  EXPECT_EQ(recorder.arguments(), std::vector<long>(20, 100));
+  EXPECT_EQ(calls_while_stopping("nanosleep", 2), std::vector<long>(20, 100));
+  EXPECT_EQ(calls_while_stopping("nanosleep", 0), std::vector<long>());
 }
 
-TEST(Stop, WithoutGraceDoesNotNap) {
-  const auto child = deaf_child();
-  const Faulty recorder("nanosleep");
-  child->stop(0);
-  EXPECT_EQ(recorder.calls(), 0U);
-}
-
-TEST(Destruction, LooksTwentyTimesForTheEndOfADeafChildAndThenWaits) {
-  auto child = deaf_child();
-  const Faulty recorder("waitpid");
-  child.reset();
-  EXPECT_EQ(recorder.arguments(), looks(20));
-}
-
-TEST(Destruction, NapsForTwoSecondsWhileTheChildIsDeaf) {
-  auto child = deaf_child();
-  const Faulty recorder("nanosleep");
-  child.reset();
-  EXPECT_EQ(recorder.arguments(), std::vector<long>(20, 100));
+TEST(Destruction, LooksTwentyTimesInTwoSecondsForTheEndOfADeafChildAndThenWaits) {
+  for (const auto& [name, arguments] : {std::pair{"waitpid", looks(20)}, {"nanosleep", std::vector<long>(20, 100)}}) {
+    auto child = deaf_child();
+    const Faulty recorder(name);
+    child.reset();
+    EXPECT_EQ(recorder.arguments(), arguments);
+  }
 }
 
 TEST(Kill, GetsSigtermAndThenSigkillWithoutGrace) {
-  const auto child = deaf_child();
-  const Faulty recorder("kill");
-  child->stop(0);
-  EXPECT_THAT(recorder.arguments(), ElementsAre(SIGTERM, SIGKILL));
+  EXPECT_THAT(calls_while_stopping("kill", 0), ElementsAre(SIGTERM, SIGKILL));
 }
 
 TEST(Kill, GetsOnlySigtermForAChildThatEnds) {

@@ -1,9 +1,9 @@
 # The child of those tests that need more control than a shell script gives. No sanitizer in it: it is not under test.
-# It starts twenty thousand times, so it has the language's library with it.
+# It starts twenty thousand times, so it has all its libraries with it.
 add_executable(process_counterpart process/counterpart.cpp)
 target_include_directories(process_counterpart PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 target_compile_options(process_counterpart PRIVATE -fno-sanitize=all)
-target_link_options(process_counterpart PRIVATE -fno-sanitize=all -static-libstdc++ -static-libgcc)
+target_link_options(process_counterpart PRIVATE -fno-sanitize=all -static)
 
 add_library(process_support STATIC process/children.cpp process/observe.cpp)
 program_of(counterpart process_counterpart)
@@ -17,12 +17,10 @@ function(process_test name)
 endfunction()
 
 process_test(process_start_tests process/start_test.cpp process/terminal_test.cpp process/descriptors_test.cpp
-  process/signals_test.cpp)
-process_test(process_send_tests process/send_test.cpp TOGETHER)
+  process/signals_test.cpp process/stop_test.cpp process/hosts_test.cpp process/hosts.cpp)
+process_test(process_read_tests process/read_line_test.cpp process/prefix_test.cpp process/send_test.cpp
+  process/limits_test.cpp process/cancel_test.cpp TOGETHER)
 process_test(process_send_eof_tests process/send_eof_test.cpp TIMEOUT 300)
-process_test(process_stop_tests process/stop_test.cpp process/hosts.cpp)
-process_test(process_read_tests process/read_line_test.cpp process/prefix_test.cpp TOGETHER)
-process_test(process_limits_tests process/limits_test.cpp TOGETHER)
 # With a sanitizer's memory a fork takes several times as long, and there are twenty thousand.
 set(end_of_output_time 400)
 if(TAVREN_SANITIZE)
@@ -30,8 +28,6 @@ if(TAVREN_SANITIZE)
 endif()
 process_test(process_end_of_output_tests process/end_of_output_test.cpp process/last_words_test.cpp
   $<TARGET_OBJECTS:early_ends> TIMEOUT ${end_of_output_time})
-process_test(process_cancel_tests process/cancel_test.cpp TOGETHER)
-process_test(process_host_tests process/hosts_test.cpp process/hosts.cpp)
 process_test(process_log_tests process/log_test.cpp process/log_file_test.cpp
   process/log_threads_test.cpp TOGETHER)
 process_test(process_fault_tests process/start_fault_test.cpp process/io_fault_test.cpp

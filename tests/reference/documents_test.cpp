@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <tavren.h>
 #include <tavren_rpc.h>
@@ -121,6 +122,25 @@ TEST(Documents, ShowBytesAsTheyTravel) {
   char bytes[] = {0x31, 0, static_cast<char>(0xff)};
   EXPECT_EQ(bytes_in(section("daemon-protocol.md", "### Bytes")),
             wire::encoded(xdr_tavren_bytes_t, {0, {sizeof bytes, bytes}}));
+}
+
+/* The protocol's description comes first: what it has, the documents tell of. */
+TEST(Documents, HaveEveryProcedure) {
+  static const std::regex procedure("TAVREN_RPC_([A-Z_]+)\\(.*\\) = ([0-9]+);");
+  const std::string description = read_file(DOCUMENTS "/tavrend.x");
+  const std::string table = section("daemon-protocol.md", "## What our daemon does");
+  const std::string groups = read_file(DOCUMENTS "/man/tavren_protocol.7");
+  int count = 0;
+  for (std::sregex_iterator one(description.begin(), description.end(), procedure), end; one != end; ++one) {
+    ++count;
+    if ((*one)[1] != "NULL") {
+      EXPECT_THAT(table, testing::HasSubstr("`" + (*one)[1].str() + "`"));
+    }
+    const int number = std::stoi((*one)[2]);
+    EXPECT_TRUE(number <= 8 || (number >= 21 && number <= 24) || (number >= 41 && number <= 48)) << number;
+  }
+  EXPECT_THAT(groups, testing::HasSubstr("0 to 8, 21 to 24 and 41 to 48"));
+  EXPECT_THAT(read_file(DOCUMENTS "/architecture.txt"), testing::HasSubstr("the " + std::to_string(count) + " calls"));
 }
 
 TEST(Documents, HaveEveryTunableWithItsDefault) {

@@ -10,10 +10,8 @@
 /* A directory of the test's own, removed with everything in it, also after a failure. */
 class TemporaryDirectory {
  public:
-  TemporaryDirectory() {
-    char name[] = "/tmp/tavren-test.XXXXXX";
-    if (mkdtemp(name) == nullptr) throw std::runtime_error("mkdtemp failed");
-    directory = name;
+  explicit TemporaryDirectory(const std::string& parent = "/tmp") : directory(parent + "/tavren-test.XXXXXX") {
+    if (mkdtemp(directory.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
   }
   ~TemporaryDirectory() {
     std::error_code ignored;

@@ -16,6 +16,12 @@ class TavrenCtl : public DaemonTest {
     return exit_status(environment + " " TAVREN_CTL " " + arguments + " >$LAB/out 2>$LAB/err");
   }
 
+  /* Returns what it prints when it succeeds; otherwise its exit status and what it says on the error output. */
+  static std::string shown_by(const std::string& arguments) {
+    const int status = ctl(arguments);
+    return status == 0 ? out() : std::to_string(status) + ": " + err();
+  }
+
   /* Returns its JSON as Python reads it, members by name, all of it ASCII. */
   static std::string json(const std::string& arguments) {
     static const char normalise[] =

@@ -55,12 +55,9 @@ TEST_F(CtlJson, SaysWhatIsNotConfigured) {
             "\n");
 }
 
-TEST_F(CtlJson, HasNoErrors) {
+TEST_F(CtlJson, HasEachErrorWithItsTimeAndMessages) {
   stores({});
   EXPECT_EQ(json("errors --json"), "[]\n");
-}
-
-TEST_F(CtlJson, HasEachErrorWithItsTimeAndMessages) {
   TavrenError first = error_at(86400, "/a");
   first.add_first_line(TAVREN_E_SSH_START, "h", "");
   stores({first, error_at(0, "/b")});
@@ -83,20 +80,9 @@ TEST_F(CtlJson, LeavesCharactersBeyondAsciiAsTheyAre) {
 }
 
 TEST_F(CtlJson, ReplacesBytesThatAreNoUtf8) {
-  const std::vector<std::string> replaced = {"\x80",
-                                             "\xff",
-                                             "\xc0\xaf",
-                                             "\xc1\x81",
-                                             "\xe0\x80\x80",
-                                             "\xed\xa0\x80",
-                                             "\xf0\x80\x80\x80",
-                                             "\xf4\x90\x80\x80",
-                                             "\xf5\x80\x80\x80",
-                                             "\xe2\x82",
-                                             "\xc3"};
-  std::string name = "/";
-  std::string expected = "/";
-  for (const std::string& bytes : replaced) {
+  std::string name = "/", expected = "/";
+  for (const std::string bytes : {"\x80", "\xff", "\xc0\xaf", "\xc1\x81", "\xe0\x80\x80", "\xed\xa0\x80",
+                                  "\xf0\x80\x80\x80", "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xe2\x82", "\xc3"}) {
     name += bytes + "z";
     for (size_t i = 0; i < bytes.size(); ++i) expected += "\\ufffd";
     expected += "z";

@@ -98,6 +98,13 @@ class ProgramOnATerminal {
     ASSERT_EQ(write(master, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
   }
 
+  /* Waits for the program's end, which must come by that signal and leave the terminal as it was. */
+  void expect_end_by(int signal_number) {
+    const int status = end();
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal_number) << status;
+    EXPECT_TRUE(has_its_old_settings()) << signal_number;
+  }
+
   /* Waits for the program's end. Returns its wait status. */
   int end() {
     int status = -1;

@@ -32,6 +32,11 @@ class Watch : public TavrenCtl, protected ProgramOnATerminal {
     run_on_a_terminal({TAVREN_CTL, "watch"}, columns, rows);
   }
 
+  void watch_until_drawn() {
+    watch_on_a_screen();
+    expect_shown("logs:");
+  }
+
   /* Returns the lines of the next whole screen. */
   std::vector<std::string> next_screen() {
     expect_shown(frame_start);
@@ -57,40 +62,22 @@ TEST_F(Watch, DrawsTheStatusAnewEachSecond) {
   expect_shown("4 waiting, 18 archived");
 }
 
-TEST_F(Watch, EndsWithTheKeyQ) {
-  watch_on_a_screen();
-  expect_shown("logs:");
-  type("xq");
-  const int status = end();
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-}
-
-TEST_F(Watch, TakesKeysAtOnceAndGivesTheTerminalBack) {
-  watch_on_a_screen();
-  expect_shown("logs:");
+TEST_F(Watch, TakesKeysAtOnceEndsWithTheKeyQAndGivesTheTerminalBack) {
+  watch_until_drawn();
   EXPECT_EQ(settings().c_lflag & static_cast<tcflag_t>(ICANON | ECHO), 0U);
-  type("q");
-  end();
+  type("xq");
+  EXPECT_EQ(end(), 0);
   EXPECT_TRUE(has_its_old_settings());
 }
 
-TEST_F(Watch, GivesTheTerminalBackWhenItIsInterrupted) {
-  watch_on_a_screen();
-  expect_shown("logs:");
+TEST_F(Watch, GivesTheTerminalBackWhenItIsInterruptedOrToEnd) {
+  watch_until_drawn();
   type("\x03");
-  const int status = end();
-  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
-  EXPECT_TRUE(has_its_old_settings());
-}
-
-TEST_F(Watch, GivesTheTerminalBackWhenItIsToEnd) {
+  expect_end_by(SIGINT);
   for (const int signal_number : {SIGTERM, SIGHUP, SIGQUIT}) {
-    watch_on_a_screen();
-    expect_shown("logs:");
+    watch_until_drawn();
     kill(program, signal_number);
-    const int status = end();
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal_number) << status;
-    EXPECT_TRUE(has_its_old_settings()) << signal_number;
+    expect_end_by(signal_number);
   }
 }
 
@@ -105,14 +92,12 @@ TEST_F(Watch, GivesTheTerminalBackWhileItIsStopped) {
   EXPECT_EQ(settings().c_lflag & static_cast<tcflag_t>(ICANON | ECHO), 0U);
   type("q");
   type("exit $?\n");
-  const int status = end();
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  EXPECT_EQ(end(), 0);
   EXPECT_TRUE(has_its_old_settings());
 }
 
 TEST_F(Watch, IsNotStoppedWhereNobodyCouldContinueIt) {
-  watch_on_a_screen();
-  expect_shown("logs:");
+  watch_until_drawn();
   type("\x1aq");
   int status = 0;
   ASSERT_EQ(waitpid(program, &status, WUNTRACED), program);
@@ -122,8 +107,7 @@ TEST_F(Watch, IsNotStoppedWhereNobodyCouldContinueIt) {
 
 /* A terminal that is cleared at once may keep what it showed. */
 TEST_F(Watch, NeverClearsTheWholeScreen) {
-  watch_on_a_screen();
-  expect_shown("logs:");
+  watch_until_drawn();
   while (shown.find("logs:") == std::string::npos && read_more()) {
   }
   EXPECT_EQ(shown.find("\x1b[H\x1b[J"), std::string::npos);
@@ -135,25 +119,19 @@ TEST_F(Watch, TakesAwayWhatALongerScreenHasLeft) {
   expect_shown("\x1b[J            5 waiting");
 }
 
-TEST_F(Watch, HasRoomOnANarrowAndLowScreen) {
+TEST_F(Watch, FitsANarrowALowAndAWideScreen) {
   watch_on_a_screen(40, 10);
-  const std::vector<std::string> lines = next_screen();
+  std::vector<std::string> lines = next_screen();
   ASSERT_EQ(lines.size(), 9U);
   EXPECT_THAT(lines[0], testing::EndsWith(", q ends"));
   EXPECT_EQ(lines[5], "audit:      512 of 1000 MB [#####-----]");
   EXPECT_EQ(lines[8], "            5 waiting, 6 archived");
-}
-
-TEST_F(Watch, CutsWhatDoesNotFit) {
   watch_on_a_screen(12, 3);
-  const std::vector<std::string> lines = next_screen();
+  lines = next_screen();
   ASSERT_EQ(lines.size(), 3U);
   EXPECT_EQ(lines[0].size(), 12U);
   EXPECT_EQ(lines[1], "Archiving:  ");
   EXPECT_EQ(lines[2], "Daemon:     ");
-}
-
-TEST_F(Watch, HasALongBarOnAWideScreen) {
   watch_on_a_screen(200, 24);
   EXPECT_EQ(next_screen()[5], "audit:      512 of 1000 MB [" + std::string(25, '#') + std::string(25, '-') + "]");
 }
@@ -174,8 +152,8 @@ TEST_F(Watch, CutsByCharactersAndDrawsNoneThatMoveTheCursor) {
 }
 
 TEST_F(Watch, WaitsForADaemonThatGoesAway) {
-  watch_on_a_screen();
-  expect_shown("logs:");
+  watch_until_drawn();
+
   stop(SIGKILL);
   expect_shown("tavren_ctl: Archiving API error: ");
   start();

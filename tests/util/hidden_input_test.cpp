@@ -107,6 +107,13 @@ class TerminalInput : public testing::Test {
 
   void wait_for_prompt() { ASSERT_EQ(read_until(output[0], ' '), "Password: "); }
 
+  /* Has a child read a hidden line. Returns what line() does. */
+  std::string read_hidden(int hide = 1) {
+    start_and_wait(hide);
+    type("secret\n");
+    return line();
+  }
+
   /* Types that and waits until the terminal has it. */
   void type_ahead(const std::string& text) {
     write_all(master, text);
@@ -179,11 +186,18 @@ TEST_F(TerminalInput, HiddenHasNoEchoAndNothingElseChangedWhileTheLineIsRead) {
   line();
 }
 
-TEST_F(TerminalInput, HiddenIsReadAndNotShownForAnyTrueValue) {
-  start_and_wait(2);
-  type("secret\n");
-  EXPECT_EQ(line(), "6 secret;");
+TEST_F(TerminalInput, HiddenIsNotShownAndTheTerminalIsFlushedOnceAndRestored) {
+  EXPECT_EQ(read_hidden(1), "6 secret;");
+  EXPECT_EQ(changes_of_the_terminal(), "flush now ;");
+  EXPECT_TRUE(same(attributes(), initial));
+}
+
+TEST_F(TerminalInput, HiddenIsNotShownForAnyTrueValueAndTheTerminalIsRestored) {
+  EXPECT_EQ(read_hidden(2), "6 secret;");
+  EXPECT_EQ(changes_of_the_terminal(), "flush now ;");
   EXPECT_EQ(shown(), "|");
+  EXPECT_EQ(rest_of_output(), "\n|");
+  EXPECT_TRUE(same(attributes(), initial));
 }
 
 TEST_F(TerminalInput, HiddenIsNotShownWhenASignalComesWhileTheEchoIsTurnedOff) {
@@ -195,32 +209,11 @@ TEST_F(TerminalInput, HiddenIsNotShownWhenASignalComesWhileTheEchoIsTurnedOff) {
   EXPECT_EQ(shown(), "|");
 }
 
-TEST_F(TerminalInput, HiddenIsFollowedByANewline) {
-  start_and_wait(1);
-  type("secret\n");
-  line();
-  EXPECT_EQ(rest_of_output(), "\n|");
-}
-
-TEST_F(TerminalInput, HiddenRestoresTheTerminal) {
-  start_and_wait(1);
-  type("secret\n");
-  line();
-  EXPECT_TRUE(same(attributes(), initial));
-}
-
 TEST_F(TerminalInput, HiddenRestoresTheTerminalAtTheEndOfTheInput) {
   start_and_wait(1);
   type({static_cast<char>(initial.c_cc[VEOF])});
   EXPECT_EQ(line(), "0 ;");
   EXPECT_TRUE(same(attributes(), initial));
-}
-
-TEST_F(TerminalInput, HiddenFlushesTheTerminalOnceAndRestoresItAtOnce) {
-  start_and_wait(1);
-  type("secret\n");
-  line();
-  EXPECT_EQ(changes_of_the_terminal(), "flush now ;");
 }
 
 TEST_F(TerminalInput, HiddenRestoresTheTerminalBehindItsNewline) {
@@ -239,17 +232,13 @@ TEST_F(TerminalInput, HiddenLeavesATerminalWithoutEchoAsItIs) {
   termios without_echo = initial;
   without_echo.c_lflag &= ~static_cast<tcflag_t>(ECHO);
   tcsetattr(slave, TCSANOW, &without_echo);
-  start_and_wait(1);
-  type("secret\n");
-  line();
+  read_hidden();
   EXPECT_TRUE(same(attributes(), without_echo));
 }
 
 TEST_F(TerminalInput, HiddenDiscardsWhatWasTypedBeforeThePrompt) {
   type_ahead("typed too early\n");
-  start_and_wait(1);
-  type("secret\n");
-  EXPECT_EQ(line(), "6 secret;");
+  EXPECT_EQ(read_hidden(), "6 secret;");
 }
 
 TEST_F(TerminalInput, HiddenKeepsWhatIsTypedBehindItsLine) {
@@ -265,12 +254,13 @@ TEST_F(TerminalInput, VisibleKeepsWhatWasTypedBeforeThePrompt) {
   EXPECT_EQ(line(), "5 early;");
 }
 
-TEST_F(TerminalInput, VisibleLeavesTheTerminalAlone) {
+TEST_F(TerminalInput, VisibleLeavesTheTerminalAloneAndIsFollowedByNoNewline) {
   start_and_wait(0);
   EXPECT_TRUE(same(attributes(), initial));
   type("name\n");
   EXPECT_EQ(line(), "4 name;");
   EXPECT_EQ(shown(), "name\r\n|");
+  EXPECT_EQ(rest_of_output(), "|");
 }
 
 TEST_F(TerminalInput, AnswerToAQuestionIsShown) {
@@ -278,13 +268,6 @@ TEST_F(TerminalInput, AnswerToAQuestionIsShown) {
   type("yes\n");
   EXPECT_EQ(line(), "1;");
   EXPECT_EQ(shown(), "yes\r\n|");
-}
-
-TEST_F(TerminalInput, VisibleIsFollowedByNoNewline) {
-  start_and_wait(0);
-  type("name\n");
-  line();
-  EXPECT_EQ(rest_of_output(), "|");
 }
 
 }  // namespace

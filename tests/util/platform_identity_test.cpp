@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <tuple>
 
 #include "hodra.h"
 #include "support/run_in_child.h"
@@ -80,9 +81,19 @@ std::string sp_number() {
 std::string max_regular_domains() { return std::to_string(tavren_get_max_regular_domains()); }
 std::string max_cmus() { return std::to_string(tavren_get_max_cmus()); }
 
+using Show = std::string (*)();
+
 /* Returns what show returns in a process that has read nothing so far. */
 std::string fresh(const std::function<std::string()>& show) {
   return run_in_child([&] { fputs(show().c_str(), stdout); }).out;
+}
+
+/* The same of two calls, with the operations that they have made behind them. */
+std::string twice(Show show) {
+  return fresh([show] {
+    const std::string first = show();
+    return first + ", " + show() + ", " + calls;
+  });
 }
 
 class PlatformIdentity : public testing::Test {
@@ -98,49 +109,17 @@ class PlatformIdentity : public testing::Test {
   static void name_chassis(const std::string& text) { records["setup_system_id_info"] = record(1024, 40, text); }
 };
 
-TEST_F(PlatformIdentity, ChassisIdIsTheTextInItsRecord) { EXPECT_EQ(fresh(chassis_id), "0 CHASSIS-7 none"); }
-
-TEST_F(PlatformIdentity, ChassisIdOfTwentyCharactersIsCutToSixteen) {
+TEST_F(PlatformIdentity, ChassisIdIsCutToSixteenCharacters) {
   name_chassis(with_nul("ABCDEFGHIJKLMNOPQRST"));
   EXPECT_EQ(fresh(chassis_id), "0 ABCDEFGHIJKLMNOP none");
-}
-
-TEST_F(PlatformIdentity, ChassisIdWithoutItsNulIsCutToSixteen) {
-  name_chassis("A");
+  name_chassis("A"); /* without its NUL */
   EXPECT_EQ(fresh(chassis_id), "0 A" + std::string(15, 'x') + " none");
 }
 
-TEST_F(PlatformIdentity, EmptyChassisIdIsNone) {
+TEST_F(PlatformIdentity, ChassisIdIsReadFromItsRecordAndOnceAlsoWhenItIsEmpty) {
+  EXPECT_EQ(twice(chassis_id), std::string("0 CHASSIS-7 none, 0 CHASSIS-7 none, ") + whole_reading);
   name_chassis(with_nul(""));
-  EXPECT_EQ(fresh(chassis_id), "0 none none");
-}
-
-TEST_F(PlatformIdentity, ChassisIdIsReadFromItsRecordAndOnce) {
-  EXPECT_EQ(fresh([] {
-              chassis_id();
-              chassis_id();
-              return calls;
-            }),
-            whole_reading);
-}
-
-TEST_F(PlatformIdentity, EmptyChassisIdIsReadOnce) {
-  name_chassis(with_nul(""));
-  EXPECT_EQ(fresh([] {
-              chassis_id();
-              chassis_id();
-              return calls;
-            }),
-            whole_reading);
-}
-
-TEST_F(PlatformIdentity, ChassisIdStaysWhenTheRecordChanges) {
-  EXPECT_EQ(fresh([] {
-              chassis_id();
-              name_chassis(with_nul("OTHER"));
-              return chassis_id();
-            }),
-            "0 CHASSIS-7 none");
+  EXPECT_EQ(twice(chassis_id), std::string("0 none none, 0 none none, ") + whole_reading);
 }
 
 TEST_F(PlatformIdentity, ResultOfTheClosingIsIgnored) {
@@ -148,31 +127,17 @@ TEST_F(PlatformIdentity, ResultOfTheClosingIsIgnored) {
   EXPECT_EQ(fresh(chassis_id), "0 CHASSIS-7 none");
 }
 
-TEST_F(PlatformIdentity, SpNumberIsTheUnsignedByteInItsRecord) { EXPECT_EQ(fresh(sp_number), "0 254 none"); }
-
-TEST_F(PlatformIdentity, SpNumberIsReadFromItsRecordAndOnce) {
-  EXPECT_EQ(fresh([] {
-              sp_number();
-              return calls + sp_number();
-            }),
-            "open_conf_db 3; hodra_lock 3; hodra_get 3 local_kvf_info 0; hodra_unlock 3; close_conf_db 3; 0 254 none");
-}
-
-TEST_F(PlatformIdentity, SpNumberZeroIsReadOnce) {
+/* It is an unsigned byte. */
+TEST_F(PlatformIdentity, SpNumberIsReadFromItsRecordAndOnceAlsoWhenItIsZero) {
+  const std::string reading =
+      "open_conf_db 3; hodra_lock 3; hodra_get 3 local_kvf_info 0; hodra_unlock 3; close_conf_db 3; ";
+  EXPECT_EQ(twice(sp_number), "0 254 none, 0 254 none, " + reading);
   records["local_kvf_info"] = record(280, 20, with_nul(""));
-  EXPECT_EQ(fresh([] {
-              sp_number();
-              calls.clear();
-              return sp_number() + calls;
-            }),
-            "0 0 none");
+  EXPECT_EQ(twice(sp_number), "0 0 none, 0 0 none, " + reading);
 }
 
-TEST_F(PlatformIdentity, MaxRegularDomainsIsAnIntegerInTheMachinesByteOrder) {
+TEST_F(PlatformIdentity, LimitsAreIntegersInTheMachinesByteOrder) {
   EXPECT_EQ(fresh(max_regular_domains), std::to_string(native_value));
-}
-
-TEST_F(PlatformIdentity, MaxCmusIsAnIntegerInTheMachinesByteOrder) {
   records["gen_system_info"] = record(1408, 0, native_integer());
   EXPECT_EQ(fresh(max_cmus), std::to_string(native_value));
 }
@@ -187,91 +152,45 @@ TEST_F(PlatformIdentity, LimitsAreReadFromTheirRecordOnceEach) {
             reading + reading);
 }
 
-TEST_F(PlatformIdentity, LimitsWithoutADatabaseAreTheirFallbacks) {
-  results["open_conf_db"] = ENODEV;
-  EXPECT_EQ(fresh([] { return max_regular_domains() + " " + max_cmus(); }), "24 16");
-}
-
-TEST_F(PlatformIdentity, MaxRegularDomainsIsReadWhenTheDatabaseIsBack) {
-  EXPECT_EQ(fresh([] {
-              results["open_conf_db"] = ENODEV;
-              const std::string before = max_regular_domains();
-              results.clear();
-              return before + " " + max_regular_domains();
-            }),
-            "24 " + std::to_string(native_value));
-}
-
-TEST_F(PlatformIdentity, MaxCmusIsReadWhenTheDatabaseIsBack) {
-  EXPECT_EQ(fresh([] {
-              results["open_conf_db"] = ENODEV;
-              const std::string before = max_cmus();
-              results.clear();
-              return before + " " + max_cmus();
-            }),
-            "16 0");
-}
-
-TEST_F(PlatformIdentity, ChassisIdIsReadWhenTheDatabaseIsBack) {
-  EXPECT_EQ(fresh([] {
-              results["hodra_get"] = ENOENT;
-              chassis_id();
-              results.clear();
-              return chassis_id();
-            }),
-            "0 CHASSIS-7 none");
-}
-
-TEST_F(PlatformIdentity, SpNumberIsReadWhenTheDatabaseIsBack) {
-  EXPECT_EQ(fresh([] {
-              results["hodra_get"] = ENOENT;
-              sp_number();
-              results.clear();
-              return sp_number();
-            }),
-            "0 254 none");
+TEST_F(PlatformIdentity, IsReadWhenTheDatabaseIsBack) {
+  const std::string regular_domains = std::to_string(native_value);
+  for (const auto& [show, failing, before, afterwards] :
+       {std::tuple<Show, const char*, const char*, std::string>{chassis_id, "hodra_get", "77 untouched hodra_get",
+                                                                "0 CHASSIS-7 none"},
+        {sp_number, "hodra_get", "77 -7 hodra_get", "0 254 none"},
+        {max_regular_domains, "open_conf_db", "24", regular_domains},
+        {max_cmus, "open_conf_db", "16", "0"}}) {
+    results[failing] = 77;
+    const Show shown = show;
+    EXPECT_EQ(fresh([shown] {
+                const std::string while_it_fails = shown();
+                results.clear();
+                return while_it_fails + ", " + shown();
+              }),
+              before + (", " + afterwards));
+    results.clear();
+  }
 }
 
 /* A limit of -1 is the one that cannot be told from none. */
-class PlatformLimitOfMinusOne : public PlatformIdentity {
- protected:
-  PlatformLimitOfMinusOne() { records["gen_system_info"] = std::string(1408, '\xff'); }
+TEST_F(PlatformIdentity, LimitOfMinusOneIsReadAgain) {
+  records["gen_system_info"] = std::string(1408, '\xff');
+  const std::string reading =
+      "open_conf_db 0; hodra_lock 0; hodra_get 0 gen_system_info 0; hodra_unlock 0; close_conf_db 0; ";
+  for (const Show show : {max_regular_domains, max_cmus}) EXPECT_EQ(twice(show), "-1, -1, " + reading + reading);
+}
 
-  /* Returns what two queries show, and how many readings they took. */
-  static std::string twice(const std::function<std::string()>& show) {
-    return fresh([&] {
-      const std::string shown = show() + " " + show();
-      size_t readings = 0;
-      for (size_t p = 0; (p = calls.find("hodra_get", p)) != std::string::npos; ++p) ++readings;
-      return shown + ", " + std::to_string(readings) + " readings";
-    });
+TEST_F(PlatformIdentity, OfAShorterRecordIsAFailedAssertion) {
+  for (const auto& [show, name, type] :
+       {std::tuple<Show, const char*, std::string>{chassis_id, "setup_system_id_info", "setup_system_id_info_t"},
+        {sp_number, "local_kvf_info", "local_kvf_info_t"},
+        {max_regular_domains, "gen_system_info", "gen_system_info_t"},
+        {max_cmus, "gen_system_info", "gen_system_info_t"}}) {
+    const std::string whole = records[name];
+    records[name].pop_back();
+    expect_assertion("tavren_basic", "len >= sizeof (" + type + ")", show);
+    records[name] = whole;
   }
-};
-
-TEST_F(PlatformLimitOfMinusOne, IsReadAgainAsMaxRegularDomains) {
-  EXPECT_EQ(twice(max_regular_domains), "-1 -1, 2 readings");
-}
-
-TEST_F(PlatformLimitOfMinusOne, IsReadAgainAsMaxCmus) { EXPECT_EQ(twice(max_cmus), "-1 -1, 2 readings"); }
-
-TEST_F(PlatformIdentity, AShorterChassisRecordIsAFailedAssertion) {
-  records["setup_system_id_info"].resize(1023);
-  expect_assertion("tavren_basic", "len >= sizeof (setup_system_id_info_t)", [] { chassis_id(); });
-}
-
-TEST_F(PlatformIdentity, AShorterProcessorRecordIsAFailedAssertion) {
-  records["local_kvf_info"].resize(279);
-  expect_assertion("tavren_basic", "len >= sizeof (local_kvf_info_t)", [] { sp_number(); });
-}
-
-TEST_F(PlatformIdentity, AShorterRecordOfTheDomainLimitIsAFailedAssertion) {
-  records["gen_system_info"].resize(1407);
-  expect_assertion("tavren_basic", "len >= sizeof (gen_system_info_t)", [] { max_regular_domains(); });
-}
-
-TEST_F(PlatformIdentity, AShorterRecordOfTheUnitLimitIsAFailedAssertion) {
-  records["gen_system_info"].resize(1407);
-  expect_assertion("tavren_basic", "len >= sizeof (gen_system_info_t)", [] { max_cmus(); });
 }
 
 TEST_F(PlatformIdentity, ALongerRecordIsRead) {
@@ -295,43 +214,24 @@ TEST_F(PlatformIdentity, EveryRecordIsReleased) {
             "0");
 }
 
-/* Makes the named step of the reading fail. */
-class PlatformIdentityFailure : public PlatformIdentity, public testing::WithParamInterface<const char*> {
- protected:
-  PlatformIdentityFailure() { results[GetParam()] = 77; }
-};
-
-TEST_P(PlatformIdentityFailure, OfAStepIsReportedByTheChassisId) {
-  EXPECT_EQ(fresh(chassis_id), std::string("77 untouched ") + GetParam());
+TEST_F(PlatformIdentity, FailureOfAStepIsReportedButHiddenByTheLimits) {
+  for (const std::string step : {"open_conf_db", "hodra_lock", "hodra_get", "hodra_unlock"}) {
+    results = {{step, 77}};
+    EXPECT_EQ(fresh(chassis_id), "77 untouched " + step);
+    EXPECT_EQ(fresh(sp_number), "77 -7 " + step);
+    EXPECT_EQ(fresh([] { return max_regular_domains() + " " + max_cmus(); }), "24 16") << step;
+  }
 }
 
-TEST_P(PlatformIdentityFailure, OfAStepIsReportedByTheSpNumber) {
-  EXPECT_EQ(fresh(sp_number), std::string("77 -7 ") + GetParam());
-}
-
-TEST_P(PlatformIdentityFailure, OfAStepIsHiddenByTheLimits) {
-  EXPECT_EQ(fresh([] { return max_regular_domains() + " " + max_cmus(); }), "24 16");
-}
-
-INSTANTIATE_TEST_SUITE_P(Steps, PlatformIdentityFailure,
-                         testing::Values("open_conf_db", "hodra_lock", "hodra_get", "hodra_unlock"));
-
-TEST_F(PlatformIdentity, AFailedOpeningIsFollowedByNothing) {
-  results["open_conf_db"] = 1;
-  chassis_id();
-  EXPECT_EQ(calls, "open_conf_db 1; ");
-}
-
-TEST_F(PlatformIdentity, AFailedLockIsFollowedByTheClosing) {
-  results["hodra_lock"] = 1;
-  chassis_id();
-  EXPECT_EQ(calls, "open_conf_db 1; hodra_lock 1; close_conf_db 1; ");
-}
-
-TEST_F(PlatformIdentity, AFailedReadingIsFollowedByUnlockingAndClosing) {
-  results["hodra_get"] = 1;
-  chassis_id();
-  EXPECT_EQ(calls, whole_reading);
+TEST_F(PlatformIdentity, FailureOfAStepIsFollowedByUnlockingAndClosingWhatWasOpened) {
+  for (const auto& [step, made] : {std::pair{"open_conf_db", "open_conf_db 1; "},
+                                   {"hodra_lock", "open_conf_db 1; hodra_lock 1; close_conf_db 1; "},
+                                   {"hodra_get", whole_reading}}) {
+    calls.clear();
+    results = {{step, 1}};
+    chassis_id();
+    EXPECT_EQ(calls, made);
+  }
 }
 
 TEST_F(PlatformIdentity, AFailedUnlockingIsFollowedByTheClosingAndReleasesTheRecord) {

@@ -27,6 +27,18 @@ inline std::string set_up(const std::string& name = "prog") {
 
 inline constexpr char success[] = "0 untouched";
 
+/* Returns the directory's path, "NULL" for none. */
+inline std::string name_of_directory() {
+  const char* const name = tavren_get_tmp_dir();
+  return name == nullptr ? "NULL" : name;
+}
+
+/* Sets it up and returns its path behind what set_up returns. */
+inline std::string set_up_and_name(const std::string& name = "prog") {
+  const std::string result = set_up(name);
+  return result + " " + name_of_directory();
+}
+
 /* Returns the descriptors of this process that lead to path. */
 inline std::set<int> descriptors_of(const std::string& path) {
   std::set<int> found;
@@ -39,15 +51,21 @@ inline std::set<int> descriptors_of(const std::string& path) {
   return found;
 }
 
+inline std::string count_of_descriptors(const std::string& path) { return std::to_string(descriptors_of(path).size()); }
+
+/* Returns what action, in an instance of the program at that home, returns. */
+inline std::string in_instance_at(const std::string& home, const std::function<std::string()>& action) {
+  const auto show = [&] {
+    setenv("TAVREN_HOME", home.c_str(), 1);
+    fputs(action().c_str(), stdout);
+  };
+  return run_in_child(show).out;
+}
+
 class PrivateDirectory : public testing::Test {
  protected:
-  /* Returns what action, in an instance of the program, returns. */
   std::string in_instance(const std::function<std::string()>& action) const {
-    return run_in_child([&] {
-             setenv("TAVREN_HOME", home.path().c_str(), 1);
-             fputs(action().c_str(), stdout);
-           })
-        .out;
+    return in_instance_at(home.path(), action);
   }
 
   /* Leaves the directory of an earlier instance behind, with nothing but the lock in it. */

@@ -55,49 +55,29 @@ class SecondInstance : public PrivateDirectory {
       return action();
     });
   }
+
+  /* The same behind the set-up that is refused. */
+  std::string after_its_refusal(const std::function<std::string()>& action) const {
+    return in_second_instance([&] {
+      set_up();
+      return action();
+    });
+  }
 };
 
-TEST_F(SecondInstance, IsRefusedByItsProgramsName) {
-  EXPECT_EQ(in_second_instance([] {
+TEST_F(SecondInstance, IsRefusedByItsProgramsNameAndLeavesTheFirstOneAlone) {
+  EXPECT_EQ(in_second_instance([this] {
               tavren_set_program_name("/usr/bin/second");
-              return set_up();
+              umask(027);
+              const std::string refusal = set_up_and_name();
+              return refusal + " " + count_of_descriptors(lock) + " " + std::to_string(umask(0));
             }),
-            "-1 An instance of second is already running.");
-}
-
-TEST_F(SecondInstance, LeavesTheFirstOnesFilesAlone) {
-  in_second_instance([] { return set_up(); });
+            "-1 An instance of second is already running. NULL 1 23");
   EXPECT_EQ(entries(), Names({".lock", "in_use"}));
 }
 
-TEST_F(SecondInstance, KeepsTheLockFileOpen) {
-  EXPECT_EQ(in_second_instance([&] {
-              set_up();
-              return std::to_string(descriptors_of(lock).size());
-            }),
-            "1");
-}
-
-TEST_F(SecondInstance, HasNoDirectory) {
-  EXPECT_EQ(in_second_instance([&] {
-              set_up();
-              return tavren_get_tmp_dir() == nullptr ? "NULL" : "not NULL";
-            }),
-            "NULL");
-}
-
-TEST_F(SecondInstance, HasItsUmaskBack) {
-  EXPECT_EQ(in_second_instance([] {
-              umask(027);
-              set_up();
-              return std::to_string(umask(0));
-            }),
-            "23");
-}
-
 TEST_F(SecondInstance, CleansUpNothing) {
-  in_second_instance([] {
-    set_up();
+  after_its_refusal([] {
     tavren_cleanup_tmp_dir();
     return "";
   });
@@ -105,10 +85,7 @@ TEST_F(SecondInstance, CleansUpNothing) {
 }
 
 TEST_F(SecondInstance, DoesNotBreakTheFirstOnesLock) {
-  EXPECT_EQ(in_second_instance([] {
-              set_up();
-              return run_in_child([] { fputs(set_up().c_str(), stdout); }).out;
-            }),
+  EXPECT_EQ(after_its_refusal([] { return run_in_child([] { fputs(set_up().c_str(), stdout); }).out; }),
             "-1 An instance of error is already running.");
 }
 
@@ -125,42 +102,17 @@ TEST_F(SecondInstance, IsWelcomeOnceTheFirstHasDiedWithoutCleaningUp) {
 
 class CleanUp : public PrivateDirectory {};
 
-TEST_F(CleanUp, RemovesTheDirectoryWithItsFiles) {
-  in_instance([&] {
-    set_up();
-    write_file(directory + "/file", "x");
-    tavren_cleanup_tmp_dir();
-    return "";
-  });
-  EXPECT_FALSE(std::filesystem::exists(directory));
-}
-
-TEST_F(CleanUp, ForgetsTheDirectory) {
-  EXPECT_EQ(in_instance([] {
+TEST_F(CleanUp, LeavesNothingAndAllowsANewSetUp) {
+  EXPECT_EQ(in_instance([this] {
               set_up();
+              write_file(directory + "/file", "x");
               tavren_cleanup_tmp_dir();
-              return tavren_get_tmp_dir() == nullptr ? "NULL" : "not NULL";
+              std::string seen = std::filesystem::exists(directory) ? "there " : "gone ";
+              seen += name_of_directory() + " " + count_of_descriptors(lock) + " " +
+                      count_of_descriptors(lock + " (deleted)") + " ";
+              return seen + set_up_and_name();
             }),
-            "NULL");
-}
-
-TEST_F(CleanUp, ClosesTheLock) {
-  EXPECT_EQ(in_instance([&] {
-              set_up();
-              tavren_cleanup_tmp_dir();
-              return std::to_string(descriptors_of(lock).size() + descriptors_of(lock + " (deleted)").size());
-            }),
-            "0");
-}
-
-TEST_F(CleanUp, AllowsANewSetUp) {
-  EXPECT_EQ(in_instance([] {
-              set_up();
-              tavren_cleanup_tmp_dir();
-              const std::string result = set_up();
-              return result + ", " + tavren_get_tmp_dir();
-            }),
-            std::string(success) + ", " + directory);
+            "gone NULL 0 0 " + (success + (" " + directory)));
 }
 
 TEST_F(CleanUp, WithoutASetUpDoesNothing) {

@@ -9,6 +9,8 @@
 #include <stdlib.h>
 
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "support/run_in_child.h"
@@ -16,67 +18,57 @@
 
 namespace {
 
-struct Number {
-  std::string text;
-  int value;
-};
-
-class NumberText : public testing::TestWithParam<Number> {};
-
-TEST_P(NumberText, IsRead) {
-  int value = 12345;
-  EXPECT_EQ(tavren_cstring_to_int(GetParam().text.c_str(), &value), 0);
-  EXPECT_EQ(value, GetParam().value);
+TEST(NumberText, IsReadAndCutToItsRange) {
+  const std::pair<const char*, int> numbers[] = {{"42", 42},
+                                                 {" 42 ", 42},
+                                                 {"-7", -7},
+                                                 {"+7", 7},
+                                                 {"0x1f", 31},
+                                                 {"0X1F", 31},
+                                                 {"-0x10", -16},
+                                                 {"010", 8},
+                                                 {"0", 0},
+                                                 {"-0", 0},
+                                                 {"\t\n 5 \r\v\f", 5},
+                                                 {"2147483647", INT_MAX},
+                                                 {"-2147483648", INT_MIN},
+                                                 /* Also where a long could hold the number. */
+                                                 {"2147483648", INT_MAX},
+                                                 {"-2147483649", INT_MIN},
+                                                 {"0x100000000", INT_MAX},
+                                                 {"9223372036854775808", INT_MAX},
+                                                 {"99999999999999999999", INT_MAX},
+                                                 {"-99999999999999999999", INT_MIN}};
+  for (const auto& [text, number] : numbers) {
+    int value = 12345;
+    EXPECT_EQ(tavren_cstring_to_int(text, &value), 0) << text;
+    EXPECT_EQ(value, number) << text;
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, NumberText,
-                         testing::Values(Number{"42", 42}, Number{" 42 ", 42}, Number{"-7", -7}, Number{"+7", 7},
-                                         Number{"0x1f", 31}, Number{"0X1F", 31}, Number{"-0x10", -16}, Number{"010", 8},
-                                         Number{"0", 0}, Number{"-0", 0}, Number{"\t\n 5 \r\v\f", 5},
-                                         Number{"2147483647", INT_MAX}, Number{"-2147483648", INT_MIN}));
-
-/* Also where a long could hold the number. */
-INSTANTIATE_TEST_SUITE_P(BeyondTheRange, NumberText,
-                         testing::Values(Number{"2147483648", INT_MAX}, Number{"-2147483649", INT_MIN},
-                                         Number{"0x100000000", INT_MAX}, Number{"9223372036854775808", INT_MAX},
-                                         Number{"99999999999999999999", INT_MAX},
-                                         Number{"-99999999999999999999", INT_MIN}));
-
-class NoNumberText : public testing::TestWithParam<std::string> {};
-
-TEST_P(NoNumberText, IsRefusedAndStoresNothing) {
-  int value = 12345;
-  EXPECT_EQ(tavren_cstring_to_int(GetParam().c_str(), &value), -1);
-  EXPECT_EQ(value, 12345);
-}
-
-INSTANTIATE_TEST_SUITE_P(Each, NoNumberText,
-                         testing::Values("", " ", "abc", "12abc", "1 2", "0x", "08", "-", "1.5", "- 1", "5\xa0"));
-
-struct Split {
-  int count;
-  std::vector<std::string> fields;
-};
-
-Split split(std::string text, int separator) {
-  char** fields = nullptr;
-  const int count = tavren_split_fields(text.data(), separator, &fields);
-  Split result{count, std::vector<std::string>(fields, fields + count)};
-  free(fields);
-  return result;
+TEST(NumberText, ThatIsNoneIsRefusedAndStoresNothing) {
+  for (const char* text : {"", " ", "abc", "12abc", "1 2", "0x", "08", "-", "1.5", "- 1", "5\xa0"}) {
+    int value = 12345;
+    EXPECT_EQ(tavren_cstring_to_int(text, &value), -1) << text;
+    EXPECT_EQ(value, 12345) << text;
+  }
 }
 
 using Fields = std::vector<std::string>;
 
-TEST(SplitFields, KeepsEmptyFields) {
-  const Split result = split("a,,b,", ',');
-  EXPECT_EQ(result.count, 4);
-  EXPECT_EQ(result.fields, Fields({"a", "", "b", ""}));
+Fields split(std::string text, int separator) {
+  char** fields = nullptr;
+  const int count = tavren_split_fields(text.data(), separator, &fields);
+  const Fields result(fields, fields + count);
+  free(fields);
+  return result;
 }
 
-TEST(SplitFields, OfATextWithoutSeparatorsIsTheText) { EXPECT_EQ(split("abc", ',').fields, Fields({"abc"})); }
-
-TEST(SplitFields, OfASeparatorAloneIsTwoEmptyFields) { EXPECT_EQ(split(",", ',').fields, Fields({"", ""})); }
+TEST(SplitFields, KeepsEmptyFields) {
+  EXPECT_EQ(split("a,,b,", ','), Fields({"a", "", "b", ""}));
+  EXPECT_EQ(split("abc", ','), Fields({"abc"}));
+  EXPECT_EQ(split(",", ','), Fields({"", ""}));
+}
 
 TEST(SplitFields, OfTheEmptyTextIsNull) {
   char nothing[] = "";
@@ -87,34 +79,30 @@ TEST(SplitFields, OfTheEmptyTextIsNull) {
 }
 
 TEST(SplitFields, TakesTheLow8BitsOfTheSeparator) {
-  EXPECT_EQ(split("a,b", 0x1200 + ',').fields, Fields({"a", "b"}));
-  EXPECT_EQ(split("a\xffz", -1).fields, Fields({"a", "z"}));
+  EXPECT_EQ(split("a,b", 0x1200 + ','), Fields({"a", "b"}));
+  EXPECT_EQ(split("a\xffz", -1), Fields({"a", "z"}));
+  EXPECT_EQ(split("a,b", 0x100), Fields({"a,b"})); /* not at the text's end */
 }
 
-TEST(SplitFields, DoesNotSplitAtTheTextsEnd) { EXPECT_EQ(split("a,b", 0x100).fields, Fields({"a,b"})); }
-
-TEST(SplitFields, LeavesItsArgumentAlone) {
-  char text[] = "a,b";
-  char** fields = nullptr;
-  tavren_split_fields(text, ',', &fields);
-  EXPECT_STREQ(text, "a,b");
-  free(fields);
-}
-
-TEST(SplitFields, KeepsPointersAndTextInOneAllocation) {
+TEST(SplitFields, KeepsPointersAndTextInOneAllocationOfItsOwn) {
   char text[] = "ab,c";
   char** fields = nullptr;
   ASSERT_EQ(tavren_split_fields(text, ',', &fields), 2);
   EXPECT_EQ(static_cast<void*>(fields[0]), static_cast<void*>(fields + 2));
   EXPECT_EQ(fields[1], fields[0] + 3);
+  EXPECT_STREQ(text, "ab,c");
   free(fields);
 }
 
-TEST(ParseSpaceLimit, KnowsUnlimitedInAnyLetterCase) {
-  for (const char* text : {"unlimited", "UNLIMITED", "uNlImItEd"}) {
-    int megabytes = 0;
-    EXPECT_EQ(tavren_parse_space_limit(text, &megabytes), 0) << text;
-    EXPECT_EQ(megabytes, -1) << text;
+TEST(ParseSpaceLimit, TakesNumbersAndUnlimitedInAnyLetterCaseAndStoresNothingElse) {
+  const std::tuple<const char*, int, int> limits[] = {
+      {"unlimited", 0, -1},    {"UNLIMITED", 0, -1}, {"uNlImItEd", 0, -1},      {"100", 0, 100},
+      {" 0x10 ", 0, 16},       {"", -1, 12345},      {"unlimited ", -1, 12345}, {" unlimited", -1, 12345},
+      {"unlimite", -1, 12345}, {"100 MB", -1, 12345}};
+  for (const auto& [text, result, stored] : limits) {
+    int megabytes = 12345;
+    EXPECT_EQ(tavren_parse_space_limit(text, &megabytes), result) << text;
+    EXPECT_EQ(megabytes, stored) << text;
   }
 }
 
@@ -132,22 +120,6 @@ TEST(ParseSpaceLimit, KnowsUnlimitedInATurkishLocale) {
     printf("%d %d", result, megabytes);
   });
   EXPECT_EQ(outcome.out, "0 -1");
-}
-
-TEST(ParseSpaceLimit, ReadsNumbers) {
-  int megabytes = 0;
-  EXPECT_EQ(tavren_parse_space_limit("100", &megabytes), 0);
-  EXPECT_EQ(megabytes, 100);
-  EXPECT_EQ(tavren_parse_space_limit(" 0x10 ", &megabytes), 0);
-  EXPECT_EQ(megabytes, 16);
-}
-
-TEST(ParseSpaceLimit, RefusesAnythingElseAndStoresNothing) {
-  for (const char* text : {"", "unlimited ", " unlimited", "unlimite", "100 MB"}) {
-    int megabytes = 12345;
-    EXPECT_EQ(tavren_parse_space_limit(text, &megabytes), -1) << text;
-    EXPECT_EQ(megabytes, 12345) << text;
-  }
 }
 
 }  // namespace

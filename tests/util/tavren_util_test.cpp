@@ -12,19 +12,10 @@ TEST(IntToString, IsTheDecimalText) {
   EXPECT_EQ(tavren_int_to_string(INT_MIN), "-2147483648");
 }
 
-TEST(PadEnd, FillsWithBlanksUpToTheWidth) {
+TEST(PadEnd, FillsWithBlanksUpToTheWidthAndLeavesLongerTexts) {
   EXPECT_EQ(tavren_pad_end("ab", 5), "ab   ");
   EXPECT_EQ(tavren_pad_end("", 2), "  ");
-}
-
-TEST(PadEnd, LeavesATextThatIsAsLongOrLonger) {
-  EXPECT_EQ(tavren_pad_end("abc", 3), "abc");
-  EXPECT_EQ(tavren_pad_end("abc", 2), "abc");
-}
-
-TEST(PadEnd, LeavesTheTextForAWidthThatIsNotPositive) {
-  EXPECT_EQ(tavren_pad_end("abc", 0), "abc");
-  EXPECT_EQ(tavren_pad_end("abc", -1), "abc");
+  for (const int width : {3, 2, 0, -1}) EXPECT_EQ(tavren_pad_end("abc", width), "abc") << width;
   EXPECT_EQ(tavren_pad_end("", INT_MIN), "");
 }
 
@@ -34,12 +25,9 @@ TEST(Basename, IsThePartAfterTheLastSlash) {
   EXPECT_EQ(tavren_basename("/a"), "a");
 }
 
-TEST(Basename, WithoutASlashIsTheWhole) {
+TEST(Basename, WithoutASlashIsTheWholeAndAfterOneAtTheEndEmpty) {
   EXPECT_EQ(tavren_basename("abc"), "abc");
   EXPECT_EQ(tavren_basename(""), "");
-}
-
-TEST(Basename, AfterASlashAtTheEndIsEmpty) {
   EXPECT_EQ(tavren_basename("/a/b/"), "");
   EXPECT_EQ(tavren_basename("/"), "");
 }

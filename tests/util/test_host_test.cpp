@@ -31,17 +31,13 @@ class TestHost : public HostTest {
     recorded_system::reset();
   }
 
-  int test() {
-    tavren_settings_t record = settings.record();
-    return tavren_test_host(&record, &message);
-  }
-
   /*
    * Returns the body of the error of a test that must fail. Such a test leaks its host object on purpose, and the
    * address sanitizer is told so by the name of this function: a test that passes must not.
    */
   std::string failed_test() {
-    return error_body([this] { test(); });
+    tavren_settings_t record = settings.record();
+    return error_body([&] { tavren_test_host(&record, &message); });
   }
 
   pid_t shell() const { return std::stoi(read_file(directory.path("pid"))); }
@@ -51,46 +47,31 @@ class TestHost : public HostTest {
   char* message = &unset;
 };
 
-TEST_F(TestHost, PassesAndClaimsTheDirectory) {
-  EXPECT_EQ(test(), 0);
-  EXPECT_EQ(message, nullptr);
-  EXPECT_TRUE(std::filesystem::exists(settings.dir + "/.chassis.CHASSIS-7"));
-  EXPECT_FALSE(std::filesystem::exists(settings.dir + "/test"));
-}
-
-TEST_F(TestHost, SetsTheShellUp) {
-  recorded_system::record_writes();
-  test();
-  std::string written;
-  for (const std::string& piece : recorded_system::take_writes()) written += piece;
-  EXPECT_NE(written.find("umask 022; set +f\n"), std::string::npos);
-}
-
-TEST_F(TestHost, LeavesItsChildRunning) {
-  test();
-  EXPECT_TRUE(has_survived(shell()));
-}
-
 /* What it allocates first is its host object. */
-TEST_F(TestHost, DestroysItsHostObjectWhenItPasses) {
+TEST_F(TestHost, PassesAndLeavesNothingButItsClaimAndItsChild) {
+  recorded_system::record_writes();
   tavren_settings_t record = settings.record();
   failing_memory::watch_allocation(1);
   EXPECT_EQ(tavren_test_host(&record, &message), 0);
   EXPECT_TRUE(failing_memory::was_released());
+  EXPECT_EQ(message, nullptr);
+  std::string written;
+  for (const std::string& piece : recorded_system::take_writes()) written += piece;
+  EXPECT_NE(written.find("umask 022; set +f\n"), std::string::npos);
+  EXPECT_TRUE(std::filesystem::exists(settings.dir + "/.chassis.CHASSIS-7"));
+  EXPECT_FALSE(std::filesystem::exists(settings.dir + "/test"));
+  EXPECT_TRUE(has_survived(shell()));
 }
 
-TEST_F(TestHost, DeliberatelyKeepsItsHostObjectWhenAStepFails) {
+TEST_F(TestHost, WhoseStepFailsThrowsThatAndDeliberatelyKeepsItsHostObject) {
   set_command("rm", "false");
   failing_memory::watch_allocation(1);
-  failed_test();
+  EXPECT_EQ(failed_test(), "  - Remote command \"false -r test\" failed with error code 1\n");
   EXPECT_TRUE(failing_memory::is_watching());
   EXPECT_FALSE(failing_memory::was_released());
-}
-
-TEST_F(TestHost, ThrowsWhatFailsWithoutAMessage) {
-  set_command("rm", "false");
-  EXPECT_EQ(failed_test(), "  - Remote command \"false -r test\" failed with error code 1\n");
   EXPECT_EQ(message, nullptr);
+  EXPECT_FALSE(std::filesystem::exists(settings.dir + "/.chassis.CHASSIS-7"));
+  EXPECT_TRUE(has_survived(shell()));
 }
 
 TEST_F(TestHost, ThrowsTheFailureOfTheLoginAndLogsNothing) {
@@ -111,22 +92,10 @@ TEST_F(TestHost, ThrowsATimeoutAsItIs) {
   EXPECT_THROW(failed_test(), TavrenTimeout);
 }
 
-TEST_F(TestHost, ClaimsNothingWhenTheTestFails) {
-  set_command("rm", "false");
-  failed_test();
-  EXPECT_FALSE(std::filesystem::exists(settings.dir + "/.chassis.CHASSIS-7"));
-}
-
 TEST_F(TestHost, ThrowsTheConflictWithAnotherChassis) {
   write_file(settings.dir + "/.chassis.CHASSIS-8", "");
   EXPECT_EQ(first_lines(failed_test(), 1),
             "  - Another QRV chassis is already using the specified archive directory (" + settings.dir + ")\n");
-}
-
-TEST_F(TestHost, AbandonsItsSessionAfterAFailure) {
-  set_command("rm", "false");
-  failed_test();
-  EXPECT_TRUE(has_survived(shell()));
 }
 
 TEST_F(TestHost, WithoutSettingsIsAFailedAssertion) {

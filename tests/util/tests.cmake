@@ -1,10 +1,8 @@
 tavren_test(basic_tests util/tavren_basic_test.cpp util/display_texts_test.cpp util/tavren_util_test.cpp
+  util/text_files_test.cpp util/targets_test.cpp util/questions_test.cpp util/hidden_input_test.cpp
   TOGETHER EXCEPT ParseSpaceLimit.KnowsUnlimited*)
-tavren_test(text_file_tests util/text_files_test.cpp TOGETHER)
-tavren_test(target_tests util/targets_test.cpp TOGETHER)
-tavren_test(question_tests util/questions_test.cpp util/hidden_input_test.cpp TOGETHER)
-tavren_test(tmp_dir_tests util/tmp_dir_test.cpp util/second_instance_test.cpp util/long_paths_test.cpp)
-tavren_test(util_failure_tests util/util_failures_test.cpp)
+tavren_test(tmp_dir_tests util/tmp_dir_test.cpp util/second_instance_test.cpp util/long_paths_test.cpp TOGETHER)
+tavren_test(util_failure_tests util/util_failures_test.cpp TOGETHER)
 
 # A sanitizer needs memory of its own.
 if(NOT TAVREN_SANITIZE)

@@ -21,26 +21,12 @@ class TextFile : public testing::Test {
   std::string path = directory.path("file");
 };
 
-TEST_F(TextFile, IsCreatedWithTheTextAndNothingElse) {
-  EXPECT_EQ(tavren_create_text_file(path.c_str(), "a text"), 0);
-  EXPECT_EQ(read_file(path), "a text");
-}
-
-TEST_F(TextFile, MayBeEmpty) {
-  EXPECT_EQ(tavren_create_text_file(path.c_str(), ""), 0);
-  EXPECT_EQ(read_file(path), "");
-}
-
-TEST_F(TextFile, IsOverwrittenWhole) {
-  write_file(path, "a longer text that was there");
-  EXPECT_EQ(tavren_create_text_file(path.c_str(), "new\n"), 0);
-  EXPECT_EQ(read_file(path), "new\n");
-}
-
-TEST_F(TextFile, HoldsLongTextsWhole) {
-  const std::string text(1000000, 't');
-  EXPECT_EQ(tavren_create_text_file(path.c_str(), text.c_str()), 0);
-  EXPECT_EQ(read_file(path), text);
+TEST_F(TextFile, HoldsTheTextAndNothingElse) {
+  for (const std::string& text :
+       {std::string("a longer text"), std::string("new\n"), std::string(), std::string(1000000, 't')}) {
+    EXPECT_EQ(tavren_create_text_file(path.c_str(), text.c_str()), 0);
+    EXPECT_EQ(read_file(path), text);
+  }
 }
 
 TEST_F(TextFile, ThatCannotBeOpenedIsAFailureWithItsErrno) {
@@ -80,26 +66,21 @@ class LineFromFile : public TextFile {
   }
 };
 
-TEST_F(LineFromFile, LosesItsNewline) { EXPECT_EQ(line_of("abc\n"), "abc"); }
-
-TEST_F(LineFromFile, LosesOneNewlineOnly) { EXPECT_EQ(line_of("abc\n\n"), "abc"); }
-
-TEST_F(LineFromFile, NeedsNoNewline) { EXPECT_EQ(line_of("abc"), "abc"); }
-
-TEST_F(LineFromFile, IsTheFirst) { EXPECT_EQ(line_of("abc\ndef\n"), "abc"); }
-
-TEST_F(LineFromFile, MayBeEmpty) { EXPECT_EQ(line_of("\nabc\n"), ""); }
-
-TEST_F(LineFromFile, KeepsACarriageReturn) { EXPECT_EQ(line_of("abc\r\n"), "abc\r"); }
+TEST_F(LineFromFile, IsTheFirstWithoutItsNewline) {
+  EXPECT_EQ(line_of("abc\n"), "abc");
+  EXPECT_EQ(line_of("abc\n\n"), "abc");
+  EXPECT_EQ(line_of("abc\ndef\n"), "abc");
+  EXPECT_EQ(line_of("abc"), "abc");
+  EXPECT_EQ(line_of("\nabc\n"), "");
+  EXPECT_EQ(line_of("abc\r\n"), "abc\r");
+  EXPECT_EQ(line_of(""), "(failure)");
+}
 
 TEST_F(LineFromFile, IsCutToOneLessThanTheSize) {
   EXPECT_EQ(line_of("abcdef\n", 5), "abcd");
   EXPECT_EQ(line_of("abcd\n", 5), "abcd");
+  EXPECT_EQ(line_of("abc\n", 1), "");
 }
-
-TEST_F(LineFromFile, OfSizeOneIsEmpty) { EXPECT_EQ(line_of("abc\n", 1), ""); }
-
-TEST_F(LineFromFile, OfAnEmptyFileIsAFailure) { EXPECT_EQ(line_of(""), "(failure)"); }
 
 TEST_F(LineFromFile, ThatCannotBeReadIsAFailure) {
   char buffer[10];
@@ -123,13 +104,8 @@ class DeleteAllFiles : public testing::Test {
 
 using Names = std::set<std::string>;
 
-TEST_F(DeleteAllFiles, RemovesEveryFile) {
-  for (const char* name : {"a", "b.c", "-", "with blanks", "~"}) write_file(directory.path(name), "x");
-  EXPECT_EQ(remaining(), Names());
-}
-
-TEST_F(DeleteAllFiles, SparesNamesThatBeginWithAPoint) {
-  for (const char* name : {".lock", "..x", "a.b"}) write_file(directory.path(name), "x");
+TEST_F(DeleteAllFiles, RemovesEveryFileWhoseNameDoesNotBeginWithAPoint) {
+  for (const char* name : {"a", "b.c", "-", "with blanks", "~", ".lock", "..x"}) write_file(directory.path(name), "x");
   EXPECT_EQ(remaining(), Names({".lock", "..x"}));
 }
 
@@ -180,34 +156,34 @@ TEST_F(DeleteAllFiles, DoesNothingWhereThereIsNoDirectory) {
 /* The first call decides for the life of the process, so each runs in a child. */
 class TemporaryRoot : public testing::Test {
  protected:
-  static std::string root_with(const std::string& home) {
+  /* Returns the root that a process has which does that before and knows no home otherwise. */
+  static std::string root_after(const std::function<void()>& before) {
     return run_in_child([&] {
-             setenv("TAVREN_HOME", home.c_str(), 1);
+             unsetenv("TAVREN_HOME");
+             before();
              fputs(tavren_get_tmp_root(), stdout);
            })
         .out;
   }
+  static std::string root_with(const std::string& home) {
+    return root_after([&] { set_home(home); });
+  }
+  static void set_home(const std::string& home) { setenv("TAVREN_HOME", home.c_str(), 1); }
 
   TemporaryDirectory home;
   std::string root = home.path("tavren_tmp");
 };
 
 TEST_F(TemporaryRoot, WithoutAHomeIsTmp) {
-  const Outcome outcome = run_in_child([] {
-    unsetenv("TAVREN_HOME");
-    fputs(tavren_get_tmp_root(), stdout);
-  });
-  EXPECT_EQ(outcome.out, "/tmp");
+  EXPECT_EQ(root_after([] {}), "/tmp");
 }
 
-TEST_F(TemporaryRoot, LiesUnderTheHome) { EXPECT_EQ(root_with(home.path()), root); }
-
-TEST_F(TemporaryRoot, IsCreated) {
-  const Outcome outcome = run_in_child([&] {
-    umask(0);
-    setenv("TAVREN_HOME", home.path().c_str(), 1);
-    tavren_get_tmp_root();
-  });
+TEST_F(TemporaryRoot, LiesUnderTheHomeAndIsCreated) {
+  EXPECT_EQ(root_after([this] {
+              umask(0);
+              set_home(home.path());
+            }),
+            root);
   struct stat status {};
   ASSERT_EQ(stat(root.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFDIR | 0755));
@@ -224,34 +200,24 @@ TEST_F(TemporaryRoot, ThatCannotBeCreatedIsNamedAllTheSame) {
   EXPECT_EQ(root_with(home.path("no/such")), home.path("no/such/tavren_tmp"));
 }
 
-TEST_F(TemporaryRoot, StaysWhenTheVariableGoes) {
-  const Outcome outcome = run_in_child([&] {
-    setenv("TAVREN_HOME", home.path().c_str(), 1);
-    tavren_get_tmp_root();
-    unsetenv("TAVREN_HOME");
-    fputs(tavren_get_tmp_root(), stdout);
-  });
-  EXPECT_EQ(outcome.out, root);
-}
-
-TEST_F(TemporaryRoot, StaysWhenTheVariableComes) {
-  const Outcome outcome = run_in_child([&] {
-    unsetenv("TAVREN_HOME");
-    tavren_get_tmp_root();
-    setenv("TAVREN_HOME", home.path().c_str(), 1);
-    fputs(tavren_get_tmp_root(), stdout);
-  });
-  EXPECT_EQ(outcome.out, "/tmp");
+TEST_F(TemporaryRoot, StaysWhenTheVariableGoesAndIsCreatedOnceOnly) {
+  EXPECT_EQ(root_after([this] {
+              set_home(home.path());
+              tavren_get_tmp_root();
+              rmdir(root.c_str());
+              tavren_get_tmp_root();
+              unsetenv("TAVREN_HOME");
+            }),
+            root);
   EXPECT_FALSE(std::filesystem::exists(root));
 }
 
-TEST_F(TemporaryRoot, IsCreatedOnceOnly) {
-  run_in_child([&] {
-    setenv("TAVREN_HOME", home.path().c_str(), 1);
-    tavren_get_tmp_root();
-    rmdir(root.c_str());
-    tavren_get_tmp_root();
-  });
+TEST_F(TemporaryRoot, StaysWhenTheVariableComes) {
+  EXPECT_EQ(root_after([this] {
+              tavren_get_tmp_root();
+              set_home(home.path());
+            }),
+            "/tmp");
   EXPECT_FALSE(std::filesystem::exists(root));
 }
 

@@ -2,17 +2,14 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <functional>
 #include <set>
+#include <utility>
 
 #include "support/files.h"
 #include "util/private_directory.h"
 
 namespace {
-
-TEST_F(PrivateDirectory, IsSetUpWithItsLockFile) {
-  EXPECT_EQ(in_instance([] { return set_up(); }), success);
-  EXPECT_EQ(entries(), Names({".lock"}));
-}
 
 TEST_F(PrivateDirectory, MayBeUsedByEverybodyWhateverTheUmask) {
   EXPECT_EQ(in_instance([] {
@@ -20,31 +17,26 @@ TEST_F(PrivateDirectory, MayBeUsedByEverybodyWhateverTheUmask) {
               return set_up();
             }),
             success);
+  EXPECT_EQ(entries(), Names({".lock"}));
   EXPECT_EQ(mode_of(directory), 0777U);
   EXPECT_EQ(mode_of(lock), 0666U);
   EXPECT_EQ(mode_of(home.path("tavren_tmp")), 0755U);
 }
 
 TEST_F(PrivateDirectory, IsNamedOnceItIsSetUp) {
-  EXPECT_EQ(in_instance([] { return tavren_get_tmp_dir() == nullptr ? "NULL" : "not NULL"; }), "NULL");
   EXPECT_EQ(in_instance([] {
-              set_up();
-              return tavren_get_tmp_dir();
+              const std::string before = name_of_directory();
+              return before + " " + set_up_and_name();
             }),
-            directory);
+            "NULL " + (success + (" " + directory)));
 }
 
 TEST_F(PrivateDirectory, OfAnEarlierInstanceIsEmptiedButForItsDotFiles) {
   leave_directory();
   for (const char* name : {"/known_hosts", "/host_key", "/.hidden"}) write_file(directory + name, "x");
-  EXPECT_EQ(in_instance([] { return set_up(); }), success);
-  EXPECT_EQ(entries(), Names({".lock", ".hidden"}));
-}
-
-TEST_F(PrivateDirectory, KeepsWhatItsLockFileHolds) {
-  leave_directory();
   write_file(lock, "content");
   EXPECT_EQ(in_instance([] { return set_up(); }), success);
+  EXPECT_EQ(entries(), Names({".lock", ".hidden"}));
   EXPECT_EQ(read_file(lock), "content");
 }
 
@@ -59,59 +51,36 @@ TEST_F(PrivateDirectory, HoldsItsLockInADescriptorThatNoProgramInherits) {
             "close-on-exec");
 }
 
-TEST_F(PrivateDirectory, ThatCannotBeCreatedIsNamedWithTheReason) {
+TEST_F(PrivateDirectory, ThatCannotBeCreatedIsNamedWithTheReasonInUpTo127Bytes) {
   std::filesystem::create_directories(home.path("tavren_tmp"));
-  const std::string name = "no/such";
-  EXPECT_EQ(in_instance([&] { return set_up(name); }),
-            "-1 Failed to create directory " + home.path("tavren_tmp/no/such.libtavren") + ", errno=2");
-}
-
-TEST_F(PrivateDirectory, WhoseLockFileCannotBeOpenedIsNamedWithTheReason) {
-  std::filesystem::create_directories(lock);
-  EXPECT_EQ(in_instance([] { return set_up(); }), "-1 Failed to open " + lock + ", errno=21.");
-}
-
-TEST_F(PrivateDirectory, InWhosePlaceAFileStandsIsNamedWithTheReason) {
-  std::filesystem::create_directories(home.path("tavren_tmp"));
-  write_file(directory, "x");
-  EXPECT_EQ(in_instance([] { return set_up(); }), "-1 Failed to open " + lock + ", errno=20.");
-}
-
-TEST_F(PrivateDirectory, InWhosePlaceALinkStandsIsRefusedAndTheLinksTargetUntouched) {
-  std::filesystem::create_directories(home.path("tavren_tmp"));
-  std::filesystem::create_directory(home.path("elsewhere"));
-  write_file(home.path("elsewhere/file"), "x");
-  std::filesystem::create_directory_symlink(home.path("elsewhere"), directory);
-  EXPECT_EQ(in_instance([] { return set_up(); }), "-1 Failed to create directory " + directory + ", errno=40");
-  EXPECT_EQ(entries(), Names({"file"}));
-}
-
-TEST_F(PrivateDirectory, InWhoseLocksPlaceALinkStandsIsRefusedAndNothingMadeBehindIt) {
-  std::filesystem::create_directories(directory);
-  std::filesystem::create_symlink(home.path("elsewhere"), lock);
-  EXPECT_EQ(in_instance([] { return set_up(); }), "-1 Failed to open " + lock + ", errno=40.");
-  EXPECT_FALSE(std::filesystem::exists(home.path("elsewhere")));
-}
-
-TEST_F(PrivateDirectory, InWhoseLocksPlaceANamedPipeStandsIsRefusedAtOnce) {
-  std::filesystem::create_directories(directory);
-  ASSERT_EQ(mkfifo(lock.c_str(), 0666), 0);
-  EXPECT_EQ(in_instance([] { return set_up(); }), "-1 Failed to open " + lock + ", errno=6.");
-}
-
-TEST_F(PrivateDirectory, ThatIsRefusedHasNoName) {
-  std::filesystem::create_directories(lock);
-  EXPECT_EQ(in_instance([] {
-              set_up();
-              return tavren_get_tmp_dir() == nullptr ? "NULL" : "not NULL";
-            }),
-            "NULL");
-}
-
-TEST_F(PrivateDirectory, CutsALongMessageTo127Bytes) {
+  const std::string before = "Failed to create directory " + home.path("tavren_tmp/");
+  EXPECT_EQ(in_instance([] { return set_up("no/such"); }), "-1 " + before + "no/such.libtavren, errno=2");
   const std::string name = "no/" + std::string(200, 'n');
-  const std::string whole = "Failed to create directory " + home.path("tavren_tmp/") + name;
-  EXPECT_EQ(in_instance([&] { return set_up(name); }), "-1 " + whole.substr(0, 127));
+  EXPECT_EQ(in_instance([&] { return set_up(name); }), "-1 " + (before + name).substr(0, 127));
+}
+
+/* A directory or a pipe in the lock's place, a file in the directory's, and links: nothing is made behind those. */
+TEST_F(PrivateDirectory, InWhosePlaceSomethingElseStandsIsRefusedWithTheReason) {
+  const std::string root = home.path("tavren_tmp"), elsewhere = home.path("elsewhere");
+  std::filesystem::create_directory(elsewhere);
+  write_file(elsewhere + "/file", "x");
+  const std::pair<std::function<void()>, std::string> obstacles[] = {
+      {[&] { std::filesystem::create_directories(lock); }, "Failed to open " + lock + ", errno=21."},
+      {[&] { write_file(directory, "x"); }, "Failed to open " + lock + ", errno=20."},
+      {[&] { std::filesystem::create_directory_symlink(elsewhere, directory); },
+       "Failed to create directory " + directory + ", errno=40"},
+      {[&] { std::filesystem::create_directory(directory), std::filesystem::create_symlink(elsewhere + "/new", lock); },
+       "Failed to open " + lock + ", errno=40."},
+      {[&] { std::filesystem::create_directory(directory), mkfifo(lock.c_str(), 0666); },
+       "Failed to open " + lock + ", errno=6."}};
+  for (const auto& [stand, reason] : obstacles) {
+    std::filesystem::create_directory(root);
+    stand();
+    EXPECT_EQ(in_instance([] { return set_up_and_name(); }), "-1 " + reason + " NULL");
+    std::filesystem::remove_all(root);
+  }
+  directory = elsewhere;
+  EXPECT_EQ(entries(), Names({"file"}));
 }
 
 TEST_F(PrivateDirectory, LeavesTheUmaskAsItWasWhateverHappens) {

@@ -1,15 +1,19 @@
+#include <errno.h>
 #include <gtest/gtest.h>
 
 #include <new>
 #include <string>
 
 #include "keys/key_dialogue_fixture.h"
+#include "support/early_ends.h"
 #include "support/failing_memory.h"
 #include "support/process_state.h"
 
 namespace {
 
-TEST_F(KeyDialogue, WithoutMemoryAtAnyPointLeavesNothing) {
+class KeyDialogueFault : public KeyDialogue {};
+
+TEST_F(KeyDialogueFault, WithoutMemoryAtAnyPointLeavesNothing) {
   play_key("archive.example ssh-rsa " + std::string(400, 'A') + "\n");
   const auto descriptors = count_open_descriptors();
   int failures = 0;
@@ -25,6 +29,18 @@ TEST_F(KeyDialogue, WithoutMemoryAtAnyPointLeavesNothing) {
   }
   EXPECT_GT(failures, 20);
   EXPECT_LT(failures, 500);
+}
+
+/* What the client says just before it ends is the reason that people need to see. */
+TEST_F(KeyDialogueFault, ReportsTheClientsLastWordsBehindAnEndThatIsNone) {
+  play(say("ssh: connect to host archive.example port 22: No route to host\n") + "exit 255\n");
+  const EarlyEnds ends(EIO);
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_EQ(error_of([] { fetched(); }),
+              "13\n  - Program exited unexpectedly: /usr/bin/ssh\n"
+              "  - Output: \"ssh: connect to host archive.example port 22: No route to host\"\n");
+  }
+  EXPECT_GT(EarlyEnds::count(), 0);
 }
 
 }  // namespace
