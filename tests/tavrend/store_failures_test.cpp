@@ -229,7 +229,8 @@ TEST_F(StoreFailure, WithAChangedValueIsNotStartedAndKept) {
         "section SET last_item_ms = last_item_ms + 1", "archived SET size = size + 1", "archived SET inode = inode + 1",
         "progress SET offset = offset + 1", "intent SET first = first + 1", "intent SET path = CAST('other' AS BLOB)",
         "intent SET announced = 7", "archived SET passed_over = 1", "progress SET log = CAST('other' AS BLOB)",
-        "seen SET size = size + 1", "seen SET path = CAST('other' AS BLOB)"}) {
+        "seen SET size = size + 1", "seen SET path = CAST('other' AS BLOB)", "archived SET passed_over = x''",
+        "intent SET log = 0"}) {
     run(std::string("UPDATE ") + change);
     const std::string changed = read_file(database);
     EXPECT_EQ(error_of_opening(), database + ": damaged: a value has changed") << change;
