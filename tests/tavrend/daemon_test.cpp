@@ -34,10 +34,19 @@ class Daemon : public TavrendTest {
 #endif
     if (!is_wait) throw std::runtime_error("it waits in call " + std::to_string(number));
     if (arguments[3] == 0) return -1;
-    int64_t end_s = 0;
-    std::ifstream memory("/proc/" + std::to_string(daemon) + "/mem", std::ios::binary);
-    memory.seekg(static_cast<std::streamoff>(arguments[3])).read(reinterpret_cast<char*>(&end_s), sizeof end_s);
+    const auto end_at = static_cast<std::streamoff>(arguments[3]);
+    /* The older of the two calls takes seconds of the machine's own width. */
+    const int64_t end_s = number == SYS_futex ? number_at<long>(end_at) : number_at<int64_t>(end_at);
     return end_s * 1000 - tavren_get_uptime_ms();
+  }
+
+  /* Returns a number in the daemon's memory. */
+  template <class Number>
+  Number number_at(std::streamoff address) const {
+    Number number = -1;
+    std::ifstream memory("/proc/" + std::to_string(daemon) + "/mem", std::ios::binary);
+    memory.seekg(address).read(reinterpret_cast<char*>(&number), sizeof number);
+    return number;
   }
 
   /* The next look at the registration is five minutes away. */
