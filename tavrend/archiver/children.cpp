@@ -23,20 +23,20 @@ pid_t parent_of(const std::string& process) {
   return behind_the_name ? parent : -1;
 }
 
-void end_children_of_this_process() {
+void end_children_of_this_process(int signal_number) {
   DIR* const processes = opendir("/proc");
   if (processes == nullptr) return;
   while (const dirent* const entry = readdir(processes)) {
     const pid_t process = atoi(entry->d_name);
-    if (process > 0 && parent_of(entry->d_name) == getpid()) kill(process, SIGTERM);
+    if (process > 0 && parent_of(entry->d_name) == getpid()) kill(process, signal_number);
   }
   closedir(processes);
 }
 
 }  // namespace
 
-void end_children_of(pid_t thread) {
+void end_children_of(pid_t thread, int signal_number) {
   std::ifstream children("/proc/self/task/" + std::to_string(thread) + "/children");
-  if (!children) return end_children_of_this_process();
-  for (pid_t child = 0; children >> child;) kill(child, SIGTERM);
+  if (!children) return end_children_of_this_process(signal_number);
+  for (pid_t child = 0; children >> child;) kill(child, signal_number);
 }

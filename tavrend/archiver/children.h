@@ -4,9 +4,9 @@
 #include <sys/types.h>
 
 /*
- * Ends the children that a thread of this process has. A kernel without lists of them (CONFIG_PROC_CHILDREN) only says
- * which are this process's: all of them are ended there.
+ * Sends a signal to the children that a thread of this process has. A kernel without lists of them
+ * (CONFIG_PROC_CHILDREN) only says which are this process's: all of them get it there.
  */
-void end_children_of(pid_t thread);
+void end_children_of(pid_t thread, int signal_number);
 
 #endif

@@ -177,13 +177,15 @@ void Desk::stop() {
 /*
  * The session's client is ended, which breaks every wait for it, those of a login too, for which disabling the session
  * would have to wait. Again and again, because the client may not have been started yet; but not that of the next work,
- * which may begin before this thread sees the end of the one that it waits for.
+ * which may begin before this thread sees the end of the one that it waits for. One that has more to send than its host
+ * takes waits for that before it ends, and is killed.
  */
 void Desk::cancel(Lock& lock) {
   const uint64_t number = works;
   cancelled = !sleeping;
+  const int64_t end_of_patience_ms = tavren_get_uptime_ms() + 1000;
   while (!sleeping && works == number) {
-    end_children_of(archiving_thread);
+    end_children_of(archiving_thread, tavren_get_uptime_ms() < end_of_patience_ms ? SIGTERM : SIGKILL);
     changed.wait_for(lock, std::chrono::milliseconds(20));
   }
 }

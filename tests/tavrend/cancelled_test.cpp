@@ -55,6 +55,24 @@ class SessionInTheMiddleOfAnItem : public Procedure {
     return false;
   }
 
+  /* Has the far side take nothing any more, and waits until the daemon cannot send. */
+  void stop_the_host() const {
+    lab::run("pkill -STOP -u $LAB_USER");
+    hurry_the_network();
+    std::string written;
+    wait_until("the daemon cannot send", [&] {
+      const std::string before = std::exchange(written, bytes_written());
+      usleep(300000);
+      return before == written;
+    });
+  }
+
+  /* What the daemon has written so far, as the kernel says it. */
+  std::string bytes_written() const {
+    const std::string counts = read_file("/proc/" + std::to_string(daemon) + "/io");
+    return counts.substr(counts.find("wchar:"), counts.find("syscr:") - counts.find("wchar:"));
+  }
+
   static void hurry_the_network() { lab::change_machine("tc qdisc del dev lo root"); }
 
   std::vector<std::string> item;
@@ -73,6 +91,16 @@ TEST_F(SessionInTheMiddleOfAnItem, EndsWithTheDaemonWithinFiveSeconds) {
   hurry_the_network();
   start_again();
   expect_the_item_in_its_place();
+}
+
+/* The client has to say more than the host takes, and waits with its end for that. */
+TEST_F(SessionInTheMiddleOfAnItem, EndsWithTheDaemonWithinFiveSecondsWhenTheHostTakesNothing) {
+  begin_to_send();
+  stop_the_host();
+  const int before = tavren_get_uptime();
+  EXPECT_EQ(stop(), 0);
+  EXPECT_LT(tavren_get_uptime(), before + 5);
+  EXPECT_EQ(items("messages"), item);
 }
 
 TEST_F(SessionInTheMiddleOfAnItem, EndsWhenArchivingIsSwitchedOff) {

@@ -235,10 +235,28 @@ TEST_F(DeskTest, EndsTheChildrenOfTheWorkThatItEnds) {
   EXPECT_EQ(WTERMSIG(status), SIGTERM);
 }
 
+TEST_F(DeskTest, EndsChildrenThatDoNotEndWhenTheyAreAsked) {
+  desk.set_config(config("one"), true);
+  int status = 0;
+  std::thread archiving([&] {
+    due_work(desk);
+    const auto asked = signal(SIGTERM, SIG_IGN);
+    const pid_t child = make_child();
+    signal(SIGTERM, asked);
+    std::thread serving([this] { desk.stop(); });
+    waitpid(child, &status, 0);
+    EXPECT_FALSE(due_work(desk));
+    serving.join();
+  });
+  archiving.join();
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGKILL);
+}
+
 /* Of a thread that is none there is no list. */
 TEST_F(DeskTest, EndsChildrenAlsoWhereTheKernelHasNoListOfThem) {
   const pid_t child = make_child("a) b (c");
-  end_children_of(0);
+  end_children_of(0, SIGTERM);
   int status = 0;
   waitpid(child, &status, 0);
   EXPECT_TRUE(WIFSIGNALED(status));
