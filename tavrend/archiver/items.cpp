@@ -195,7 +195,8 @@ void Items::send_item(const OpenFile& file, Intent& intent, bool is_new) const {
 void Items::send_payload(const OpenFile& file, Intent& intent, int64_t new_item_ms) const {
   Session& session = to.session.get(to.work);
   const auto send = [&](const OpenFile& payload, int64_t first, int64_t bytes) {
-    session.make_room(to.section.compartment, bytes, intent.remote_path);
+    const int64_t of_file = intent.follows || intent.compressed ? bytes : intent.file.size;
+    session.make_room(to.section.compartment, bytes, of_file, intent.remote_path);
     if (new_item_ms != begun_before) {
       intent.announced = bytes;
       to.desk.with_store([&](Store& store) { store.begin_item(intent, new_item_ms); });

@@ -160,12 +160,12 @@ std::string Session::oldest_item(int compartment, const std::string& but) {
   return oldest;
 }
 
-void Session::make_room(int compartment, int64_t bytes, const std::string& remote_path) {
+void Session::make_room(int compartment, int64_t bytes, int64_t of_file, const std::string& remote_path) {
   const int32_t limit = work.config.space_limit[compartment];
   if (limit == no_space_limit) return;
   /* Directories use room, too, which removing items does not give back. */
   const int64_t of_directories = kib_of_a_directory * static_cast<int64_t>(sections_of(compartment).size());
-  if (room_for(bytes, of_directories, limit) != Room::fits) throw NoRoom(remote_path);
+  if (room_for(of_file, of_directories, limit) != Room::fits) throw NoRoom(remote_path);
   while (room_for(bytes, used_kib(compartment), limit) != Room::fits) {
     const std::string oldest = oldest_item(compartment, remote_path);
     if (oldest.empty()) throw NoRoom(remote_path);

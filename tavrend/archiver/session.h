@@ -40,9 +40,9 @@ class Session {
 
   /*
    * Makes room for bytes in a compartment by removing its oldest items, but never the one at remote_path. Throws
-   * NoRoom.
+   * NoRoom, also where all items of the file, of_file bytes, would not fit: they would make each other go.
    */
-  void make_room(int compartment, int64_t bytes, const std::string& remote_path);
+  void make_room(int compartment, int64_t bytes, int64_t of_file, const std::string& remote_path);
 
   /*
    * Sends bytes of file from first on to remote_path, in a directory that is made when it is not there. check is called
