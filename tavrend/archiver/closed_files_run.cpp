@@ -18,13 +18,6 @@ constexpr int64_t most_bytes_together = 65536; /* of each */
 
 std::string directory_of(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
-/* Returns where to go on in a closed file of which some parts are archived, 0 in others. */
-int64_t begun_at(const std::optional<Progress>& begun, const ClosedFile& file) {
-  const bool is_it =
-      begun && !begun->finished && file.as == ArchivedFile{begun->identity, begun->seen, begun->mtime_ns};
-  return is_it ? begun->offset : 0;
-}
-
 FileSearch::Wanted is_exactly(const ClosedFile& file) {
   return [&file](const LogFile& other) { return is_archived(file.as, other); };
 }
@@ -62,7 +55,6 @@ ClosedFilesRun::Look ClosedFilesRun::look(Unreadable unreadable_ones) const {
  */
 void ClosedFilesRun::report_lost(const SeenFiles& seen, const std::set<std::string>& directories,
                                  const std::vector<UnreadableFile>& unreadable) const {
-  const auto begun = progress();
   for (const ArchivedFile& file : seen.missing()) {
     to.desk.check_cancelled();
     if (may_be_among(unreadable, to.prefix, inode_of(file.identity)) || items.is_on_its_way(file.identity)) continue;
@@ -71,37 +63,26 @@ void ClosedFilesRun::report_lost(const SeenFiles& seen, const std::set<std::stri
     const bool is_disk_there =
         directories.count(directory_of(path)) != 0 || is_on_device(to.prefix + path, file.identity.device);
     if (!is_disk_there) continue;
-    to.desk.report(error_of_lost(path, begun_at(begun, {path, file}), file.size));
+    to.desk.report(error_of_lost(path, begun_at(file), file.size));
     to.desk.with_store([&](Store& store) { store.forget_seen(to.section.name, file.identity); });
   }
 }
 
-std::optional<Progress> ClosedFilesRun::progress() const {
-  return to.desk.with_store([&](Store& store) { return store.progress(to.section.name); });
+/* Returns where to go on in a closed file of which some parts are archived, 0 in others. */
+int64_t ClosedFilesRun::begun_at(const ArchivedFile& file) const {
+  return to.desk.with_store([&](Store& store) { return store.begun_at(to.section.name, file); });
 }
 
 void ClosedFilesRun::archive() {
-  Look found = look(Unreadable::are_reported);
-  std::vector<ClosedFile>& files = found.files;
-  const auto begun = progress();
-  /* What was begun is ended first: of one file only it is remembered how far it is archived. */
-  const auto it =
-      std::find_if(files.begin(), files.end(), [&](const ClosedFile& f) { return begun_at(begun, f) != 0; });
-  if (it != files.end()) std::rotate(files.begin(), it, it + 1);
+  const Look found = look(Unreadable::are_reported);
+  const std::vector<ClosedFile>& files = found.files;
   int32_t waiting = found.waiting();
   Begun together;
   for (const ClosedFile& file : files) {
     to.desk.check_cancelled();
     to.desk.set_waiting(to.section, waiting);
-    const int64_t first = begun_at(begun, file);
-    if (together.empty() && first == 0) together = begin_together(&file, files.data() + files.size());
-    if (!together.empty()) {
-      if (archive_begun(file, together)) --waiting;
-    } else if (archive_file(file, first)) {
-      --waiting;
-    } else if (begun_at(progress(), file) != 0) {
-      break;
-    }
+    if (together.empty()) together = begin_together(&file, files.data() + files.size());
+    if (together.empty() ? archive_file(file) : archive_begun(file, together)) --waiting;
   }
   to.desk.set_waiting(to.section, waiting);
 }
@@ -114,7 +95,8 @@ bool ClosedFilesRun::is_gone(const ClosedFile& file, int64_t first) const {
 }
 
 /* Returns whether the file waits no more. */
-bool ClosedFilesRun::archive_file(const ClosedFile& file, int64_t first) const {
+bool ClosedFilesRun::archive_file(const ClosedFile& file) const {
+  const int64_t first = begun_at(file.as);
   try {
     const auto found = search.find(file.path, is_exactly(file));
     if (!found) return is_gone(file, first);

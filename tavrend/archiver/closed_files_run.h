@@ -18,8 +18,8 @@
 
 /*
  * A run of a section of closed files: each that is there and was not archived before is sent, oldest first. One that
- * cannot be sent keeps no other from it, but where a part of it is archived. What a look has found and a later one does
- * not, before it was archived, is reported once.
+ * cannot be sent keeps no other from it. What a look has found and a later one does not, before it was archived, is
+ * reported once.
  */
 class ClosedFilesRun {
  public:
@@ -43,9 +43,9 @@ class ClosedFilesRun {
 
   void report_lost(const SeenFiles& seen, const std::set<std::string>& directories,
                    const std::vector<UnreadableFile>& unreadable) const;
-  std::optional<Progress> progress() const;
+  int64_t begun_at(const ArchivedFile& file) const;
   bool is_gone(const ClosedFile& file, int64_t first) const;
-  bool archive_file(const ClosedFile& file, int64_t first) const;
+  bool archive_file(const ClosedFile& file) const;
   Begun begin_together(const ClosedFile* first, const ClosedFile* last) const;
   bool archive_begun(const ClosedFile& file, Begun& begun) const;
 

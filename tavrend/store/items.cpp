@@ -211,8 +211,15 @@ void Store::note_finished(const Intent& intent) {
   if (note_late_end(intent)) return end_intent(intent);
   const int64_t end = intent.first + intent.length;
   const bool is_whole = !intent.grows && end == intent.file.size;
-  write_progress(intent.section,
-                 {identity_of(intent.file), end, intent.file.size, intent.file.mtime_ns, is_whole, intent.log});
+  const Identity identity = identity_of(intent.file);
+  if (intent.follows) {
+    write_progress(intent.section, {identity, end, intent.file.size, intent.file.mtime_ns, is_whole, intent.log});
+  } else if (is_whole) {
+    forget_begun(intent.section, identity);
+    if (intent.first > 0) forget_old_progress(intent.section);
+  } else {
+    write_begun(intent);
+  }
   if (is_whole) remember_file(intent.section, intent.file, Known::archived);
   if (is_whole || intent.follows) forget_seen_at(intent.section, intent.file);
   end_intent(intent);

@@ -18,6 +18,40 @@ bool Store::has_followed(const std::string& section) {
   return query.next();
 }
 
+/* An old state has it in the place of a log's progress. */
+int64_t Store::begun_at(const std::string& section, const ArchivedFile& file) {
+  auto query = database->query(
+      "SELECT offset, size, mtime_ns FROM begun"
+      " WHERE section = ? AND device = ? AND inode = ? AND head_length = ? AND head_checksum = ?");
+  if (bind(query.bind(section), file.identity).next()) {
+    const bool is_it = file == ArchivedFile{file.identity, query.number(1), query.number(2)};
+    return is_it ? query.number(0) : 0;
+  }
+  const auto old = progress(section);
+  const bool is_it = old && !old->finished && file == ArchivedFile{old->identity, old->seen, old->mtime_ns};
+  return is_it ? old->offset : 0;
+}
+
+void Store::write_begun(const Intent& intent) {
+  auto query = database->query("INSERT OR REPLACE INTO begun VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
+  bind(query.bind(intent.section), identity_of(intent.file))
+      .bind(intent.file.size)
+      .bind(intent.file.mtime_ns)
+      .bind(intent.first + intent.length)
+      .bind_sum()
+      .run();
+}
+
+void Store::forget_begun(const std::string& section, const Identity& identity) {
+  auto query = database->query(
+      "DELETE FROM begun WHERE section = ? AND device = ? AND inode = ? AND head_length = ? AND head_checksum = ?");
+  bind(query.bind(section), identity).run();
+}
+
+void Store::forget_old_progress(const std::string& section) {
+  database->query("DELETE FROM progress WHERE section = ? AND log = x''").bind(section).run();
+}
+
 void Store::write_progress(const std::string& section, const Progress& progress) {
   auto query = database->query("INSERT OR REPLACE INTO progress VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
   bind(query.bind(section).bind(progress.log), progress.identity)

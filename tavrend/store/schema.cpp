@@ -39,6 +39,10 @@ constexpr char schema[] =
     "CREATE TABLE seen (section BLOB NOT NULL, device INTEGER NOT NULL, inode INTEGER NOT NULL,"
     " head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, size INTEGER NOT NULL, mtime_ns INTEGER NOT NULL,"
     " log BLOB NOT NULL, path BLOB NOT NULL, sum INTEGER NOT NULL,"
+    " PRIMARY KEY (section, device, inode, head_length, head_checksum)) WITHOUT ROWID;"
+    "CREATE TABLE begun (section BLOB NOT NULL, device INTEGER NOT NULL, inode INTEGER NOT NULL,"
+    " head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, size INTEGER NOT NULL, mtime_ns INTEGER NOT NULL,"
+    " offset INTEGER NOT NULL, sum INTEGER NOT NULL,"
     " PRIMARY KEY (section, device, inode, head_length, head_checksum)) WITHOUT ROWID;";
 
 /* Each row has the sum of these columns. For how long a file was missing may be wrong. */
@@ -58,6 +62,7 @@ constexpr SummedTable summed_tables[] = {
      " announced",
      15},
     {"seen", "section, device, inode, head_length, head_checksum, size, mtime_ns, log, path", 9},
+    {"begun", "section, device, inode, head_length, head_checksum, size, mtime_ns, offset", 8},
 };
 
 /* The same of the second version; the first had these columns, and no sums. */

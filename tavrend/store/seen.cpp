@@ -20,6 +20,7 @@ std::string Store::path_of_seen(const std::string& section, const Identity& iden
 }
 
 void Store::forget_seen_now(const std::string& section, const Identity& identity) {
+  forget_begun(section, identity);
   auto query = database->query(
       "DELETE FROM seen WHERE section = ? AND device = ? AND inode = ? AND head_length = ? AND head_checksum = ?");
   bind(query.bind(section), identity).run();

@@ -89,7 +89,12 @@ class Store {
    * that is missing.
    */
   void forget_missing_files(const std::string& section, const ClosedFiles& look, int64_t now_ms);
-  /* Of a section that follows a log each log has its own; that of closed files has none for its name. */
+  /*
+   * Returns up to where a closed file is archived of which only some parts are, 0 where none is. It is forgotten
+   * together with what was seen of the file.
+   */
+  int64_t begun_at(const std::string& section, const ArchivedFile& file);
+  /* Each log has its own; that of an old state may have no name. */
   std::optional<Progress> progress(const std::string& section, const std::string& log = "");
   bool has_followed(const std::string& section);
   /*
@@ -143,6 +148,9 @@ class Store {
   void write_intent(const Intent& intent);
   void write_last_item_time(const std::string& section, int64_t item_time_ms);
   void write_progress(const std::string& section, const Progress& progress);
+  void write_begun(const Intent& intent);
+  void forget_begun(const std::string& section, const Identity& identity);
+  void forget_old_progress(const std::string& section);
   void remember_file(const std::string& section, const LogFile& file, Known as);
   void write_seen(const std::string& section, const std::string& log, const ClosedFile& file);
   std::vector<ArchivedFile> files_of(const char* sql, const std::string& section);

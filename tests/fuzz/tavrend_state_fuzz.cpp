@@ -30,6 +30,8 @@ void fill(Store& store) {
     store.begin_item(intent, 1750000000000 + i);
     store.finish_item(intent);
   }
+  store.begin_item({"audit", "audit/part", closed, false, false, 0, 1000}, 1750000000050);
+  store.finish_item({"audit", "audit/part", closed, false, false, 0, 1000});
   store.begin_item({"messages", "messages/x", growing, true, true, 0, 70000}, 1750000000100);
   store.finish_item({"messages", "messages/x", growing, true, true, 0, 70000});
   store.begin_item({"messages", "messages/y", growing, true, true, 70000, 10000, "/var/log/m", true, 900},
@@ -72,6 +74,7 @@ std::string content_of(Store& store) {
           << intent.length << intent.log << intent.compressed << intent.announced << "\n";
     }
   }
+  out << store.begun_at("audit", {identity_of(closed), closed.size, closed.mtime_ns}) << "\n";
   for (const ArchivedFile& file : store.seen_files("audit", pattern)) {
     say(out, file.identity);
     out << " " << file.size << " " << file.mtime_ns << store.path_of_seen("audit", file.identity) << "\n";

@@ -82,6 +82,18 @@ TEST_F(SeenInStore, IsAClosedFileOfWhichAPartIsArchived) {
   EXPECT_THAT(seen(), ElementsAre(1));
 }
 
+TEST_F(SeenInStore, IsForgottenWithThePartOfItThatIsArchived) {
+  see({1});
+  Intent part = whole(1);
+  part.length = 2;
+  store->begin_item(part, 5);
+  store->finish_item(part);
+  const ArchivedFile file{identity_of(part.file), part.file.size, part.file.mtime_ns};
+  EXPECT_EQ(store->begun_at("audit", file), 2);
+  store->forget_seen("audit", file.identity);
+  EXPECT_EQ(store->begun_at("audit", file), 0);
+}
+
 /* What there is of that says the log's progress. */
 TEST_F(SeenInStore, IsNotTheLogThatIsArchivedInPieces) {
   see({1});

@@ -106,6 +106,7 @@ class StoreFailure : public StoreTest {
     from.errors();
     from.archived_files("audit");
     from.progress("audit");
+    from.begun_at("audit", as_archived());
     from.sections();
     from.last_item_time("audit");
     from.open_intents("audit");
@@ -219,7 +220,10 @@ TEST_F(StoreFailure, WithAChangedValueIsNotStartedAndKept) {
   store->add_section({"audit", 0});
   store->begin_item(intent(), 1);
   store->finish_item(intent());
-  store->begin_item(intent(), 2);
+  store->begin_item(intent(0, 4), 2);
+  store->finish_item(intent(0, 4));
+  store->begin_item(intent(), 3);
+  store->note_look("audit", Progress{identity_of(file()), 4, 10, 5}, {}, Store::Known::archived);
   const ClosedFile waiting{"/var/log/b", {identity_of(file()), 10, 20}};
   store->note_seen("audit", "/var/log/*", std::nullopt, {{}, {&waiting}});
   store.reset();
@@ -230,7 +234,7 @@ TEST_F(StoreFailure, WithAChangedValueIsNotStartedAndKept) {
         "progress SET offset = offset + 1", "intent SET first = first + 1", "intent SET path = CAST('other' AS BLOB)",
         "intent SET announced = 7", "archived SET passed_over = 1", "progress SET log = CAST('other' AS BLOB)",
         "seen SET size = size + 1", "seen SET path = CAST('other' AS BLOB)", "archived SET passed_over = x''",
-        "intent SET log = 0"}) {
+        "intent SET log = 0", "begun SET offset = offset + 1", "begun SET size = size + 1"}) {
     run(std::string("UPDATE ") + change);
     const std::string changed = read_file(database);
     EXPECT_EQ(error_of_opening(), database + ": damaged: a value has changed") << change;
@@ -421,6 +425,9 @@ TEST_F(StoreFailure, IsTheSameOnEveryMachine) {
   store->add_section({"audit", 0});
   store->begin_item(intent(), 4711);
   store->finish_item(intent());
+  store->begin_item(intent(0, 4), 4711);
+  store->finish_item(intent(0, 4));
+  store->note_look("audit", Progress{identity_of(file()), 10, 10, file().mtime_ns, true}, {}, Store::Known::archived);
   Intent piece = intent(4, 6, true);
   piece.log = "/log";
   piece.compressed = true;
@@ -449,4 +456,6 @@ TEST_F(StoreFailure, IsTheSameOnEveryMachine) {
   EXPECT_EQ(rows("SELECT quote(section), device, inode, head_length, head_checksum, size, mtime_ns, quote(log),"
                  " quote(path) FROM seen"),
             "X'6175646974' " + identity + " 10 20 X'2F7661722F6C6F672F2A' X'2F7661722F6C6F672F62'");
+  EXPECT_EQ(rows("SELECT quote(section), device, inode, head_length, head_checksum, size, mtime_ns, offset FROM begun"),
+            "X'6175646974' " + identity + " 10 123456789012345678 4");
 }

@@ -68,6 +68,8 @@ class StoreTest : public testing::Test {
     return {"audit", "audit/2026-11-22T06:29:51.123.x", file(), grows, grows, first, length};
   }
 
+  static ArchivedFile as_archived() { return {identity_of(file()), file().size, file().mtime_ns}; }
+
   const TemporaryDirectory directory;
   const std::string path = directory.path("state");
   const std::string database = path + "/tavrend.db";

@@ -152,6 +152,7 @@ class OldStore : public StoreTest {
     store->add_section({"audit", 0});
     store->begin_item(intent(), 4711);
     store->finish_item(intent());
+    store->note_look("audit", Progress{identity_of(file()), 10, 10, 5, true}, {}, Store::Known::archived);
     store->begin_item(intent(), 4712);
   }
 
@@ -160,6 +161,7 @@ class OldStore : public StoreTest {
     run(R"(
       DROP INDEX archived_section;
       DROP TABLE seen;
+      DROP TABLE begun;
       ALTER TABLE number RENAME TO new_number;
       CREATE TABLE number (name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;
       INSERT INTO number SELECT name, value FROM new_number;
@@ -205,6 +207,7 @@ class OldStore : public StoreTest {
     run(R"(
       DROP INDEX archived_section;
       DROP TABLE seen;
+      DROP TABLE begun;
       ALTER TABLE archived RENAME TO new_archived;
       CREATE TABLE archived (id INTEGER PRIMARY KEY, section BLOB NOT NULL, device INTEGER NOT NULL,
         inode INTEGER NOT NULL, head_length INTEGER NOT NULL, head_checksum INTEGER NOT NULL, size INTEGER NOT NULL,
@@ -288,6 +291,19 @@ TEST_F(OldStore, OfTheSecondVersionKnowsWhichLogItsProgressIsOf) {
   EXPECT_EQ(store->open_intents("audit").at(0).log, "");
 }
 
+/* A section of closed files had it where one that follows a log has its progress. */
+TEST_F(OldStore, OfTheSecondVersionKnowsHowFarAClosedFileCame) {
+  store->note_look("audit", Progress{identity_of(file()), 4, 10, file().mtime_ns}, {}, Store::Known::archived);
+  become_second_version();
+  reopen();
+  EXPECT_EQ(store->begun_at("audit", as_archived()), 4);
+  EXPECT_EQ(store->begun_at("audit", {identity_of(file()), 11, file().mtime_ns}), 0);
+  store->begin_item(intent(4, 6), 4713);
+  store->finish_item(intent(4, 6));
+  EXPECT_EQ(store->begun_at("audit", as_archived()), 0);
+  EXPECT_FALSE(store->progress("audit"));
+}
+
 TEST_F(OldStore, OfTheSecondVersionKnowsTheFormOfAnItemByItsName) {
   begin_piece("messages/1.messages", "/var/log/messages.1");
   begin_piece("messages/2.messages.zst", "/var/log/messages.1");
@@ -312,17 +328,35 @@ TEST_F(OldStore, OfTheSecondVersionWithAChangedValueIsNotStarted) {
 TEST_F(StoreTest, OfAPartOfAFileKnowsHowFarItCame) {
   store->begin_item(intent(0, 4), 1);
   store->finish_item(intent(0, 4));
+  reopen();
   EXPECT_TRUE(store->archived_files("audit").empty());
-  ASSERT_TRUE(store->progress("audit"));
-  EXPECT_EQ(store->progress("audit")->offset, 4);
-  EXPECT_FALSE(store->progress("audit")->finished);
+  EXPECT_EQ(store->begun_at("audit", as_archived()), 4);
   store->begin_item(intent(4, 6), 2);
   store->finish_item(intent(4, 6));
   EXPECT_EQ(store->archived_files("audit").size(), 1U);
-  EXPECT_TRUE(store->progress("audit")->finished);
+  EXPECT_EQ(store->begun_at("audit", as_archived()), 0);
 }
 
-TEST_F(StoreTest, OfAPartOfAFileKnowsHowMuchThereWas) {
+TEST_F(StoreTest, OfPartsOfSeveralFilesKnowsHowFarEachCame) {
+  Intent other = intent(0, 3);
+  other.file.inode += 1;
+  store->begin_item(intent(0, 4), 1);
+  store->finish_item(intent(0, 4));
+  store->begin_item(other, 2);
+  store->finish_item(other);
+  EXPECT_EQ(store->begun_at("audit", as_archived()), 4);
+  EXPECT_EQ(store->begun_at("audit", {identity_of(other.file), other.file.size, other.file.mtime_ns}), 3);
+  EXPECT_EQ(store->begun_at("messages", as_archived()), 0);
+}
+
+TEST_F(StoreTest, OfAPartOfAFileThatHasChangedSinceKnowsNothing) {
+  store->begin_item(intent(0, 4), 1);
+  store->finish_item(intent(0, 4));
+  EXPECT_EQ(store->begun_at("audit", {identity_of(file()), file().size + 1, file().mtime_ns}), 0);
+  EXPECT_EQ(store->begun_at("audit", {identity_of(file()), file().size, file().mtime_ns + 1}), 0);
+}
+
+TEST_F(StoreTest, OfAPartOfALogKnowsHowMuchThereWas) {
   store->begin_item(intent(0, 4, true), 1);
   store->finish_item(intent(0, 4, true));
   EXPECT_EQ(store->progress("audit")->seen, 10);
