@@ -28,3 +28,15 @@ TEST_F(LargeFile, GoesInParts) {
   EXPECT_EQ(items("closed").size(), 2U);
   EXPECT_EQ(errors(), "");
 }
+
+/* Each of its parts would, and the second one would make the first one go. */
+TEST_F(LargeFile, WhosePartsHaveNoRoomTogetherIsLargerThanTheLimit) {
+  const TemporaryDirectory memory("/dev/shm");
+  const std::string file = memory.path("a.1");
+  lab::run("truncate -s 5G " + file);
+  start("[closed]\nfiles = " + file + "\ninterval = 1\n");
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 4200), 0);
+  wait_until("an error or an item", [] { return !errors().empty() || !items("closed").empty(); });
+  EXPECT_NE(errors().find("  - System call \"limit\" failed with error code 27"), std::string::npos) << errors();
+  EXPECT_EQ(items("closed").size(), 0U);
+}
