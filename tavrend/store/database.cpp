@@ -48,12 +48,15 @@ Database::Database(const std::string& file, Kind kind) : path(file) {
     use_log();
     run("BEGIN EXCLUSIVE; COMMIT");
   } catch (...) {
-    sqlite3_close_v2(handle);
+    close();
     throw;
   }
 }
 
-Database::~Database() {
+Database::~Database() { close(); }
+
+/* It stays locked while there is a statement. */
+void Database::close() {
   for (const auto& [sql, statement] : statements) sqlite3_finalize(statement);
   sqlite3_close_v2(handle);
 }

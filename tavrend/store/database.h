@@ -77,6 +77,7 @@ class Database {
 
  private:
   void use_log();
+  void close();
   [[noreturn]] void fail() const;
 
   std::string path;

@@ -124,6 +124,26 @@ TEST_F(StoreFailure, WithoutRoomForADatabaseIsNotStarted) {
             at + "/tavrend.db.new: database or disk is full");
 }
 
+/* Its log may have room where the database itself has none any more. */
+TEST_F(StoreFailure, WithRoomForAPartOfADatabaseIsNotStartedUntilThereIsMore) {
+  const std::string at = small_place();
+  constexpr int enough = 400;
+  for (int kib = 4; kib < enough; kib += 4) {
+    EXPECT_EQ(reason_in_child([&] {
+                mount_small(at, kib);
+                try {
+                  const Store full(at);
+                } catch (const StoreError&) {
+                }
+                const std::string options = "size=" + std::to_string(enough) + "k";
+                if (mount(nullptr, at.c_str(), nullptr, MS_REMOUNT, options.c_str()) != 0) _exit(1);
+                const Store again(at);
+              }),
+              "none")
+        << kib << " KiB";
+  }
+}
+
 TEST_F(StoreFailure, OnADiskThatFillsUpTakesNoChangeAndKeepsTheOthers) {
   const std::string at = small_place();
   EXPECT_EQ(reason_in_child([&at] {
