@@ -1,7 +1,8 @@
 #include <fstream>
 #include <functional>
 
-#include "tavrend/procedures_fixture.h"
+#include "support/named.h"
+#include "tavrend/held_items_fixture.h"
 
 /*
  * A session that is ended in the middle of an item by what the daemon is told: that is no failure, and the item is sent
@@ -224,4 +225,101 @@ TEST_F(SessionInTheMiddleOfAnItem, MakesNoItemOfAFileThatChangesWhileItIsCompres
   wait_until("the changed file", [] { return archived_since_the_start(1) > 0 && sleeping() == 1; });
   EXPECT_EQ(items("closed").size(), 1U);
   EXPECT_EQ(count(errors(), log("a.1") + ", ecode=116"), 1U) << errors();
+}
+
+namespace {
+
+/* In a command on the archive host that does not come to its end. */
+class StepThatIsEnded : public HeldItems {
+ protected:
+  static void let_hang(const char* command) {
+    const std::string begun = (home() / "begun").string();
+    ASSERT_EQ(set_remote_command(command, ("touch " + begun + "; sleep 1000;").c_str()), "");
+  }
+
+  static void wait_for_the_command() {
+    wait_until("a command", [] { return std::filesystem::exists(home() / "begun"); });
+    std::filesystem::remove(home() / "begun");
+  }
+
+  static void expect_no_failure() {
+    EXPECT_EQ(set_state(TAVREN_STATE_DISABLED), 0);
+    EXPECT_EQ(sleeping(), 1);
+    EXPECT_EQ(status().connection_status, TAVREN_CONNECTION_OK);
+    EXPECT_EQ(errors(), "");
+  }
+
+  std::string following_in_a_day() const { return in_a_day("messages", "follow = " + log("messages")); }
+};
+
+class StepForAnItem : public StepThatIsEnded, public testing::WithParamInterface<Named<const char*>> {};
+
+constexpr Named<const char*> steps_for_an_item[] = {{"Login", "cd"},   {"Measurement", "du"},  {"Listing", "ls"},
+                                                    {"Removal", "rm"}, {"Directory", "mkdir"}, {"Beginning", "scp"}};
+
+}  // namespace
+
+/* The second item has no room before the first one is removed. */
+TEST_P(StepForAnItem, IsNoFailureWhenArchivingIsSwitchedOffNorWhenTheDaemonEnds) {
+  const std::string lines = many_lines(600000);
+  append("messages", lines);
+  start(following_in_a_day());
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 1), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  expect_archived("messages", lines);
+  let_hang(GetParam().value);
+  append("messages", lines);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  wait_for_the_command();
+  expect_no_failure();
+  EXPECT_GE(used(1), 0);
+  ASSERT_EQ(set_state(TAVREN_STATE_ENABLED), 0);
+  wait_for_the_command();
+  EXPECT_EQ(stop(), 0);
+  start_again();
+  EXPECT_EQ(errors(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(, StepForAnItem, testing::ValuesIn(steps_for_an_item), by_name);
+
+TEST_F(StepThatIsEnded, IsNoFailureInTheClaim) {
+  append("messages", "one\n");
+  start(following_in_a_day());
+  let_hang("scp");
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  wait_for_the_command();
+  expect_no_failure();
+}
+
+/* No section is due with it. */
+TEST_F(StepThatIsEnded, IsNoFailureInAMeasurementAlone) {
+  append("messages", "one\n");
+  start(following_in_a_day());
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 1), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  expect_archived("messages", "one\n");
+  let_hang("du");
+  ASSERT_EQ(run_task("SpaceTask"), 0);
+  wait_for_the_command();
+  expect_no_failure();
+}
+
+TEST_F(StepThatIsEnded, IsNoFailureInTheLastAnswerToAnItem) {
+  append("messages", "one\n");
+  hold("messages", following_in_a_day(), 4);
+  expect_no_failure();
+}
+
+/* Whether all of it has arrived is what it was about to find out. */
+TEST_F(StepThatIsEnded, IsNoFailureInTheSizeOfAnItem) {
+  append("messages", "one\n");
+  hold("messages", following_in_a_day(), 4);
+  let_hang("head");
+  stop(SIGKILL);
+  lab::run("rm " + log("messages"));
+  run_again("messages");
+  wait_for_the_command();
+  expect_no_failure();
+  EXPECT_EQ(archive_of("messages"), "one\n");
 }
