@@ -93,3 +93,23 @@ TEST_F(DaemonsRetry, IsDrawnOtherwiseByAnotherChassisWhoseClockBeginsAlike) {
   /* A tenth of 10,000 s to either side is drawn from; a failure takes some seconds at the most. */
   EXPECT_GT(std::abs(first_ms - second_ms), 20000);
 }
+
+/* So many files that what is remembered of them needs room that there is not: a failure of which the host knows
+ * nothing. */
+TEST_F(DaemonsRetry, ComesAsLateWhereTheStateCannotBeWritten) {
+  std::filesystem::create_directory(state);
+  lab::change_machine("mount -t tmpfs -o size=300k tmpfs $LAB/state");
+  start_with(NOTED_WAITS);
+  ASSERT_EQ(set_tunable("failure_retry_interval", "1000"), "");
+  lab::run("cat /dev/zero >$LAB/state/filler 2>/dev/null || true");
+  for (int i = 0; i < 200; ++i) append("audit.log." + std::to_string(i), "x\n");
+  const int64_t before_ms = tavren_get_uptime_ms();
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("a failure",
+             [] { return lab::system_log().find("tavrend.db: database or disk is full") != std::string::npos; });
+  wait_until("the wait after it", [] { return sleeping() == 1; });
+  EXPECT_GE(end_of_the_wait_ms(), before_ms + 900000);
+  EXPECT_LE(end_of_the_wait_ms(), tavren_get_uptime_ms() + 1100000);
+  stop();
+  lab::change_machine("umount $LAB/state");
+}
