@@ -4,6 +4,7 @@
 #include <initializer_list>
 #include <string>
 
+#include "support/named.h"
 #include "tavrend/procedures_fixture.h"
 
 /* What goes wrong in one place keeps nothing else from being archived, and is seen. */
@@ -237,3 +238,56 @@ TEST_F(Failure, OfAnItemAndWhatIsLostAreInTheSystemLog) {
   EXPECT_NE(system_log.find(".a.1 on remote host"), std::string::npos) << system_log;
   EXPECT_NE(system_log.find("messages (bytes 4 to 4)"), std::string::npos) << system_log;
 }
+
+TEST_F(Failure, OfALoginIsInTheSystemLogAsTheLibrarySaysIt) {
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config("wrong"), 0);
+  wait_until("a failed login", [] { return errors().find("login failed") != std::string::npos; });
+  const std::string system_log = lab::system_log();
+  EXPECT_EQ(count(system_log, "tavrend: failed to connect to archive host"), 1U) << system_log;
+}
+
+namespace {
+
+/* The far side takes a part of an item's bytes, and no more. What it does then are shell words. */
+class FailureInTheMiddleOfTheData : public Failure, public testing::WithParamInterface<Named<const char*>> {
+ protected:
+  static void make_sink(const std::string& words) {
+    lab::run(
+        "cat >$LAB_ARCHIVE/../complaining-scp <<'END' && chmod 755 $LAB_ARCHIVE/../complaining-scp\n"
+        "#!/bin/sh\n"
+        "case $* in *.a.1*) ;; *) exec scp -q -t \"$@\" ;; esac\n"
+        "printf '\\0'\n"
+        "read -r header\n"
+        "printf '\\0'\n"
+        "head -c 100000 >/dev/null\n" +
+        words + "\nEND\n");
+  }
+};
+
+constexpr Named<const char*> complaints[] = {{"WithAWarning", "printf '\\1no more\\n'; exec cat >/dev/null"},
+                                             {"WithAnErrorAndItsEnd", "printf '\\2no more\\n'"},
+                                             {"WithItsEndAlone", "exit 1"}};
+
+}  // namespace
+
+/* Nothing of it stays there, and the session is not what has failed: its next try would be minutes away. */
+TEST_P(FailureInTheMiddleOfTheData, IsOfThatItemAloneAndTheNextOneGoesOnAtOnce) {
+  const std::string large = many_lines(20000000);
+  append("a.1", large);
+  lab::run("touch -d 2026-01-01 " + log("a.1"));
+  append("a.2", "small\n");
+  make_sink(GetParam().value);
+  start("[closed]\nfiles = " + log("a.*") + "\ninterval = 1d\n");
+  ASSERT_EQ(set_remote_command("scp", "../complaining-scp"), "");
+  begin_with({"LogTypeTask.closed"}, -1);
+  expect_archived("closed", "small\n");
+  EXPECT_EQ(count(errors(), ".a.1'\" produced incorrect output"), 1U) << errors();
+  EXPECT_EQ(status().connection_status, TAVREN_CONNECTION_OK);
+  ASSERT_EQ(set_remote_command("all", "default"), "");
+  ASSERT_EQ(run_task("LogTypeTask.closed"), 0);
+  expect_archived("closed", "small\n" + large);
+}
+
+INSTANTIATE_TEST_SUITE_P(, FailureInTheMiddleOfTheData, testing::ValuesIn(complaints), by_name);
