@@ -117,3 +117,20 @@ TEST_F(Archive, IsMeasuredOnceInASessionAndOnceMoreAfterARemoval) {
   expect_archived("closed", std::string(400000, '2') + std::string(400000, '3'));
   EXPECT_EQ(read_file(lab::archived(".measured")), "\n\n");
 }
+
+/* Others of the archive host are to read it. */
+TEST_F(Archive, HasTheSameModesWhateverItsAccountsMaskIs) {
+  append("a.1", "first\n");
+  start(closed("a.*"));
+  EXPECT_EQ(
+      refusal_of([](auto* h, char** m) { return tavren_api_set_remote_command(h, "sh", "umask 077; /bin/sh", m); }),
+      "");
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("closed", "first\n");
+  const auto mode_of = [](const std::string& name) {
+    return static_cast<unsigned int>(std::filesystem::status(lab::archived(name)).permissions());
+  };
+  EXPECT_EQ(mode_of(".chassis.CH-1"), 0644U);
+  EXPECT_EQ(mode_of("closed"), 0755U);
+  EXPECT_EQ(mode_of("closed/" + items("closed")[0]), 0644U);
+}
