@@ -1,5 +1,7 @@
 #include <sys/stat.h>
 
+#include "support/own_machine.h"
+#include "support/private_tmp.h"
 #include "tavrend/daemon_fixture.h"
 
 namespace {
@@ -143,4 +145,20 @@ TEST_F(DaemonAsAGuest, HasItsFilesInTheSystemsPlacesUnlessItIsToldOtherwise) {
 TEST_F(DaemonAsAGuest, SaysWhichConfigurationFileIsMissing) {
   EXPECT_EQ(run("--config /no/such.conf --state " + state), 1);
   EXPECT_NE(said("err").find("/no/such.conf"), std::string::npos) << said("err");
+}
+
+/* With a number file in the place where a machine without TAVREN_HOME would look. */
+TEST_F(DaemonAsAGuest, HasTheUsualNumberWithoutAHome) {
+  need_own_machine("a /tmp of its own");
+  daemon = fork();
+  if (daemon == 0) {
+    if (!enter_private_tmp()) _exit(126);
+    write_file("/tmp/tavrend_rpc_num", "100172\n");
+    write_file("/tmp/tavrend.conf", closed("a.*"));
+    unsetenv("TAVREN_HOME");
+    execl(TAVREND, TAVREND, "--config", "/tmp/tavrend.conf", "--state", "/tmp/state", nullptr);
+    _exit(127);
+  }
+  wait_until("a registration", [] { return system("rpcinfo -p 127.0.0.1 | grep -q ' 10017[12] '") == 0; });
+  lab::run("! rpcinfo -p 127.0.0.1 | grep -w 100172");
 }
