@@ -161,6 +161,25 @@ TEST_F(Procedure, StatusSaysThatNothingWasMeasured) {
   wait_until("the reason", [&reason] { return errors().find(reason) != std::string::npos; });
 }
 
+/* Of three sections one has no directory yet, which is no failure. */
+TEST_F(Procedure, StatusSaysThatOneOfSeveralDirectoriesWasNotMeasured) {
+  append("a.1", std::string(1500000, 'x'));
+  append("b.1", "one\n");
+  start(closed("a.*", "a") + closed("b.*", "b") + closed("c.*", "c"));
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 100), 0);
+  wait_until("two items", [] { return archived_since_the_start(1) == 2; });
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 100), 0);
+  EXPECT_EQ(used(1), -2);
+  ASSERT_EQ(run_task("SpaceTask"), 0);
+  wait_until("a measurement", [] { return used(1) == 2; });
+  const char* const but_b = "all_but_b() { for i; do [ $i = ./b ] || /usr/bin/du -sk $i; done; }; all_but_b";
+  ASSERT_EQ(set_remote_command("du", but_b), "");
+  ASSERT_EQ(run_task("SpaceTask"), 0);
+  wait_until("a measurement that fails", [] { return used(1) == -3; });
+  const std::string reason = "'./c' 2>/dev/null\" produced incorrect output: 1 line(s) of output";
+  wait_until("the reason", [&reason] { return errors().find(reason) != std::string::npos; });
+}
+
 TEST_F(Procedure, StatusHasTheConnectionThatThereIsAndTheItemsThatAreWaiting) {
   append("audit.log.1", std::string(20000000, 'x'));
   lab::run("touch -d 2026-01-01 " + log("audit.log.1"));
