@@ -47,6 +47,14 @@ class LogInALongOutage : public Procedure {
     for (const auto& [section, content] : written) expect_archived(section, content);
   }
 
+  /* Waits until somebody has looked at what is there now: the session that fails next may have looked before. */
+  static void wait_for_another_look() {
+    const auto failures = [] { return count(errors(), "Failed to start secure shell session"); };
+    const size_t before = failures();
+    wait_until("another look", [&] { return failures() > before + 1; });
+    wait_until("the end of that", [] { return sleeping() == 1; });
+  }
+
   /* A log of which the first line is archived, and then the host is away. */
   void begin_behind_a_first_line() {
     append("messages", "one\n");
@@ -224,15 +232,26 @@ TEST_F(LogInALongOutage, IsReportedWithTheBytesThatTheLastLookHasSeen) {
   append("messages", "two\n");
   wait_for_waiting(1);
   append("messages", "three\n");
-  /* The session that failed next may have looked before that. */
-  const auto failures = [] { return count(errors(), "Failed to start secure shell session"); };
-  const size_t before = failures();
-  wait_until("another look", [&] { return failures() > before + 1; });
-  wait_until("the end of that", [] { return sleeping() == 1; });
+  wait_for_another_look();
   in_the_logs("rm messages");
   append("messages", "four\n");
   expect_then_archived({{"messages", "one\nfour\n"}});
   EXPECT_EQ(count(errors(), lost("messages", 4, 14)), 1U) << errors();
+  EXPECT_EQ(losses(), 1U) << errors();
+}
+
+/* The compressed form has the time of the last line, by which it is known. */
+TEST_F(LogInALongOutage, AsALogThatHasGrownAndIsOnlyThereCompressedIsReportedOnce) {
+  append("messages", "one\n");
+  in_the_logs("touch -d 2026-01-01 messages");
+  begin(following("messages"));
+  expect_archived("messages", "one\n");
+  lab::stop_sshd();
+  in_the_logs("echo two >>messages && touch -d 2026-01-02 messages");
+  wait_for_another_look();
+  in_the_logs("mv messages messages.1 && echo three >messages && gzip messages.1");
+  expect_then_archived({{"messages", "one\nthree\n"}});
+  EXPECT_EQ(count(errors(), lost("messages", 4, 8)), 1U) << errors();
   EXPECT_EQ(losses(), 1U) << errors();
 }
 
