@@ -92,7 +92,10 @@ bool GrowingFileRun::is_away(const Surroundings& around) const {
   return !is_on_device(log, progress->identity.device);
 }
 
-/* Notes which files beside a log are none of its business. Returns how far the log is archived. */
+/*
+ * Notes which files beside a log are none of its business, and that the log itself is none of those that were rotated,
+ * however it begins. Returns how far it is archived.
+ */
 Progress GrowingFileRun::begin_look(const Surroundings& around) const {
   return to.desk.with_store([&](Store& store) {
     const auto before = known_progress(store);
@@ -101,6 +104,7 @@ Progress GrowingFileRun::begin_look(const Surroundings& around) const {
     Progress now = before ? *before : progress_at_first(around.present);
     now.log = log;
     store.note_look(to.section.name, now, passed, Store::Known::passed_over);
+    if (around.present) store.note_new_file(to.section.name, *around.present);
     ClosedFiles look(archived);
     for (const LogFile& file : around.beside.files) look.see(file);
     if (around.present) look.see(*around.present);

@@ -1,6 +1,8 @@
 #include "store/store.h"
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 #include "store/database.h"
 #include "store/identity_columns.h"
@@ -157,15 +159,49 @@ void Store::write_last_item_time(const std::string& section, int64_t item_time_m
 }
 
 void Store::remember_file(const std::string& section, const LogFile& file, Known as) {
+  write_archived(section, {identity_of(file), file.size, file.mtime_ns}, as);
+}
+
+void Store::write_archived(const std::string& section, const ArchivedFile& file, Known as) {
   auto query = database->query(
       "INSERT INTO archived (section, device, inode, head_length, head_checksum, size, mtime_ns, passed_over, sum)"
       " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
-  bind(query.bind(section), identity_of(file))
+  bind(query.bind(section), file.identity)
       .bind(file.size)
       .bind(file.mtime_ns)
       .bind(int64_t{as == Known::passed_over})
       .bind_sum()
       .run();
+}
+
+void Store::note_new_file(const std::string& section, const LogFile& file) {
+  const auto open = open_intents(section);
+  /* What was written behind its end may have arrived already, and is noted of it then. */
+  const auto is_on_its_way = [&open](const Identity& known) {
+    return std::any_of(open.begin(), open.end(), [&known](const Intent& intent) {
+      return intent.follows && !intent.grows && is_same_file(known, intent.file);
+    });
+  };
+  std::vector<std::pair<ArchivedFile, Known>> earlier;
+  {
+    auto query = database->query(
+        "SELECT device, inode, head_length, head_checksum, size, mtime_ns, passed_over FROM archived WHERE section = ?"
+        " AND device = ? AND inode = ?");
+    query.bind(section).bind(static_cast<int64_t>(file.device)).bind(static_cast<int64_t>(file.inode));
+    while (query.next()) {
+      const ArchivedFile known{identity_at(query, 0), query.number(4), query.number(5)};
+      if (!is_same_file(known.identity, file) || is_on_its_way(known.identity)) continue;
+      earlier.emplace_back(known, query.number(6) != 0 ? Known::passed_over : Known::archived);
+    }
+  }
+  if (earlier.empty()) return;
+  database->transaction([&] {
+    for (auto& [known, as] : earlier) {
+      forget_file(section, known.identity);
+      known.identity.inode = 0;
+      write_archived(section, known, as);
+    }
+  });
 }
 
 void Store::end_intent(const Intent& intent) {

@@ -104,6 +104,11 @@ class Store {
   enum class Known { archived, passed_over };
   void note_look(const std::string& section, const std::optional<Progress>& now, const std::vector<LogFile>& known,
                  Known as);
+  /*
+   * Notes that file is none of those that were archived, although it is at the inode of one and begins like it: that
+   * one is gone. It stays known by all else, for as long as one that is missing.
+   */
+  void note_new_file(const std::string& section, const LogFile& file);
 
   /*
    * What looks have found, and is not archived yet: it has been seen, so that it cannot be lost in silence. What is
@@ -152,6 +157,7 @@ class Store {
   void forget_begun(const std::string& section, const Identity& identity);
   void forget_old_progress(const std::string& section);
   void remember_file(const std::string& section, const LogFile& file, Known as);
+  void write_archived(const std::string& section, const ArchivedFile& file, Known as);
   void write_seen(const std::string& section, const std::string& log, const ClosedFile& file);
   std::vector<ArchivedFile> files_of(const char* sql, const std::string& section);
   void forget_seen_now(const std::string& section, const Identity& identity);

@@ -117,6 +117,33 @@ TEST_F(DaemonsLog, ThatIsWrittenUnderItsNewNameBesideTheNewOneIsSentWhole) {
   EXPECT_EQ(errors(), "");
 }
 
+/*
+ * Inodes are used again: the first log, which was archived when there were some bytes in it by which it is known, gives
+ * its own to the third one. No file system has to do so.
+ */
+TEST_F(DaemonsLog, ThatBeginsLikeAnEarlierOneOnItsInodeIsSentOnce) {
+  const std::string beginning = "a log of this service\n";
+  append("messages", beginning);
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  behind_its_back("mv messages messages.1 && echo one >messages");
+  std::string written = beginning + "one\n";
+  expect_archived("messages", written);
+  behind_its_back("mv messages messages.2 && mv messages.1 messages");
+  written += beginning;
+  expect_archived("messages", written);
+  append("messages", "two\n");
+  written += "two\n";
+  expect_archived("messages", written);
+  append("messages", "three");
+  behind_its_back("mv messages messages.1 && echo four >messages");
+  written += "threefour\n";
+  expect_archived("messages", written);
+  append("messages", "five\n");
+  expect_archived("messages", written + "five\n");
+  EXPECT_EQ(errors(), "");
+}
+
 TEST_F(DaemonsLog, OnlyCompressedBesideIsReportedOnceAlsoWithoutANewOne) {
   append("messages", "one\n");
   append("clock", "");

@@ -213,6 +213,20 @@ TEST_F(LogInALongOutage, ThatComesAndGoesBesideTheOneBeforeIsReportedOnceAndACop
   EXPECT_EQ(losses(), 2U) << errors();
 }
 
+/* The second log begins like the first one, whose inode it has by then, and is rotated before it is archived. */
+TEST_F(LogInALongOutage, OnTheInodeOfAnEarlierOneThatBeginsAlikeIsSentFromItsBeginning) {
+  begin_behind_a_first_line();
+  in_the_logs("mv messages messages.1 && echo two >messages");
+  expect_then_archived({{"messages", "one\ntwo\n"}});
+  lab::stop_sshd();
+  in_the_logs("mv messages messages.2 && mv messages.1 messages && echo three >>messages");
+  wait_for_waiting(1);
+  in_the_logs("mv messages messages.1 && echo four >messages");
+  wait_for_waiting(2);
+  expect_then_archived({{"messages", "one\ntwo\none\nthree\nfour\n"}});
+  EXPECT_EQ(losses(), 0U) << errors();
+}
+
 /* A process of the service wrote there a while longer. */
 TEST_F(LogInALongOutage, ThatGrowsBehindItsEndAndIsRemovedIsReportedWithThoseBytes) {
   append("messages", "one\n");

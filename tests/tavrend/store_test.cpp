@@ -399,6 +399,82 @@ TEST_F(StoreTest, KnowsWhatThereWasBeforeALogIsFollowed) {
   EXPECT_TRUE(is_same_file(store->known_files("audit")[0], file()));
 }
 
+namespace {
+
+/* A log at the inode of an archived file, which begins like that one. */
+class StoreOfAReusedInode : public StoreTest {
+ protected:
+  StoreOfAReusedInode() {
+    log.size = 30;
+    log.head = "head and more";
+    store->begin_item(intent(), 1);
+    store->finish_item(intent());
+  }
+
+  Intent piece(int64_t first, int64_t length, bool grows) const {
+    return {"audit", "audit/x", log, true, grows, first, length, "/var/log/m"};
+  }
+
+  LogFile log = file();
+};
+
+}  // namespace
+
+TEST_F(StoreOfAReusedInode, KnowsTheEarlierFileByAllElse) {
+  store->note_new_file("audit", log);
+  reopen();
+  const auto known = store->archived_files("audit");
+  ASSERT_EQ(known.size(), 1U);
+  EXPECT_TRUE(begins_like(known[0].identity, file()));
+  EXPECT_EQ(known[0].size, 10);
+  EXPECT_EQ(known[0].mtime_ns, file().mtime_ns);
+  EXPECT_EQ(known[0].identity.device, file().device);
+  EXPECT_FALSE(is_one_of(store->known_files("audit"), log));
+}
+
+TEST_F(StoreOfAReusedInode, KnowsWhichOfThemWerePassedOver) {
+  LogFile other = file();
+  other.mtime_ns = 5;
+  store->note_look("audit", std::nullopt, {other}, Store::Known::passed_over);
+  store->note_new_file("audit", log);
+  EXPECT_EQ(store->archived_files("audit").size(), 1U);
+  EXPECT_EQ(store->noted_files("audit").size(), 2U);
+  EXPECT_FALSE(is_one_of(store->known_files("audit"), log));
+}
+
+TEST_F(StoreOfAReusedInode, KnowsTheOthersAsBefore) {
+  log.head = "another";
+  store->note_new_file("audit", log);
+  EXPECT_TRUE(is_one_of(store->known_files("audit"), file()));
+  log = file();
+  store->note_new_file("other", log);
+  EXPECT_TRUE(is_one_of(store->known_files("audit"), file()));
+}
+
+TEST_F(StoreOfAReusedInode, KnowsHowFarTheLogCameInItsLastPiece) {
+  store->note_new_file("audit", log);
+  store->finish_item(piece(0, 20, true));
+  store->finish_item(piece(20, 10, false));
+  ASSERT_TRUE(store->progress("audit", "/var/log/m"));
+  EXPECT_EQ(store->progress("audit", "/var/log/m")->offset, 30);
+  EXPECT_TRUE(store->progress("audit", "/var/log/m")->finished);
+}
+
+/* It is about the earlier file, and says nothing of how far the log came. */
+TEST_F(StoreOfAReusedInode, KnowsOfWhichFileALateEndIsThatWasOnItsWay) {
+  LogFile grown = file();
+  grown.size = 14;
+  grown.head = "head late";
+  Intent late = piece(10, 4, false);
+  late.file = grown;
+  store->begin_item(late, 2);
+  store->note_new_file("audit", file());
+  store->finish_item(late);
+  EXPECT_FALSE(store->progress("audit", "/var/log/m"));
+  store->note_new_file("audit", grown);
+  EXPECT_FALSE(is_one_of(store->known_files("audit"), grown));
+}
+
 TEST_F(StoreTest, ForgetsAnItemThatIsGivenUp) {
   store->begin_item(intent(), 1);
   store->give_up_item(intent());
