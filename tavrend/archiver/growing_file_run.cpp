@@ -68,7 +68,7 @@ std::optional<GrowingFileRun::Look> GrowingFileRun::look(Unreadable unreadable_o
   report_lost(look, seen);
   const auto archived = to.desk.with_store([&](Store& store) { return store.archived_files(to.section.name); });
   const auto known = to.desk.with_store([&](Store& store) { return store.known_files(to.section.name); });
-  look.progress = progress_as_seen(look.progress, present, beside, known);
+  look.progress = progress_as_seen(to.section.follow, look.progress, present, beside, known);
   look.late = plan_late_ends(beside, archived);
   look.plan = plan_growing_file(to.section.follow, look.progress, present, beside, known);
   note_waiting(look, seen);

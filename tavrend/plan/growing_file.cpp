@@ -34,13 +34,16 @@ void sort_by_age(const std::string& path, Files& files) {
 /* A log does not get shorter: one with less in it than a look has seen is another one, however it begins. */
 bool is_long_enough(const Progress& progress, const LogFile& file) { return file.size >= progress.seen; }
 
-/* Takes the rest of the file that progress speaks of out of beside. A file that is empty so far begins like any other.
+/*
+ * Takes the rest of the file that progress speaks of out of beside, which is sorted. A file that is empty so far begins
+ * like any other.
  */
-std::optional<LogFile> take_old_file(const Progress& progress, Files& beside, const std::vector<Identity>& known) {
+std::optional<LogFile> take_old_file(const Progress& progress, const std::optional<LogFile>& present, Files& beside,
+                                     const std::vector<Identity>& known) {
   auto old = std::find_if(beside.begin(), beside.end(), [&](const LogFile& file) {
     return is_same_file(progress.identity, file) && is_long_enough(progress, file);
   });
-  if (old == beside.end() && progress.identity.head_length > 0) {
+  if (old == beside.end() && may_have_copies(progress, present, beside)) {
     old = std::find_if(beside.begin(), beside.end(), [&](const LogFile& file) {
       return begins_like(progress.identity, file) && is_long_enough(progress, file) && !is_one_of(known, file);
     });
@@ -49,6 +52,11 @@ std::optional<LogFile> take_old_file(const Progress& progress, Files& beside, co
   LogFile found = *old;
   beside.erase(old);
   return found;
+}
+
+/* One that is emptied in the middle of the look has its old length, and not that many bytes. */
+bool is_seen_whole(const LogFile& file) {
+  return file.head.size() == std::min(head_size, static_cast<size_t>(file.size));
 }
 
 /*
@@ -139,18 +147,25 @@ bool is_in_progress(const Progress& progress, const LogFile& file) {
          is_long_enough(progress, file);
 }
 
-Progress progress_as_seen(const Progress& progress, const std::optional<LogFile>& present,
-                          const std::vector<LogFile>& beside, const std::vector<Identity>& known) {
+bool may_have_copies(const Progress& progress, const std::optional<LogFile>& present,
+                     const std::vector<LogFile>& beside) {
+  const auto is_at_its_inode = [&](const LogFile& file) { return inode_of(file) == inode_of(progress.identity); };
+  if (was_empty(progress)) return false;
+  return progress.identity.head_length == head_size || progress.identity.inode == 0 ||
+         (present && is_at_its_inode(*present)) || std::any_of(beside.begin(), beside.end(), is_at_its_inode);
+}
+
+Progress progress_as_seen(const std::string& path, const Progress& progress, const std::optional<LogFile>& present,
+                          std::vector<LogFile> beside, const std::vector<Identity>& known) {
   if (progress.finished || was_empty(progress)) return progress;
-  Files others = beside;
+  sort_by_age(path, beside);
   const bool is_there = present && is_in_progress(progress, *present);
-  const auto file = is_there ? present : take_old_file(progress, others, known);
+  const auto file = is_there ? present : take_old_file(progress, present, beside, known);
   const bool is_emptied = present && !is_there && inode_of(*present) == inode_of(progress.identity);
-  if (!file && !is_emptied) return progress;
   Progress now = progress;
-  now.identity.device = file ? file->device : 0;
-  now.identity.inode = file ? file->inode : 0;
-  if (!file) return now;
+  if (!file && is_emptied) now.identity.device = now.identity.inode = 0;
+  if (!file || !is_seen_whole(*file)) return now;
+  now.identity = identity_of(*file);
   now.seen = file->size;
   now.mtime_ns = file->mtime_ns;
   return now;
@@ -183,7 +198,7 @@ std::vector<Stretch> plan_growing_file(const std::string& path, const std::optio
   if (progress) {
     sort_by_age(path, beside);
     if (is_known) {
-      const std::optional<LogFile> old = take_old_file(*progress, beside, known);
+      const std::optional<LogFile> old = take_old_file(*progress, present, beside, known);
       const bool is_archived = std::any_of(beside.begin(), beside.end(),
                                            [&](const LogFile& file) { return is_archived_form_of(*progress, file); });
       if (old) {

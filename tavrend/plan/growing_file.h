@@ -62,12 +62,20 @@ Progress progress_at_first(const std::optional<LogFile>& present);
 bool is_in_progress(const Progress& progress, const LogFile& file);
 
 /*
- * Returns progress with what there is now of its file, wherever that is: so much is lost when it is rotated away before
- * the next look. One that was emptied in its place is in its copy from then on, or nowhere: by the next look it may be
- * as long as before, and begin alike.
+ * Whether a file beside may be a copy of the one that progress speaks of, by its first bytes alone. Where these are not
+ * all by which files are told from one another, others may begin alike, and a copy is only looked for when the file was
+ * emptied in its place: its inode is that of another one then, or 0.
  */
-Progress progress_as_seen(const Progress& progress, const std::optional<LogFile>& present,
-                          const std::vector<LogFile>& beside, const std::vector<Identity>& known);
+bool may_have_copies(const Progress& progress, const std::optional<LogFile>& present,
+                     const std::vector<LogFile>& beside);
+
+/*
+ * Returns progress with what there is now of its file, wherever that is, and with its first bytes: so much is lost when
+ * it is rotated away before the next look. One that was emptied in its place is in its copy from then on, or nowhere:
+ * by the next look it may be as long as before, and begin alike.
+ */
+Progress progress_as_seen(const std::string& path, const Progress& progress, const std::optional<LogFile>& present,
+                          std::vector<LogFile> beside, const std::vector<Identity>& known);
 
 /*
  * Returns those of beside of which nothing is to be archived, and which are known from then on: at the first look what

@@ -20,6 +20,15 @@ std::optional<LogFile> first_of(const std::vector<LogFile>& beside, const std::v
   return first;
 }
 
+/* Whether the log's file is there, or a copy with what is archived of it. */
+bool is_there(const Progress& progress, const std::optional<LogFile>& present, const std::vector<LogFile>& beside) {
+  const bool may_be_copied = may_have_copies(progress, present, beside);
+  return std::any_of(beside.begin(), beside.end(), [&](const LogFile& file) {
+    const bool is_it = may_be_copied ? begins_like(progress.identity, file) : is_same_file(progress.identity, file);
+    return is_it && file.size >= progress.offset;
+  });
+}
+
 }  // namespace
 
 bool has_copy(const ArchivedFile& seen, const std::vector<LogFile>& beside, const std::vector<Identity>& known) {
@@ -37,7 +46,7 @@ std::optional<LogFile> compressed_form(const ArchivedFile& seen, const std::vect
 std::optional<LogFile> compressed_form(const Progress& progress, const std::optional<LogFile>& present,
                                        const std::vector<LogFile>& beside, const std::vector<Identity>& known) {
   const ArchivedFile archived{progress.identity, progress.offset, progress.mtime_ns};
-  if (progress.finished || progress.offset == 0 || has_copy(archived, beside, {})) return std::nullopt;
+  if (progress.finished || progress.offset == 0 || is_there(progress, present, beside)) return std::nullopt;
   if (present && is_in_progress(progress, *present)) return std::nullopt;
   if (auto form = compressed_form(archived, beside, known)) return form;
   /* What stands in its place since was written behind a copy of it. */

@@ -213,6 +213,25 @@ TEST_F(LogInALongOutage, ThatComesAndGoesBesideTheOneBeforeIsReportedOnceAndACop
   EXPECT_EQ(losses(), 2U) << errors();
 }
 
+/* What an outage has let through of it is a beginning that it shares with the next one. */
+TEST_F(LogInALongOutage, ThatIsRemovedIsNotTakenForAnotherThatBeginsAlike) {
+  const std::string beginning(150, '-');
+  const std::string other = beginning + "\n" + many_lines(3000);
+  append("messages", beginning + "\n");
+  begin(following("messages"));
+  expect_archived("messages", beginning + "\n");
+  lab::stop_sshd();
+  append("messages", std::string(1999, 'x') + "\n");
+  wait_for_waiting(1);
+  in_the_logs("mv messages messages.1");
+  append("messages", other);
+  wait_for_waiting(2);
+  in_the_logs("mv messages messages.2 && rm messages.1 && echo " + beginning + " >messages");
+  expect_then_archived({{"messages", beginning + "\n" + other + beginning + "\n"}});
+  EXPECT_EQ(count(errors(), lost("messages", 151, 2151)), 1U) << errors();
+  EXPECT_EQ(losses(), 1U) << errors();
+}
+
 /* The second log begins like the first one, whose inode it has by then, and is rotated before it is archived. */
 TEST_F(LogInALongOutage, OnTheInodeOfAnEarlierOneThatBeginsAlikeIsSentFromItsBeginning) {
   begin_behind_a_first_line();

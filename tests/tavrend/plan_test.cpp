@@ -8,6 +8,7 @@
 #include "plan/closed_files.h"
 #include "plan/growing_file.h"
 #include "plan/names.h"
+#include "plan/rotated_away.h"
 #include "plan/schedule.h"
 #include "plan/space.h"
 
@@ -320,9 +321,9 @@ TEST(GrowingFile, ThatALookHasSeenShorterIsAnotherOneHoweverLongItIsThen) {
   const LogFile copy = file("m.1", 7, banner + "one\ntwo\n", 10);
   for (const std::string& shorter : {std::string(), banner}) {
     const LogFile now = file("m", 1, shorter, 20);
-    EXPECT_EQ(words_of(plan_growing_file("m", progress_as_seen(before, now, {}, {}), then, {}, {})),
+    EXPECT_EQ(words_of(plan_growing_file("m", progress_as_seen("m", before, now, {}, {}), then, {}, {})),
               "m:1028-1028! m:0-1031+");
-    EXPECT_EQ(words_of(plan_growing_file("m", progress_as_seen(before, now, {copy}, {}), then, {copy}, {})),
+    EXPECT_EQ(words_of(plan_growing_file("m", progress_as_seen("m", before, now, {copy}, {}), then, {copy}, {})),
               "m.1:1028-1032 m:0-1031+");
   }
 }
@@ -371,7 +372,7 @@ class SeenLog : public testing::Test {
 TEST_F(SeenLog, WithLessInItIsAnotherOneHoweverItBegins) {
   const LogFile emptied = file("m", 1, fewer, 30);
   EXPECT_EQ(words_of(plan_growing_file("m", before, emptied, {}, {})), "m:40-9040! m:0-2040+");
-  EXPECT_EQ(progress_as_seen(before, emptied, {}, {}).seen, 9040);
+  EXPECT_EQ(progress_as_seen("m", before, emptied, {}, {}).seen, 9040);
 }
 
 TEST_F(SeenLog, IsNotFinishedInAFileWithLessInIt) {
@@ -384,6 +385,80 @@ TEST_F(SeenLog, IsNotFinishedInACopyWithLessInIt) {
   const LogFile present = file("m", 2, "two\n", 30);
   EXPECT_EQ(words_of(plan_growing_file("m", before, present, {file("m.1", 7, fewer, 20)}, {})),
             "m:40-9040! m.1:0-2040 m:0-4+");
+}
+
+/* Another log of the service has the same banner, and more in it. */
+TEST_F(SeenLog, ThatIsRemovedIsToldFromAnotherByAllThatALookHasSeen) {
+  const LogFile other = file("m.1", 7, banner + std::string(9500, 'z'), 20);
+  const LogFile present = file("m", 2, banner, 30);
+  EXPECT_EQ(words_of(plan_growing_file("m", progress_as_seen("m", before, seen, {}, {}), present, {other}, {})),
+            "m:40-9040! m.1:0-9540 m:0-40+");
+  LogFile renamed = seen;
+  renamed.path = "m.1";
+  EXPECT_EQ(
+      words_of(plan_growing_file("m", progress_as_seen("m", before, present, {renamed}, {}), present, {other}, {})),
+      "m:40-9040! m.1:0-9540 m:0-40+");
+}
+
+TEST_F(SeenLog, ThatIsCopiedAndTruncatedIsFoundAlsoByAllThatALookHasSeen) {
+  const LogFile copy = file("m.1", 7, banner + std::string(9100, 'x'), 20);
+  const LogFile emptied = file("m", 1, "", 30);
+  const Progress now = progress_as_seen("m", before, seen, {}, {});
+  EXPECT_EQ(words_of(plan_growing_file("m", now, emptied, {copy}, {})), "m.1:40-9140+");
+  EXPECT_TRUE(progress_as_seen("m", now, emptied, {copy}, {}).identity == identity_of(copy));
+}
+
+TEST_F(SeenLog, IsNotKnownByBytesThatWereNoMoreInItsPlace) {
+  LogFile while_it_is_emptied = seen;
+  while_it_is_emptied.head = banner + "new\n";
+  EXPECT_TRUE(progress_as_seen("m", before, while_it_is_emptied, {}, {}) == before);
+}
+
+namespace {
+
+/* A log of fewer bytes than those by which files are told from one another, and files that begin like it. */
+class ShortLog : public testing::Test {
+ protected:
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  const LogFile alike = file("m.1", 8, "one\nlater\n", 30);
+  const LogFile copy = file("m.2", 7, "one\ntwo\n", 20);
+};
+
+}  // namespace
+
+TEST_F(ShortLog, ThatIsRemovedIsNotFinishedInAnotherThatBeginsAlike) {
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "one\n", 40), {alike}, {})), "m:4-4! m.1:0-10 m:0-4+");
+  EXPECT_TRUE(progress_as_seen("m", before, file("m", 2, "one\n", 40), {alike}, {}) == before);
+}
+
+TEST_F(ShortLog, ThatWasEmptiedInItsPlaceIsFoundInItsCopyWhateverHasBecomeOfItSince) {
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 1, "x\n", 40), {copy}, {})), "m.2:4-8 m:0-2+");
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "y\n", 50), {file("m.1", 1, "x\n", 40), copy}, {})),
+            "m.2:4-8 m.1:0-2 m:0-2+");
+  const Progress emptied = progress_as_seen("m", before, file("m", 1, "", 40), {}, {});
+  EXPECT_EQ(words_of(plan_growing_file("m", emptied, file("m", 1, "one\nx\n", 50), {copy}, {})), "m.2:4-8 m:0-6+");
+  EXPECT_EQ(words_of(plan_growing_file("m", emptied, file("m", 2, "one\nx\n", 50), {copy}, {})), "m.2:4-8 m:0-6+");
+}
+
+TEST_F(ShortLog, IsSeenInTheOldestOfItsCopiesWhateverTheirOrderInTheDirectory) {
+  const LogFile emptied = file("m", 1, "", 40);
+  EXPECT_EQ(progress_as_seen("m", before, emptied, {alike, copy}, {}).identity.inode, 7U);
+  EXPECT_EQ(progress_as_seen("m", before, emptied, {copy, alike}, {}).identity.inode, 7U);
+}
+
+TEST_F(ShortLog, ThatIsOnlyCompressedBesideIsNotTakenForAnotherThatBeginsAlike) {
+  const LogFile compressed = file("m.2.gz", 3, "\x1F\x8B...", 10);
+  const LogFile present = file("m", 2, "x\n", 40);
+  const auto form = compressed_form(before, present, {compressed, alike}, {});
+  ASSERT_TRUE(form);
+  EXPECT_EQ(form->path, "m.2.gz");
+  EXPECT_FALSE(compressed_form(before, file("m", 1, "x", 40), {compressed, copy}, {}));
+  EXPECT_FALSE(compressed_form(before, present, {compressed, file("m.1", 1, "one\n", 10)}, {}));
+}
+
+TEST(GrowingFile, ThatWasEmptyIsSeenAsEmptyUntilItIsArchived) {
+  const Progress before = progress_in(file("m", 1, "", 10), 0);
+  EXPECT_TRUE(progress_as_seen("m", before, file("m", 1, "one\n", 20), {}, {}) == before);
 }
 
 TEST(GrowingFile, RotatedTwiceBetweenTwoLooksLosesNothing) {
@@ -590,7 +665,7 @@ TEST(GrowingFile, IsFollowedByAClockThatWasSetBack) {
                                        {known, file("m.1", 2, "two\n", 30), old}, all_known)),
             "m.2:4-4 m.1:0-4 m:0-6+");
   EXPECT_EQ(
-      words_of(plan_growing_file("m", before, file("m", 3, "three\n", 40),
+      words_of(plan_growing_file("m", before, file("m", 1, "three\n", 40),
                                  {known, file("m.1", 2, "two\n", 30), file("m.2", 8, "one\nmore\n", 25)}, all_known)),
       "m.2:4-9 m.1:0-4 m:0-6+");
 }

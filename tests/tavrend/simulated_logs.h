@@ -102,7 +102,7 @@ class GrowingLog {
     if (!kept.progress) kept.progress = progress_at_first(present);
     std::vector<Identity> known;
     for (const ArchivedFile& file : kept.archived) known.push_back(file.identity);
-    kept.progress = progress_as_seen(*kept.progress, present, beside, known);
+    kept.progress = progress_as_seen("m", *kept.progress, present, beside, known);
     return plan_growing_file("m", kept.progress, present, beside, known);
   }
 
