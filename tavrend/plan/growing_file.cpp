@@ -34,10 +34,7 @@ void sort_by_age(const std::string& path, Files& files) {
 /* A log does not get shorter: one with less in it than a look has seen is another one, however it begins. */
 bool is_long_enough(const Progress& progress, const LogFile& file) { return file.size >= progress.seen; }
 
-/*
- * Takes the rest of the file that progress speaks of out of beside, which is sorted. A file that is empty so far begins
- * like any other.
- */
+/* Takes the rest of the file that progress speaks of, which was not empty, out of beside, which is sorted. */
 std::optional<LogFile> take_old_file(const Progress& progress, const std::optional<LogFile>& present, Files& beside,
                                      const std::vector<Identity>& known) {
   auto old = std::find_if(beside.begin(), beside.end(), [&](const LogFile& file) {
@@ -150,7 +147,6 @@ bool is_in_progress(const Progress& progress, const LogFile& file) {
 bool may_have_copies(const Progress& progress, const std::optional<LogFile>& present,
                      const std::vector<LogFile>& beside) {
   const auto is_at_its_inode = [&](const LogFile& file) { return inode_of(file) == inode_of(progress.identity); };
-  if (was_empty(progress)) return false;
   return progress.identity.head_length == head_size || progress.identity.inode == 0 ||
          (present && is_at_its_inode(*present)) || std::any_of(beside.begin(), beside.end(), is_at_its_inode);
 }

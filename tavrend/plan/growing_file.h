@@ -64,7 +64,7 @@ bool is_in_progress(const Progress& progress, const LogFile& file);
 /*
  * Whether a file beside may be a copy of the one that progress speaks of, by its first bytes alone. Where these are not
  * all by which files are told from one another, others may begin alike, and a copy is only looked for when the file was
- * emptied in its place: its inode is that of another one then, or 0.
+ * emptied in its place: its inode is that of another one then, or 0. One that was empty has no first bytes.
  */
 bool may_have_copies(const Progress& progress, const std::optional<LogFile>& present,
                      const std::vector<LogFile>& beside);

@@ -22,11 +22,10 @@ std::optional<LogFile> first_of(const std::vector<LogFile>& beside, const std::v
 
 /* Whether the log's file is there, or a copy with what is archived of it. */
 bool is_there(const Progress& progress, const std::optional<LogFile>& present, const std::vector<LogFile>& beside) {
-  const bool may_be_copied = may_have_copies(progress, present, beside);
-  return std::any_of(beside.begin(), beside.end(), [&](const LogFile& file) {
-    const bool is_it = may_be_copied ? begins_like(progress.identity, file) : is_same_file(progress.identity, file);
-    return is_it && file.size >= progress.offset;
-  });
+  return may_have_copies(progress, present, beside) &&
+         std::any_of(beside.begin(), beside.end(), [&progress](const LogFile& file) {
+           return begins_like(progress.identity, file) && file.size >= progress.offset;
+         });
 }
 
 }  // namespace

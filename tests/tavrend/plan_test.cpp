@@ -387,17 +387,17 @@ TEST_F(SeenLog, IsNotFinishedInACopyWithLessInIt) {
             "m:40-9040! m.1:0-2040 m:0-4+");
 }
 
-/* Another log of the service has the same banner, and more in it. */
+/* Another log of the service has the same banner, and more in it; the next one has got the inode. */
 TEST_F(SeenLog, ThatIsRemovedIsToldFromAnotherByAllThatALookHasSeen) {
   const LogFile other = file("m.1", 7, banner + std::string(9500, 'z'), 20);
-  const LogFile present = file("m", 2, banner, 30);
+  const LogFile present = file("m", 1, banner, 30);
   EXPECT_EQ(words_of(plan_growing_file("m", progress_as_seen("m", before, seen, {}, {}), present, {other}, {})),
             "m:40-9040! m.1:0-9540 m:0-40+");
   LogFile renamed = seen;
   renamed.path = "m.1";
-  EXPECT_EQ(
-      words_of(plan_growing_file("m", progress_as_seen("m", before, present, {renamed}, {}), present, {other}, {})),
-      "m:40-9040! m.1:0-9540 m:0-40+");
+  const LogFile next = file("m", 2, banner, 20);
+  EXPECT_EQ(words_of(plan_growing_file("m", progress_as_seen("m", before, next, {renamed}, {}), present, {other}, {})),
+            "m:40-9040! m.1:0-9540 m:0-40+");
 }
 
 TEST_F(SeenLog, ThatIsCopiedAndTruncatedIsFoundAlsoByAllThatALookHasSeen) {
@@ -406,6 +406,7 @@ TEST_F(SeenLog, ThatIsCopiedAndTruncatedIsFoundAlsoByAllThatALookHasSeen) {
   const Progress now = progress_as_seen("m", before, seen, {}, {});
   EXPECT_EQ(words_of(plan_growing_file("m", now, emptied, {copy}, {})), "m.1:40-9140+");
   EXPECT_TRUE(progress_as_seen("m", now, emptied, {copy}, {}).identity == identity_of(copy));
+  EXPECT_EQ(words_of(plan_growing_file("m", now, file("m", 2, "", 30), {copy}, {})), "m.1:40-9140+");
 }
 
 TEST_F(SeenLog, IsNotKnownByBytesThatWereNoMoreInItsPlace) {
