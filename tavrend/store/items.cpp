@@ -243,19 +243,36 @@ void Store::forget_file(const std::string& section, const Identity& identity) {
   bind(query.bind(section), identity).run();
 }
 
+/*
+ * Notes a piece of a log, and returns whether it is the last one. A look may have seen more of the log since than there
+ * was when the piece was planned, and where that is.
+ */
+bool Store::note_piece(const Intent& intent) {
+  Progress now{identity_of(intent.file), 0, intent.file.size, intent.file.mtime_ns, false, intent.log};
+  const auto before = progress(intent.section, intent.log);
+  const bool is_seen_since =
+      before && !before->finished && before->offset == intent.first && before->seen >= intent.file.size;
+  if (is_seen_since) now = *before;
+  now.offset = intent.first + intent.length;
+  now.finished = !intent.grows && now.offset == now.seen;
+  write_progress(intent.section, now);
+  return now.finished;
+}
+
+/* The same of a part of a closed file. */
+bool Store::note_part(const Intent& intent) {
+  if (intent.first + intent.length < intent.file.size) {
+    write_begun(intent);
+    return false;
+  }
+  forget_begun(intent.section, identity_of(intent.file));
+  if (intent.first > 0) forget_old_progress(intent.section);
+  return true;
+}
+
 void Store::note_finished(const Intent& intent) {
   if (note_late_end(intent)) return end_intent(intent);
-  const int64_t end = intent.first + intent.length;
-  const bool is_whole = !intent.grows && end == intent.file.size;
-  const Identity identity = identity_of(intent.file);
-  if (intent.follows) {
-    write_progress(intent.section, {identity, end, intent.file.size, intent.file.mtime_ns, is_whole, intent.log});
-  } else if (is_whole) {
-    forget_begun(intent.section, identity);
-    if (intent.first > 0) forget_old_progress(intent.section);
-  } else {
-    write_begun(intent);
-  }
+  const bool is_whole = intent.follows ? note_piece(intent) : note_part(intent);
   if (is_whole) remember_file(intent.section, intent.file, Known::archived);
   if (is_whole || intent.follows) forget_seen_at(intent.section, intent.file);
   end_intent(intent);

@@ -165,6 +165,8 @@ class Store {
   void forget_file(const std::string& section, const Identity& identity);
   void end_intent(const Intent& intent);
   bool note_late_end(const Intent& intent);
+  bool note_piece(const Intent& intent);
+  bool note_part(const Intent& intent);
   void note_finished(const Intent& intent);
 
   std::unique_ptr<Database> database;

@@ -457,6 +457,15 @@ TEST_F(ShortLog, ThatIsOnlyCompressedBesideIsNotTakenForAnotherThatBeginsAlike) 
   EXPECT_FALSE(compressed_form(before, present, {compressed, file("m.1", 1, "one\n", 10)}, {}));
 }
 
+TEST(GrowingFile, ThatIsOnlyCompressedBesideIsNotInAFileWithLessInItThanIsArchived) {
+  const std::string banner(head_size, '-');
+  const Progress before = progress_in(file("m", 1, banner + "one\n", 10), 1028);
+  const LogFile compressed = file("m.2.gz", 3, "\x1F\x8B...", 10);
+  const LogFile present = file("m", 2, "x\n", 40);
+  EXPECT_TRUE(compressed_form(before, present, {compressed, file("m.1", 8, banner + "x\n", 30)}, {}));
+  EXPECT_FALSE(compressed_form(before, present, {compressed, file("m.1", 8, banner + "one\n", 30)}, {}));
+}
+
 TEST(GrowingFile, ThatWasEmptyIsSeenAsEmptyUntilItIsArchived) {
   const Progress before = progress_in(file("m", 1, "", 10), 0);
   EXPECT_TRUE(progress_as_seen("m", before, file("m", 1, "one\n", 20), {}, {}) == before);

@@ -390,6 +390,76 @@ TEST_F(StoreTest, OfAFileThatGrowsKnowsHowFarItCame) {
   EXPECT_TRUE(store->known_files("audit").empty());
 }
 
+namespace {
+
+/* A log of which a piece is on its way while it grows, and is looked at. */
+class StoreOfAPieceOnItsWay : public StoreTest {
+ protected:
+  StoreOfAPieceOnItsWay() {
+    grown.size = 50;
+    grown.head = "head and more";
+    piece.follows = true;
+    piece.grows = true;
+    piece.log = "/var/log/m";
+  }
+
+  Progress seen(int64_t offset) const {
+    return {identity_of(grown), offset, grown.size, grown.mtime_ns + 1, false, piece.log};
+  }
+  std::optional<Progress> progress() { return store->progress("audit", piece.log); }
+
+  LogFile grown = file();
+  Intent piece = intent();
+};
+
+}  // namespace
+
+TEST_F(StoreOfAPieceOnItsWay, KnowsAllThatALookHasSeenSince) {
+  store->begin_item(piece, 1);
+  store->note_seen("audit", piece.log, seen(0), {});
+  store->finish_item(piece);
+  ASSERT_TRUE(progress());
+  EXPECT_TRUE(*progress() == seen(10));
+}
+
+TEST_F(StoreOfAPieceOnItsWay, IsNotAtTheEndOfALogInWhichALookHasSeenMoreSince) {
+  piece.grows = false;
+  store->begin_item(piece, 1);
+  store->note_seen("audit", piece.log, seen(0), {});
+  store->finish_item(piece);
+  ASSERT_TRUE(progress());
+  EXPECT_TRUE(*progress() == seen(10));
+  EXPECT_TRUE(store->known_files("audit").empty());
+}
+
+/* They are done with, or there was nothing in them. */
+TEST_F(StoreOfAPieceOnItsWay, TakesNoOtherLogForItsOwn) {
+  Progress before = seen(0);
+  before.finished = true;
+  LogFile empty = file();
+  empty.size = 0;
+  empty.head.clear();
+  for (const Progress& other :
+       {before, seen(5), Progress{identity_of(empty), 0, 0, empty.mtime_ns, false, piece.log}}) {
+    store->note_seen("audit", piece.log, other, {});
+    store->finish_item(piece);
+    ASSERT_TRUE(progress());
+    EXPECT_TRUE(progress()->identity == identity_of(file()));
+    EXPECT_EQ(progress()->offset, 10);
+    EXPECT_EQ(progress()->seen, 10);
+    EXPECT_FALSE(progress()->finished);
+  }
+}
+
+TEST_F(StoreOfAPieceOnItsWay, OfAClosedFileKnowsItAsItWasPlanned) {
+  Progress other = seen(0);
+  other.log = "";
+  store->note_seen("audit", "", other, {});
+  store->finish_item(intent());
+  EXPECT_TRUE(store->progress("audit")->identity == identity_of(file()));
+  EXPECT_TRUE(store->progress("audit")->finished);
+}
+
 TEST_F(StoreTest, KnowsWhatThereWasBeforeALogIsFollowed) {
   store->note_look("audit", Progress{{}, 0, 7, 8, false}, {file()}, Store::Known::passed_over);
   reopen();
