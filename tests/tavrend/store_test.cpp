@@ -451,15 +451,6 @@ TEST_F(StoreOfAPieceOnItsWay, TakesNoOtherLogForItsOwn) {
   }
 }
 
-TEST_F(StoreOfAPieceOnItsWay, OfAClosedFileKnowsItAsItWasPlanned) {
-  Progress other = seen(0);
-  other.log = "";
-  store->note_seen("audit", "", other, {});
-  store->finish_item(intent());
-  EXPECT_TRUE(store->progress("audit")->identity == identity_of(file()));
-  EXPECT_TRUE(store->progress("audit")->finished);
-}
-
 TEST_F(StoreTest, KnowsWhatThereWasBeforeALogIsFollowed) {
   store->note_look("audit", Progress{{}, 0, 7, 8, false}, {file()}, Store::Known::passed_over);
   reopen();
