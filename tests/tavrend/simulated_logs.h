@@ -3,6 +3,7 @@
 
 #include <stdint.h>
 
+#include <algorithm>
 #include <iterator>
 #include <map>
 #include <optional>
@@ -31,6 +32,7 @@ class GrowingLog {
       case 1:
         return rotate_by_copying();
       case 2:
+        if (!can_be_rotated()) return;
         if (!is_copied) section.disk.rename("m", "m.half"); /* the writer makes a new one in a moment */
         if (!is_copied) shift();
         if (!is_copied) section.disk.rename("m.half", "m.1");
@@ -101,18 +103,80 @@ class GrowingLog {
     }
     if (!kept.progress) kept.progress = progress_at_first(present);
     std::vector<Identity> known;
+    if (present) machine.note_new_file(section, *present);
+    is_looked_at = is_looked_at || present;
     for (const ArchivedFile& file : kept.archived) known.push_back(file.identity);
+    machine.expect(plan_late_ends(beside, kept.archived).empty(), "nothing is written to a log that is archived");
     kept.progress = progress_as_seen("m", *kept.progress, present, beside, known);
     return plan_growing_file("m", kept.progress, present, beside, known);
   }
 
+  /* Some begin like all others of their service. */
   void begin_origin(const std::string& name) {
     File file;
     file.origin = static_cast<int>(written.size());
     file.inode = section.disk.free_inode();
     file.mtime_ns = machine.now_ns();
+    if (!written.empty() && machine.chance.one_in(3) && are_archived_that_begin_alike()) file.content = beginning;
     section.disk.files[name] = file;
-    written.emplace_back();
+    written.push_back(file.content);
+    is_looked_at = false;
+  }
+
+  /*
+   * What cannot be told apart: one that begins like a rotated one that is archived, whose inode it has, and that no
+   * look has found under its own name; several of which none has more than their beginning; and one with no more than
+   * that, when it is removed, from one that was emptied in its place.
+   */
+  bool can_be_rotated() const {
+    const Kept& kept = section.kept;
+    const auto oldest = section.disk.files.find("m." + std::to_string(most_rotated));
+    if (oldest != section.disk.files.end() && is_known_by_its_beginning_alone(oldest->second.origin)) return false;
+    const auto file = section.disk.files.find("m");
+    if (file == section.disk.files.end()) return true;
+    const bool is_archived = kept.progress && kept.progress_origin == file->second.origin &&
+                             kept.progress->offset == static_cast<int64_t>(beginning.size());
+    if (file->second.content == beginning && !is_archived) return false;
+    const LogFile log = section.disk.look("m");
+    return is_looked_at || std::none_of(kept.archived.begin(), kept.archived.end(), [&log](const ArchivedFile& known) {
+             return is_same_file(known.identity, log);
+           });
+  }
+
+  bool is_known_by_its_beginning_alone(int origin) const {
+    const Kept& kept = section.kept;
+    const bool is_in_progress =
+        kept.progress_origin == origin && kept.progress && kept.progress->identity.head_length == beginning.size();
+    return is_in_progress || (kept.intent && kept.intent->origin == origin && kept.intent_file.head == beginning);
+  }
+
+  /* Where one is not, it may be taken for a copy of the log as long as the clock is wrong, and comes late. */
+  bool are_archived_that_begin_alike() const {
+    const Kept& kept = section.kept;
+    for (const auto& [name, file] : section.disk.files) {
+      const LogFile log = section.disk.look(name);
+      const bool is_known = std::any_of(kept.archived.begin(), kept.archived.end(), [&log](const ArchivedFile& known) {
+        return is_same_file(known.identity, log) && known.size == log.size;
+      });
+      const bool is_in_progress = kept.progress && kept.progress_origin == file.origin;
+      if (file.content.rfind(beginning, 0) == 0 && !is_known && !is_in_progress) return false;
+    }
+    return true;
+  }
+
+  /* Nor can a copy. */
+  std::set<uint64_t> inodes_of_archived_ones() const {
+    std::set<uint64_t> inodes;
+    for (const ArchivedFile& known : section.kept.archived) {
+      if (is_same_file(known.identity, alike(known.identity.inode))) inodes.insert(known.identity.inode);
+    }
+    return inodes;
+  }
+
+  LogFile alike(uint64_t inode) const {
+    LogFile log = section.disk.look("m");
+    log.inode = inode;
+    return log;
   }
 
   std::string text() {
@@ -154,7 +218,7 @@ class GrowingLog {
   }
 
   void rotate_by_renaming() {
-    if (is_copied) return;
+    if (is_copied || !can_be_rotated()) return;
     shift();
     section.disk.rename("m", "m.1");
     begin_origin("m");
@@ -163,10 +227,11 @@ class GrowingLog {
   /* In two steps: a look may come between the copy and the truncation. */
   void rotate_by_copying() {
     if (section.disk.files.count("m") == 0) return;
+    if (!is_copied && !can_be_rotated()) return;
     if (!is_copied) {
       shift();
       File copy = section.disk.files["m"];
-      copy.inode = section.disk.free_inode();
+      copy.inode = section.disk.free_inode(inodes_of_archived_ones());
       copy.mtime_ns = machine.now_ns();
       section.disk.files["m.1"] = copy;
       is_copied = true;
@@ -212,12 +277,14 @@ class GrowingLog {
     machine.give_up(section);
   }
 
+  const std::string beginning = "a log of this service\n";
   Machine& machine;
   Section& section;
   std::vector<std::string> written; /* all that was ever in each log, in their order */
   std::set<int> gone;               /* logs that were removed */
   std::vector<Gap> gaps;            /* that are to be reported */
   bool is_copied = false;           /* and not truncated yet */
+  bool is_looked_at = false;        /* under its own name */
 };
 
 /* Closed files, numbered: a new one is the first, and some are changed afterwards. */

@@ -57,8 +57,7 @@ struct File {
 struct Disk {
   std::map<std::string, File> files;
 
-  uint64_t free_inode() const {
-    std::set<uint64_t> used;
+  uint64_t free_inode(std::set<uint64_t> used = {}) const {
     for (const auto& [name, file] : files) used.insert(file.inode);
     uint64_t inode = 1;
     while (used.count(inode) != 0) ++inode;
@@ -195,6 +194,12 @@ class Machine {
 
   static void remember(Section& section, const LogFile& file) {
     section.kept.archived.push_back({identity_of(file), file.size, file.mtime_ns});
+  }
+
+  static void note_new_file(Section& section, const LogFile& file) {
+    for (ArchivedFile& known : section.kept.archived) {
+      if (is_same_file(known.identity, file)) known.identity.inode = 0;
+    }
   }
 
   static int64_t bytes_of(const Item& item) { return (item.end - item.first) * item_scale; }
