@@ -66,6 +66,8 @@ std::optional<GrowingFileRun::Look> GrowingFileRun::look(Unreadable unreadable_o
   for (const LogFile& file : beside) seen.see(file);
   if (present) seen.see(*present);
   report_lost(look, seen);
+  /* However it begins, the log itself is none of those that were rotated. */
+  if (present) to.desk.with_store([&](Store& store) { store.note_new_file(to.section.name, *present); });
   const auto archived = to.desk.with_store([&](Store& store) { return store.archived_files(to.section.name); });
   const auto known = to.desk.with_store([&](Store& store) { return store.known_files(to.section.name); });
   look.progress = progress_as_seen(to.section.follow, look.progress, present, beside, known);
@@ -92,10 +94,7 @@ bool GrowingFileRun::is_away(const Surroundings& around) const {
   return !is_on_device(log, progress->identity.device);
 }
 
-/*
- * Notes which files beside a log are none of its business, and that the log itself is none of those that were rotated,
- * however it begins. Returns how far it is archived.
- */
+/* Notes which files beside a log are none of its business. Returns how far the log is archived. */
 Progress GrowingFileRun::begin_look(const Surroundings& around) const {
   return to.desk.with_store([&](Store& store) {
     const auto before = known_progress(store);
@@ -104,7 +103,6 @@ Progress GrowingFileRun::begin_look(const Surroundings& around) const {
     Progress now = before ? *before : progress_at_first(around.present);
     now.log = log;
     store.note_look(to.section.name, now, passed, Store::Known::passed_over);
-    if (around.present) store.note_new_file(to.section.name, *around.present);
     ClosedFiles look(archived);
     for (const LogFile& file : around.beside.files) look.see(file);
     if (around.present) look.see(*around.present);

@@ -260,6 +260,20 @@ TEST_F(LogInALongOutage, ThatGrowsBehindItsEndAndIsRemovedIsReportedWithThoseByt
   wait_until("an error", [this] { return count(errors(), lost("messages.1", 4, 9)) == 1; });
 }
 
+/* The log has got its inode by then, and begins like it. */
+TEST_F(LogInALongOutage, ThatGrowsBehindItsEndAndGivesUpItsInodeIsReportedWithThoseBytesAlone) {
+  begin_behind_a_first_line();
+  in_the_logs("mv messages messages.1 && echo second >messages");
+  expect_then_archived({{"messages", "one\nsecond\n"}});
+  lab::stop_sshd();
+  append("messages.1", "late\n");
+  wait_for_waiting(1);
+  in_the_logs("printf 'one\\nthird\\n' >messages.1 && mv messages messages.2 && mv messages.1 messages");
+  expect_then_archived({{"messages", "one\nsecond\none\nthird\n"}});
+  EXPECT_EQ(count(errors(), lost("messages.1", 4, 9)), 1U) << errors();
+  EXPECT_EQ(losses(), 1U) << errors();
+}
+
 TEST_F(LogInALongOutage, IsReportedWithTheBytesThatTheLastLookHasSeen) {
   begin_behind_a_first_line();
   append("messages", "two\n");
