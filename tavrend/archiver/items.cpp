@@ -112,8 +112,9 @@ void Items::end_all() const {
 
 bool Items::is_on_its_way(const Identity& identity) const {
   const auto open = to.desk.with_store([&](Store& store) { return store.open_intents(to.section.name); });
+  /* By its inode: it may have grown since, and its first bytes with it. */
   return std::any_of(open.begin(), open.end(),
-                     [&identity](const Intent& intent) { return is_same_file(identity, intent.file); });
+                     [&identity](const Intent& intent) { return inode_of(identity) == inode_of(intent.file); });
 }
 
 bool Items::send_range(const OpenFile& file, Intent intent) const {

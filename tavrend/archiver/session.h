@@ -40,7 +40,8 @@ class Session {
 
   /*
    * Makes room for bytes in a compartment by removing its oldest items, but never the one at remote_path. Throws
-   * NoRoom, also where all items of the file, of_file bytes, would not fit: they would make each other go.
+   * NoRoom, also where of_file bytes would not fit, which are those of all items of the file as far as that is known:
+   * they would make each other go.
    */
   void make_room(int compartment, int64_t bytes, int64_t of_file, const std::string& remote_path);
 

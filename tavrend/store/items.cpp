@@ -1,6 +1,7 @@
 #include "store/store.h"
 
 #include <algorithm>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -232,7 +233,7 @@ bool Store::note_late_end(const Intent& intent) {
   }
   LogFile archived = intent.file;
   archived.size = intent.first + intent.length;
-  forget_seen_at(intent.section, intent.file);
+  forget_what_has_arrived(intent, seen_of(intent.section, intent.file));
   remember_file(intent.section, archived, as);
   return true;
 }
@@ -247,12 +248,15 @@ void Store::forget_file(const std::string& section, const Identity& identity) {
  * Notes a piece of a log, and returns whether it is the last one. A look may have seen more of the log since than there
  * was when the piece was planned, and where that is.
  */
-bool Store::note_piece(const Intent& intent) {
+bool Store::note_piece(const Intent& intent, const std::vector<ArchivedFile>& seen) {
   Progress now{identity_of(intent.file), 0, intent.file.size, intent.file.mtime_ns, false, intent.log};
   const auto before = progress(intent.section, intent.log);
   const bool is_seen_since =
       before && !before->finished && before->offset == intent.first && before->seen >= intent.file.size;
   if (is_seen_since) now = *before;
+  for (const ArchivedFile& file : seen) {
+    if (intent.grows && file.size > now.seen) std::tie(now.seen, now.mtime_ns) = std::tie(file.size, file.mtime_ns);
+  }
   now.offset = intent.first + intent.length;
   now.finished = !intent.grows && now.offset == now.seen;
   write_progress(intent.section, now);
@@ -265,17 +269,26 @@ bool Store::note_part(const Intent& intent) {
     write_begun(intent);
     return false;
   }
-  forget_begun(intent.section, identity_of(intent.file));
-  if (intent.first > 0) forget_old_progress(intent.section);
+  const ArchivedFile file{identity_of(intent.file), intent.file.size, intent.file.mtime_ns};
+  forget_begun(intent.section, file.identity);
+  if (intent.first > 0) forget_old_progress(intent.section, file);
   return true;
 }
 
 void Store::note_finished(const Intent& intent) {
   if (note_late_end(intent)) return end_intent(intent);
-  const bool is_whole = intent.follows ? note_piece(intent) : note_part(intent);
+  const auto seen = seen_of(intent.section, intent.file);
+  const bool is_whole = intent.follows ? note_piece(intent, seen) : note_part(intent);
   if (is_whole) remember_file(intent.section, intent.file, Known::archived);
-  if (is_whole || intent.follows) forget_seen_at(intent.section, intent.file);
+  if (is_whole || intent.follows) forget_what_has_arrived(intent, seen);
   end_intent(intent);
+}
+
+/* Where a look has found more in the file, that is not forgotten, but of a log that grows its progress says it. */
+void Store::forget_what_has_arrived(const Intent& intent, const std::vector<ArchivedFile>& seen) {
+  for (const ArchivedFile& file : seen) {
+    if (intent.grows || file.size <= intent.first + intent.length) forget_seen_now(intent.section, file.identity);
+  }
 }
 
 void Store::finish_item(const Intent& intent) {

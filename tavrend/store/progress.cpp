@@ -18,7 +18,6 @@ bool Store::has_followed(const std::string& section) {
   return query.next();
 }
 
-/* An old state has it in the place of a log's progress. */
 int64_t Store::begun_at(const std::string& section, const ArchivedFile& file) {
   auto query = database->query(
       "SELECT offset, size, mtime_ns FROM begun"
@@ -27,9 +26,15 @@ int64_t Store::begun_at(const std::string& section, const ArchivedFile& file) {
     const bool is_it = file == ArchivedFile{file.identity, query.number(1), query.number(2)};
     return is_it ? query.number(0) : 0;
   }
-  const auto old = progress(section);
+  const auto old = old_progress(section, file);
+  return old ? old->offset : 0;
+}
+
+/* An old state has what is known of one closed file in the place of a log's progress. */
+std::optional<Progress> Store::old_progress(const std::string& section, const ArchivedFile& file) {
+  auto old = progress(section);
   const bool is_it = old && !old->finished && file == ArchivedFile{old->identity, old->seen, old->mtime_ns};
-  return is_it ? old->offset : 0;
+  return is_it ? old : std::nullopt;
 }
 
 void Store::write_begun(const Intent& intent) {
@@ -48,7 +53,8 @@ void Store::forget_begun(const std::string& section, const Identity& identity) {
   bind(query.bind(section), identity).run();
 }
 
-void Store::forget_old_progress(const std::string& section) {
+void Store::forget_old_progress(const std::string& section, const ArchivedFile& file) {
+  if (!old_progress(section, file)) return;
   database->query("DELETE FROM progress WHERE section = ? AND log = x''").bind(section).run();
 }
 

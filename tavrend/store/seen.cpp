@@ -26,18 +26,19 @@ void Store::forget_seen_now(const std::string& section, const Identity& identity
   bind(query.bind(section), identity).run();
 }
 
-/* Its first bytes may be more than they were when it was seen. */
-void Store::forget_seen_at(const std::string& section, const LogFile& file) {
-  std::vector<Identity> same;
-  {
-    auto query = database->query(
-        "SELECT device, inode, head_length, head_checksum FROM seen WHERE section = ? AND device = ? AND inode = ?");
-    query.bind(section).bind(static_cast<int64_t>(file.device)).bind(static_cast<int64_t>(file.inode));
-    while (query.next()) same.push_back(identity_at(query, 0));
+/* Its first bytes may be more than they were when it was seen, or fewer, when it has grown since it was planned. */
+std::vector<ArchivedFile> Store::seen_of(const std::string& section, const LogFile& file) {
+  std::vector<ArchivedFile> seen;
+  auto query = database->query(
+      "SELECT device, inode, head_length, head_checksum, size, mtime_ns FROM seen"
+      " WHERE section = ? AND device = ? AND inode = ?");
+  query.bind(section).bind(static_cast<int64_t>(file.device)).bind(static_cast<int64_t>(file.inode));
+  while (query.next()) {
+    const ArchivedFile found{identity_at(query, 0), query.number(4), query.number(5)};
+    const bool has_grown = found.identity.head_length > file.head.size();
+    if (has_grown || is_same_file(found.identity, file)) seen.push_back(found);
   }
-  for (const Identity& identity : same) {
-    if (is_same_file(identity, file)) forget_seen_now(section, identity);
-  }
+  return seen;
 }
 
 void Store::forget_seen(const std::string& section, const Identity& identity) {

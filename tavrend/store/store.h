@@ -155,17 +155,19 @@ class Store {
   void write_progress(const std::string& section, const Progress& progress);
   void write_begun(const Intent& intent);
   void forget_begun(const std::string& section, const Identity& identity);
-  void forget_old_progress(const std::string& section);
+  std::optional<Progress> old_progress(const std::string& section, const ArchivedFile& file);
+  void forget_old_progress(const std::string& section, const ArchivedFile& file);
   void remember_file(const std::string& section, const LogFile& file, Known as);
   void write_archived(const std::string& section, const ArchivedFile& file, Known as);
   void write_seen(const std::string& section, const std::string& log, const ClosedFile& file);
   std::vector<ArchivedFile> files_of(const char* sql, const std::string& section);
   void forget_seen_now(const std::string& section, const Identity& identity);
-  void forget_seen_at(const std::string& section, const LogFile& file);
+  std::vector<ArchivedFile> seen_of(const std::string& section, const LogFile& file);
   void forget_file(const std::string& section, const Identity& identity);
   void end_intent(const Intent& intent);
   bool note_late_end(const Intent& intent);
-  bool note_piece(const Intent& intent);
+  bool note_piece(const Intent& intent, const std::vector<ArchivedFile>& seen);
+  void forget_what_has_arrived(const Intent& intent, const std::vector<ArchivedFile>& seen);
   bool note_part(const Intent& intent);
   void note_finished(const Intent& intent);
 

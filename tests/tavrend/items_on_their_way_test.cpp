@@ -109,6 +109,29 @@ TEST_F(ItemThatHasArrived, OfARotatedLogThatIsGoneIsNotLost) {
   EXPECT_EQ(count(errors_before_the_end, "(bytes 0 to "), 0U) << errors_before_the_end;
 }
 
+/* A process that has it open still has written there, and a look has seen it. */
+TEST_F(ItemThatHasArrived, OfARotatedLogThatHasGrownSinceAndIsGoneIsNotLostAndItsRestIs) {
+  const std::string section = in_a_day("messages", "follow = " + log("messages"));
+  append("messages", "one\n");
+  start(section);
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  expect_archived("messages", "one\n");
+  stop();
+  lab::run("rm $LAB_ARCHIVE/messages/* && mv " + log("messages") + " " + log("messages.2"));
+  append("messages.1", "two\n");
+  hold("messages", section, 4);
+  stop(SIGKILL);
+  append("messages.1", "more\n");
+  start_again();
+  wait_until("a look", [] { return waiting(1) > 0; });
+  stop();
+  lab::run("rm " + log("messages.1"));
+  expect_it_stays("messages", "two\n");
+  EXPECT_EQ(count(errors_before_the_end, "(bytes 0 to "), 0U) << errors_before_the_end;
+  EXPECT_EQ(count(errors_before_the_end, "/messages (bytes 4 to 9), ecode=61"), 1U) << errors_before_the_end;
+}
+
 TEST_F(ItemThatHasArrived, OfASectionThatIsConfiguredNoMoreStays) {
   append("a.1", "first\n");
   hold("closed", in_a_day("closed", "files = " + log("a.*")), 6);

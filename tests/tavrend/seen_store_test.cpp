@@ -94,6 +94,22 @@ TEST_F(SeenInStore, IsForgottenWithThePartOfItThatIsArchived) {
   EXPECT_EQ(store->begun_at("audit", file), 0);
 }
 
+/* It was rotated, and a process that has it open still writes there. */
+TEST_F(SeenInStore, IsALogOfWhichALookHasFoundMoreThanHasArrived) {
+  Intent rest = whole(1);
+  rest.follows = true;
+  rest.log = "/var/log/a";
+  LogFile grown = numbered(1);
+  grown.size += 1;
+  const ClosedFile waiting{grown.path, {identity_of(grown), grown.size, grown.mtime_ns}};
+  for (const char* piece : {"the whole", "a late end"}) {
+    store->begin_item(rest, 5);
+    store->note_seen("audit", "/var/log/*", std::nullopt, {{}, {&waiting}});
+    store->finish_item(rest);
+    EXPECT_THAT(seen(), ElementsAre(1)) << piece;
+  }
+}
+
 /* What there is of that says the log's progress. */
 TEST_F(SeenInStore, IsNotTheLogThatIsArchivedInPieces) {
   see({1});

@@ -298,6 +298,11 @@ TEST_F(OldStore, OfTheSecondVersionKnowsHowFarAClosedFileCame) {
   reopen();
   EXPECT_EQ(store->begun_at("audit", as_archived()), 4);
   EXPECT_EQ(store->begun_at("audit", {identity_of(file()), 11, file().mtime_ns}), 0);
+  Intent of_another = intent(4, 6);
+  of_another.file.inode += 1;
+  store->begin_item(of_another, 4712);
+  store->finish_item(of_another);
+  EXPECT_EQ(store->begun_at("audit", as_archived()), 4);
   store->begin_item(intent(4, 6), 4713);
   store->finish_item(intent(4, 6));
   EXPECT_EQ(store->begun_at("audit", as_archived()), 0);
