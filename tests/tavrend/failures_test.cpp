@@ -286,7 +286,7 @@ TEST_P(FailureInTheMiddleOfTheData, IsOfThatItemAloneAndTheNextOneGoesOnInTheSam
   make_sink(GetParam().value);
   start("[closed]\nfiles = " + log("a.*") + "\ninterval = 1d\n");
   ASSERT_EQ(set_remote_command("scp", "../complaining-scp"), "");
-  ASSERT_EQ(set_tunable("ssh_command_timeout", "4"), "");
+  ASSERT_EQ(set_tunable("ssh_command_timeout", "8"), "");
   begin_with({"LogTypeTask.closed"}, -1);
   expect_archived("closed", "small\n");
   EXPECT_EQ(count(errors(), ".a.1'\" produced incorrect output"), 1U) << errors();
