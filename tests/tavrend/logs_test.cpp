@@ -126,6 +126,7 @@ TEST_F(DaemonsLog, ThatBeginsLikeAnEarlierOneOnItsInodeIsSentOnce) {
   append("messages", beginning);
   start(following("messages"));
   ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", beginning);
   behind_its_back("mv messages messages.1 && echo one >messages");
   std::string written = beginning + "one\n";
   expect_archived("messages", written);
