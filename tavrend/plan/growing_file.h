@@ -16,7 +16,7 @@ struct Progress {
   int64_t seen = 0;      /* bytes that there were when it was looked at last, offset or more */
   int64_t mtime_ns = 0;  /* when it was looked at last */
   bool finished = false; /* it was rotated away, and what there was of it is archived or known to be lost */
-  std::string log{};     /* whose progress it is: its path, log_dir_prefix before it; empty: an old state does not say */
+  std::string log{};     /* whose progress it is: its path, log_dir_prefix before it; empty: not known */
 };
 
 bool operator==(const Progress& a, const Progress& b);
