@@ -20,14 +20,6 @@ std::optional<LogFile> first_of(const std::vector<LogFile>& beside, const std::v
   return first;
 }
 
-/* Whether the log's file is there, or a copy with what is archived of it. */
-bool is_there(const Progress& progress, const std::optional<LogFile>& present, const std::vector<LogFile>& beside) {
-  return may_have_copies(progress, present, beside) &&
-         std::any_of(beside.begin(), beside.end(), [&progress](const LogFile& file) {
-           return begins_like(progress.identity, file) && file.size >= progress.offset;
-         });
-}
-
 }  // namespace
 
 bool has_copy(const ArchivedFile& seen, const std::vector<LogFile>& beside, const std::vector<Identity>& known) {
@@ -45,7 +37,8 @@ std::optional<LogFile> compressed_form(const ArchivedFile& seen, const std::vect
 std::optional<LogFile> compressed_form(const Progress& progress, const std::optional<LogFile>& present,
                                        const std::vector<LogFile>& beside, const std::vector<Identity>& known) {
   const ArchivedFile archived{progress.identity, progress.offset, progress.mtime_ns};
-  if (progress.finished || progress.offset == 0 || is_there(progress, present, beside)) return std::nullopt;
+  if (progress.finished || progress.offset == 0) return std::nullopt;
+  if (may_have_copies(progress, present, beside) && has_copy(archived, beside, {})) return std::nullopt;
   if (present && is_in_progress(progress, *present)) return std::nullopt;
   if (auto form = compressed_form(archived, beside, known)) return form;
   /* What stands in its place since was written behind a copy of it. */

@@ -175,6 +175,21 @@ void Store::write_archived(const std::string& section, const ArchivedFile& file,
       .run();
 }
 
+/* Returns what is known of a file, once for each size and time that it had. */
+std::vector<std::pair<ArchivedFile, Store::Known>> Store::known_as(const std::string& section, const LogFile& file) {
+  std::vector<std::pair<ArchivedFile, Known>> all;
+  auto query = database->query(
+      "SELECT device, inode, head_length, head_checksum, size, mtime_ns, passed_over FROM archived WHERE section = ?"
+      " AND device = ? AND inode = ? ORDER BY id");
+  query.bind(section).bind(static_cast<int64_t>(file.device)).bind(static_cast<int64_t>(file.inode));
+  while (query.next()) {
+    const ArchivedFile known{identity_at(query, 0), query.number(4), query.number(5)};
+    const Known as = query.number(6) != 0 ? Known::passed_over : Known::archived;
+    if (is_same_file(known.identity, file)) all.emplace_back(known, as);
+  }
+  return all;
+}
+
 void Store::note_new_file(const std::string& section, const LogFile& file) {
   const auto open = open_intents(section);
   /* What was written behind its end may have arrived already, and is noted of it then. */
@@ -183,18 +198,10 @@ void Store::note_new_file(const std::string& section, const LogFile& file) {
       return intent.follows && !intent.grows && is_same_file(known, intent.file);
     });
   };
-  std::vector<std::pair<ArchivedFile, Known>> earlier;
-  {
-    auto query = database->query(
-        "SELECT device, inode, head_length, head_checksum, size, mtime_ns, passed_over FROM archived WHERE section = ?"
-        " AND device = ? AND inode = ?");
-    query.bind(section).bind(static_cast<int64_t>(file.device)).bind(static_cast<int64_t>(file.inode));
-    while (query.next()) {
-      const ArchivedFile known{identity_at(query, 0), query.number(4), query.number(5)};
-      if (!is_same_file(known.identity, file) || is_on_its_way(known.identity)) continue;
-      earlier.emplace_back(known, query.number(6) != 0 ? Known::passed_over : Known::archived);
-    }
-  }
+  auto earlier = known_as(section, file);
+  earlier.erase(std::remove_if(earlier.begin(), earlier.end(),
+                               [&](const auto& known) { return is_on_its_way(known.first.identity); }),
+                earlier.end());
   if (earlier.empty()) return;
   database->transaction([&] {
     for (auto& [known, as] : earlier) {
@@ -218,23 +225,14 @@ void Store::end_intent(const Intent& intent) {
  */
 bool Store::note_late_end(const Intent& intent) {
   if (!intent.follows || intent.grows) return false;
-  const auto known = known_files(intent.section);
-  const auto it = std::find_if(known.begin(), known.end(),
-                               [&intent](const Identity& identity) { return is_same_file(identity, intent.file); });
-  if (it == known.end()) return false;
-  /* What it is known as it stays: one that was passed over is not archived by its end. */
-  auto query = database->query(
-      "SELECT passed_over FROM archived"
-      " WHERE section = ? AND device = ? AND inode = ? AND head_length = ? AND head_checksum = ?");
-  const auto as =
-      bind(query.bind(intent.section), *it).next() && query.number(0) != 0 ? Known::passed_over : Known::archived;
-  for (const Identity& identity : known) {
-    if (is_same_file(identity, intent.file)) forget_file(intent.section, identity);
-  }
+  const auto known = known_as(intent.section, intent.file);
+  if (known.empty()) return false;
+  for (const auto& [file, as] : known) forget_file(intent.section, file.identity);
   LogFile archived = intent.file;
   archived.size = intent.first + intent.length;
   forget_what_has_arrived(intent, seen_of(intent.section, intent.file));
-  remember_file(intent.section, archived, as);
+  /* What it is known as it stays: one that was passed over is not archived by its end. */
+  remember_file(intent.section, archived, known.front().second);
   return true;
 }
 

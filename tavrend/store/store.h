@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "plan/closed_files.h"
@@ -163,6 +164,7 @@ class Store {
   std::vector<ArchivedFile> files_of(const char* sql, const std::string& section);
   void forget_seen_now(const std::string& section, const Identity& identity);
   std::vector<ArchivedFile> seen_of(const std::string& section, const LogFile& file);
+  std::vector<std::pair<ArchivedFile, Known>> known_as(const std::string& section, const LogFile& file);
   void forget_file(const std::string& section, const Identity& identity);
   void end_intent(const Intent& intent);
   bool note_late_end(const Intent& intent);

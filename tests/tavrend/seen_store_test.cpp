@@ -40,6 +40,15 @@ class SeenInStore : public StoreTest {
     return {"audit", "audit/" + std::to_string(number), numbered(number), false, false, 0, numbered(number).size};
   }
 
+  /* Has a part of a closed file arrive. Returns the file. */
+  ArchivedFile archive_a_part_of(int number) {
+    Intent part = whole(number);
+    part.length = 2;
+    store->begin_item(part, 5);
+    store->finish_item(part);
+    return {identity_of(part.file), part.file.size, part.file.mtime_ns};
+  }
+
   std::string all_files() const { return read_file(database) + read_file(database + "-wal"); }
 };
 
@@ -75,20 +84,13 @@ TEST_F(SeenInStore, IsWhatIsNotArchived) {
 /* Of a part the rest is waiting. */
 TEST_F(SeenInStore, IsAClosedFileOfWhichAPartIsArchived) {
   see({1});
-  Intent part = whole(1);
-  part.length = 2;
-  store->begin_item(part, 5);
-  store->finish_item(part);
+  archive_a_part_of(1);
   EXPECT_THAT(seen(), ElementsAre(1));
 }
 
 TEST_F(SeenInStore, IsForgottenWithThePartOfItThatIsArchived) {
   see({1});
-  Intent part = whole(1);
-  part.length = 2;
-  store->begin_item(part, 5);
-  store->finish_item(part);
-  const ArchivedFile file{identity_of(part.file), part.file.size, part.file.mtime_ns};
+  const ArchivedFile file = archive_a_part_of(1);
   EXPECT_EQ(store->begun_at("audit", file), 2);
   store->forget_seen("audit", file.identity);
   EXPECT_EQ(store->begun_at("audit", file), 0);
