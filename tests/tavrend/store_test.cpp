@@ -526,6 +526,18 @@ TEST_F(StoreOfAReusedInode, KnowsHowFarTheLogCameInItsLastPiece) {
   EXPECT_TRUE(store->progress("audit", "/var/log/m")->finished);
 }
 
+TEST_F(StoreTest, KnowsAFileThatWasPassedOverAsSuchBehindItsLateEnd) {
+  store->note_look("audit", std::nullopt, {file()}, Store::Known::passed_over);
+  Intent late = intent(10, 4);
+  late.follows = true;
+  late.file.size = 14;
+  store->begin_item(late, 1);
+  store->finish_item(late);
+  EXPECT_TRUE(store->archived_files("audit").empty());
+  ASSERT_EQ(store->noted_files("audit").size(), 1U);
+  EXPECT_EQ(store->noted_files("audit")[0].size, 14);
+}
+
 /* It is about the earlier file, and says nothing of how far the log came. */
 TEST_F(StoreOfAReusedInode, KnowsOfWhichFileALateEndIsThatWasOnItsWay) {
   LogFile grown = file();
