@@ -2,25 +2,26 @@
 
 #include <dirent.h>
 #include <signal.h>
+#include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
-
-#include <fstream>
-#include <sstream>
-#include <string>
 
 namespace {
 
 /* Returns the parent of a process, -1 when that is gone. Its name, in brackets, may have any characters in it. */
-pid_t parent_of(const std::string& process) {
-  std::ifstream status("/proc/" + process + "/stat");
-  std::string line;
-  std::getline(status, line, '\0');
-  std::istringstream behind_the_name(line.substr(line.rfind(')') + 1));
-  std::string state;
+pid_t parent_of(pid_t process) {
+  char path[64];
+  snprintf(path, sizeof path, "/proc/%d/stat", process);
+  FILE* const status = fopen(path, "re");
+  if (status == nullptr) return -1;
+  char line[256] = ""; /* the number, a name of up to 64 bytes, the state, the parent */
+  const size_t length = fread(line, 1, sizeof line - 1, status);
+  fclose(status);
+  line[length] = '\0';
+  const char* const end_of_name = strrchr(line, ')');
   pid_t parent = -1;
-  behind_the_name >> state >> parent;
-  return behind_the_name ? parent : -1;
+  return end_of_name != nullptr && sscanf(end_of_name, ") %*c %d", &parent) == 1 ? parent : -1;
 }
 
 void end_children_of_this_process(int signal_number) {
@@ -28,15 +29,18 @@ void end_children_of_this_process(int signal_number) {
   if (processes == nullptr) return;
   while (const dirent* const entry = readdir(processes)) {
     const pid_t process = atoi(entry->d_name);
-    if (process > 0 && parent_of(entry->d_name) == getpid()) kill(process, signal_number);
+    if (process > 0 && parent_of(process) == getpid()) kill(process, signal_number);
   }
   closedir(processes);
 }
 
 }  // namespace
 
-void end_children_of(pid_t thread, int signal_number) {
-  std::ifstream children("/proc/self/task/" + std::to_string(thread) + "/children");
-  if (!children) return end_children_of_this_process(signal_number);
-  for (pid_t child = 0; children >> child;) kill(child, signal_number);
+void end_children_of(pid_t thread, int signal_number) noexcept {
+  char path[64];
+  snprintf(path, sizeof path, "/proc/self/task/%d/children", thread);
+  FILE* const children = fopen(path, "re");
+  if (children == nullptr) return end_children_of_this_process(signal_number);
+  for (pid_t child = 0; fscanf(children, "%d", &child) == 1;) kill(child, signal_number);
+  fclose(children);
 }

@@ -5,8 +5,9 @@
 
 /*
  * Sends a signal to the children that a thread of this process has. A kernel without lists of them
- * (CONFIG_PROC_CHILDREN) only says which are this process's: all of them get it there.
+ * (CONFIG_PROC_CHILDREN) only says which are this process's: all of them get it there. What is missing for it, memory
+ * or a descriptor, leaves them alone.
  */
-void end_children_of(pid_t thread, int signal_number);
+void end_children_of(pid_t thread, int signal_number) noexcept;
 
 #endif

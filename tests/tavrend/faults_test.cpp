@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <map>
@@ -85,9 +86,22 @@ class DaemonsFaults : public ArchivingRun {
 
   /* Returns the outcome when that call of a function fails. */
   std::string outcome_of_one(const DaemonsScenario& scenario, const std::string& function, long call_number) {
-    const auto fault = std::find_if(faults::all.begin(), faults::all.end(),
-                                    [&](const faults::Fault& each) { return each.function == function; });
-    return outcome_of_any_try(scenario, &*fault, call_number);
+    return outcome_of_any_try(scenario, &first_fault_of(function), call_number);
+  }
+
+  /* One that does not come to its end is an outcome, too: the next one begins anew. */
+  std::string outcome_of_any_try(const DaemonsScenario& scenario, const faults::Fault* fault, long call_number) {
+    try {
+      return outcome_of_try(scenario, fault, call_number);
+    } catch (const std::runtime_error& error) {
+      if (daemon != -1) stop(SIGKILL);
+      return error.what();
+    }
+  }
+
+  static const faults::Fault& first_fault_of(const std::string& function) {
+    return *std::find_if(faults::all.begin(), faults::all.end(),
+                         [&](const faults::Fault& each) { return each.function == function; });
   }
 
   /* The daemon as the tries find it, with tasks that run when they are asked for alone. */
@@ -116,6 +130,10 @@ class DaemonsFaults : public ArchivingRun {
   /* A start that finds another line of a log. */
   DaemonsScenario a_start() {
     prepare_a_second_line();
+    return a_second_line();
+  }
+
+  static DaemonsScenario a_second_line() {
     return {true, [] {}, [] { return is_idle(); }, [] { return archive_of("messages") == "one\ntwo\n"; },
             [] { run_task("LogTypeTask.messages"); }};
   }
@@ -181,16 +199,6 @@ class DaemonsFaults : public ArchivingRun {
     const std::string all = read_file(words);
     if (std::regex_search(all, assertion, std::regex("assertion failed: [^\n]*"))) return assertion.str();
     return "crash by signal " + std::to_string(WTERMSIG(status)) + " (" + all.substr(0, 300) + ")";
-  }
-
-  /* One that does not come to its end is an outcome, too: the next one begins anew. */
-  std::string outcome_of_any_try(const DaemonsScenario& scenario, const faults::Fault* fault, long call_number) {
-    try {
-      return outcome_of_try(scenario, fault, call_number);
-    } catch (const std::runtime_error& error) {
-      if (daemon != -1) stop(SIGKILL);
-      return error.what();
-    }
   }
 
   /* Returns what came of it, nothing when the call was not made this time. */
@@ -345,6 +353,36 @@ TEST_F(DaemonsFaults, OfTheLastMemoryAreAReasonToEnd) {
   for (long call_number = 1; call_number <= enough; ++call_number) {
     EXPECT_THAT(outcome_of_one(shutdown, "operator new", call_number), testing::AnyOf("", testing::StartsWith("ended")))
         << "allocation " << call_number;
+  }
+}
+
+/* The session's client has to be ended for that. */
+TEST_F(DaemonsFaults, OfTheLastMemoryAreAReasonToEndAlsoInACommand) {
+  prepare_a_second_line();
+  const std::string home = std::filesystem::path(lab::value("LAB_ARCHIVE")).parent_path();
+  ASSERT_EQ(call([&](auto* handle) {
+              char* refusal = nullptr;
+              const std::string held = "[ ! -e " + home + "/hold ] || { touch " + home + "/held; sleep 1000; }; cd";
+              const int status = tavren_api_set_remote_command(handle, "cd", held.c_str(), &refusal);
+              free(refusal);
+              return status;
+            }),
+            0);
+  keep_what_is_prepared();
+  DaemonsScenario scenario = a_second_line();
+  scenario.starts_armed = false;
+  scenario.ends = true;
+  constexpr long enough = 9;
+  for (long call_number = 1; call_number <= enough; ++call_number) {
+    scenario.act = [&] {
+      lab::run("touch " + home + "/hold");
+      run_task("LogTypeTask.messages");
+      wait_until("a command", [&] { return std::filesystem::exists(home + "/held"); });
+      lab::run("rm " + home + "/hold " + home + "/held");
+      faults::arm(&first_fault_of("operator new"), call_number);
+      kill(daemon, SIGTERM);
+    };
+    EXPECT_THAT(outcome_of_any_try(scenario, nullptr, 0), testing::StartsWith("ended")) << "allocation " << call_number;
   }
 }
 
