@@ -28,11 +28,12 @@ ClosedFiles::ClosedFiles(const std::vector<ArchivedFile>& archived) {
 
 void ClosedFiles::see(const LogFile& file) {
   devices.insert(file.device);
-  bool is_done = false;
   const auto [first, last] = std::equal_range(known.begin(), known.end(), inode_of(file), ByInode());
+  const auto is_it = [&file](const Known& entry) { return is_archived(entry.file, file); };
+  const bool is_done = std::any_of(first, last, is_it);
+  /* What it was before is gone when it is archived as what it is now. */
   for (auto entry = first; entry != last; ++entry) {
-    entry->is_there = entry->is_there || is_same_file(entry->file.identity, file);
-    is_done = is_done || is_archived(entry->file, file);
+    entry->is_there = entry->is_there || (is_done ? is_it(*entry) : is_same_file(entry->file.identity, file));
   }
   if (is_done) return;
   const ClosedFile now{file.path, {identity_of(file), file.size, file.mtime_ns}};
@@ -40,10 +41,10 @@ void ClosedFiles::see(const LogFile& file) {
   if (!(kept.as == now.as) || now.path < kept.path) kept = now;
 }
 
-bool ClosedFiles::is_missing(const Identity& archived) const {
-  const auto [first, last] = std::equal_range(known.begin(), known.end(), inode_of(archived), ByInode());
-  return devices.count(archived.device) != 0 && std::any_of(first, last, [&archived](const Known& entry) {
-           return entry.file.identity == archived && !entry.is_there;
+bool ClosedFiles::is_missing(const ArchivedFile& archived) const {
+  const auto [first, last] = std::equal_range(known.begin(), known.end(), inode_of(archived.identity), ByInode());
+  return devices.count(archived.identity.device) != 0 && std::any_of(first, last, [&archived](const Known& entry) {
+           return entry.file == archived && !entry.is_there;
          });
 }
 

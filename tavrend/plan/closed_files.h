@@ -46,10 +46,10 @@ class ClosedFiles {
   void see(const LogFile& file);
 
   /*
-   * Whether an archived file is none of those that were seen. A look that shows no file at all of its device says
-   * nothing of it.
+   * Whether an archived file is none of those that were seen, or is there as another one that was archived. A look that
+   * shows no file at all of its device says nothing of it.
    */
-  bool is_missing(const Identity& archived) const;
+  bool is_missing(const ArchivedFile& archived) const;
 
   /* Hands out the files that are to be archived, oldest first by time of modification. */
   std::vector<ClosedFile> take_waiting();

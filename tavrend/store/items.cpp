@@ -49,18 +49,21 @@ void Store::forget_missing_files(const std::string& section, const ClosedFiles& 
   };
   std::vector<Change> changes;
   auto query = database->query(
-      "SELECT device, inode, head_length, head_checksum, id, missing_since_ms FROM archived WHERE section = ?");
+      "SELECT device, inode, head_length, head_checksum, size, mtime_ns, id, missing_since_ms FROM archived"
+      " WHERE section = ?");
   query.bind(section);
   while (query.next()) {
-    const int64_t since = query.number(5);
+    const ArchivedFile file{identity_at(query, 0), query.number(4), query.number(5)};
+    const int64_t id = query.number(6);
+    const int64_t since = query.number(7);
     /* A clock that was set back says nothing of how long: the time begins anew. */
     const bool is_counted = since != 0 && since <= now_ms;
-    if (!look.is_missing(identity_at(query, 0))) {
-      if (since != 0) changes.push_back({query.number(4), 0});
+    if (!look.is_missing(file)) {
+      if (since != 0) changes.push_back({id, 0});
     } else if (!is_counted) {
-      changes.push_back({query.number(4), now_ms});
+      changes.push_back({id, now_ms});
     } else if (now_ms - since >= week_ms) {
-      changes.push_back({query.number(4), -1});
+      changes.push_back({id, -1});
     }
   }
   if (changes.empty()) return;

@@ -72,6 +72,25 @@ TEST_F(StoreOfArchivedFiles, ForgetsOneThatWasMissingForAWeek) {
   EXPECT_THAT(known(), ElementsAre(2));
 }
 
+/* Or there would be a row more for each time that it changes, as long as it is there. */
+TEST_F(StoreOfArchivedFiles, ForgetsInAWeekWhatOneWasThatHasChanged) {
+  LogFile file = numbered(1);
+  for (int64_t state = 1; state <= 3; ++state) {
+    file.mtime_ns = state;
+    const Intent whole{"audit", "audit/x", file, false, false, 0, file.size};
+    store->begin_item(whole, state);
+    store->finish_item(whole);
+  }
+  look_at({file}, now_ms);
+  look_at({file}, now_ms + 7 * day_ms - 1);
+  EXPECT_THAT(known(), ElementsAre(1, 1, 1));
+  look_at({file}, now_ms + 7 * day_ms);
+  EXPECT_THAT(known(), ElementsAre(1));
+  ClosedFiles again(store->archived_files("audit"));
+  again.see(file);
+  EXPECT_TRUE(again.take_waiting().empty());
+}
+
 TEST_F(StoreOfArchivedFiles, DoesNotForgetOneThatWasMissingInALook) {
   archive("audit", 1);
   look({2}, now_ms);

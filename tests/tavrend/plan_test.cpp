@@ -236,15 +236,27 @@ TEST(ClosedFiles, ThatWereArchivedAreMissingUnlessTheyWereSeen) {
   const LogFile known = file("a", 11, "one", 1);
   const LogFile other = file("a", 11, "two", 1);
   ClosedFiles look({archived(known), archived(other)});
-  EXPECT_FALSE(look.is_missing(identity_of(known))) << "nothing was seen at all";
+  EXPECT_FALSE(look.is_missing(archived(known))) << "nothing was seen at all";
   LogFile elsewhere = other;
   elsewhere.device = 2;
   look.see(elsewhere);
-  EXPECT_FALSE(look.is_missing(identity_of(known))) << "nothing was seen of its device";
+  EXPECT_FALSE(look.is_missing(archived(known))) << "nothing was seen of its device";
   look.see(other);
-  EXPECT_TRUE(look.is_missing(identity_of(known)));
-  EXPECT_FALSE(look.is_missing(identity_of(other)));
-  EXPECT_FALSE(look.is_missing(identity_of(file("b", 12, "three", 1)))) << "archived since the look began";
+  EXPECT_TRUE(look.is_missing(archived(known)));
+  EXPECT_FALSE(look.is_missing(archived(other)));
+  EXPECT_FALSE(look.is_missing(archived(file("b", 12, "three", 1)))) << "archived since the look began";
+}
+
+TEST(ClosedFiles, ThatWereArchivedAreMissingOnceTheyAreArchivedAsAnotherOne) {
+  const LogFile before = file("a", 11, "one", 1);
+  const LogFile now = file("a", 11, "one, two", 2);
+  ClosedFiles changed({archived(before)});
+  changed.see(now);
+  EXPECT_FALSE(changed.is_missing(archived(before))) << "it may fail";
+  ClosedFiles look({archived(before), archived(now)});
+  look.see(now);
+  EXPECT_TRUE(look.is_missing(archived(before)));
+  EXPECT_FALSE(look.is_missing(archived(now)));
 }
 
 TEST(PartOfAFile, IsWhatTheCopyProtocolCanAnnounce) {
