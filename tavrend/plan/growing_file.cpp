@@ -123,7 +123,11 @@ void plan_files_between(const Progress& progress, const std::optional<LogFile>& 
     const bool is_done =
         !was_empty(progress) && is_long_enough(progress, file) && is_same_file(progress.identity, file);
     if (is_one_of(known, file) || is_done) continue;
-    plan.push_back(is_compressed(file) ? lost(file, 0, file.size) : rest_of(file, 0, false));
+    if (!is_compressed(file)) {
+      plan.push_back(rest_of(file, 0, false));
+    } else {
+      plan.push_back(lost(file, 0, file.plain_size == -1 ? file.size : file.plain_size));
+    }
   }
 }
 
@@ -217,10 +221,12 @@ std::vector<Stretch> plan_growing_file(const std::string& path, const std::optio
 std::vector<Stretch> plan_late_ends(const std::vector<LogFile>& beside, const std::vector<ArchivedFile>& archived) {
   std::vector<Stretch> plan;
   for (const LogFile& file : beside) {
-    const auto is_it = [&file](const ArchivedFile& a) { return is_same_file(a.identity, file); };
-    const auto it = std::find_if(archived.begin(), archived.end(), is_it);
-    if (it == archived.end() || is_compressed(file)) continue;
-    if (it->size < file.size) plan.push_back(rest_of(file, it->size, false));
+    int64_t end = -1;
+    for (const ArchivedFile& a : archived) {
+      if (is_same_file(a.identity, file)) end = std::max(end, a.size);
+    }
+    if (end == -1 || is_compressed(file)) continue;
+    if (end < file.size) plan.push_back(rest_of(file, end, false));
   }
   return plan;
 }

@@ -37,7 +37,7 @@ std::optional<LogFile> compressed_form(const ArchivedFile& seen, const std::vect
 std::optional<LogFile> compressed_form(const Progress& progress, const std::optional<LogFile>& present,
                                        const std::vector<LogFile>& beside, const std::vector<Identity>& known) {
   const ArchivedFile archived{progress.identity, progress.offset, progress.mtime_ns};
-  if (progress.finished || progress.offset == 0) return std::nullopt;
+  if (progress.finished || progress.identity.head_length == 0) return std::nullopt;
   if (may_have_copies(progress, present, beside) && has_copy(archived, beside, {})) return std::nullopt;
   if (present && is_in_progress(progress, *present)) return std::nullopt;
   if (auto form = compressed_form(archived, beside, known)) return form;

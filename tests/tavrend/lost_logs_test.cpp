@@ -302,6 +302,17 @@ TEST_F(LogInALongOutage, AsALogThatHasGrownAndIsOnlyThereCompressedIsReportedOnc
   EXPECT_EQ(losses(), 1U) << errors();
 }
 
+TEST_F(LogInALongOutage, AsALogOfWhichNothingIsArchivedAndThatIsOnlyThereCompressedIsReportedOnce) {
+  lab::stop_sshd();
+  append("messages", "one\ntwo\n");
+  begin(following("messages"));
+  wait_for_another_look();
+  in_the_logs("mv messages messages.1 && echo three >messages && gzip messages.1");
+  expect_then_archived({{"messages", "three\n"}});
+  EXPECT_EQ(count(errors(), lost("messages", 0, 8)), 1U) << errors();
+  EXPECT_EQ(losses(), 1U) << errors();
+}
+
 TEST_F(LogInALongOutage, IsInTheNumberOfItemsOfEachSectionThatIsWaiting) {
   lab::stop_sshd();
   append("a.1", "first\n");

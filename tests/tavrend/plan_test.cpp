@@ -298,6 +298,14 @@ TEST(GrowingFile, IsAlsoWhatWasWrittenToKnownFilesBesideIt) {
   EXPECT_EQ(words_of(plan_late_ends({file("m.3", 3, "\x1F\x8B one and more", 20)}, known)), "");
 }
 
+/* As a closed file that has changed is. */
+TEST(GrowingFile, IsWhatWasWrittenToAFileBesideItSinceItWasArchivedLast) {
+  const std::vector<ArchivedFile> known = {archived(file("m.1", 1, "one\n", 10)),
+                                           archived(file("m.1", 1, "one\ntwo\n", 20))};
+  EXPECT_EQ(words_of(plan_late_ends({file("m.1", 1, "one\ntwo\n", 20)}, known)), "");
+  EXPECT_EQ(words_of(plan_late_ends({file("m.1", 1, "one\ntwo\nlate\n", 30)}, known)), "m.1:8-13");
+}
+
 /* Inodes are used again, while a file that was archived is known for a week after it has gone. */
 TEST(GrowingFile, ThatIsGoneIsArchivedAsFarAsItWasItselfAndNoOtherWithItsInode) {
   const auto with = [](const std::string& content) { return archived(file("m.1", 1, content, 10)); };
@@ -607,6 +615,14 @@ TEST(GrowingFile, ThatIsArchivedAndOnlyCompressedBesideIsNotLost) {
   const LogFile present = file("m", 2, "x\n", 30);
   EXPECT_EQ(paths_of(files_to_pass_over(before, present, {compressed}, {})), Paths{"m.1.gz"});
   EXPECT_EQ(words_of(plan_growing_file("m", before, present, {compressed}, {identity_of(compressed)})), "m:0-2+");
+}
+
+TEST(GrowingFile, OnlyCompressedBesideIsLostWithItsOwnBytesWhereItsFormSaysThem) {
+  LogFile compressed = file("m.1.gz", 3, "\x1F\x8B...", 20);
+  compressed.plain_size = 50000;
+  const Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "x\n", 30), {compressed}, {})),
+            "m:4-4! m.1.gz:0-50000! m:0-2+");
 }
 
 TEST(GrowingFile, ThatMayHaveGrownBeforeItWasCompressedIsLost) {
