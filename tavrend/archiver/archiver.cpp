@@ -169,7 +169,7 @@ void Archiver::measure(const Work& work) {
 }
 
 void Archiver::archive_section(const SectionWork& to) {
-  const Items items(to);
+  Items items(to);
   try {
     if (!items.resume()) return;
     if (to.section.follow.empty()) {

@@ -5,7 +5,13 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "tavren_basic.h"
 
 namespace {
 
@@ -43,4 +49,14 @@ void end_children_of(pid_t thread, int signal_number) noexcept {
   if (children == nullptr) return end_children_of_this_process(signal_number);
   for (pid_t child = 0; fscanf(children, "%d", &child) == 1;) kill(child, signal_number);
   fclose(children);
+}
+
+bool has_no_child(int patience_ms) {
+  const int64_t end_of_patience_ms = tavren_get_uptime_ms() + patience_ms;
+  for (;;) {
+    siginfo_t end{};
+    if (waitid(P_ALL, 0, &end, WEXITED | WNOHANG | WNOWAIT) == -1 || end.si_pid != 0) return true;
+    if (tavren_get_uptime_ms() >= end_of_patience_ms) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
 }

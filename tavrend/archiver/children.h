@@ -10,4 +10,10 @@
  */
 void end_children_of(pid_t thread, int signal_number) noexcept;
 
+/*
+ * Whether the child that this process had is gone, or goes within so many milliseconds. One that nobody has waited for
+ * yet is left for who does.
+ */
+bool has_no_child(int patience_ms);
+
 #endif

@@ -74,9 +74,12 @@ int64_t ClosedFilesRun::begun_at(const ArchivedFile& file) const {
 }
 
 void ClosedFilesRun::archive() {
-  const Look found = look(Unreadable::are_reported);
-  const std::vector<ClosedFile>& files = found.files;
+  Look found = look(Unreadable::are_reported);
   int32_t waiting = found.waiting();
+  std::vector<ClosedFile>& files = found.files;
+  files.erase(std::remove_if(files.begin(), files.end(),
+                             [this](const ClosedFile& file) { return items.has_failed(file.as.identity); }),
+              files.end());
   Begun together;
   for (const ClosedFile& file : files) {
     to.desk.check_cancelled();

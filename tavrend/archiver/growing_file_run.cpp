@@ -119,6 +119,7 @@ void GrowingFileRun::end_compressed(const Surroundings& around) const {
   const auto progress = to.desk.with_store([&](Store& store) { return known_progress(store); });
   const auto known = to.desk.with_store([&](Store& store) { return store.known_files(to.section.name); });
   if (!progress || may_be_among(around.beside.unreadable, to.prefix, inode_of(progress->identity))) return;
+  if (items.is_on_its_way(progress->identity)) return;
   const auto form = compressed_form(*progress, around.present, around.beside.files, known);
   if (!form) return;
   if (!is_all_archived(*progress, *form)) {

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "TavrenExceptions.h"
+#include "archiver/children.h"
 #include "archiver/failures.h"
 #include "plan/names.h"
 #include "plan/space.h"
@@ -18,6 +19,7 @@
 namespace {
 
 constexpr int64_t begun_before = 0;
+constexpr int patience_with_the_client_ms = 500; /* it ends behind its last words */
 
 int64_t size_of(const OpenFile& file) {
   struct stat status {};
@@ -38,7 +40,7 @@ void check_that_it_is_still(const Intent& intent, const OpenFile& file) {
 
 }  // namespace
 
-bool Items::resume() const {
+bool Items::resume() {
   const std::string log = to.prefix + to.section.follow;
   const auto open = to.desk.with_store([&](Store& store) { return store.open_intents(to.section.name); });
   return std::all_of(open.begin(), open.end(), [&](const Intent& intent) {
@@ -47,7 +49,7 @@ bool Items::resume() const {
 }
 
 /* The section follows another log now, or closed files: the piece is looked for where its log is, or was. */
-bool Items::resume_piece_of_another(const Intent& intent) const {
+bool Items::resume_piece_of_another(const Intent& intent) {
   const bool is_below = intent.log.rfind(to.prefix, 0) == 0;
   const std::string prefix = is_below ? to.prefix : "";
   Section section = to.section;
@@ -57,10 +59,14 @@ bool Items::resume_piece_of_another(const Intent& intent) const {
   return Items(work).resume_item(intent, true);
 }
 
-bool Items::resume_item(const Intent& intent, bool is_of_another) const {
+bool Items::resume_item(const Intent& intent, bool is_of_another) {
   const Identity identity = identity_of(intent.file);
   const auto is_it = [&](const LogFile& file) { return is_its_file(intent, file); };
-  if (const auto file = search.find(intent.file.path, is_it)) return send_again(file->open, intent);
+  if (const auto file = search.find(intent.file.path, is_it)) {
+    if (send_again(file->open, intent)) return true;
+    failed.insert(inode_of(intent.file));
+    return !intent.follows;
+  }
   /* What is only not readable waits, and what has arrived of it, too. A log's pieces keep their order. */
   if (search.is_only_unreadable(identity)) return !intent.follows;
   if (keep_what_has_arrived(intent)) return true;
@@ -142,7 +148,8 @@ bool Items::try_item(const OpenFile& file, Intent intent, bool is_new) const {
   } catch (const std::system_error& error) {
     failure = error_of(error);
   } catch (const TavrenError& error) {
-    if (!is_about_one_item(error)) throw;
+    /* What a client says that has lost its connection is taken for the far side's answer. */
+    if (!is_about_one_item(error) || has_no_child(patience_with_the_client_ms)) throw;
     failure = error;
   }
   if (failure) to.desk.report(*failure);

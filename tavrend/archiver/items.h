@@ -3,6 +3,7 @@
 
 #include <stdint.h>
 
+#include <set>
 #include <string>
 
 #include "archiver/file_search.h"
@@ -26,7 +27,10 @@ class Items {
    * Carries out the items that were on their way when the daemon or its session ended, under the same names; one whose
    * file is gone stays where all of it has arrived. Returns whether the section can go on. Throws ItemStays.
    */
-  bool resume() const;
+  bool resume();
+
+  /* Whether what was on its way of that file has failed now: its turn comes again with the section's next run. */
+  bool has_failed(const Identity& identity) const { return failed.count(inode_of(identity)) != 0; }
 
   /*
    * The same of a section that is configured no more: what has not arrived whole goes from the archive. Throws
@@ -44,8 +48,8 @@ class Items {
   bool send_begun(const OpenFile& file, const Intent& intent) const { return try_item(file, intent, false); }
 
  private:
-  bool resume_item(const Intent& intent, bool is_of_another) const;
-  bool resume_piece_of_another(const Intent& intent) const;
+  bool resume_item(const Intent& intent, bool is_of_another);
+  bool resume_piece_of_another(const Intent& intent);
   bool send_again(const OpenFile& file, Intent intent) const;
   bool has_arrived(const Intent& intent) const;
   bool keep_what_has_arrived(const Intent& intent) const;
@@ -58,6 +62,7 @@ class Items {
 
   const SectionWork& to;
   const FileSearch search;
+  std::set<Inode> failed;
 };
 
 #endif

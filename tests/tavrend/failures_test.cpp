@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include <initializer_list>
@@ -297,3 +298,45 @@ TEST_P(FailureInTheMiddleOfTheData, IsOfThatItemAloneAndTheNextOneGoesOnInTheSam
 }
 
 INSTANTIATE_TEST_SUITE_P(, FailureInTheMiddleOfTheData, testing::ValuesIn(complaints), by_name);
+
+namespace {
+
+/* The connection of the first session alone ends, at a moment that is said in the sink's words. */
+class FailureOfTheConnection : public Failure, public testing::WithParamInterface<Named<const char*>> {
+ protected:
+  static void make_sink(const std::string& words) {
+    lab::run(
+        "cat >$LAB_ARCHIVE/../cut-scp <<'END' && chmod 755 $LAB_ARCHIVE/../cut-scp\n"
+        "#!/bin/sh\n"
+        "case $* in *.a.1*) ;; *) exec scp -q -t \"$@\" ;; esac\n"
+        "[ ! -e ../cut ] || exec scp -q -t \"$@\"\n"
+        "touch ../cut\n"
+        "printf '\\0'\n"
+        "read -r header\n"
+        "printf '\\0'\n" +
+        words +
+        "\n"
+        "pkill -KILL -u $(id -u) -x sshd\n"
+        "END\n");
+  }
+};
+
+constexpr Named<const char*> cuts[] = {{"InTheMiddleOfTheData", "head -c 100000 >/dev/null"},
+                                       {"BeforeTheLastAnswer", "head -c 3000001 >/dev/null"}};
+
+}  // namespace
+
+/* Its client's last words are no answer of the sink's. */
+TEST_P(FailureOfTheConnection, IsNotTheItemsAndIsFollowedByAnotherSessionSoon) {
+  const std::string text = std::string(2999999, 'x') + "\n";
+  append("a.1", text);
+  make_sink(GetParam().value);
+  start("[closed]\nfiles = " + log("a.*") + "\ninterval = 1d\n");
+  ASSERT_EQ(set_remote_command("scp", "../cut-scp"), "");
+  ASSERT_EQ(set_tunable("failure_retry_interval", "1"), "");
+  begin_with({"LogTypeTask.closed"}, -1);
+  expect_archived("closed", text);
+  EXPECT_THAT(errors(), testing::ContainsRegex("closed by|reset by|Broken pipe"));
+}
+
+INSTANTIATE_TEST_SUITE_P(, FailureOfTheConnection, testing::ValuesIn(cuts), by_name);

@@ -28,7 +28,10 @@ class ItemThatHasArrived : public HeldItems {
   }
 
   /* Has messages.1, behind a log that is archived and was renamed, arrive without the last answer. */
-  void hold_a_rotated_log() {
+  void hold_a_rotated_log() { hold_behind_a_first_line("mv messages messages.2 && echo two >messages.1"); }
+
+  /* Has what those words in the directory of the logs make arrive without the last answer, when one is archived. */
+  void hold_behind_a_first_line(const std::string& words) {
     const std::string section = in_a_day("messages", "follow = " + log("messages"));
     append("messages", "one\n");
     start(section);
@@ -36,8 +39,7 @@ class ItemThatHasArrived : public HeldItems {
     ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
     expect_archived("messages", "one\n");
     stop();
-    lab::run("rm $LAB_ARCHIVE/messages/* && mv " + log("messages") + " " + log("messages.2"));
-    append("messages.1", "two\n");
+    lab::run("rm $LAB_ARCHIVE/messages/* && cd " + logs + " && " + words);
     hold("messages", section, 4);
     stop(SIGKILL);
   }
@@ -112,6 +114,13 @@ TEST_F(ItemThatHasArrived, OfARotatedLogThatIsGoneIsNotLost) {
   lab::run("rm " + log("messages.1"));
   expect_it_stays("messages", "two\n");
   EXPECT_EQ(count(errors_before_the_end, "(bytes 0 to "), 0U) << errors_before_the_end;
+}
+
+TEST_F(ItemThatHasArrived, OfALogThatIsRotatedAndOnlyThereCompressedIsNotLost) {
+  hold_behind_a_first_line("echo two >>messages");
+  lab::run("cd " + logs + " && mv messages messages.1 && gzip messages.1");
+  expect_it_stays("messages", "two\n");
+  EXPECT_EQ(errors_before_the_end, "");
 }
 
 /* A process that has it open still has written there, and a look has seen it. */
@@ -248,6 +257,23 @@ TEST_F(ItemInTheMiddle, OfAClosedFileGoesOnWhenTheSectionFollowsALogNow) {
   ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
   expect_archived("messages", large + "two\nthree\n");
   EXPECT_EQ(errors(), "");
+}
+
+/* It is tried again by the next run. */
+TEST_F(ItemInTheMiddle, OfAClosedFileThatIsRefusedThenKeepsNoOtherWaiting) {
+  append("a.1", large);
+  begin("closed", in_a_day("closed", "files = " + log("a.*")));
+  append("a.2", "small\n");
+  start_again();
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 1), 0);
+  ASSERT_EQ(run_task("LogTypeTask.closed"), 0);
+  expect_archived("closed", "small\n");
+  wait_until("the end", [] { return sleeping() == 1; });
+  EXPECT_EQ(count(errors(), ".a.1 on remote host"), 1U) << errors();
+  EXPECT_EQ(waiting(1), 1);
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.closed"), 0);
+  expect_archived("closed", "small\n" + large);
 }
 
 TEST_F(ItemInTheMiddle, OfASectionThatIsConfiguredNoMoreGoesFromTheArchive) {
