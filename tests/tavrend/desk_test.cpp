@@ -389,6 +389,20 @@ TEST_F(DeskTest, KeepsATaskDueThatWasAskedForWhileItRan) {
   EXPECT_TRUE(second->measure_space);
 }
 
+TEST_F(DeskTest, LetsTheSpaceRestOnceItHasBeenMeasured) {
+  desk.set_config(config("one"), true);
+  desk.set_sections({section()});
+  const auto first = next_work(desk);
+  ASSERT_TRUE(first);
+  EXPECT_TRUE(first->measure_space);
+  desk.work_is_done(*first);
+  EXPECT_TRUE(desk.run_task(task_of(section())));
+  const auto second = next_work(desk);
+  ASSERT_TRUE(second);
+  EXPECT_EQ(second->sections.size(), 1U);
+  EXPECT_FALSE(second->measure_space);
+}
+
 TEST_F(DeskTest, NotesAClaimOfTheConfigurationThatItWasMadeWith) {
   desk.set_config(config("one"), true);
   ASSERT_TRUE(due_work(desk));
