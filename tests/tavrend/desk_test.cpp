@@ -437,6 +437,12 @@ TEST_F(DeskTest, CountsANewIntervalFromNow) {
   EXPECT_GE(work->begun_ms, before_ms + 1000);
 }
 
+TEST_F(DeskTest, KeepsATaskDueThatGetsALongerInterval) {
+  desk.set_config(config("one"), true);
+  EXPECT_TRUE(desk.set_interval(space_task, 7200));
+  EXPECT_TRUE(next_work(desk));
+}
+
 TEST_F(DeskTest, TakesANewIntervalWhileItWaits) {
   desk.set_config(config("one"), true);
   Desk other(store, {section()}, chassis_with_first_run(1000000, 2000000));
