@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
+#include <signal.h>
 #include <stdint.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <time.h>
 
@@ -303,6 +305,23 @@ TEST_F(Procedure, IntervalsAreATableInWhichRefusedOnesChangeNothing) {
   EXPECT_EQ(intervals(), interval_table("3600", "600", "3600"));
   restart();
   EXPECT_EQ(intervals(), interval_table("3600", "600", "3600"));
+}
+
+/* No file of the daemon's takes a byte more. */
+TEST_F(Procedure, ThatCannotKeepAChangeLeavesWhatThereWas) {
+  signal(SIGXFSZ, SIG_IGN); /* as it is for the daemon then, too */
+  start(sections());
+  ASSERT_EQ(configure("one", "/archive", "logger", 1, 2, false), 0);
+  const std::string before = configuration();
+  const rlimit none{0, 0};
+  ASSERT_EQ(prlimit(daemon, RLIMIT_FSIZE, &none, nullptr), 0);
+  EXPECT_NE(configure("two", "/other", "other", 3, 4, false), 0);
+  EXPECT_NE(set_state(TAVREN_STATE_ENABLED), 0);
+  EXPECT_EQ(set_interval("SpaceTask", "5"), "no answer");
+  EXPECT_EQ(configuration(), before);
+  EXPECT_EQ(state_now(), TAVREN_STATE_DISABLED);
+  EXPECT_EQ(intervals(), interval_table("3600", "600", "3600"));
+  signal(SIGXFSZ, SIG_DFL);
 }
 
 TEST_F(Procedure, AuditFilesAreAskedForByWhatIsThereNow) {
