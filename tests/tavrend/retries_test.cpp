@@ -110,6 +110,7 @@ TEST_F(DaemonsRetry, ComesAsLateWhereTheStateCannotBeWritten) {
   wait_until("the wait after it", [] { return sleeping() == 1; });
   EXPECT_GE(end_of_the_wait_ms(), before_ms + 900000);
   EXPECT_LE(end_of_the_wait_ms(), tavren_get_uptime_ms() + 1100000);
+  EXPECT_NE(status().connection_status, TAVREN_CONNECTION_FAILED);
   stop();
   lab::change_machine("umount $LAB/state");
 }
