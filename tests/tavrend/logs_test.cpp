@@ -57,6 +57,7 @@ TEST_F(DaemonsLog, RotatedSeveralTimesWhileTheDaemonWasDownIsFoundBeside) {
   append("messages", "four\n");
   start_again();
   expect_archived("messages", "one\ntwo\nthree\nfour\n");
+  for (const std::string& name : items("messages")) EXPECT_EQ(name.substr(23), ".messages");
   EXPECT_EQ(errors(), "");
 }
 
