@@ -6,6 +6,19 @@ namespace {
 class Archive : public TavrendTest {
  protected:
   static bool has_error(const std::string& text) { return errors().find(text) != std::string::npos; }
+
+  /* Begins a session that has three files to archive, each of that size, and 1 MB for them, which that program
+   * measures. */
+  void archive_three_files(size_t size, const char* du) {
+    for (const char* name : {"a.1", "a.2", "a.3"}) {
+      append(name, std::string(size, name[2]));
+      lab::run("touch -d 2026-01-0" + std::string(1, name[2]) + " " + log(name));
+    }
+    start("[closed]\nfiles = " + log("a.*") + "\ninterval = 1d\n");
+    ASSERT_EQ(refusal_of([du](auto* h, char** m) { return tavren_api_set_remote_command(h, "du", du, m); }), "");
+    ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 1), 0);
+    ASSERT_EQ(run_task("LogTypeTask.closed"), 0);
+  }
 };
 
 }  // namespace
@@ -103,19 +116,16 @@ TEST_F(Archive, LosesTheOldestItemOfAllTheSectionsOfACompartment) {
 
 /* A program in the place of the usual one notes each of its runs. What is sent in between is added up. */
 TEST_F(Archive, IsMeasuredOnceInASessionAndOnceMoreAfterARemoval) {
-  for (const char* name : {"a.1", "a.2", "a.3"}) {
-    append(name, std::string(400000, name[2]));
-    lab::run("touch -d 2026-01-0" + std::string(1, name[2]) + " " + log(name));
-  }
-  start("[closed]\nfiles = " + log("a.*") + "\ninterval = 1d\n");
-  ASSERT_EQ(refusal_of([](auto* h, char** m) {
-              return tavren_api_set_remote_command(h, "du", "echo >>.measured; /usr/bin/du -sk", m);
-            }),
-            "");
-  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 1), 0);
-  ASSERT_EQ(run_task("LogTypeTask.closed"), 0);
+  archive_three_files(400000, "echo >>.measured; /usr/bin/du -sk");
   expect_archived("closed", std::string(400000, '2') + std::string(400000, '3'));
   EXPECT_EQ(read_file(lab::archived(".measured")), "\n\n");
+}
+
+/* The program says that there is room for two more KiB. */
+TEST_F(Archive, HasAKibibyteForEachItemOfASessionHoweverSmall) {
+  archive_three_files(1, "printf '1022\\t./closed\\n' #");
+  expect_archived("closed", "23");
+  EXPECT_EQ(errors(), "");
 }
 
 /* Others of the archive host are to read it. */
