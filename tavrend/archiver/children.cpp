@@ -51,11 +51,13 @@ void end_children_of(pid_t thread, int signal_number) noexcept {
   fclose(children);
 }
 
-bool has_no_child(int patience_ms) {
+bool has_lost_its_connection(int patience_ms) {
+  constexpr int lost_connection = 255;
   const int64_t end_of_patience_ms = tavren_get_uptime_ms() + patience_ms;
   for (;;) {
     siginfo_t end{};
-    if (waitid(P_ALL, 0, &end, WEXITED | WNOHANG | WNOWAIT) == -1 || end.si_pid != 0) return true;
+    if (waitid(P_ALL, 0, &end, WEXITED | WNOHANG | WNOWAIT) == -1) return true;
+    if (end.si_pid != 0) return end.si_code != CLD_EXITED || end.si_status == lost_connection;
     if (tavren_get_uptime_ms() >= end_of_patience_ms) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }

@@ -11,9 +11,9 @@
 void end_children_of(pid_t thread, int signal_number) noexcept;
 
 /*
- * Whether the child that this process had is gone, or goes within so many milliseconds. One that nobody has waited for
- * yet is left for who does.
+ * Whether the secure shell client, which is this process's only child, has ended without the far shell's end, or does
+ * so within so many milliseconds. One that nobody has waited for yet is left for who does.
  */
-bool has_no_child(int patience_ms);
+bool has_lost_its_connection(int patience_ms);
 
 #endif

@@ -148,8 +148,12 @@ bool Items::try_item(const OpenFile& file, Intent intent, bool is_new) const {
   } catch (const std::system_error& error) {
     failure = error_of(error);
   } catch (const TavrenError& error) {
+    if (!is_about_one_item(error)) throw;
     /* What a client says that has lost its connection is taken for the far side's answer. */
-    if (!is_about_one_item(error) || has_no_child(patience_with_the_client_ms)) throw;
+    if (has_lost_its_connection(patience_with_the_client_ms)) {
+      to.desk.check_cancelled();
+      throw;
+    }
     failure = error;
   }
   if (failure) to.desk.report(*failure);

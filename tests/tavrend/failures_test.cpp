@@ -252,7 +252,7 @@ TEST_F(Failure, OfALoginIsInTheSystemLogAsTheLibrarySaysIt) {
 namespace {
 
 /* The far side takes a part of an item's bytes, and no more. What it does then are shell words. */
-class FailureInTheMiddleOfTheData : public Failure, public testing::WithParamInterface<Named<const char*>> {
+class FailureOfTheSink : public Failure {
  protected:
   static void make_sink(const std::string& words) {
     lab::run(
@@ -265,7 +265,26 @@ class FailureInTheMiddleOfTheData : public Failure, public testing::WithParamInt
         "head -c 100000 >/dev/null\n" +
         words + "\nEND\n");
   }
+
+  void expect_it_of_that_item_alone(const std::string& words, const std::string& large) {
+    append("a.1", large);
+    lab::run("touch -d 2026-01-01 " + log("a.1"));
+    append("a.2", "small\n");
+    make_sink(words);
+    start("[closed]\nfiles = " + log("a.*") + "\ninterval = 1d\n");
+    ASSERT_EQ(set_remote_command("scp", "../complaining-scp"), "");
+    ASSERT_EQ(set_tunable("ssh_command_timeout", "8"), "");
+    begin_with({"LogTypeTask.closed"}, -1);
+    expect_archived("closed", "small\n");
+    EXPECT_EQ(count(errors(), ".a.1'\" produced incorrect output"), 1U) << errors();
+    EXPECT_EQ(status().connection_status, TAVREN_CONNECTION_OK);
+    ASSERT_EQ(set_remote_command("all", "default"), "");
+    ASSERT_EQ(run_task("LogTypeTask.closed"), 0);
+    expect_archived("closed", "small\n" + large);
+  }
 };
+
+class FailureInTheMiddleOfTheData : public FailureOfTheSink, public testing::WithParamInterface<Named<const char*>> {};
 
 constexpr Named<const char*> complaints[] = {
     {"WithAWarning", "printf '\\1no more\\n'; exec cat >/dev/null"},
@@ -280,21 +299,14 @@ constexpr Named<const char*> complaints[] = {
  * has ended, the far shell takes the rest for commands, and may complain of so many that neither side goes on.
  */
 TEST_P(FailureInTheMiddleOfTheData, IsOfThatItemAloneAndTheNextOneGoesOnInTheSameRun) {
-  const std::string large = many_lines(20000000);
-  append("a.1", large);
-  lab::run("touch -d 2026-01-01 " + log("a.1"));
-  append("a.2", "small\n");
-  make_sink(GetParam().value);
-  start("[closed]\nfiles = " + log("a.*") + "\ninterval = 1d\n");
-  ASSERT_EQ(set_remote_command("scp", "../complaining-scp"), "");
-  ASSERT_EQ(set_tunable("ssh_command_timeout", "8"), "");
-  begin_with({"LogTypeTask.closed"}, -1);
-  expect_archived("closed", "small\n");
-  EXPECT_EQ(count(errors(), ".a.1'\" produced incorrect output"), 1U) << errors();
-  EXPECT_EQ(status().connection_status, TAVREN_CONNECTION_OK);
-  ASSERT_EQ(set_remote_command("all", "default"), "");
-  ASSERT_EQ(run_task("LogTypeTask.closed"), 0);
-  expect_archived("closed", "small\n" + large);
+  expect_it_of_that_item_alone(GetParam().value, many_lines(20000000));
+}
+
+/* The far shell ends at the first of the lines then, and the client with it. */
+TEST_F(FailureOfTheSink, InTheMiddleOfWhatNoShellCanReadIsOfThatItemAlone) {
+  std::string large;
+  for (int i = 0; i < 200000; ++i) large += "type=USER msg=audit(1790000000.123:4): x\n";
+  expect_it_of_that_item_alone("exit 1", large);
 }
 
 INSTANTIATE_TEST_SUITE_P(, FailureInTheMiddleOfTheData, testing::ValuesIn(complaints), by_name);
