@@ -79,7 +79,9 @@ std::optional<GrowingFileRun::Look> GrowingFileRun::look(Unreadable unreadable_o
 
 std::optional<Surroundings> GrowingFileRun::look_around_it() const {
   try {
-    return look_around(to.prefix, to.section.follow);
+    auto around = look_around(to.prefix, to.section.follow);
+    if (around) leave_out_forms_of(around->beside.files);
+    return around;
   } catch (const UnreadableFile&) {
     to.desk.set_waiting(to.section, 1); /* at the least */
     throw;

@@ -119,7 +119,7 @@ bool is_archived_form_of(const Progress& progress, const LogFile& file) {
 void plan_files_between(const Progress& progress, const std::optional<LogFile>& present, const Files& beside,
                         const std::vector<Identity>& known, std::vector<Stretch>& plan) {
   for (const LogFile& file : beside) {
-    if (file.size == 0 || (present && may_be_copy_of(*present, file))) continue;
+    if (file.size == 0 || file.plain_size == 0 || (present && may_be_copy_of(*present, file))) continue;
     const bool is_done =
         !was_empty(progress) && is_long_enough(progress, file) && is_same_file(progress.identity, file);
     if (is_one_of(known, file) || is_done) continue;

@@ -1,6 +1,8 @@
 #include "plan/rotated_away.h"
 
 #include <algorithm>
+#include <set>
+#include <string>
 
 namespace {
 
@@ -36,8 +38,9 @@ std::optional<LogFile> compressed_form(const ArchivedFile& seen, const std::vect
 
 std::optional<LogFile> compressed_form(const Progress& progress, const std::optional<LogFile>& present,
                                        const std::vector<LogFile>& beside, const std::vector<Identity>& known) {
-  const ArchivedFile archived{progress.identity, progress.offset, progress.mtime_ns};
   if (progress.finished || progress.identity.head_length == 0) return std::nullopt;
+  const int64_t bytes = progress.offset == 0 ? progress.seen : progress.offset;
+  const ArchivedFile archived{progress.identity, bytes, progress.mtime_ns};
   if (may_have_copies(progress, present, beside) && has_copy(archived, beside, {})) return std::nullopt;
   if (present && is_in_progress(progress, *present)) return std::nullopt;
   if (auto form = compressed_form(archived, beside, known)) return form;
@@ -49,8 +52,18 @@ std::optional<LogFile> compressed_form(const Progress& progress, const std::opti
 }
 
 bool is_all_archived(const Progress& progress, const LogFile& form) {
-  if (form.plain_size != -1) return form.plain_size <= progress.offset;
+  if (form.plain_size != -1) return end_of_file(form, progress.seen) <= progress.offset;
   return form.mtime_ns == progress.mtime_ns && progress.offset == progress.seen;
 }
 
-int64_t end_of_file(const LogFile& form, int64_t seen) { return form.plain_size == -1 ? seen : form.plain_size; }
+int64_t end_of_file(const LogFile& form, int64_t seen) { return std::max(form.plain_size, seen); }
+
+void leave_out_forms_of(std::vector<LogFile>& beside) {
+  std::set<std::string> paths;
+  for (const LogFile& file : beside) paths.insert(file.path);
+  const auto is_form_of_another = [&paths](const LogFile& file) {
+    const size_t ending = file.path.rfind('.');
+    return is_compressed(file) && ending != std::string::npos && paths.count(file.path.substr(0, ending)) != 0;
+  };
+  beside.erase(std::remove_if(beside.begin(), beside.end(), is_form_of_another), beside.end());
+}

@@ -32,9 +32,12 @@ std::optional<LogFile> compressed_form(const Progress& progress, const std::opti
 bool is_all_archived(const Progress& progress, const LogFile& form);
 
 /*
- * Returns up to where there was something in a file that is only there in that form: as far as that says it, or else as
- * a look has seen it.
+ * Returns up to where there was something in a file that is only there in that form: as far as that says it, or as a
+ * look has seen it. Of more than 4 GiB, or in several parts, a form says too little.
  */
 int64_t end_of_file(const LogFile& form, int64_t seen);
+
+/* Takes compressed files out that stand beside what they are being made of: nothing is lost while that is there. */
+void leave_out_forms_of(std::vector<LogFile>& beside);
 
 #endif

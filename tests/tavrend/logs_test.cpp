@@ -162,6 +162,20 @@ TEST_F(DaemonsLog, OnlyCompressedBesideIsReportedOnceAlsoWithoutANewOne) {
   EXPECT_EQ(count(errors(), "messages.1.gz (bytes 0 to "), 1U) << errors();
 }
 
+/* Its compressed form is written beside it for a while. */
+TEST_F(DaemonsLog, ThatIsBeingCompressedIsNotLost) {
+  append("messages", "one\n");
+  start(following("messages"));
+  ASSERT_EQ(set_config(), 0);
+  expect_archived("messages", "one\n");
+  behind_its_back("mv messages messages.1 && gzip -c messages.1 >messages.1.gz && echo two >messages");
+  expect_archived("messages", "one\ntwo\n");
+  behind_its_back(
+      "touch -r messages.1 messages.1.gz && rm messages.1 && mv messages messages.0 && echo three >messages");
+  expect_archived("messages", "one\ntwo\nthree\n");
+  EXPECT_EQ(errors(), "");
+}
+
 TEST_F(DaemonsLog, ThatCannotBeReadIsReportedAndArchivedOnceItCan) {
   give_up_reading_everything();
   append("messages", "one\n");

@@ -625,6 +625,14 @@ TEST(GrowingFile, OnlyCompressedBesideIsLostWithItsOwnBytesWhereItsFormSaysThem)
             "m:4-4! m.1.gz:0-50000! m:0-2+");
 }
 
+TEST(GrowingFile, WithNothingInItAndOnlyCompressedBesideIsNotLost) {
+  LogFile compressed = file("m.1.gz", 3, "\x1F\x8B...", 20);
+  compressed.plain_size = 0;
+  Progress before = progress_in(file("m", 1, "one\n", 10), 4);
+  before.finished = true;
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "x\n", 30), {compressed}, {})), "m:0-2+");
+}
+
 TEST(GrowingFile, ThatMayHaveGrownBeforeItWasCompressedIsLost) {
   const LogFile present = file("m", 2, "x\n", 30);
   const Progress before = progress_in(file("m", 1, "one\n", 10), 4);

@@ -134,3 +134,33 @@ TEST(CompressedForm, IsAllArchivedAsItSaysOrAsItsTimeDoes) {
   EXPECT_EQ(end_of_file(gzip(2, 5), 5), 5);
   EXPECT_EQ(end_of_file(gzip(2, 5, 7), 5), 7);
 }
+
+/* As it does of 4 GiB and more. */
+TEST(CompressedForm, ThatSaysLessThanWasSeenIsNotBelieved) {
+  const Progress progress{{}, 40, 100, 5, false};
+  EXPECT_FALSE(is_all_archived(progress, gzip(2, 5, 7)));
+  EXPECT_EQ(end_of_file(gzip(2, 5, 7), 100), 100);
+}
+
+TEST(CompressedForm, OfALogOfWhichNothingIsArchivedIsNoEmptyOne) {
+  const LogFile log = file(1, "one\ntwo\n", 5 * second_ns);
+  const Progress progress{identity_of(log), 0, 8, log.mtime_ns, false};
+  const LogFile present = file(9, "", 20 * second_ns);
+  EXPECT_FALSE(compressed_form(progress, present, {gzip(2, 9 * second_ns, 0)}, {}));
+  EXPECT_TRUE(compressed_form(progress, present, {gzip(2, 9 * second_ns, 0), gzip(3, 9 * second_ns, 8)}, {}));
+}
+
+TEST(CompressedForm, BesideWhatItIsMadeOfIsLeftOut) {
+  LogFile plain = file(1, "one\n", 10);
+  plain.path = "m.1";
+  LogFile form = gzip(2, 20);
+  form.path = "m.1.gz";
+  LogFile other = gzip(3, 20);
+  other.path = "m.2.gz";
+  LogFile without_ending = gzip(4, 20);
+  without_ending.path = "m-3";
+  std::vector<LogFile> beside = {plain, form, other, without_ending};
+  leave_out_forms_of(beside);
+  ASSERT_EQ(beside.size(), 3U);
+  EXPECT_EQ(beside[0].path + " " + beside[1].path + " " + beside[2].path, "m.1 m.2.gz m-3");
+}
