@@ -158,17 +158,15 @@ std::string Session::first_item(const std::string& section) {
   return lines.empty() ? "" : lines.front();
 }
 
-std::string Session::oldest_item(int compartment, const std::string& but) {
+std::string Session::oldest_item(int compartment) {
   std::string oldest;
   std::string oldest_name;
   for (const std::string& section : sections_of(compartment)) {
     const std::string name = first_item(section);
     if (name.empty() || (!oldest.empty() && name >= oldest_name)) continue;
-    std::string item = section;
-    item.append("/").append(name);
-    if (item == but) continue;
     oldest_name = name;
-    oldest = std::move(item);
+    oldest = section;
+    oldest.append("/").append(name);
   }
   return oldest;
 }
@@ -180,7 +178,7 @@ void Session::make_room(int compartment, int64_t bytes, int64_t of_file, const s
   const int64_t of_directories = kib_of_a_directory * static_cast<int64_t>(sections_of(compartment).size());
   if (room_for(of_file, of_directories, limit) != Room::fits) throw NoRoom(remote_path);
   while (room_for(bytes, used_kib(compartment), limit) != Room::fits) {
-    const std::string oldest = oldest_item(compartment, remote_path);
+    const std::string oldest = oldest_item(compartment);
     if (oldest.empty()) throw NoRoom(remote_path);
     remove(oldest);
   }

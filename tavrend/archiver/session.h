@@ -66,7 +66,7 @@ class Session {
   void check_that_all_are_measured(const std::vector<std::string>& names, size_t sizes, const std::string& pattern);
   std::vector<std::string> sections_of(int compartment);
   std::string first_item(const std::string& section);
-  std::string oldest_item(int compartment, const std::string& but);
+  std::string oldest_item(int compartment);
 
   Desk& desk;
   const Work& work;

@@ -276,6 +276,19 @@ TEST_F(ItemInTheMiddle, OfAClosedFileThatIsRefusedThenKeepsNoOtherWaiting) {
   expect_archived("closed", "small\n" + large);
 }
 
+TEST_F(ItemInTheMiddle, OfALogThatIsRefusedThenIsTriedAgainByTheNextRun) {
+  append("messages", large);
+  begin("messages", following_as("messages", "messages"));
+  start_again();
+  ASSERT_EQ(set_config(lab::value("LAB_PASSWORD"), -1, 1), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  wait_until("an error", [] { return errors() != "" && sleeping() == 1; });
+  EXPECT_EQ(count(errors(), ".messages on remote host"), 1U) << errors();
+  ASSERT_EQ(set_config(), 0);
+  ASSERT_EQ(run_task("LogTypeTask.messages"), 0);
+  expect_archived("messages", large);
+}
+
 TEST_F(ItemInTheMiddle, OfASectionThatIsConfiguredNoMoreGoesFromTheArchive) {
   append("a.1", large);
   append("b.1", "two\n");
