@@ -1,6 +1,7 @@
 #include "archiver/children.h"
 
 #include <dirent.h>
+#include <errno.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -46,7 +47,8 @@ void end_children_of(pid_t thread, int signal_number) noexcept {
   char path[64];
   snprintf(path, sizeof path, "/proc/self/task/%d/children", thread);
   FILE* const children = fopen(path, "re");
-  if (children == nullptr) return end_children_of_this_process(signal_number);
+  if (children == nullptr && errno == ENOENT) end_children_of_this_process(signal_number);
+  if (children == nullptr) return;
   for (pid_t child = 0; fscanf(children, "%d", &child) == 1;) kill(child, signal_number);
   fclose(children);
 }
@@ -56,7 +58,7 @@ bool has_lost_its_connection(int patience_ms) {
   const int64_t end_of_patience_ms = tavren_get_uptime_ms() + patience_ms;
   for (;;) {
     siginfo_t end{};
-    if (waitid(P_ALL, 0, &end, WEXITED | WNOHANG | WNOWAIT) == -1) return true;
+    if (waitid(P_ALL, 0, &end, WEXITED | WNOHANG | WNOWAIT | __WNOTHREAD) == -1) return false;
     if (end.si_pid != 0) return end.si_code != CLD_EXITED || end.si_status == lost_connection;
     if (tavren_get_uptime_ms() >= end_of_patience_ms) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));

@@ -11,8 +11,8 @@
 void end_children_of(pid_t thread, int signal_number) noexcept;
 
 /*
- * Whether the secure shell client, which is this process's only child, has ended without the far shell's end, or does
- * so within so many milliseconds. One that nobody has waited for yet is left for who does.
+ * Whether the secure shell client, which is the only child that the calling thread has, has ended without the far
+ * shell's end, or does so within so many milliseconds. It is left for who waits for it.
  */
 bool has_lost_its_connection(int patience_ms);
 

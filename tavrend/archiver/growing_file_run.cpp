@@ -60,7 +60,7 @@ std::optional<GrowingFileRun::Look> GrowingFileRun::look(Unreadable unreadable_o
   Look look{std::move(*around), {}, {}, {}};
   const std::optional<LogFile>& present = look.around.present;
   const std::vector<LogFile>& beside = look.around.beside.files;
-  end_compressed(look.around);
+  if (!end_compressed(look.around)) return std::nullopt;
   look.progress = begin_look(look.around);
   SeenFiles seen(to.desk.with_store([&](Store& store) { return store.seen_files(to.section.name, log); }));
   for (const LogFile& file : beside) seen.see(file);
@@ -80,7 +80,7 @@ std::optional<GrowingFileRun::Look> GrowingFileRun::look(Unreadable unreadable_o
 std::optional<Surroundings> GrowingFileRun::look_around_it() const {
   try {
     auto around = look_around(to.prefix, to.section.follow);
-    if (around) leave_out_forms_of(around->beside.files);
+    if (around) leave_out_unfinished_forms(around->beside.files);
     return around;
   } catch (const UnreadableFile&) {
     to.desk.set_waiting(to.section, 1); /* at the least */
@@ -115,15 +115,16 @@ Progress GrowingFileRun::begin_look(const Surroundings& around) const {
 
 /*
  * Ends the file that was read last where it is only there compressed by now. Of what is in that form only what is not
- * archived was lost, and where the form says how much there is in it, that may be nothing.
+ * archived was lost, and where the form says how much there is in it, that may be nothing. Returns false where an item
+ * of it is on its way, with which the next session begins: only then it is known how much that is.
  */
-void GrowingFileRun::end_compressed(const Surroundings& around) const {
+bool GrowingFileRun::end_compressed(const Surroundings& around) const {
   const auto progress = to.desk.with_store([&](Store& store) { return known_progress(store); });
   const auto known = to.desk.with_store([&](Store& store) { return store.known_files(to.section.name); });
-  if (!progress || may_be_among(around.beside.unreadable, to.prefix, inode_of(progress->identity))) return;
-  if (items.is_on_its_way(progress->identity)) return;
+  if (!progress || may_be_among(around.beside.unreadable, to.prefix, inode_of(progress->identity))) return true;
   const auto form = compressed_form(*progress, around.present, around.beside.files, known);
-  if (!form) return;
+  if (!form) return true;
+  if (items.is_on_its_way(progress->identity)) return false;
   if (!is_all_archived(*progress, *form)) {
     const int64_t end = end_of_file(*form, progress->seen);
     to.desk.report(error_of_lost(to.section.follow, progress->offset, end));
@@ -131,6 +132,7 @@ void GrowingFileRun::end_compressed(const Surroundings& around) const {
   Progress gone = *progress;
   gone.finished = true;
   to.desk.with_store([&](Store& store) { store.note_look(to.section.name, gone, {*form}, Store::Known::passed_over); });
+  return true;
 }
 
 void GrowingFileRun::note_waiting(const Look& look, const SeenFiles& seen) const {

@@ -46,7 +46,7 @@ class GrowingFileRun {
   bool is_away(const Surroundings& around) const;
   Progress begin_look(const Surroundings& around) const;
   void note_waiting(const Look& look, const SeenFiles& seen) const;
-  void end_compressed(const Surroundings& around) const;
+  bool end_compressed(const Surroundings& around) const;
   void report_lost(const Look& look, const SeenFiles& seen) const;
   bool is_only_unreadable(const Look& look) const;
   bool archive_late_ends(const std::vector<Stretch>& late) const;

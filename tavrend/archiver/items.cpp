@@ -19,7 +19,7 @@
 namespace {
 
 constexpr int64_t begun_before = 0;
-constexpr int patience_with_the_client_ms = 500; /* it ends behind its last words */
+constexpr int patience_with_the_client_ms = 300; /* it ends behind its last words */
 
 int64_t size_of(const OpenFile& file) {
   struct stat status {};

@@ -115,18 +115,23 @@ bool is_archived_form_of(const Progress& progress, const LogFile& file) {
   return is_compressed(file) && progress.offset == progress.seen && file.mtime_ns == progress.mtime_ns;
 }
 
+/* Of one in several parts the last may say that there is nothing in it, but such a form is longer. */
+bool is_form_of_nothing(const LogFile& file) {
+  return file.plain_size == 0 && file.size < static_cast<int64_t>(head_size);
+}
+
 /* Whole files between the old one and the new one. */
 void plan_files_between(const Progress& progress, const std::optional<LogFile>& present, const Files& beside,
                         const std::vector<Identity>& known, std::vector<Stretch>& plan) {
   for (const LogFile& file : beside) {
-    if (file.size == 0 || file.plain_size == 0 || (present && may_be_copy_of(*present, file))) continue;
+    if (file.size == 0 || is_form_of_nothing(file) || (present && may_be_copy_of(*present, file))) continue;
     const bool is_done =
         !was_empty(progress) && is_long_enough(progress, file) && is_same_file(progress.identity, file);
     if (is_one_of(known, file) || is_done) continue;
     if (!is_compressed(file)) {
       plan.push_back(rest_of(file, 0, false));
     } else {
-      plan.push_back(lost(file, 0, file.plain_size == -1 ? file.size : file.plain_size));
+      plan.push_back(lost(file, 0, file.plain_size <= 0 ? file.size : file.plain_size));
     }
   }
 }

@@ -1,7 +1,7 @@
 #include "plan/rotated_away.h"
 
 #include <algorithm>
-#include <set>
+#include <map>
 #include <string>
 
 namespace {
@@ -58,12 +58,14 @@ bool is_all_archived(const Progress& progress, const LogFile& form) {
 
 int64_t end_of_file(const LogFile& form, int64_t seen) { return std::max(form.plain_size, seen); }
 
-void leave_out_forms_of(std::vector<LogFile>& beside) {
-  std::set<std::string> paths;
-  for (const LogFile& file : beside) paths.insert(file.path);
-  const auto is_form_of_another = [&paths](const LogFile& file) {
+void leave_out_unfinished_forms(std::vector<LogFile>& beside) {
+  std::map<std::string, int64_t> times;
+  for (const LogFile& file : beside) times[file.path] = file.mtime_ns;
+  const auto is_unfinished = [&times](const LogFile& file) {
     const size_t ending = file.path.rfind('.');
-    return is_compressed(file) && ending != std::string::npos && paths.count(file.path.substr(0, ending)) != 0;
+    if (!is_compressed(file) || ending == std::string::npos) return false;
+    const auto plain = times.find(file.path.substr(0, ending));
+    return plain != times.end() && file.mtime_ns > plain->second;
   };
-  beside.erase(std::remove_if(beside.begin(), beside.end(), is_form_of_another), beside.end());
+  beside.erase(std::remove_if(beside.begin(), beside.end(), is_unfinished), beside.end());
 }

@@ -37,7 +37,10 @@ bool is_all_archived(const Progress& progress, const LogFile& form);
  */
 int64_t end_of_file(const LogFile& form, int64_t seen);
 
-/* Takes compressed files out that stand beside what they are being made of: nothing is lost while that is there. */
-void leave_out_forms_of(std::vector<LogFile>& beside);
+/*
+ * Takes compressed files out that are being made: what they are made of is there, and they get its time when they are
+ * finished.
+ */
+void leave_out_unfinished_forms(std::vector<LogFile>& beside);
 
 #endif

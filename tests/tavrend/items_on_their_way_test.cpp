@@ -123,6 +123,17 @@ TEST_F(ItemThatHasArrived, OfALogThatIsRotatedAndOnlyThereCompressedIsNotLost) {
   EXPECT_EQ(errors_before_the_end, "");
 }
 
+/* A look without a session has nothing to say of what that item has of it. */
+TEST_F(ItemThatHasArrived, OfALogThatIsCopiedAndTruncatedAndOnlyThereCompressedIsNotLost) {
+  hold_behind_a_first_line("echo two >>messages");
+  lab::run("cd " + logs + " && gzip -n <messages >messages.1.gz && : >messages");
+  start_again();
+  wait_until("the first look", [] { return sleeping() == 1; });
+  stop();
+  expect_it_stays("messages", "two\n");
+  EXPECT_EQ(errors_before_the_end, "");
+}
+
 /* A process that has it open still has written there, and a look has seen it. */
 TEST_F(ItemThatHasArrived, OfARotatedLogThatHasGrownSinceAndIsGoneIsNotLostAndItsRestIs) {
   hold_a_rotated_log();

@@ -165,6 +165,7 @@ TEST_F(DaemonsLog, OnlyCompressedBesideIsReportedOnceAlsoWithoutANewOne) {
 /* Its compressed form is written beside it for a while. */
 TEST_F(DaemonsLog, ThatIsBeingCompressedIsNotLost) {
   append("messages", "one\n");
+  lab::run("touch -d 2026-01-01 " + log("messages"));
   start(following("messages"));
   ASSERT_EQ(set_config(), 0);
   expect_archived("messages", "one\n");

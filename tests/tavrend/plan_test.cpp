@@ -631,6 +631,9 @@ TEST(GrowingFile, WithNothingInItAndOnlyCompressedBesideIsNotLost) {
   Progress before = progress_in(file("m", 1, "one\n", 10), 4);
   before.finished = true;
   EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "x\n", 30), {compressed}, {})), "m:0-2+");
+  compressed.size = 5000; /* its last part is empty */
+  EXPECT_EQ(words_of(plan_growing_file("m", before, file("m", 2, "x\n", 30), {compressed}, {})),
+            "m.1.gz:0-5000! m:0-2+");
 }
 
 TEST(GrowingFile, ThatMayHaveGrownBeforeItWasCompressedIsLost) {

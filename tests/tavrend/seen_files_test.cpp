@@ -150,7 +150,7 @@ TEST(CompressedForm, OfALogOfWhichNothingIsArchivedIsNoEmptyOne) {
   EXPECT_TRUE(compressed_form(progress, present, {gzip(2, 9 * second_ns, 0), gzip(3, 9 * second_ns, 8)}, {}));
 }
 
-TEST(CompressedForm, BesideWhatItIsMadeOfIsLeftOut) {
+TEST(CompressedForm, IsLeftOutWhileItIsMade) {
   LogFile plain = file(1, "one\n", 10);
   plain.path = "m.1";
   LogFile form = gzip(2, 20);
@@ -160,7 +160,11 @@ TEST(CompressedForm, BesideWhatItIsMadeOfIsLeftOut) {
   LogFile without_ending = gzip(4, 20);
   without_ending.path = "m-3";
   std::vector<LogFile> beside = {plain, form, other, without_ending};
-  leave_out_forms_of(beside);
+  leave_out_unfinished_forms(beside);
   ASSERT_EQ(beside.size(), 3U);
   EXPECT_EQ(beside[0].path + " " + beside[1].path + " " + beside[2].path, "m.1 m.2.gz m-3");
+  form.mtime_ns = plain.mtime_ns;
+  beside.push_back(form);
+  leave_out_unfinished_forms(beside);
+  EXPECT_EQ(beside.size(), 4U) << "it is finished";
 }
