@@ -72,7 +72,8 @@ SectionWork Archiver::part_of(const Work& work, const Section& section) {
 
 /*
  * Before a task is due, when something is configured anew, and where its turn does not come because the session has
- * failed: what is rotated away before its turn would be lost in silence, and the status would not have it.
+ * failed or an item of it stays: what is rotated away before its turn would be lost in silence, and the status would
+ * not have it.
  */
 void Archiver::look_at(const Work& work, const Section& section) {
   const SectionWork to = part_of(work, section);
@@ -171,7 +172,7 @@ void Archiver::measure(const Work& work) {
 void Archiver::archive_section(const SectionWork& to) {
   Items items(to);
   try {
-    if (!items.resume()) return;
+    if (!items.resume()) return look_at(to.work, to.section);
     if (to.section.follow.empty()) {
       ClosedFilesRun(to, items).archive();
       desk.with_store([](Store& store) { store.sync(); });
@@ -182,5 +183,6 @@ void Archiver::archive_section(const SectionWork& to) {
     desk.report(error_of(file));
   } catch (const ItemStays&) {
     /* Which is reported, and tried again by the next run. */
+    look_at(to.work, to.section);
   }
 }

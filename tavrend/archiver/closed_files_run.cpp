@@ -90,19 +90,12 @@ void ClosedFilesRun::archive() {
   to.desk.set_waiting(to.section, waiting);
 }
 
-/* Returns whether a file that is not found waits no more, which is reported then. */
-bool ClosedFilesRun::is_gone(const ClosedFile& file, int64_t first) const {
-  if (search.is_only_unreadable(file.as.identity)) return false;
-  search.report_gone(file.path, file.as, first);
-  return true;
-}
-
 /* Returns whether the file waits no more. */
 bool ClosedFilesRun::archive_file(const ClosedFile& file) const {
   const int64_t first = begun_at(file.as);
   try {
     const auto found = search.find(file.path, is_exactly(file));
-    if (!found) return is_gone(file, first);
+    if (!found) return !search.is_only_unreadable(file.as.identity) && search.report_gone(file.path, file.as, first);
     return items.send_range(found->open, {to.section.name, "", found->now, false, false, first, file.as.size - first});
   } catch (const UnreadableFile& error) {
     to.desk.report(error_of(error));
@@ -137,7 +130,7 @@ bool ClosedFilesRun::archive_begun(const ClosedFile& file, Begun& begun) const {
   const Intent intent = begun.front();
   begun.pop_front();
   if (const auto found = search.find(file.path, is_exactly(file))) return items.send_begun(found->open, intent);
-  if (!is_gone(file, 0)) return false; /* and is taken up by the next run */
+  if (search.is_only_unreadable(file.as.identity)) return false; /* and is taken up by the next run */
   to.desk.with_store([&](Store& store) { store.give_up_item(intent); });
-  return true;
+  return search.report_gone(file.path, file.as, 0);
 }

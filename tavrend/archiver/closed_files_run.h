@@ -44,7 +44,6 @@ class ClosedFilesRun {
   void report_lost(const SeenFiles& seen, const std::set<std::string>& directories,
                    const std::vector<UnreadableFile>& unreadable) const;
   int64_t begun_at(const ArchivedFile& file) const;
-  bool is_gone(const ClosedFile& file, int64_t first) const;
   bool archive_file(const ClosedFile& file) const;
   Begun begin_together(const ClosedFile* first, const ClosedFile* last) const;
   bool archive_begun(const ClosedFile& file, Begun& begun) const;

@@ -156,7 +156,7 @@ void Desk::set_connection(tavren_connection_status_t status, int64_t when) {
 
 void Desk::set_used(int compartment, int32_t megabytes) {
   const Lock lock(mutex);
-  present.compartments[compartment].used_mb = megabytes;
+  if (!cancelled) present.compartments[compartment].used_mb = megabytes; /* it may be another archive by now */
 }
 
 void Desk::set_waiting(const Section& section, int32_t items) {

@@ -50,9 +50,10 @@ bool FileSearch::is_only_unreadable(const Identity& identity) const {
   return false;
 }
 
-void FileSearch::report_gone(const std::string& path, const ArchivedFile& file, int64_t first) const {
+bool FileSearch::report_gone(const std::string& path, const ArchivedFile& file, int64_t first) const {
   const auto is_same = [&file](const LogFile& other) { return is_same_file(file.identity, other); };
-  if (!places_of(is_same).paths.empty() || !is_on_device(to.prefix + path, file.identity.device)) return;
+  if (!places_of(is_same).paths.empty() || !is_on_device(to.prefix + path, file.identity.device)) return false;
   to.desk.report(error_of_lost(path, first, file.size));
   to.desk.with_store([&](Store& store) { store.forget_seen(to.section.name, file.identity); });
+  return true;
 }

@@ -35,9 +35,10 @@ class FileSearch {
 
   /*
    * Reports that a closed file that was at path is there no more, with its bytes from the first on, and forgets that it
-   * was seen. One that is there and has changed since is a new item, and one whose file system is missing waits.
+   * was seen. One that is there and has changed since is a new item, and one whose file system is missing waits:
+   * returns false for both.
    */
-  void report_gone(const std::string& path, const ArchivedFile& file, int64_t first) const;
+  bool report_gone(const std::string& path, const ArchivedFile& file, int64_t first) const;
 
  private:
   struct Places {

@@ -145,6 +145,18 @@ TEST_F(SessionInTheMiddleOfAnItem, LeavesItThereWhileTheRotatedLogCannotBeRead) 
   EXPECT_EQ(items("messages"), item);
 }
 
+TEST_F(SessionInTheMiddleOfAnItem, ReportsWhatIsLostBehindALogThatCannotBeRead) {
+  give_up_reading_everything();
+  begin_to_send();
+  go_on_with_an_unreadable("messages.1");
+  append("messages", "new\n");
+  const auto looks = [this] { return count(errors(), log("messages.1") + ", ecode=13"); };
+  const size_t before = looks();
+  wait_until("another look", [&] { return looks() > before + 1; });
+  lab::run("rm " + log("messages"));
+  wait_until("an error", [this] { return errors().find(log("messages") + " (bytes 0 to 4)") != std::string::npos; });
+}
+
 TEST_F(SessionInTheMiddleOfAnItem, ReportsAnotherFileThatVanishesMeanwhile) {
   append("messages.2", "other\n");
   lab::run("touch -d 'next year' " + log("messages.2"));

@@ -377,6 +377,23 @@ TEST_F(DeskTest, KnowsNothingOfTheSpaceInAnArchiveThatIsNew) {
   EXPECT_EQ(desk.status().compartments[0].used_mb, -2);
 }
 
+/* Its session may measure on until it is ended. */
+TEST_F(DeskTest, KnowsNothingOfTheSpaceThatIsMeasuredInTheArchiveBeforeIt) {
+  ArchiveConfig limited = config("one");
+  limited.space_limit[0] = 1000;
+  desk.set_config(limited, true);
+  std::thread archiving([&] {
+    due_work(desk);
+    std::thread serving([&] { desk.set_config(limited, true); });
+    while (!desk.is_cancelled()) usleep(1000);
+    desk.set_used(0, 7);
+    due_work(desk);
+    serving.join();
+  });
+  archiving.join();
+  EXPECT_EQ(desk.status().compartments[0].used_mb, -2);
+}
+
 /* What it was asked for may have come just behind the look of the present run. */
 TEST_F(DeskTest, KeepsATaskDueThatWasAskedForWhileItRan) {
   desk.set_config(config("one"), true);

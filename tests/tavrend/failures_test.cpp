@@ -81,6 +81,21 @@ TEST_F(Failure, OfTakingAnItemBackStopsItsSectionAlone) {
   expect_archived("audit", "one\n");
 }
 
+TEST_F(Failure, OfTakingAnItemBackLeavesNoLossOfItsSectionUnsaid) {
+  append("audit.log.1", "one\n");
+  lab::run("install -d -m 555 -o $LAB_USER $LAB_ARCHIVE/audit");
+  start(sections());
+  ASSERT_EQ(set_remote_command("rm", "/no/such/program"), "");
+  begin_with({"LogTypeTask.audit"}, -1);
+  wait_until("an item that stays", [] { return errors().find("/no/such/program") != std::string::npos; });
+  append("audit.log.2", "other\n");
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("a look", [] { return waiting(0) == 2; });
+  lab::run("rm " + log("audit.log.2"));
+  ASSERT_EQ(run_task("LogTypeTask.audit"), 0);
+  wait_until("an error", [] { return errors().find("audit.log.2 (bytes 0 to 6)") != std::string::npos; });
+}
+
 /* Neither is what is beside it a part of the new log, nor is anything lost. */
 TEST_F(Failure, IsNotThatAnotherLogIsFollowed) {
   append("b.1", "older\n");

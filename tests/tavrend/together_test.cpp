@@ -93,6 +93,8 @@ TEST_F(FilesTogether, AreArchivedWithWhatOneHasBecome) {
   append("closed.2", "more\n");
   let_go();
   expect_archived("closed", "1\n3\n");
+  wait_until("the end", [] { return sleeping() == 1; });
+  EXPECT_EQ(waiting(1), 1);
   EXPECT_EQ(errors(), "");
   ASSERT_EQ(run_task("LogTypeTask.closed"), 0);
   expect_archived("closed", "1\n3\n2\nmore\n");
