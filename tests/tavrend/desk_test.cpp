@@ -171,6 +171,7 @@ TEST_F(DeskTest, HandsOutWhatIsDueBetweenFirstLooksThatFail) {
     ASSERT_TRUE(look);
     EXPECT_TRUE(look->looks_at_all);
     desk.work_has_failed(0.5);
+    usleep(2000); /* within its millisecond a task is not due yet */
     EXPECT_TRUE(desk.run_task(space_task));
     const auto due = next_work(desk, any_work);
     ASSERT_TRUE(due);
