@@ -3,6 +3,7 @@
 
 #include <stdint.h>
 
+#include "plan/closed_files.h"
 #include "plan/log_file.h"
 #include "store/database.h"
 
@@ -13,9 +14,15 @@ inline Identity identity_at(const Database::Query& row, int column) {
           static_cast<uint32_t>(row.number(column + 2)), static_cast<uint64_t>(row.number(column + 3))};
 }
 
+/* The same in the first four columns, with size and mtime_ns behind them. */
+inline ArchivedFile file_at(const Database::Query& row) { return {identity_at(row, 0), row.number(4), row.number(5)}; }
+
+inline Database::Query& bind_inode(Database::Query& query, const Inode& inode) {
+  return query.bind(static_cast<int64_t>(inode.first)).bind(static_cast<int64_t>(inode.second));
+}
+
 inline Database::Query& bind(Database::Query& query, const Identity& identity) {
-  return query.bind(static_cast<int64_t>(identity.device))
-      .bind(static_cast<int64_t>(identity.inode))
+  return bind_inode(query, inode_of(identity))
       .bind(static_cast<int64_t>(identity.head_length))
       .bind(static_cast<int64_t>(identity.head_checksum));
 }

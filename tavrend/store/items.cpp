@@ -19,7 +19,7 @@ std::vector<ArchivedFile> Store::files_of(const char* sql, const std::string& se
   std::vector<ArchivedFile> files;
   auto query = database->query(sql);
   query.bind(section);
-  while (query.next()) files.push_back({identity_at(query, 0), query.number(4), query.number(5)});
+  while (query.next()) files.push_back(file_at(query));
   return files;
 }
 
@@ -53,7 +53,7 @@ void Store::forget_missing_files(const std::string& section, const ClosedFiles& 
       " WHERE section = ?");
   query.bind(section);
   while (query.next()) {
-    const ArchivedFile file{identity_at(query, 0), query.number(4), query.number(5)};
+    const ArchivedFile file = file_at(query);
     const int64_t id = query.number(6);
     const int64_t since = query.number(7);
     /* A clock that was set back says nothing of how long: the time begins anew. */
@@ -184,9 +184,9 @@ std::vector<std::pair<ArchivedFile, Store::Known>> Store::known_as(const std::st
   auto query = database->query(
       "SELECT device, inode, head_length, head_checksum, size, mtime_ns, passed_over FROM archived WHERE section = ?"
       " AND device = ? AND inode = ? ORDER BY id");
-  query.bind(section).bind(static_cast<int64_t>(file.device)).bind(static_cast<int64_t>(file.inode));
+  bind_inode(query.bind(section), inode_of(file));
   while (query.next()) {
-    const ArchivedFile known{identity_at(query, 0), query.number(4), query.number(5)};
+    const ArchivedFile known = file_at(query);
     const Known as = query.number(6) != 0 ? Known::passed_over : Known::archived;
     if (is_same_file(known.identity, file)) all.emplace_back(known, as);
   }

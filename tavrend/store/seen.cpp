@@ -8,7 +8,7 @@ std::vector<ArchivedFile> Store::seen_files(const std::string& section, const st
   auto query = database->query(
       "SELECT device, inode, head_length, head_checksum, size, mtime_ns FROM seen WHERE section = ? AND log = ?");
   query.bind(section).bind(log);
-  while (query.next()) files.push_back({identity_at(query, 0), query.number(4), query.number(5)});
+  while (query.next()) files.push_back(file_at(query));
   return files;
 }
 
@@ -32,9 +32,9 @@ std::vector<ArchivedFile> Store::seen_of(const std::string& section, const LogFi
   auto query = database->query(
       "SELECT device, inode, head_length, head_checksum, size, mtime_ns FROM seen"
       " WHERE section = ? AND device = ? AND inode = ?");
-  query.bind(section).bind(static_cast<int64_t>(file.device)).bind(static_cast<int64_t>(file.inode));
+  bind_inode(query.bind(section), inode_of(file));
   while (query.next()) {
-    const ArchivedFile found{identity_at(query, 0), query.number(4), query.number(5)};
+    const ArchivedFile found = file_at(query);
     const bool has_grown = found.identity.head_length > file.head.size();
     if (has_grown || is_same_file(found.identity, file)) seen.push_back(found);
   }

@@ -264,6 +264,31 @@ TEST_F(DeskTest, EndsChildrenAlsoWhereTheKernelHasNoListOfThem) {
   EXPECT_EQ(WTERMSIG(status), SIGTERM);
 }
 
+/* The calling thread's own is asked for: one that nobody waits for may be there of any other. */
+TEST_F(DeskTest, KnowsByTheEndOfTheClientWhetherTheConnectionWasLost) {
+  const auto make_child_that_ends = [](int status) {
+    const pid_t child = fork();
+    if (child == 0) _exit(status);
+    return child;
+  };
+  const pid_t other = make_child_that_ends(255);
+  siginfo_t none{};
+  waitid(P_PID, static_cast<id_t>(other), &none, WEXITED | WNOWAIT);
+  const auto is_lost_with = [&](int status) {
+    bool is_lost = status != 255;
+    std::thread([&] {
+      const pid_t client = make_child_that_ends(status);
+      is_lost = has_lost_its_connection(10000);
+      EXPECT_EQ(waitpid(client, nullptr, 0), client) << "it is left for who waits for it";
+    }).join();
+    return is_lost;
+  };
+  EXPECT_FALSE(is_lost_with(2));
+  EXPECT_TRUE(is_lost_with(255));
+  std::thread([] { EXPECT_FALSE(has_lost_its_connection(0)); }).join();
+  waitpid(other, nullptr, 0);
+}
+
 TEST_F(DeskTest, HandsOutWorkThatWasAskedForWhileTheLastOneWasFailing) {
   desk.set_config(config("one"), true);
   ASSERT_TRUE(due_work(desk));
